@@ -1,0 +1,25 @@
+# flowlane_options: what every target of the project is compiled and linked with.
+add_library(flowlane_options INTERFACE)
+target_compile_options(flowlane_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+  $<$<BOOL:${FLOWLANE_WERROR}>:-Werror>)
+target_compile_definitions(flowlane_options INTERFACE _GNU_SOURCE)
+if(FLOWLANE_SANITIZE)
+  target_compile_options(flowlane_options INTERFACE
+    -fsanitize=${FLOWLANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(flowlane_options INTERFACE -fsanitize=${FLOWLANE_SANITIZE})
+endif()
+
+# The folders of the toolbox and the operating-system layer, lowest first; they see each other's headers.
+set(FLOWLANE_TOOLBOX_INCLUDES
+  ${PROJECT_SOURCE_DIR}/source_common/libkert ${PROJECT_SOURCE_DIR}/source_common/libketb
+  ${PROJECT_SOURCE_DIR}/source_common/libkeos ${PROJECT_SOURCE_DIR}/source_common/libkeposix
+  ${PROJECT_SOURCE_DIR}/source_linux/libkelinux)
+
+# flowlane_toolbox_library(name source...): the objects of one toolbox folder.
+function(flowlane_toolbox_library name)
+  add_library(${name} OBJECT ${ARGN})
+  target_include_directories(${name} PUBLIC ${FLOWLANE_TOOLBOX_INCLUDES})
+  target_link_libraries(${name} PUBLIC flowlane_options Threads::Threads)
+endfunction()

@@ -1,0 +1,232 @@
+#include "AvtpSink.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "KEByteOrder.h"
+#include "KELogging.h"
+
+namespace kestrelon::fmtimpl {
+
+template <>
+int DoFormatAction<flowlane::EthernetHeaderType>(KEFormatterContext& context, const void* arg) {
+    if (!arg) {
+        return 0;
+    }
+    const auto type = *static_cast<const flowlane::EthernetHeaderType*>(arg);
+    return context.fmt.FmtInteger(static_cast<std::uint32_t>(type), context.fs);
+}
+
+} // namespace kestrelon::fmtimpl
+
+namespace flowlane {
+
+using namespace kestrelon;
+using namespace avtp;
+
+namespace {
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+} // namespace
+
+KESTATUS AvtpSink::CreateAvtpSink(QuaysideDevice& device, const TNET_EthernetMacAddress& destinationAddress,
+                                  std::uint16_t uniqueId, std::uint16_t vlanTCI,
+                                  unsigned maxSourcePacketCount) {
+    TNET_EthernetMacAddress sourceAddress{};
+    unsigned length = 0;
+    const KESTATUS st =
+        device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, sourceAddress.mac, cMacAddressSize, &length);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("GetDevicePropertyBinary failed, st={}", st);
+    }
+    if (length != cMacAddressSize) {
+        KEOutputLogMessage(logger::Global, KEERROR, "MAC address length mismatch, got {}, exp {}", length,
+                           cMacAddressSize);
+        return KESTATUS_LENGTH_MISMATCH;
+    }
+    mSourceAddress = sourceAddress;
+    mDestinationAddress = destinationAddress;
+    mMaxSourcePacketCount =
+        maxSourcePacketCount == 0 ? cMaxSourcePackets : std::min(maxSourcePacketCount, cMaxSourcePackets);
+    mDevice = &device;
+    mEthernetHeaderType = vlanTCI != 0 ? EthernetHeaderType::IEEE_802_1q : EthernetHeaderType::IEEE_802_3;
+    mEthernetHeaderSize = vlanTCI != 0 ? cEthVlanHeaderSize : cEthHeaderSize;
+    std::memcpy(mStreamId.bytes, mSourceAddress.mac, cMacAddressSize);
+    KEStoreBE16(mStreamId.bytes + cMacAddressSize, uniqueId);
+    mVlanTCI = vlanTCI;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSink::StartSink() {
+    mAvtpHeader = mEthernetFrame + mEthernetHeaderSize;
+    mCipHeader = mAvtpHeader + cAvtpHeaderSize;
+    mSourcePacketStart = mCipHeader + cCipHeaderSize;
+    mCurSourcePacket = mSourcePacketStart;
+    mSourcePacketCount = 0;
+    mStreamDataLength = cCipHeaderSize;
+    mDataBlockCount = 0;
+    mSequenceNumber = 0;
+    mWaitForResources = false;
+    InitEthernetHeader();
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSink::DeliverTSPacket(const TSPacket& packet) {
+    if (!IsReady()) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    if (mSourcePacketCount >= mMaxSourcePacketCount) {
+        // A full frame was kept because the wait for transmit resources ran out: this is its last chance,
+        // the buffer takes no further packet.
+        const KESTATUS st = CompleteFrame();
+        if (st != KESTATUS_SUCCESS) {
+            return st;
+        }
+        if (mSourcePacketCount != 0) {
+            ResetFrame();
+        }
+    }
+    KEStoreBE32(mCurSourcePacket, static_cast<std::uint32_t>(packet.mDeliverTime.time_since_epoch().count()));
+    std::memcpy(mCurSourcePacket + cSourcePacketHeaderSize, packet.mData, TSPacket::cSize);
+    mCurSourcePacket += cSourcePacketSize;
+    ++mSourcePacketCount;
+    mStreamDataLength = static_cast<std::uint16_t>(mStreamDataLength + cSourcePacketSize);
+    return mSourcePacketCount == mMaxSourcePacketCount ? CompleteFrame() : KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSink::SendDeliveredPackets() {
+    if (mSourcePacketCount == 0) {
+        return KESTATUS_SUCCESS;
+    }
+    KESTATUS st = CompleteFrame();
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    st = mDevice->SendRawFrames();
+    if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA) {
+        return Failed("SendRawFrames failed, st={}", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSink::CompleteFrame() {
+    InitAvtpHeader();
+    InitCipHeader();
+    const KESTATUS st = SubmitEthernetFrame();
+    return st == KESTATUS_SUCCESS ? st : Failed("SubmitEthernetFrame failed, st={}", st);
+}
+
+void AvtpSink::InitEthernetHeader() {
+    switch (mEthernetHeaderType) {
+    case EthernetHeaderType::IEEE_802_3:
+        KEStoreBE16(mEthernetFrame + cEthTypeOffset, cEtherTypeAvtp);
+        break;
+    case EthernetHeaderType::IEEE_802_1q:
+        KEStoreBE16(mEthernetFrame + cEthTypeOffset, cEtherTypeVlan);
+        KEStoreBE16(mEthernetFrame + cEthVlanTCIOffset, mVlanTCI);
+        KEStoreBE16(mEthernetFrame + cEthVlanTypeOffset, cEtherTypeAvtp);
+        break;
+    default:
+        KEOutputLogMessage(logger::Global, KEFATAL, "unsupported Ethernet header type {}",
+                           mEthernetHeaderType);
+        return;
+    }
+    std::memcpy(mEthernetFrame + cEthDestinationOffset, mDestinationAddress.mac, cMacAddressSize);
+    std::memcpy(mEthernetFrame + cEthSourceOffset, mSourceAddress.mac, cMacAddressSize);
+}
+
+void AvtpSink::InitAvtpHeader() noexcept {
+    mAvtpHeader[cAvtpSubtypeOffset] = cAvtpSubtype61883;
+    mAvtpHeader[cAvtpFlagsOffset] = cAvtpStreamIdValid;
+    mAvtpHeader[cAvtpSequenceNumberOffset] = mSequenceNumber;
+    mAvtpHeader[cAvtpTimestampUncertainOffset] = 0;
+    std::memcpy(mAvtpHeader + cAvtpStreamIdOffset, mStreamId.bytes, sizeof mStreamId.bytes);
+    KEStoreBE32(mAvtpHeader + cAvtpTimestampOffset, 0);
+    KEStoreBE32(mAvtpHeader + cAvtpGatewayInfoOffset, 0);
+    KEStoreBE16(mAvtpHeader + cAvtpStreamDataLengthOffset, mStreamDataLength);
+    mAvtpHeader[cAvtpTagChannelOffset] = cAvtpTagCipChannel31;
+    mAvtpHeader[cAvtpTcodeSyOffset] = cAvtpTcodeASy0;
+    // Used up by every frame that is built, also by one that is dropped: the receiver sees the gap.
+    ++mSequenceNumber;
+}
+
+void AvtpSink::InitCipHeader() noexcept {
+    mCipHeader[cCipSidOffset] = cCipSid63;
+    mCipHeader[cCipDbsOffset] = cCipDbsTS;
+    mCipHeader[cCipFnOffset] = cCipFnTS;
+    mCipHeader[cCipDbcOffset] = mDataBlockCount;
+    mCipHeader[cCipFmtOffset] = cCipFmtTS;
+    std::memset(mCipHeader + cCipFdfOffset, 0, cCipHeaderSize - cCipFdfOffset);
+}
+
+KESTATUS AvtpSink::SubmitEthernetFrame() {
+    if (mWaitForResources) {
+        const KESTATUS st = mDevice->WaitForTxResources(1, 0);
+        if (st == KESTATUS_TIMEOUT) {
+            // The frame stays as it is, for a later try.
+            mStats.errNoResourcesToSent.Add();
+            return KESTATUS_SUCCESS;
+        }
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("WaitForTxResources failed, st={}", st);
+        }
+        mWaitForResources = false;
+    }
+    const unsigned frameLength = mEthernetHeaderSize + cAvtpHeaderSize + mStreamDataLength;
+    bool isDropped = false;
+    KESTATUS st = WaitUntilSubmittable(frameLength, isDropped);
+    if (st != KESTATUS_SUCCESS || isDropped) {
+        return st;
+    }
+    st = mDevice->SubmitRawFrame(mEthernetFrame, frameLength, nullptr);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("SubmitRawFrame failed, st={}", st);
+    }
+    mStats.infAvtpPacketsSent.Add();
+    ResetFrame();
+    return KESTATUS_SUCCESS;
+}
+
+// Flushes the device's queue until there is room for the frame. Without resources the frame is dropped,
+// which is a success.
+KESTATUS AvtpSink::WaitUntilSubmittable(unsigned frameLength, bool& isDropped) {
+    for (;;) {
+        KESTATUS st = mDevice->CheckSubmitRawFrame(frameLength);
+        if (st == KESTATUS_SUCCESS) {
+            return st;
+        }
+        if (st == KESTATUS_NO_RESOURCES) {
+            mWaitForResources = true;
+            mStats.errNoResourcesToSent.Add();
+            ResetFrame();
+            isDropped = true;
+            return KESTATUS_SUCCESS;
+        }
+        if (st != KESTATUS_NO_SPACE) {
+            return Failed("CheckSubmitRawFrame failed, st={}", st);
+        }
+        st = mDevice->SendRawFrames();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SendRawFrames failed, st={}", st);
+        }
+    }
+}
+
+// Begins a new frame. The data block counter goes on for dropped frames too: the receiver sees the gap.
+void AvtpSink::ResetFrame() noexcept {
+    mStreamDataLength = cCipHeaderSize;
+    mDataBlockCount =
+        static_cast<std::uint8_t>(mDataBlockCount + cDataBlocksPerSourcePacket * mSourcePacketCount);
+    mCurSourcePacket = mSourcePacketStart;
+    mSourcePacketCount = 0;
+}
+
+AvtpSink::Statistics AvtpSink::QuerryStatistics() const noexcept {
+    return {mStats.infAvtpPacketsSent.Value(), mStats.errNoResourcesToSent.Value()};
+}
+
+} // namespace flowlane

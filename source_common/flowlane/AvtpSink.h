@@ -1,0 +1,105 @@
+// The sink that sends transport stream packets as an AVTP stream (AvtpFormat.h) through a device opened for
+// raw transmission. Packets are gathered in one frame buffer; a frame goes to the device when it is full or
+// when a batch ends. A device without transmit resources loses frames, which is counted and no failure.
+//
+// The device is not owned and outlives the sink. Delivering and sending are for one thread, the statistics
+// for any. All messages go to the Global logger.
+#ifndef FLOWLANE_AVTPSINK_H
+#define FLOWLANE_AVTPSINK_H
+
+#include <cstdint>
+
+#include "AvtpFormat.h"
+#include "KEFormatter.h"
+#include "QuaysideDevice.h"
+#include "RelaxedCounter.h"
+#include "SinkBase.h"
+#include "TNetAddress.h"
+
+namespace flowlane {
+
+enum class EthernetHeaderType : std::uint32_t { Undefined = 0, IEEE_802_3 = 1, IEEE_802_1q = 2 };
+
+class AvtpSink final : public SinkBase {
+public:
+    // Bytes of source packets that an AVTP frame may carry.
+    static constexpr unsigned MaxStreamDataPayloadLength = avtp::cMaxSourcePacketBytes;
+
+    struct Statistics {
+        std::uint64_t infAvtpPacketsSent = 0;   // frames submitted to the device
+        std::uint64_t errNoResourcesToSent = 0; // frames dropped or delayed for want of transmit resources
+    };
+
+    AvtpSink() = default;
+
+    // Reads the device's MAC address, which is the frames' source and the first part of the stream ID.
+    // vlanTCI 0: frames without a VLAN tag. maxSourcePacketCount: packets a frame; 0, and whatever a frame
+    // cannot hold, stand for the 7 that fit.
+    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address is not one
+    KESTATUS CreateAvtpSink(QuaysideDevice& device,
+                            const kestrelon::TNET_EthernetMacAddress& destinationAddress,
+                            std::uint16_t uniqueId, std::uint16_t vlanTCI, unsigned maxSourcePacketCount);
+
+    // Begins a new stream: sequence number and data block count start at 0. Always succeeds.
+    KESTATUS StartSink() override;
+    // Does nothing: a part-filled frame is abandoned.
+    void StopSink() override {}
+
+    //   KESTATUS_NOT_INITIALIZED  the sink was not created or not started
+    // Other failures are the device's.
+    KESTATUS DeliverTSPacket(const TSPacket& packet) override;
+    // Sends a part-filled frame and flushes the device's queue. With nothing gathered it does neither: a
+    // full frame that was submitted before waits for the next part-filled one or for a full queue.
+    KESTATUS SendDeliveredPackets() override;
+
+    // Writes the Ethernet header, once a start.
+    void InitEthernetHeader();
+
+    // Counted since construction.
+    Statistics QuerryStatistics() const noexcept;
+
+private:
+    bool IsReady() const noexcept { return mDevice && mCurSourcePacket; }
+    void InitAvtpHeader() noexcept;
+    void InitCipHeader() noexcept;
+    KESTATUS CompleteFrame();
+    KESTATUS SubmitEthernetFrame();
+    KESTATUS WaitUntilSubmittable(unsigned frameLength, bool& isDropped);
+    void ResetFrame() noexcept;
+
+    std::uint8_t mEthernetFrame[avtp::cEthMaxFrameSize] = {};
+    QuaysideDevice* mDevice = nullptr;
+    EthernetHeaderType mEthernetHeaderType = EthernetHeaderType::Undefined;
+    std::uint32_t mEthernetHeaderSize = 0;
+    // Into mEthernetFrame; null until the sink is started.
+    std::uint8_t* mAvtpHeader = nullptr;
+    std::uint8_t* mCipHeader = nullptr;
+    std::uint8_t* mSourcePacketStart = nullptr;
+    std::uint8_t* mCurSourcePacket = nullptr; // where the next source packet goes
+    kestrelon::TNET_EthernetMacAddress mSourceAddress{};
+    kestrelon::TNET_EthernetMacAddress mDestinationAddress{};
+    AVTP_StreamID mStreamId{};
+    std::uint32_t mMaxSourcePacketCount = 0;
+    std::uint32_t mSourcePacketCount = 0; // in the frame being built
+    struct {
+        RelaxedCounter infAvtpPacketsSent;
+        RelaxedCounter errNoResourcesToSent;
+    } mStats;
+    std::uint16_t mStreamDataLength = 0; // of the frame being built, CIP header included
+    std::uint16_t mVlanTCI = 0;
+    std::uint8_t mDataBlockCount = 0; // counter of the first data block of the frame being built
+    std::uint8_t mSequenceNumber = 0; // of the next frame
+    bool mWaitForResources = false;   // the device had no transmit resources at the last try
+};
+
+} // namespace flowlane
+
+namespace kestrelon::fmtimpl {
+
+// Prints the type's number.
+template <>
+int DoFormatAction<flowlane::EthernetHeaderType>(KEFormatterContext& context, const void* arg);
+
+} // namespace kestrelon::fmtimpl
+
+#endif

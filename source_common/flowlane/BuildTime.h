@@ -1,0 +1,14 @@
+// When the program was built, for its banner.
+#ifndef FLOWLANE_BUILDTIME_H
+#define FLOWLANE_BUILDTIME_H
+
+namespace flowlane {
+
+// For example "Nov 14 2022" and "10:28:12". The compiler's clock, or SOURCE_DATE_EPOCH when the build
+// sets it.
+const char* BuildDate() noexcept;
+const char* BuildTimeOfDay() noexcept;
+
+} // namespace flowlane
+
+#endif

@@ -1,0 +1,145 @@
+#include "AvtpSink.h"
+#include "CmdLine.h"
+#include "Commands.h"
+#include "DeviceSelection.h"
+#include "KEEthernetMacAddress.h"
+#include "KEPosixTime.h"
+#include "LogCons.h"
+#include "StopRequest.h"
+#include "TSFileSource.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr std::uint32_t cMaxUniqueId = 0xFFFF;
+constexpr std::uint32_t cMaxVlanTCI = 0xFFFF;
+constexpr std::uint32_t cVlanIdMask = 0xFFF;
+constexpr std::uint32_t cReservedVlanId = 0xFFF;
+constexpr unsigned cStatisticsInterval = 1000; // ms
+
+KESTATUS ReadDestinationAddress(KEEthernetMacAddress& destination) {
+    if (gCmdLine.mMacAddress.empty()) {
+        destination.mMacAddr = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
+        return KESTATUS_SUCCESS;
+    }
+    const KESTATUS st = destination.InitFromString(gCmdLine.mMacAddress.c_str());
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "InitFromString('{}') failed, st={}.", gCmdLine.mMacAddress,
+                           KEFormatArgKEStatus(st));
+    }
+    return st;
+}
+
+KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
+    if (gCmdLine.mArgs.empty()) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
+        CmdLine::PrintUsageHint();
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    const KESTATUS st = ReadDestinationAddress(destination);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    if (gCmdLine.mUniqueId > cMaxUniqueId) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "unique ID {:#X} exceeds max. 0xFFFF.", gCmdLine.mUniqueId);
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    if (gCmdLine.mVlanTCI > cMaxVlanTCI) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "VLAN TCI value {:#X} exceeds max. 0xFFFF.",
+                           gCmdLine.mVlanTCI);
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    const std::uint32_t vlanId = gCmdLine.mVlanTCI & cVlanIdMask;
+    if (vlanId == cReservedVlanId) {
+        // The message has two fields and one argument: the TCI itself is left blank.
+        KEOutputLogMessage(logger::Cons, KEERROR,
+                           "VLAN ID {:#X} in specified VLAN TCI value {:#X} exceeds max. 0xFFE.", vlanId);
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// Prints the statistics once a second until the file has been sent or the user asks for the end.
+void WaitForEnd(const TSFileSource& source, const AvtpSink& sink) {
+    StopRequest stopRequest;
+    while (!stopRequest.IsRequested()) {
+        const AvtpSink::Statistics sinkStats = sink.QuerryStatistics();
+        KEOutputLogMessage(logger::Cons, KEINFO,
+                           "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
+                           source.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
+                           sinkStats.errNoResourcesToSent);
+        if (source.IsEndOfFileReached()) {
+            KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
+            return;
+        }
+        KEPosixSleep(cStatisticsInterval);
+    }
+}
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Cons, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+} // namespace
+
+KESTATUS CmdTs2Av() {
+    KEEthernetMacAddress destination;
+    KESTATUS st = CheckArguments(destination);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    const std::string& fileName = gCmdLine.mArgs.front();
+
+    QuaysideDevice device;
+    std::string description;
+    st = OpenRawTxDevice(device, gCmdLine.mFriendlyName.empty() ? nullptr : gCmdLine.mFriendlyName.c_str(),
+                         description);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("Open device failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
+    AvtpSink sink;
+    st = sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
+                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("CreateAvtpSink failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
+    TSFileSource source;
+    st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
+                                   TSFileSource::cDefaultNumberOfPackets);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("CreateTSFileSource failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP sink on device {}...", description);
+    st = sink.StartSink();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("StartSink failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
+    st = source.StartSource();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("StartSource failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO,
+                       "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
+                       fileName);
+    WaitForEnd(source, sink);
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
+    source.StopSource();
+    KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP sink...");
+    sink.StopSink();
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace flowlane

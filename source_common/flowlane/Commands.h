@@ -1,0 +1,29 @@
+// The command words, in the order in which they are compared.
+#ifndef FLOWLANE_COMMANDS_H
+#define FLOWLANE_COMMANDS_H
+
+#include <string>
+
+#include "kestatus.h"
+
+namespace flowlane {
+
+struct Commands {
+    std::string help = "help";
+    std::string ts2av = "ts2av";
+    std::string av2rtp = "av2rtp";
+    std::string pcap = "pcap";
+    std::string playpcap = "playpcap";
+};
+
+extern const Commands gCommands;
+
+// The command drivers. Each runs on the main thread, reads its settings from gCmdLine and returns when its
+// input has ended or the user asks for the end; the status is the program's exit code.
+
+// Sends a transport stream file as an IEEE 1722 stream, paced by its own clock references.
+KESTATUS CmdTs2Av();
+
+} // namespace flowlane
+
+#endif

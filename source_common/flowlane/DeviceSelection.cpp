@@ -1,0 +1,113 @@
+#include "DeviceSelection.h"
+
+#include <cstring>
+
+#include "CmdLine.h"
+#include "KEFormatter.h"
+#include "LogCons.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+// What the opening for transmission and for reception have in common: enumerates the devices, finds the
+// index and the description, and closes what device holds.
+KESTATUS SelectDevice(QuaysideEnumerator& enumerator, QuaysideDevice& device, const char* friendlyName,
+                      unsigned& index, std::string& description) {
+    KEOutputLogMessage(logger::Cons, KEINFO, "Enumerate available devices...");
+    unsigned count = 0;
+    KESTATUS st = enumerator.EnumerateDevices(QBXDeviceType_any, count);
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "EnumerateDevices failed, st={}.", KEFormatArgKEStatus(st));
+        return st;
+    }
+    if (count == 0) {
+        KEOutputLogMessage(logger::Cons, KEINFO, "No Quayside device connected, please connect a device");
+        return KESTATUS_NO_DEVICES;
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "Found {} Quayside device(s)", count);
+
+    index = gCmdLine.mDeviceIndex;
+    if (friendlyName) {
+        st = LookupDeviceIndexForFriendlyName(enumerator, count, friendlyName, index);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Cons, KEERROR, "LookupDeviceIndexForFriendlyName failed, st={}.",
+                               KEFormatArgKEStatus(st));
+            return st;
+        }
+        description = KEStdStringFormat("{}({})", friendlyName, index);
+    } else {
+        description = KEStdStringFormat("{}", index);
+    }
+    if (device.Handle() != 0) {
+        device.CloseDevice();
+    }
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace
+
+KESTATUS LookupDeviceIndexForFriendlyName(const QuaysideEnumerator& enumerator, unsigned count,
+                                          const char* name, unsigned& index) {
+    for (unsigned candidate = 0; candidate < count; ++candidate) {
+        QuaysideDevice device;
+        KESTATUS st = device.OpenControlDevice(enumerator, candidate);
+        if (st == KESTATUS_IN_USE) {
+            KEOutputLogMessage(logger::Cons, KEINFO,
+                               "Ignore device with index {} because it is already in use.", candidate);
+            continue;
+        }
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Cons, KEERROR, "OpenControlDevice failed, st={}.",
+                               KEFormatArgKEStatus(st));
+            return st;
+        }
+        char candidateName[QBX_PROPERTY_STRING_SIZE] = {};
+        st = device.GetDevicePropertyString(QBX_PROPERTY_FRIENDLY_NAME, candidateName, sizeof candidateName);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Cons, KEERROR,
+                               "GetDevicePropertyString failed (idx={}), st={}, ignore the device.",
+                               candidate, KEFormatArgKEStatus(st));
+            continue;
+        }
+        if (std::strcmp(candidateName, name) == 0) {
+            index = candidate;
+            return KESTATUS_SUCCESS;
+        }
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "No device found for friendly name '{}'", name);
+    return KESTATUS_NOT_FOUND;
+}
+
+KESTATUS OpenRawTxDevice(QuaysideDevice& device, const char* friendlyName, std::string& description) {
+    QuaysideEnumerator enumerator;
+    unsigned index = 0;
+    KESTATUS st = SelectDevice(enumerator, device, friendlyName, index, description);
+    if (st == KESTATUS_SUCCESS) {
+        st = device.OpenRawTxDevice(enumerator, index, 0, QBXRawHeaderType_None, 0);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Cons, KEERROR, "OpenRawTxDevice failed, st={}.",
+                               KEFormatArgKEStatus(st));
+        }
+    }
+    return st;
+}
+
+KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName, std::string& description,
+                         QBXRawHeaderType headerType) {
+    QuaysideEnumerator enumerator;
+    unsigned index = 0;
+    KESTATUS st = SelectDevice(enumerator, device, friendlyName, index, description);
+    if (st == KESTATUS_SUCCESS) {
+        st = device.OpenRawRxDevice(enumerator, index, 0, headerType, 0);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Cons, KEERROR, "OpenRawRxDevice failed, st={}.",
+                               KEFormatArgKEStatus(st));
+        }
+    }
+    return st;
+}
+
+} // namespace flowlane

@@ -1,0 +1,92 @@
+#include "Program.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <new>
+
+#include "CmdLine.h"
+#include "Commands.h"
+#include "KELinuxLogging.h"
+#include "LogCons.h"
+#include "LogTargetObjects.h"
+#include "quayside2_api.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr std::uint32_t cApiVersionMajor = 2;
+constexpr std::uint32_t cApiVersionMinor = 20;
+
+// Gives a missing standard stream a place, so that no file opened later gets its number and with it the
+// console's lines. Reading from it is the end of the input, writing to it fails.
+void OccupyStandardDescriptors() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) == -1) {
+            // The lowest free number is this one, since all below are taken.
+            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY));
+        }
+    }
+}
+
+KESTATUS RunCommand() {
+    if (gCmdLine.mCommand == gCommands.help) {
+        CmdLine::PrintHelp();
+        return KESTATUS_SUCCESS;
+    }
+    if (gCmdLine.mCommand == gCommands.ts2av) {
+        return CmdTs2Av();
+    }
+    KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
+    CmdLine::PrintUsageHint();
+    return KESTATUS_INVALID_COMMAND;
+}
+
+int Run(int argc, const char* const* argv) {
+    KELinuxInitLoggingFacility(nullptr, nullptr);
+    KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons);
+    KESetLevelForAllLoggers(KEINFO);
+
+    if (!QBX_CheckApiVersion(cApiVersionMajor, cApiVersionMinor)) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "The DLL is incompatible with this application.");
+        return -1;
+    }
+    const std::uint32_t apiVersion = QBX_GetApiVersion();
+    KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.",
+                       static_cast<std::uint16_t>(apiVersion >> 16), static_cast<std::uint16_t>(apiVersion));
+
+    const KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
+    if (st != KESTATUS_SUCCESS) {
+        CmdLine::PrintUsageHint();
+        return static_cast<int>(st);
+    }
+    if (gCmdLine.mVerbose) {
+        KESetLevelForAllLoggers(KEMAXLEVEL);
+    }
+    return static_cast<int>(RunCommand());
+}
+
+} // namespace
+
+int RunProgram(int argc, const char* const* argv) {
+    OccupyStandardDescriptors();
+    // A console whose reader has gone must not end a recording.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return Run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        KEOutputLogMessage(logger::Cons, KEFATAL, "Out of memory.");
+        return static_cast<int>(KESTATUS_NO_MEMORY);
+    } catch (const std::exception& exception) {
+        KEOutputLogMessage(logger::Cons, KEFATAL, "Unexpected failure: {}", exception.what());
+        return static_cast<int>(KESTATUS_INTERNAL_ERROR);
+    }
+}
+
+} // namespace flowlane

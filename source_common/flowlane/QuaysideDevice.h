@@ -1,0 +1,56 @@
+// An opened device: owns a handle of the device library and closes it at the end. Each operation is the
+// library function of the same name on that handle and returns its status unchanged; arguments, statuses
+// and blocking are described in quayside2_api.h. Without an open device the handle passed is 0.
+//
+// Threads: opening and closing are for the owner; the other operations may be called by several threads
+// at once, as the library says.
+#ifndef FLOWLANE_QUAYSIDEDEVICE_H
+#define FLOWLANE_QUAYSIDEDEVICE_H
+
+#include "QuaysideEnumerator.h"
+#include "quayside2_api.h"
+
+namespace flowlane {
+
+class QuaysideDevice {
+public:
+    QuaysideDevice() = default;
+    ~QuaysideDevice();
+    QuaysideDevice(const QuaysideDevice&) = delete;
+    QuaysideDevice& operator=(const QuaysideDevice&) = delete;
+
+    // Opening closes a device that is still open first.
+    KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
+    KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
+                             QBXRawHeaderType headerType, unsigned reserved2);
+    KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
+                             QBXRawHeaderType headerType, unsigned reserved2);
+    // Afterwards no device is open, whatever the status.
+    KESTATUS CloseDevice();
+
+    KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
+    KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size, unsigned* returnedSize);
+
+    KESTATUS EnableRawRx();
+    KESTATUS DisableRawRx();
+    KESTATUS WaitForRawFrame(int timeoutMs);
+    KESTATUS GetReceivedRawFrame(QBXRawFrameType* type, void* buffer, unsigned bufferSize,
+                                 unsigned* receivedLength);
+
+    KESTATUS CheckSubmitRawFrame(unsigned length);
+    KESTATUS WaitForTxResources(unsigned count, int timeoutMs);
+    KESTATUS SubmitRawFrame(const void* frame, unsigned length, unsigned* reserved);
+    KESTATUS SendRawFrames();
+
+    // 0 when no device is open.
+    QBXDeviceHandle Handle() const noexcept { return mHandle; }
+
+private:
+    void CloseIfOpen();
+
+    QBXDeviceHandle mHandle = 0;
+};
+
+} // namespace flowlane
+
+#endif

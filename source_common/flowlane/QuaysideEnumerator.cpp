@@ -1,0 +1,32 @@
+#include "QuaysideEnumerator.h"
+
+#include <utility>
+
+namespace flowlane {
+
+QuaysideEnumerator::~QuaysideEnumerator() {
+    if (mHandle != 0) {
+        CloseEnumeration();
+    }
+}
+
+KESTATUS QuaysideEnumerator::EnumerateDevices(QBXDeviceType type, unsigned& count) {
+    if (mHandle != 0) {
+        CloseEnumeration();
+    }
+    count = 0;
+    QBXEnumerationHandle handle = 0;
+    const KESTATUS st = QBX_EnumerateDevices(type, &handle, &count);
+    if (st == KESTATUS_SUCCESS) {
+        mHandle = handle;
+    } else {
+        count = 0;
+    }
+    return st;
+}
+
+KESTATUS QuaysideEnumerator::CloseEnumeration() {
+    return QBX_CloseEnumeration(std::exchange(mHandle, 0));
+}
+
+} // namespace flowlane

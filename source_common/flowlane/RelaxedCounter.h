@@ -1,0 +1,25 @@
+// A counter that one thread raises and any thread reads: a statistics field. Without locked instructions,
+// so that it costs nothing on a hot path; the reader sees each value whole, but maybe a little late.
+#ifndef FLOWLANE_RELAXEDCOUNTER_H
+#define FLOWLANE_RELAXEDCOUNTER_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace flowlane {
+
+class RelaxedCounter {
+public:
+    // For the counting thread alone.
+    void Add(std::uint64_t count = 1) noexcept { mValue.store(Value() + count, std::memory_order_relaxed); }
+    void Clear() noexcept { mValue.store(0, std::memory_order_relaxed); }
+
+    std::uint64_t Value() const noexcept { return mValue.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<std::uint64_t> mValue{0};
+};
+
+} // namespace flowlane
+
+#endif

@@ -1,0 +1,265 @@
+#include "TSFileSource.h"
+
+#include <new>
+
+#include "KEFormatter.h"
+#include "KELogging.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+// The longest time between two PCRs of one segment, in nanoseconds.
+constexpr TSPacketDuration cMaxTimeDiff{999999999};
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+KESTATUS AllocatePackets(TSPacketPool& pool, unsigned count) noexcept {
+    try {
+        return pool.AllocatePool(count);
+    } catch (const std::bad_alloc&) {
+        return KESTATUS_NO_MEMORY;
+    }
+}
+
+} // namespace
+
+TSFileSource::~TSFileSource() {
+    TSFileSource::StopSource();
+}
+
+KESTATUS TSFileSource::CreateTSFileSource(const T_UNICHAR* fileName, SinkBase& sink, bool rewindFile,
+                                          unsigned numberOfPackets) {
+    KESTATUS st = mFile.OpenFile(fileName, "rb");
+    PublishEndOfFile();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("OpenFile failed, st={}", st);
+    }
+    st = AllocatePackets(mPacketPool, numberOfPackets);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("AllocatePool failed, st={}", st);
+    }
+    mSink = &sink;
+    mRewindFile = rewindFile;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS TSFileSource::StartSource() {
+    const KEOsWorkerThreadState state = mThread.State();
+    if (state == KEOsWorkerThreadState::NotCreated || state == KEOsWorkerThreadState::Terminated) {
+        mPCRTimeOffsetValid = false;
+        mAddInitialOffset = true;
+        mStats.infTsPacketsDelivered.Clear();
+        const KESTATUS st = FillDeliverQueue();
+        if (st != KESTATUS_SUCCESS) {
+            ReleaseAllPackets();
+            return Failed("FillDeliverQueue failed, st={}", st);
+        }
+    }
+    const KESTATUS st = mThread.CreateThread(this);
+    if (st != KESTATUS_SUCCESS) {
+        if (st != KESTATUS_ALREADY_DONE) { // otherwise everything belongs to the running worker
+            ReleaseAllPackets();
+        }
+        return Failed("CreateThread failed, st={}", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void TSFileSource::StopSource() {
+    mThread.RequestTermination();
+    mThread.WaitForTerminationAndDestroy(-1);
+}
+
+KESTATUS TSFileSource::FillDeliverQueue() {
+    // A pass through the file that timed no packet is not followed by another one at once: a file without
+    // two PCRs would be rewound here for ever.
+    bool mayRewind = true;
+    while (TSPacket* packet = mPacketPool.GetItem()) {
+        const ReadResult result = ReadPacket(*packet, mayRewind);
+        if (result != ReadResult::Packet) {
+            packet->ReleaseToPool();
+            PublishEndOfFile();
+            if (result == ReadResult::NothingMore) {
+                return KESTATUS_SUCCESS;
+            }
+            KEOutputLogMessage(logger::Global, KEERROR, "ReadFromFile failed");
+            return KESTATUS_READ_FILE_FAILED;
+        }
+        if (!packet->HasSyncByte()) {
+            KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
+            packet->ReleaseToPool();
+        } else if (!mPCRTimeOffsetValid && !packet->HasPCR()) {
+            packet->ReleaseToPool();
+        } else {
+            AppendReadPacket(*packet, mayRewind);
+        }
+    }
+    if (mPacketsToDeliver.IsEmpty()) {
+        DropUnfinishedSegment();
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// Reads the next packet of the file, behind its end the first one again when the source loops.
+TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet, bool& mayRewind) {
+    while (mFile.ReadFromFile(packet.mData, sizeof packet.mData) != sizeof packet.mData) {
+        if (!mFile.IsEndOfFile()) {
+            return ReadResult::Failed;
+        }
+        if (!mRewindFile || !mayRewind) {
+            return ReadResult::NothingMore;
+        }
+        mayRewind = false;
+        if (!RewindFile()) {
+            return ReadResult::Failed;
+        }
+    }
+    return ReadResult::Packet;
+}
+
+bool TSFileSource::RewindFile() {
+    if (mFile.RewindFile() != KESTATUS_SUCCESS) {
+        return false;
+    }
+    KEOutputLogMessage(logger::Global, KEINFO, "rewind done");
+    mPCRTimeOffsetValid = false;
+    mReadPackets.ReleaseToPoolUntil(0);
+    return true;
+}
+
+void TSFileSource::AppendReadPacket(TSPacket& packet, bool& mayRewind) {
+    if (!mPCRTimeOffsetValid) {
+        SetTimeBase(packet);
+        mReadPackets.Append(packet);
+        return;
+    }
+    mReadPackets.Append(packet);
+    const TSPacket& head = *mReadPackets.Head();
+    if (mReadPackets.Count() < 2 || !packet.HasPCR() || !head.HasPCR()) {
+        return;
+    }
+    const TSPacketDuration t0 = head.PCRTime();
+    const TSPacketDuration timeDiff = packet.PCRTime() - t0;
+    if (timeDiff > cMaxTimeDiff) {
+        KEOutputLogMessage(logger::Global, KEERROR, "unexpected timeDiff {} ({} us)", timeDiff.count(),
+                           timeDiff.count() / 1000);
+        mReadPackets.ReleaseToPoolUntil(1);
+    } else {
+        TimeSegment(t0, timeDiff);
+        mayRewind = true;
+    }
+}
+
+void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
+    TSPacketTimePoint timeBase = mLastDeliverTime + mLoopbackOffset;
+    if (mAddInitialOffset) {
+        timeBase = mClock.Now() + mInitialOffset;
+        mAddInitialOffset = false;
+    }
+    mPCRTimeOffset = timeBase.time_since_epoch() - packet.PCRTime();
+    mPCRTimeOffsetValid = true;
+}
+
+// Moves all read packets but the last one, which begins the next segment, to those to deliver. The time is
+// divided by the number of all of them, so the step to the next segment is two steps long. A clock that
+// runs backwards gives times in the past: those packets follow the first one at once.
+void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept {
+    const TSPacketDuration step = timeDiff / std::int64_t{mReadPackets.Count()};
+    TSPacketTimePoint deliverTime(t0 + mPCRTimeOffset);
+    while (mReadPackets.Count() > 1) {
+        TSPacket& packet = *mReadPackets.RemoveHead();
+        packet.mDeliverTime = deliverTime;
+        mLastDeliverTime = deliverTime;
+        mPacketsToDeliver.Append(packet);
+        deliverTime += step;
+    }
+}
+
+// All packets are in one segment whose end is not read yet, and none is left to read on with. Only the
+// first one is kept, so that playing goes on; if it is the only one at all, nothing is.
+void TSFileSource::DropUnfinishedSegment() {
+    const std::uint32_t count = mReadPackets.Count();
+    if (count == 0) {
+        return;
+    }
+    KEOutputLogMessage(logger::Global, KEERROR, "no PCR within {} packets, drop the packets", count);
+    TSPacket& head = *mReadPackets.RemoveHead();
+    mReadPackets.ReleaseToPoolUntil(0);
+    if (count > 1) {
+        mReadPackets.Append(head);
+    } else {
+        head.ReleaseToPool();
+    }
+}
+
+KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
+    bool isAnyDelivered = false;
+    while (const TSPacket* head = mPacketsToDeliver.Head()) {
+        if (head->mDeliverTime > now) {
+            break;
+        }
+        TSPacket& packet = *mPacketsToDeliver.RemoveHead();
+        PublishEndOfFile();
+        const KESTATUS st = mSink->DeliverTSPacket(packet);
+        packet.ReleaseToPool();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("DeliverTSPacket failed, st={}", st);
+        }
+        mStats.infTsPacketsDelivered.Add();
+        isAnyDelivered = true;
+    }
+    if (isAnyDelivered) {
+        const KESTATUS st = mSink->SendDeliveredPackets();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SendDeliveredPackets failed, st={}", st);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void TSFileSource::ThreadRoutine() {
+    mThread.SetState(KEOsWorkerThreadState::Running, KESTATUS_SUCCESS);
+    DeliverUntilStopped();
+    ReleaseAllPackets();
+    mThread.SetState(KEOsWorkerThreadState::Stopping, KESTATUS_SUCCESS);
+}
+
+void TSFileSource::DeliverUntilStopped() {
+    while (!mThread.IsTerminationRequested()) {
+        if (IsEndOfFileReached()) {
+            KEOutputLogMessage(logger::Global, KEINFO, "all packets from file delivered, stop thread");
+            return;
+        }
+        KESTATUS st = DeliverPackets(mClock.Now());
+        if (st != KESTATUS_SUCCESS) {
+            Failed("DeliverPackets failed, st={}, stop thread", st);
+            return;
+        }
+        st = FillDeliverQueue();
+        if (st != KESTATUS_SUCCESS) {
+            Failed("FillDeliverQueue failed, st={}, stop thread", st);
+            return;
+        }
+        BlockThread();
+    }
+}
+
+void TSFileSource::ReleaseAllPackets() {
+    mReadPackets.ReleaseToPoolUntil(0);
+    mPacketsToDeliver.ReleaseToPoolUntil(0);
+    PublishEndOfFile();
+}
+
+// The file and the queue belong to the thread that runs the source; this is what others may look at.
+void TSFileSource::PublishEndOfFile() noexcept {
+    const bool isReached = !mRewindFile && mPacketsToDeliver.IsEmpty() && mFile.IsEndOfFile();
+    mIsEndOfFileReached.store(isReached, std::memory_order_relaxed);
+}
+
+} // namespace flowlane

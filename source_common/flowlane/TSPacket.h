@@ -1,0 +1,52 @@
+// One MPEG-2 transport stream packet (ISO/IEC 13818-1) and the moment at which it is to be delivered.
+// Packets live in a pool (KEPool.h); whoever took one from there hands it on or releases it. No locking.
+#ifndef FLOWLANE_TSPACKET_H
+#define FLOWLANE_TSPACKET_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "KEBuffer.h"
+#include "KEEmptyLock.h"
+#include "KEPool.h"
+#include "PipelineClock.h"
+
+namespace flowlane {
+
+using TSPacketTimePoint = PipelineClock::TimePoint;
+using TSPacketDuration = PipelineClock::Duration;
+
+// The time of a program clock reference of 90 kHz ticks, truncated to whole nanoseconds.
+constexpr TSPacketDuration TSPacketDurationFromPCR(std::uint64_t ticks) noexcept {
+    return TSPacketDuration(static_cast<std::int64_t>(ticks * 100000u / 9u));
+}
+
+class TSPacket : public kestrelon::KEPoolItemBase {
+public:
+    static constexpr std::size_t cSize = 188;
+    static constexpr std::uint8_t cSyncByte = 0x47;
+
+    bool HasSyncByte() const noexcept { return mData[0] == cSyncByte; }
+
+    // Whether the packet has an adaptation field with a program clock reference (PCR), on whatever PID.
+    bool HasPCR() const noexcept {
+        return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 && (mData[5] & cPCRFlag) != 0;
+    }
+    // The 33-bit PCR base in ticks of 90 kHz; the extension is left out. Only with HasPCR.
+    std::uint64_t PCR() const noexcept;
+    TSPacketDuration PCRTime() const noexcept { return TSPacketDurationFromPCR(PCR()); }
+
+    std::uint8_t mData[cSize] = {}; // from the sync byte on
+    TSPacketTimePoint mDeliverTime;
+
+private:
+    static constexpr std::uint8_t cAdaptationFieldPresent = 0x20; // in byte 3
+    static constexpr std::uint8_t cPCRFlag = 0x10;                // in byte 5
+};
+
+// For one thread at a time: it takes no lock.
+using TSPacketPool = kestrelon::KEPoolT<TSPacket, kestrelon::KEEmptyLock, kestrelon::KEHeapMemAllocator>;
+
+} // namespace flowlane
+
+#endif

@@ -1,0 +1,11 @@
+#include "TSPacketQueue.h"
+
+namespace flowlane {
+
+void TSPacketQueue::ReleaseToPoolUntil(std::uint32_t count) {
+    while (mPacketCount > count) {
+        RemoveHead()->ReleaseToPool();
+    }
+}
+
+} // namespace flowlane

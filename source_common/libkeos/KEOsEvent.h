@@ -1,0 +1,21 @@
+// The event types of the OS layer; see KEPosixEvent.h.
+#ifndef KESTRELON_KEOSEVENT_H
+#define KESTRELON_KEOSEVENT_H
+
+#include "KEPosixEvent.h"
+
+namespace kestrelon {
+
+class KEOsManualResetEvent : public KEPosixEvent {
+public:
+    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(true); }
+};
+
+class KEOsAutoResetEvent : public KEPosixEvent {
+public:
+    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(false); }
+};
+
+} // namespace kestrelon
+
+#endif

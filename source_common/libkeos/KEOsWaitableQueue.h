@@ -1,0 +1,144 @@
+// A first-in-first-out queue of objects linked through a member, with an event to wait for. It allocates
+// nothing and never owns its items.
+//
+// Lock guards the list. With KEEmptyLock the user serialises PutItem, GetItem and IsQueueEmpty; waiting,
+// QueueEvent and the enabling of waits are always safe from any thread. Init and destroy it while nobody
+// else uses it.
+//
+// Consumer: until its stop flag is set, WaitOnQueue, then GetItem until it returns null; with the flag set
+// it drains what is left and ends. Whoever stops it sets that flag, then calls DisableWait and QueueEvent.
+// WaitOnQueue may return though there is no item.
+#ifndef KESTRELON_KEOSWAITABLEQUEUE_H
+#define KESTRELON_KEOSWAITABLEQUEUE_H
+
+#include <atomic>
+
+#include "KEDList.h"
+#include "KEOsEvent.h"
+#include "KETimeoutInterval.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+template <typename T, typename Lock>
+class KEOsWaitableQueue {
+public:
+    // link is the member of T that links its objects on this queue.
+    explicit KEOsWaitableQueue(KEDListEntry T::*link) noexcept : mQueuedItems(link) {}
+    ~KEOsWaitableQueue() { DestroyQueue(); }
+    KEOsWaitableQueue(const KEOsWaitableQueue&) = delete;
+    KEOsWaitableQueue& operator=(const KEOsWaitableQueue&) = delete;
+
+    // Creates the event and enables waiting. On a queue that is initialised already it enables waiting
+    // anew and brings the event in line with the list.
+    KESTATUS InitQueue() noexcept;
+    // Items still queued stay linked.
+    void DestroyQueue() noexcept;
+    bool IsInitialized() const noexcept { return mIsInitialized; }
+
+    bool IsQueueEmpty() const noexcept;
+
+    // Appends the item, which must be on no list, and wakes the consumer if the queue was empty. Not
+    // queued: KESTATUS_NOT_INITIALIZED. An event that cannot be set is logged; the item is queued then.
+    KESTATUS PutItem(T& item) noexcept;
+
+    // Takes the oldest item, null when there is none. The event is reset when this leaves the queue empty.
+    T* GetItem() noexcept;
+
+    // Waits for an item or for QueueEvent, without limit for a negative timeout. Success at once while
+    // waiting is disabled; KESTATUS_TIMEOUT when the time has passed.
+    KESTATUS WaitOnQueue(KETimeoutInterval timeout) noexcept;
+    // Wakes the consumer without an item.
+    KESTATUS QueueEvent() noexcept { return mEvent.SetEvent(); }
+
+    void EnableWait() noexcept { mIsWaitEnabled.store(true, std::memory_order_relaxed); }
+    void DisableWait() noexcept { mIsWaitEnabled.store(false, std::memory_order_relaxed); }
+    bool IsWaitEnabled() const noexcept { return mIsWaitEnabled.load(std::memory_order_relaxed); }
+
+private:
+    class LockGuard {
+    public:
+        explicit LockGuard(Lock& lock) noexcept : mLock(lock) { mLock.AcquireMutex(); }
+        ~LockGuard() { mLock.ReleaseMutex(); }
+        LockGuard(const LockGuard&) = delete;
+        LockGuard& operator=(const LockGuard&) = delete;
+
+    private:
+        Lock& mLock;
+    };
+
+    KEOsManualResetEvent mEvent;
+    KEDList<T> mQueuedItems;
+    mutable Lock mLock;
+    bool mIsInitialized = false;
+    std::atomic<bool> mIsWaitEnabled{false};
+};
+
+template <typename T, typename Lock>
+KESTATUS KEOsWaitableQueue<T, Lock>::InitQueue() noexcept {
+    const LockGuard guard(mLock);
+    if (!mIsInitialized) {
+        const KESTATUS st = mEvent.CreateEvent();
+        if (st != KESTATUS_SUCCESS) {
+            return st;
+        }
+        mIsInitialized = true;
+    }
+    EnableWait();
+    return mQueuedItems.IsEmpty() ? mEvent.ResetEvent() : mEvent.SetEvent();
+}
+
+template <typename T, typename Lock>
+void KEOsWaitableQueue<T, Lock>::DestroyQueue() noexcept {
+    if (mIsInitialized) {
+        mEvent.DestroyEvent();
+        mIsInitialized = false;
+    }
+}
+
+template <typename T, typename Lock>
+bool KEOsWaitableQueue<T, Lock>::IsQueueEmpty() const noexcept {
+    const LockGuard guard(mLock);
+    return mQueuedItems.IsEmpty();
+}
+
+template <typename T, typename Lock>
+KESTATUS KEOsWaitableQueue<T, Lock>::PutItem(T& item) noexcept {
+    if (!mIsInitialized) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    const LockGuard guard(mLock);
+    const bool wasEmpty = mQueuedItems.IsEmpty();
+    mQueuedItems.AppendTail(item);
+    if (wasEmpty) {
+        mEvent.SetEvent();
+    }
+    return KESTATUS_SUCCESS;
+}
+
+template <typename T, typename Lock>
+T* KEOsWaitableQueue<T, Lock>::GetItem() noexcept {
+    const LockGuard guard(mLock);
+    T* const item = mQueuedItems.RemoveHead();
+    if (mQueuedItems.IsEmpty()) {
+        mEvent.ResetEvent();
+    }
+    return item;
+}
+
+template <typename T, typename Lock>
+KESTATUS KEOsWaitableQueue<T, Lock>::WaitOnQueue(KETimeoutInterval timeout) noexcept {
+    if (!mIsInitialized) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    // A stopper disables waiting before it sets the event, so a reset that swallowed its event comes after
+    // the disabling, and the disabling is seen here.
+    if (!IsWaitEnabled()) {
+        return KESTATUS_SUCCESS;
+    }
+    return mEvent.WaitForEvent(timeout);
+}
+
+} // namespace kestrelon
+
+#endif

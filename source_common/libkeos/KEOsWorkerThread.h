@@ -1,0 +1,77 @@
+// A worker thread with a state, a final status and a request to end.
+//
+// Use it as a base or as a member of a class with a public void ThreadRoutine():
+//     mThread.CreateThread(this);
+// The routine calls SetState(Running, KESTATUS_SUCCESS) once it works, returns soon after
+// IsTerminationRequested() turns true, and as its last step calls SetState(Stopping, finalStatus).
+//
+// CreateThread, WaitUntilRunning and WaitForTerminationAndDestroy belong to one owner thread; the state,
+// the status and the request may be read and set from any. The owner must stop and join the thread before
+// the object goes away: RequestTermination(), wake the routine, WaitForTerminationAndDestroy(-1). A worker
+// that ended by itself has to be joined too.
+#ifndef KESTRELON_KEOSWORKERTHREAD_H
+#define KESTRELON_KEOSWORKERTHREAD_H
+
+#include <atomic>
+
+#include "KEOsThread.h"
+#include "KETimeoutInterval.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+enum class KEOsWorkerThreadState {
+    NotCreated = 0,
+    Creating = 1,
+    Running = 2,
+    Stopping = 3,   // the routine is at its end; its status is stored
+    Terminated = 4, // joined
+};
+
+class KEOsWorkerThread {
+public:
+    KEOsWorkerThread() = default;
+    KEOsWorkerThread(const KEOsWorkerThread&) = delete;
+    KEOsWorkerThread& operator=(const KEOsWorkerThread&) = delete;
+
+    // Runs object->ThreadRoutine() on a new thread. KESTATUS_ALREADY_DONE while an earlier thread has not
+    // been joined; on any other failure the state is NotCreated.
+    template <typename T>
+    KESTATUS CreateThread(T* object) noexcept {
+        return CreateThreadImpl(&KEOsThread::ThreadEntryPointForMember_static<T, &T::ThreadRoutine>, object,
+                                __PRETTY_FUNCTION__);
+    }
+
+    // Waits until the state has left Creating, looking every 10 ms. KESTATUS_TIMEOUT after timeout ms,
+    // never for a negative timeout; KESTATUS_FAILED when the routine has given up with a failure.
+    KESTATUS WaitUntilRunning(KETimeoutInterval timeout) noexcept;
+
+    // Joins the thread, without a time limit whatever the timeout (one of 0 or more is warned about). The
+    // state is Terminated then, also when there was no thread.
+    KESTATUS WaitForTerminationAndDestroy(KETimeoutInterval timeout) noexcept;
+
+    // The routine's reports: a thread that sees the state also sees the status stored with it.
+    void SetState(KEOsWorkerThreadState state, KESTATUS status) noexcept;
+    KEOsWorkerThreadState State() const noexcept { return mThreadState.load(std::memory_order_acquire); }
+    KESTATUS StatusCode() const noexcept { return mThreadStatusCode.load(std::memory_order_relaxed); }
+    // The routine is at its end or has been joined.
+    bool HasEnded() const noexcept { return State() >= KEOsWorkerThreadState::Stopping; }
+
+    void RequestTermination() noexcept { mIsTerminationRequested.store(true, std::memory_order_relaxed); }
+    bool IsTerminationRequested() const noexcept {
+        return mIsTerminationRequested.load(std::memory_order_relaxed);
+    }
+
+protected:
+    KEOsThread mThread;
+    std::atomic<KEOsWorkerThreadState> mThreadState{KEOsWorkerThreadState::NotCreated};
+    std::atomic<KESTATUS> mThreadStatusCode{KESTATUS_SUCCESS}; // of the routine
+    std::atomic<bool> mIsTerminationRequested{false};          // only CreateThread clears it
+
+private:
+    KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object, const char* callerSignature) noexcept;
+};
+
+} // namespace kestrelon
+
+#endif

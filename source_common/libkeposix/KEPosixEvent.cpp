@@ -1,0 +1,106 @@
+#include "KEPosixEvent.h"
+
+#include <mutex>
+
+#include "KELogging.h"
+#include "KEPosixTime.h"
+
+namespace kestrelon {
+
+KESTATUS KEPosixEvent::CreateEvent(bool isManualReset) noexcept {
+    if (mIsCreated) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "already created");
+        return KESTATUS_ALREADY_DONE;
+    }
+    KESTATUS st = mMutex.CreateMutexObj();
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateMutexObj failed, st={}",
+                           KEFormatArgKEStatus(st));
+        return st;
+    }
+    st = mCondition.CreateCondition();
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateCondition failed, st={}",
+                           KEFormatArgKEStatus(st));
+        mMutex.DestroyMutex();
+        return st;
+    }
+    mIsManualResetType = isManualReset;
+    mIsSignaled = false;
+    mIsCreated = true;
+    return KESTATUS_SUCCESS;
+}
+
+void KEPosixEvent::DestroyEvent() noexcept {
+    if (!mIsCreated) {
+        return;
+    }
+    mIsCreated = false;
+    mCondition.DestroyCondition();
+    mMutex.DestroyMutex();
+}
+
+KESTATUS KEPosixEvent::SetEvent() noexcept {
+    if (!mIsCreated) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    const std::lock_guard guard(mMutex);
+    mIsSignaled = true;
+    if (mIsManualResetType) {
+        const KESTATUS st = mCondition.BroadcastCondition();
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "BroadcastCondition failed, st={}",
+                               KEFormatArgKEStatus(st));
+        }
+        return st;
+    }
+    const KESTATUS st = mCondition.SignalCondition();
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "SignalCondition failed, st={}",
+                           KEFormatArgKEStatus(st));
+    }
+    return st;
+}
+
+KESTATUS KEPosixEvent::ResetEvent() noexcept {
+    if (!mIsCreated) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    const std::lock_guard guard(mMutex);
+    mIsSignaled = false;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
+    if (!mIsCreated) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    // One deadline for the whole wait, however often the condition wakes without the event being set.
+    timespec deadline{};
+    if (timeout >= 0) {
+        const KESTATUS st = KEPosixGetAbsoluteTimeForTimeout(timeout, deadline);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
+        }
+    }
+    const std::lock_guard guard(mMutex);
+    while (!mIsSignaled) {
+        const KESTATUS st = timeout < 0 ? mCondition.WaitForConditionInfinite(mMutex)
+                                        : mCondition.WaitForConditionTimed(mMutex, deadline);
+        // A time-out may come together with the event: the event wins.
+        if (st != KESTATUS_SUCCESS && !(st == KESTATUS_TIMEOUT && mIsSignaled)) {
+            return st;
+        }
+    }
+    if (!mIsManualResetType) {
+        mIsSignaled = false;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+bool KEPosixEvent::IsSignaled() const noexcept {
+    const std::lock_guard guard(mMutex);
+    return mIsSignaled;
+}
+
+} // namespace kestrelon

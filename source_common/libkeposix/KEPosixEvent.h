@@ -1,0 +1,49 @@
+// An event: a flag that threads can wait for. A manual-reset event stays signalled, and lets every waiter
+// through, until it is reset; an auto-reset event lets one waiter through each time it is set.
+//
+// Created once, before other threads use it, and destroyed when nobody waits any more; all else may be
+// called from any thread. Operations on an event that was not created return KESTATUS_NOT_INITIALIZED.
+#ifndef KESTRELON_KEPOSIXEVENT_H
+#define KESTRELON_KEPOSIXEVENT_H
+
+#include "KEPosixCondition.h"
+#include "KEPosixMutex.h"
+#include "KETimeoutInterval.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+class KEPosixEvent {
+public:
+    KEPosixEvent() = default;
+    ~KEPosixEvent() { DestroyEvent(); }
+    KEPosixEvent(const KEPosixEvent&) = delete;
+    KEPosixEvent& operator=(const KEPosixEvent&) = delete;
+
+    // The new event is not signalled. KESTATUS_ALREADY_DONE when already created.
+    KESTATUS CreateEvent(bool isManualReset) noexcept;
+    void DestroyEvent() noexcept;
+
+    KESTATUS SetEvent() noexcept;
+    KESTATUS ResetEvent() noexcept;
+    // Waits until the event is signalled, without limit for a negative timeout. KESTATUS_TIMEOUT when the
+    // time has passed; 0 only looks.
+    KESTATUS WaitForEvent(KETimeoutInterval timeout) noexcept;
+
+    bool IsValid() const noexcept { return mIsCreated; }
+    bool IsSignaled() const noexcept;
+    bool IsManualResetType() const noexcept { return mIsManualResetType; }
+    bool IsAutoResetType() const noexcept { return !mIsManualResetType; }
+    pthread_cond_t* NativeEvent() noexcept { return mCondition.NativeCondition(); }
+
+private:
+    mutable KEPosixMutex mMutex;
+    KEPosixCondition mCondition;
+    bool mIsManualResetType = false;
+    bool mIsSignaled = false; // under mMutex
+    bool mIsCreated = false;
+};
+
+} // namespace kestrelon
+
+#endif

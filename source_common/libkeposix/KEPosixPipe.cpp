@@ -1,0 +1,104 @@
+#include "KEPosixPipe.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "KELogging.h"
+
+namespace kestrelon {
+
+namespace {
+
+// 0, or the errno of the failure.
+int SetNonBlocking(int descriptor) noexcept {
+    const int flags = fcntl(descriptor, F_GETFL);
+    return flags != -1 && fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) != -1 ? 0 : errno;
+}
+
+} // namespace
+
+KESTATUS KEPosixPipe::CreatePipe(bool nonBlocking) noexcept {
+    if (ReadEnd() != InvalidFileDescriptor || WriteEnd() != InvalidFileDescriptor) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "already created");
+        return KESTATUS_ALREADY_DONE;
+    }
+    if (pipe2(mFileDescriptors, O_CLOEXEC) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pipe failed, err={}", err);
+        return KEStatusFromErrno(err);
+    }
+    if (nonBlocking) {
+        if (const int err = SetNonBlocking(ReadEnd())) {
+            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fcntl(read end) failed, err={}",
+                               err);
+            ClosePipe();
+            return KEStatusFromErrno(err);
+        }
+        if (const int err = SetNonBlocking(WriteEnd())) {
+            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fcntl(write end) failed, err={}",
+                               err);
+            ClosePipe();
+            return KEStatusFromErrno(err);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEPosixPipe::WriteChar(char character) noexcept {
+    if (WriteEnd() == InvalidFileDescriptor) {
+        return KESTATUS_NOT_OPENED;
+    }
+    int err = EPIPE; // without a reader the write would raise SIGPIPE
+    if (ReadEnd() != InvalidFileDescriptor) {
+        ssize_t written;
+        do {
+            written = write(WriteEnd(), &character, 1);
+        } while (written == -1 && errno == EINTR);
+        if (written == 1) {
+            return KESTATUS_SUCCESS;
+        }
+        err = errno;
+    }
+    KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "write failed, err={}", err);
+    return KEStatusFromErrno(err);
+}
+
+KESTATUS KEPosixPipe::ReadUntilEmpty() noexcept {
+    if (ReadEnd() == InvalidFileDescriptor) {
+        return KESTATUS_NOT_OPENED;
+    }
+    char discarded[64];
+    // Asked before each read, so that a blocking pipe does not wait either.
+    pollfd readable = {ReadEnd(), POLLIN, 0};
+    while (poll(&readable, 1, 0) == 1 && (readable.revents & POLLIN) != 0) {
+        const ssize_t count = read(ReadEnd(), discarded, sizeof discarded);
+        if (count == 0 || (count == -1 && errno == EAGAIN)) {
+            break;
+        }
+        if (count == -1 && errno != EINTR) {
+            const int err = errno;
+            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "read failed, err={}", err);
+            return KEStatusFromErrno(err);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void KEPosixPipe::ClosePipe() noexcept {
+    CloseReadEnd();
+    CloseWriteEnd();
+}
+
+void KEPosixPipe::CloseEnd(unsigned end) noexcept {
+    const int descriptor = std::exchange(mFileDescriptors[end], InvalidFileDescriptor);
+    if (descriptor != InvalidFileDescriptor && close(descriptor) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "close failed, err={}", err);
+    }
+}
+
+} // namespace kestrelon

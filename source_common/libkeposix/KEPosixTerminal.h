@@ -1,0 +1,52 @@
+// Keys and modes of the terminal on standard input. The terminal belongs to the whole process: use these
+// from one thread.
+//
+// Modes are only touched while the process is in the foreground of the terminal, so that a process in the
+// background is never stopped for it. Standard input that is no terminal has no modes, which is no fault
+// worth a message.
+#ifndef KESTRELON_KEPOSIXTERMINAL_H
+#define KESTRELON_KEPOSIXTERMINAL_H
+
+#include <termios.h>
+
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// Whether the terminal delivers whole lines, and whether it shows what is typed. False without a terminal.
+bool KEPosixGetCanonicalMode() noexcept;
+bool KEPosixGetEchoMode() noexcept;
+
+// KESTATUS_NOT_POSSIBLE in the background; the status of errno without a terminal.
+KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
+KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
+
+// Whether a byte can be read from standard input, also before the line is finished. Never waits. The end
+// of the input, a closed input and a terminal that another process group has in the foreground have no
+// key.
+bool KEPosixKbHit() noexcept;
+
+// Takes one byte (0 to 255) from standard input, waiting for it but not for the line it stands in.
+// -1 when there is none to come, when a signal cut the wait short, and in the background.
+int KEPosixGetCh() noexcept;
+
+// Remembers canonical and echo mode at construction and restores them in its destructor.
+class KEPosixTerminalMode {
+public:
+    KEPosixTerminalMode() noexcept;
+    ~KEPosixTerminalMode();
+    KEPosixTerminalMode(const KEPosixTerminalMode&) = delete;
+    KEPosixTerminalMode& operator=(const KEPosixTerminalMode&) = delete;
+
+    KESTATUS SwitchCanonicalMode(bool enable) noexcept;
+    KESTATUS SwitchEchoMode(bool enable) noexcept;
+
+private:
+    termios mSavedModes{};
+    bool mIsTerminal; // mSavedModes is valid
+    bool mIsSwitched = false;
+};
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,30 @@
+// Sleeping, ticks and deadlines. Safe from any thread.
+#ifndef KESTRELON_KEPOSIXTIME_H
+#define KESTRELON_KEPOSIXTIME_H
+
+#include <time.h>
+
+#include <cstdint>
+
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// Sleeps once. A sleep that a signal cuts short is not resumed: it is logged and gives the status of EINTR.
+KESTATUS KEPosixSleep(unsigned int ms) noexcept;
+
+// Milliseconds of the monotonic clock. They wrap after about 49.7 days, so take differences in unsigned
+// 32-bit arithmetic. 0 when the clock cannot be read.
+std::uint32_t KEPosixGetTickCount() noexcept;
+
+// The real-time clock's time ms (at least 0) from now: a deadline for KEPosixCondition. ts is left alone on
+// failure.
+KESTATUS KEPosixGetAbsoluteTimeForTimeout(int ms, timespec& ts) noexcept;
+
+// result = a - b with 0 to 999,999,999 nanoseconds; returns true when the result is negative (-0.3 s is
+// -1 second and 700,000,000 nanoseconds).
+bool SubtractTimespec(timespec a, timespec b, timespec& result) noexcept;
+
+} // namespace kestrelon
+
+#endif

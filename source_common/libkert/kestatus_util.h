@@ -1,0 +1,38 @@
+// Names and texts of the status codes, and the mapping of the standard library's errors into them.
+//
+// The lookups return static, constant, zero-terminated strings that are never freed; they never fail
+// and may be called from any thread. The Impl forms answer a value without a row with a null pointer,
+// the others with "unknown". The wide forms have the same contents.
+#ifndef KESTRELON_KESTATUS_UTIL_H
+#define KESTRELON_KESTATUS_UTIL_H
+
+#include <filesystem>
+#include <system_error>
+
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// The symbolic name, for example "KESTATUS_TIMEOUT".
+const char* KEStatusStringImplA(KESTATUS status) noexcept;
+const wchar_t* KEStatusStringImplW(KESTATUS status) noexcept;
+const char* KEStatusStringA(KESTATUS status) noexcept;
+const wchar_t* KEStatusStringW(KESTATUS status) noexcept;
+
+// The text, one sentence with a period, for example "The operation timed out.".
+const char* KEStatusTextImplA(KESTATUS status) noexcept;
+const wchar_t* KEStatusTextImplW(KESTATUS status) noexcept;
+const char* KEStatusTextA(KESTATUS status) noexcept;
+const wchar_t* KEStatusTextW(KESTATUS status) noexcept;
+
+// The narrow name or "unknown"; what the formatter prints behind a status number.
+const char* KEStringForStatusCode(KESTATUS status) noexcept;
+
+// The Linux-family status of an error code's value, whatever its category. Test the code first: the
+// value 0 gives 0xE0010000, which is a failure.
+KESTATUS KEStatusFromStdErrorCode(const std::error_code& error) noexcept;
+KESTATUS KEStatusFromStdFilesystemError(const std::filesystem::filesystem_error& error) noexcept;
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,62 @@
+// Byte buffers: an owning block and non-owning views.
+#ifndef KESTRELON_KEBUFFER_H
+#define KESTRELON_KEBUFFER_H
+
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace kestrelon {
+
+// Memory from the ordinary heap; Allocate throws std::bad_alloc when there is none.
+struct KEHeapMemAllocator {
+    static void* Allocate(std::size_t size) { return ::operator new(size); }
+    static void Free(void* memory) noexcept { ::operator delete(memory); }
+};
+
+// An owning byte buffer. mDataLength, at most mBufferSize, tells how much of it is in use.
+template <typename Allocator>
+class KEBufferBlockT {
+public:
+    KEBufferBlockT() = default;
+    // Allocates size uninitialised bytes, none in use. Throws what the allocator throws.
+    explicit KEBufferBlockT(std::size_t size)
+        : mBuffer(static_cast<unsigned char*>(Allocator::Allocate(size))), mBufferSize(size) {}
+    ~KEBufferBlockT() { Allocator::Free(mBuffer); }
+
+    KEBufferBlockT(KEBufferBlockT&& other) noexcept { Swap(other); }
+    KEBufferBlockT& operator=(KEBufferBlockT&& other) noexcept {
+        KEBufferBlockT taken(std::move(other));
+        Swap(taken);
+        return *this;
+    }
+    KEBufferBlockT(const KEBufferBlockT&) = delete;
+    KEBufferBlockT& operator=(const KEBufferBlockT&) = delete;
+
+    unsigned char* mBuffer = nullptr;
+    std::size_t mBufferSize = 0;
+    std::size_t mDataLength = 0;
+
+private:
+    void Swap(KEBufferBlockT& other) noexcept {
+        std::swap(mBuffer, other.mBuffer);
+        std::swap(mBufferSize, other.mBufferSize);
+        std::swap(mDataLength, other.mDataLength);
+    }
+};
+
+using KEBufferBlock = KEBufferBlockT<KEHeapMemAllocator>;
+
+// A view of bytes that belong to somebody else.
+template <typename Byte>
+struct KEBufferReferenceT {
+    Byte* mData = nullptr;
+    std::size_t mLength = 0;
+};
+
+using KEBufferReference = KEBufferReferenceT<unsigned char>;
+using KEConstBufferReference = KEBufferReferenceT<const unsigned char>;
+
+} // namespace kestrelon
+
+#endif

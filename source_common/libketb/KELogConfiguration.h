@@ -1,0 +1,28 @@
+// A source of settings for loggers and targets. This base has none: every read answers
+// KESTATUS_NOT_AVAILABLE, so that the compiled-in defaults stay in force. A reader leaves the result
+// argument alone unless it answers KESTATUS_SUCCESS.
+#ifndef KESTRELON_KELOGCONFIGURATION_H
+#define KESTRELON_KELOGCONFIGURATION_H
+
+#include <string>
+
+#include "KELogLevel.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+class KELogConfiguration {
+public:
+    virtual ~KELogConfiguration() = default;
+
+    virtual KESTATUS ReadLogLevel(const char* loggerName, KELogLevel& level);
+    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName, int& value);
+    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
+                                            std::string& value);
+    // Whatever a target of the same application may want to know; null when there is nothing.
+    virtual const void* GetLogTargetContextInfo();
+};
+
+} // namespace kestrelon
+
+#endif

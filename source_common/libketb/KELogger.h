@@ -1,0 +1,72 @@
+// A logger: a named source of log messages with a level, attached to at most three targets. Loggers
+// live as long as the process, or unregister when destroyed; construct and attach them before other
+// threads log. Emitting takes no lock.
+#ifndef KESTRELON_KELOGGER_H
+#define KESTRELON_KELOGGER_H
+
+#include <atomic>
+
+#include "KELogLevel.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+class KELogMessage;
+class KELogTarget;
+
+class KELogger {
+public:
+    // The last slot always stays null and ends the walk of the targets.
+    static constexpr unsigned MaxTargetsPerLogger = 4;
+
+    // Constant-initialised and not registered yet: usable before any constructor has run.
+    constexpr explicit KELogger(KELogLevel level) noexcept : mLogLevel(level) {}
+    KELogger(const char* name, KELogLevel level) noexcept { ConstructImpl(name, level); }
+    // Takes the logger off the list.
+    ~KELogger();
+
+    KELogger(const KELogger&) = delete;
+    KELogger& operator=(const KELogger&) = delete;
+
+    // Names the logger, sets its level and registers it at the head of the list of all loggers. Does
+    // nothing when it has a name already. name is not copied; null counts as "".
+    void ConstructImpl(const char* name, KELogLevel level) noexcept;
+
+    // Success when the target is attached already; KESTATUS_NO_RESOURCES when all slots are taken.
+    KESTATUS AttachTarget(KELogTarget& target) noexcept;
+    // KESTATUS_NOT_FOUND when the target is not attached.
+    KESTATUS DetachTarget(KELogTarget& target) noexcept;
+    void DetachAllTargets() noexcept;
+    bool IsAttachedToTarget(const KELogTarget& target) const noexcept;
+
+    bool IsEnabled(KELogLevel level) const noexcept { return level <= Level(); }
+    // Hands the message to every attached target when the logger's level admits it.
+    void OutputMessage(KELogLevel level, KELogMessage& message) const;
+
+    KELogLevel Level() const noexcept { return mLogLevel.load(std::memory_order_relaxed); }
+    void SetLevel(KELogLevel level) noexcept { mLogLevel.store(level, std::memory_order_relaxed); }
+    const char* Name() const noexcept { return mName ? mName : ""; }
+    KELogger* Next() const noexcept { return mNext; }
+    static KELogger* First() noexcept { return smFirst; }
+    // Empties the list of all loggers.
+    static void UnchainAllObjects() noexcept;
+
+private:
+    std::atomic<KELogLevel> mLogLevel{KEOFF};
+    const char* mName = nullptr;
+    KELogTarget* mTargets[MaxTargetsPerLogger] = {};
+    KELogger* mNext = nullptr;
+
+    static KELogger* smFirst;
+};
+
+namespace logger {
+
+// The toolbox's own logger and the default for everything that is not meant for the user's console.
+extern KELogger Global;
+
+} // namespace logger
+
+} // namespace kestrelon
+
+#endif

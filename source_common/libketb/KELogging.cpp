@@ -1,0 +1,284 @@
+#include "KELogging.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "KEUtfConvert.h"
+#include "kert_debug.h"
+
+namespace kestrelon {
+
+namespace {
+
+constinit bool sIsStarted = false;
+
+bool IsNameEqual(const char* a, const char* b, bool caseSensitive) noexcept {
+    const auto fold = [caseSensitive](char c) {
+        return !caseSensitive && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    };
+    for (; *a != '\0' && fold(*a) == fold(*b); ++a, ++b) {
+    }
+    return fold(*a) == fold(*b);
+}
+
+template <typename Object>
+Object* FindByName(const char* name, bool caseSensitive) noexcept {
+    Object* object = Object::First();
+    while (object && !IsNameEqual(object->Name(), name, caseSensitive)) {
+        object = object->Next();
+    }
+    return object;
+}
+
+} // namespace
+
+const char* KEGetLogLevelName(KELogLevel level) noexcept {
+    switch (level) {
+    case KEFATAL:
+        return "FATAL";
+    case KEERROR:
+        return "ERROR";
+    case KEWARN:
+        return "WARN";
+    default:
+        return "INFO";
+    }
+}
+
+void KEOutputLogMessageImpl(const KELogFunctionParams& params) {
+    KEOutputLogMessageArgs(params, "", nullptr, 0);
+}
+
+void KEOutputLogMessageImpl(const KELogFunctionParams& params, const char* text) {
+    KEOutputLogMessageArgs(params, text, nullptr, 0);
+}
+
+void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* format,
+                            const fmtimpl::ArgumentHolder* args, std::size_t count) {
+    if (!params.logger.IsEnabled(params.level)) {
+        return;
+    }
+    KELogMessage message;
+    message.ResetMsg(params);
+    message.AppendFormatted(format, args, count);
+    params.logger.OutputMessage(params.level, message);
+}
+
+void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, std::size_t length,
+                         unsigned int bytesPerLine) {
+    if (!params.logger.IsEnabled(params.level)) {
+        return;
+    }
+    if (!data) {
+        KEOutputLogMessageImpl(params, "<<nullptr>>");
+        return;
+    }
+    if (length == 0) {
+        KEOutputLogMessageImpl(params, "<<zero length>>");
+        return;
+    }
+    constexpr std::size_t cMaxLengthForShortOffset = 0x10000;
+    const char* const offsetFormat = length <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:";
+    const std::size_t lineLength = bytesPerLine != 0 ? bytesPerLine : 16;
+    const auto* bytes = static_cast<const unsigned char*>(data);
+
+    KELogMessage message;
+    const auto append = [&message](const char* format, const auto& argument) {
+        const fmtimpl::ArgumentHolder holder = fmtimpl::MakeArgument(argument);
+        message.AppendFormatted(format, &holder, 1);
+    };
+    for (std::size_t offset = 0; offset < length; offset += lineLength) {
+        const std::size_t count = std::min(lineLength, length - offset);
+        message.ResetMsg(params);
+        append(offsetFormat, offset);
+        for (std::size_t i = 0; i < lineLength; ++i) {
+            if (i < count) {
+                append("{:02x} ", bytes[offset + i]);
+            } else {
+                message.AppendText("   ");
+            }
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            const unsigned char byte = bytes[offset + i];
+            if (byte >= 32 && byte <= 127) {
+                append("{:c}", byte);
+            } else {
+                message.AppendText(".");
+            }
+        }
+        params.logger.OutputMessage(params.level, message);
+    }
+}
+
+KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept {
+    KELogger* logger = FindByName<KELogger>(name, caseSensitive);
+    if (!logger) {
+        KEOutputDebugString("%s: WARNING: %s: Logger '%s' not found\n", KEModuleName(), __PRETTY_FUNCTION__,
+                            name);
+    }
+    return logger;
+}
+
+KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept {
+    KELogTarget* target = FindByName<KELogTarget>(name, caseSensitive);
+    if (!target) {
+        KEOutputDebugString("%s: WARNING: %s: Target '%s' not found\n", KEModuleName(), __PRETTY_FUNCTION__,
+                            name);
+    }
+    return target;
+}
+
+KESTATUS KEAttachLogTargetToLogger(KELogTarget& target, KELogger& logger) noexcept {
+    return logger.AttachTarget(target);
+}
+
+KESTATUS KEAttachLogTargetToLogger(const char* target, const char* logger) noexcept {
+    KELogTarget* const foundTarget = KEGetLogTargetByName(target, true);
+    KELogger* const foundLogger = KEGetLoggerByName(logger, true);
+    if (!foundTarget || !foundLogger) {
+        return KESTATUS_OBJECT_NOT_FOUND;
+    }
+    return KEAttachLogTargetToLogger(*foundTarget, *foundLogger);
+}
+
+KESTATUS KEAttachLogTargetToAllLoggers(KELogTarget& target) noexcept {
+    return target.AttachToAllLoggers();
+}
+
+KESTATUS KEAttachLogTargetToAllLoggers(const char* target) noexcept {
+    KELogTarget* const found = KEGetLogTargetByName(target, true);
+    return found ? KEAttachLogTargetToAllLoggers(*found) : KESTATUS_OBJECT_NOT_FOUND;
+}
+
+KESTATUS KEAttachAllLogTargets() noexcept {
+    KESTATUS result = KESTATUS_SUCCESS;
+    for (KELogTarget* target = KELogTarget::First(); target; target = target->Next()) {
+        const KESTATUS st = target->AttachToAllLoggers();
+        if (result == KESTATUS_SUCCESS) {
+            result = st;
+        }
+    }
+    return result;
+}
+
+void KEDetachAllLogTargets() noexcept {
+    for (KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
+        logger->DetachAllTargets();
+    }
+}
+
+void KESetLevelForLogger(KELogger& logger, KELogLevel level) noexcept {
+    logger.SetLevel(level);
+}
+
+KESTATUS KESetLevelForLogger(const char* logger, KELogLevel level) noexcept {
+    KELogger* const found = KEGetLoggerByName(logger, true);
+    if (!found) {
+        return KESTATUS_OBJECT_NOT_FOUND;
+    }
+    KESetLevelForLogger(*found, level);
+    return KESTATUS_SUCCESS;
+}
+
+void KESetLevelForLoggersAttachedToTarget(const KELogTarget& target, KELogLevel level) noexcept {
+    for (KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
+        if (logger->IsAttachedToTarget(target)) {
+            logger->SetLevel(level);
+        }
+    }
+}
+
+KESTATUS KESetLevelForLoggersAttachedToTarget(const char* target, KELogLevel level) noexcept {
+    const KELogTarget* const found = KEGetLogTargetByName(target, true);
+    if (!found) {
+        return KESTATUS_OBJECT_NOT_FOUND;
+    }
+    KESetLevelForLoggersAttachedToTarget(*found, level);
+    return KESTATUS_SUCCESS;
+}
+
+void KESetLevelForAllLoggers(KELogLevel level) noexcept {
+    for (KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
+        logger->SetLevel(level);
+    }
+}
+
+void KESetPrefixOptionsForLogTarget(KELogTarget& target, std::uint32_t options) noexcept {
+    target.mPrefixLayout.mOptions = options;
+}
+
+KESTATUS KESetPrefixOptionsForLogTarget(const char* target, std::uint32_t options) noexcept {
+    KELogTarget* const found = KEGetLogTargetByName(target, true);
+    if (!found) {
+        return KESTATUS_OBJECT_NOT_FOUND;
+    }
+    KESetPrefixOptionsForLogTarget(*found, options);
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEStartLogging(KELogConfiguration* config) {
+    if (sIsStarted) {
+        return KESTATUS_SUCCESS;
+    }
+    if (!KELogTarget::First()) {
+        KEOutputDebugString("%s: WARNING: %s: No log targets registered\n", KEModuleName(),
+                            __PRETTY_FUNCTION__);
+    }
+    if (!KELogger::First()) {
+        KEOutputDebugString("%s: WARNING: %s: No loggers registered\n", KEModuleName(), __PRETTY_FUNCTION__);
+    }
+    const KESTATUS st = KEStartLogTargets(config);
+    if (config) {
+        for (KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
+            KELogLevel level = logger->Level();
+            if (config->ReadLogLevel(logger->Name(), level) == KESTATUS_SUCCESS) {
+                logger->SetLevel(level);
+            }
+        }
+    }
+    sIsStarted = true;
+    return st;
+}
+
+KESTATUS KEStartLogTargets(KELogConfiguration* config) {
+    KESTATUS result = KESTATUS_SUCCESS;
+    for (KELogTarget* target = KELogTarget::First(); target; target = target->Next()) {
+        const KESTATUS st = target->StartTarget(config);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputDebugString("%s: ERROR: %s: StartTarget '%s' failed, st=0x%08x\n", KEModuleName(),
+                                __PRETTY_FUNCTION__, target->Name(), st);
+            if (result == KESTATUS_SUCCESS) {
+                result = st;
+            }
+        }
+    }
+    return result;
+}
+
+void KEStopLogging() {
+    if (!sIsStarted) {
+        return;
+    }
+    for (KELogTarget* target = KELogTarget::First(); target; target = target->Next()) {
+        target->StopTarget();
+    }
+    sIsStarted = false;
+}
+
+void KESetLogModuleName(const char* name) noexcept {
+    KESetModuleName(name);
+}
+
+void KESetLogModuleName(const wchar_t* name) noexcept {
+    std::string narrow;
+    if (name) {
+        KEWideToUtf8(name, narrow);
+    }
+    KESetModuleName(narrow.c_str());
+}
+
+const char* KEGetLogModuleName() noexcept {
+    return KEModuleName();
+}
+
+} // namespace kestrelon

@@ -1,0 +1,109 @@
+// The logging facility: emitting messages, and the operations on all loggers and targets.
+//
+// A call site names a logger and a level. When the logger's level admits it the text is formatted
+// (KEFormatter.h) into a buffer on the stack and handed to each target of the logger; otherwise the
+// arguments are not formatted. Logging never fails towards its caller and takes no lock: emit from any
+// thread, but construct, attach and start before other threads do.
+#ifndef KESTRELON_KELOGGING_H
+#define KESTRELON_KELOGGING_H
+
+#include <cstddef>
+
+#include "KELogConfiguration.h"
+#include "KELogMessage.h"
+#include "KELogTarget.h"
+#include "KELogger.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// --- Writing -------------------------------------------------------------------------------------
+
+// Emits the headers alone.
+void KEOutputLogMessageImpl(const KELogFunctionParams& params);
+// Emits a text without arguments; it is a format string all the same: "{{" stands for "{".
+void KEOutputLogMessageImpl(const KELogFunctionParams& params, const char* text);
+void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* format,
+                            const fmtimpl::ArgumentHolder* args, std::size_t count);
+
+// Emits bytes in hexadecimal and as characters, a message a line. bytesPerLine 0 stands for 16.
+void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, std::size_t length,
+                         unsigned int bytesPerLine);
+
+template <typename... Args>
+void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const char* format, const Args&... args) {
+    if (logger.IsEnabled(level)) {
+        const fmtimpl::ArgumentArray<Args...> holders(args...);
+        KEOutputLogMessageArgs({logger, level}, format, holders.mHolders, holders.cCount);
+    }
+}
+
+template <typename... Args>
+void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsgHeaderTag& header,
+                        const char* format, const Args&... args) {
+    if (logger.IsEnabled(level)) {
+        const fmtimpl::ArgumentArray<Args...> holders(args...);
+        KEOutputLogMessageArgs({logger, level, &header}, format, holders.mHolders, holders.cCount);
+    }
+}
+
+template <typename... Args>
+void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsgHeaderTag& header1,
+                        const KELogMsgHeaderTag& header2, const char* format, const Args&... args) {
+    if (logger.IsEnabled(level)) {
+        const fmtimpl::ArgumentArray<Args...> holders(args...);
+        KEOutputLogMessageArgs({logger, level, &header1, &header2}, format, holders.mHolders, holders.cCount);
+    }
+}
+
+// The calling function's signature as a header, for failures of system calls.
+#define KE_FUNCTION_TAG                                                                                      \
+    ::kestrelon::KELogMsgHeaderTag {                                                                         \
+        __PRETTY_FUNCTION__                                                                                  \
+    }
+
+// --- Loggers and targets -------------------------------------------------------------------------
+
+// Null, and a line in the system log, when there is none of this name. Without caseSensitive ASCII
+// letters are folded.
+KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept;
+KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept;
+
+// The operations by name answer an unknown name with KESTATUS_OBJECT_NOT_FOUND. Attaching answers
+// KESTATUS_NO_RESOURCES when a logger has no free slot.
+KESTATUS KEAttachLogTargetToLogger(KELogTarget& target, KELogger& logger) noexcept;
+KESTATUS KEAttachLogTargetToLogger(const char* target, const char* logger) noexcept;
+KESTATUS KEAttachLogTargetToAllLoggers(KELogTarget& target) noexcept;
+KESTATUS KEAttachLogTargetToAllLoggers(const char* target) noexcept;
+// Every target to every logger; the first failure is returned after all have been tried.
+KESTATUS KEAttachAllLogTargets() noexcept;
+void KEDetachAllLogTargets() noexcept;
+
+void KESetLevelForLogger(KELogger& logger, KELogLevel level) noexcept;
+KESTATUS KESetLevelForLogger(const char* logger, KELogLevel level) noexcept;
+void KESetLevelForLoggersAttachedToTarget(const KELogTarget& target, KELogLevel level) noexcept;
+KESTATUS KESetLevelForLoggersAttachedToTarget(const char* target, KELogLevel level) noexcept;
+void KESetLevelForAllLoggers(KELogLevel level) noexcept;
+
+// Replaces the options; to set or remove single ones use the target's mPrefixLayout.
+void KESetPrefixOptionsForLogTarget(KELogTarget& target, std::uint32_t options) noexcept;
+KESTATUS KESetPrefixOptionsForLogTarget(const char* target, std::uint32_t options) noexcept;
+
+// --- Start and stop ------------------------------------------------------------------------------
+
+// Starts all targets and, with a configuration, lets every logger ask it for its level. The first
+// failure of a target is returned, but the others are started and logging counts as started. A second
+// call does nothing and succeeds.
+KESTATUS KEStartLogging(KELogConfiguration* config);
+KESTATUS KEStartLogTargets(KELogConfiguration* config);
+// Stops all targets; does nothing unless logging was started.
+void KEStopLogging();
+
+// The process-wide name in front of the toolbox's diagnostics: at most 31 characters are kept.
+void KESetLogModuleName(const char* name) noexcept;
+void KESetLogModuleName(const wchar_t* name) noexcept;
+const char* KEGetLogModuleName() noexcept;
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,103 @@
+#include "KEStdFileStream.h"
+
+#include <cerrno>
+
+#include "KELogging.h"
+
+namespace kestrelon {
+
+void KEStdFileStreamCloseFunction(std::FILE* file) noexcept {
+    if (std::fclose(file) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "fclose failed, err={}", err);
+    }
+}
+
+KESTATUS KEStdFileStream::OpenFile(const char* path, const char* mode) noexcept {
+    CloseFile();
+    if (!path || !mode) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    mHandle = std::fopen(path, mode);
+    return mHandle ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+}
+
+std::size_t KEStdFileStream::ReadFromFile(void* data, std::size_t length) noexcept {
+    return mHandle ? std::fread(data, 1, length, mHandle) : 0;
+}
+
+std::size_t KEStdFileStream::WriteToFile(const void* data, std::size_t length) noexcept {
+    return mHandle ? std::fwrite(data, 1, length, mHandle) : 0;
+}
+
+KESTATUS KEStdFileStream::RewindFile() noexcept {
+    const KESTATUS st = Seek(0, SEEK_SET);
+    if (st == KESTATUS_SUCCESS) {
+        std::clearerr(mHandle);
+    }
+    return st;
+}
+
+bool KEStdFileStream::IsEndOfFile() const noexcept {
+    return mHandle && std::feof(mHandle) != 0;
+}
+
+KESTATUS KEStdFileStream::Seek(long offset, int whence) noexcept {
+    if (!mHandle) {
+        return KESTATUS_NOT_OPENED;
+    }
+    if (std::fseek(mHandle, offset, whence) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fseek failed, {}", err);
+        return KEStatusFromErrno(err);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEStdFileStream::Tell(std::size_t& position) noexcept {
+    if (!mHandle) {
+        return KESTATUS_NOT_OPENED;
+    }
+    const long told = std::ftell(mHandle);
+    if (told < 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "ftell failed, {}", err);
+        return KEStatusFromErrno(err);
+    }
+    position = static_cast<std::size_t>(told);
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEStdFileStream::FlushFile() noexcept {
+    if (!mHandle) {
+        return KESTATUS_NOT_OPENED;
+    }
+    if (std::fflush(mHandle) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fflush failed, {}", err);
+        return KEStatusFromErrno(err);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+int KEStdFileStream::Printf(const char* format, ...) noexcept {
+    va_list args;
+    va_start(args, format);
+    const int written = VPrintf(format, args);
+    va_end(args);
+    return written;
+}
+
+int KEStdFileStream::VPrintf(const char* format, va_list args) noexcept {
+    return mHandle ? std::vfprintf(mHandle, format, args) : -1;
+}
+
+KESTATUS KEStdFileRename(const char* oldPath, const char* newPath) noexcept {
+    return std::rename(oldPath, newPath) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+}
+
+KESTATUS KEStdFileRemove(const char* path) noexcept {
+    return std::remove(path) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+}
+
+} // namespace kestrelon

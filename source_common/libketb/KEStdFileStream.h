@@ -1,0 +1,56 @@
+// A file of the C library, owned: closed by the destructor, moved but not copied. One thread at a time.
+//
+// Operations on a stream that is not open return KESTATUS_NOT_OPENED or move no bytes. Failures of
+// seeking, telling, flushing and closing are logged; those of opening, reading and writing are for the
+// caller to report.
+#ifndef KESTRELON_KESTDFILESTREAM_H
+#define KESTRELON_KESTDFILESTREAM_H
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
+#include "KEUniqueHandle.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// Closes file; a failure (written data may be lost) is a warning in the log.
+void KEStdFileStreamCloseFunction(std::FILE* file) noexcept;
+
+class KEStdFileStream : public KEUniqueHandleT<std::FILE*, nullptr, KEStdFileStreamCloseFunction> {
+public:
+    // Closes an open file first. path and mode as for fopen; the status of errno on failure.
+    KESTATUS OpenFile(const char* path, const char* mode) noexcept;
+    void CloseFile() noexcept { CloseHandle(); }
+    bool IsOpen() const noexcept { return IsValidHandle(); }
+
+    // Return the bytes moved: fewer than length at the end of the file or after an error.
+    std::size_t ReadFromFile(void* data, std::size_t length) noexcept;
+    std::size_t WriteToFile(const void* data, std::size_t length) noexcept;
+
+    // Back to the start; the end-of-file and error states are cleared.
+    KESTATUS RewindFile() noexcept;
+    // True once a read has hit the end of the file, until the next successful seek or rewind.
+    bool IsEndOfFile() const noexcept;
+
+    // offset in bytes from whence (SEEK_SET, SEEK_CUR, SEEK_END).
+    KESTATUS Seek(long offset, int whence) noexcept;
+    KESTATUS SeekToEnd() noexcept { return Seek(0, SEEK_END); }
+    // The position in bytes from the start; left alone on failure.
+    KESTATUS Tell(std::size_t& position) noexcept;
+    // Hands what is buffered to the system.
+    KESTATUS FlushFile() noexcept;
+
+    // Return the bytes written, negative on failure.
+    int Printf(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+    int VPrintf(const char* format, va_list args) noexcept __attribute__((format(printf, 2, 0)));
+};
+
+// Success or the status of errno; an existing file of the new name is replaced.
+KESTATUS KEStdFileRename(const char* oldPath, const char* newPath) noexcept;
+KESTATUS KEStdFileRemove(const char* path) noexcept;
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,20 @@
+// Conversions between UTF-8, UTF-16 and 32-bit texts. A text that is not valid in its encoding is logged on
+// Global and gives an empty text; so does a null pointer, without a message. From any thread.
+#ifndef KESTRELON_KESTRINGCONV_H
+#define KESTRELON_KESTRINGCONV_H
+
+#include <string>
+
+#include "KEUnicode.h"
+
+namespace kestrelon {
+
+std::wstring KEConvToWString(const char* text) noexcept;
+std::u16string KEConvToU16String(const char* text) noexcept;
+std::string KEConvToString(const wchar_t* text) noexcept;
+std::string KEConvToString(const char16_t* text) noexcept;
+KEUnicodeString KEConvToUnicodeString(const char16_t* text) noexcept;
+
+} // namespace kestrelon
+
+#endif

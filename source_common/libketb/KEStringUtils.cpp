@@ -1,0 +1,154 @@
+#include "KEStringUtils.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+
+namespace kestrelon {
+
+namespace {
+
+constexpr std::size_t cMaxSpaces = 63;
+
+template <typename charT>
+struct SpacesText {
+    charT mText[cMaxSpaces + 1];
+    constexpr SpacesText() : mText{} {
+        for (std::size_t i = 0; i < cMaxSpaces; ++i) {
+            mText[i] = ' ';
+        }
+    }
+};
+
+template <typename charT>
+constexpr SpacesText<charT> cSpaces;
+
+long ToSigned(const char* text, char** end, int base) {
+    return std::strtol(text, end, base);
+}
+long ToSigned(const wchar_t* text, wchar_t** end, int base) {
+    return std::wcstol(text, end, base);
+}
+unsigned long ToUnsigned(const char* text, char** end, int base) {
+    return std::strtoul(text, end, base);
+}
+unsigned long ToUnsigned(const wchar_t* text, wchar_t** end, int base) {
+    return std::wcstoul(text, end, base);
+}
+
+template <typename T, typename charT>
+KESTATUS Store(T& value, T number, const charT* text, const charT* end) noexcept {
+    if (end == text) {
+        return KESTATUS_INVALID_FORMAT;
+    }
+    value = number;
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace
+
+template <typename charT>
+const charT* KESpacesStr(std::size_t count) noexcept {
+    return cSpaces<charT>.mText + (cMaxSpaces - std::min(count, cMaxSpaces));
+}
+
+template const char* KESpacesStr<char>(std::size_t count) noexcept;
+template const wchar_t* KESpacesStr<wchar_t>(std::size_t count) noexcept;
+
+std::string KEStdStringPrintf(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::string text = KEStdStringVPrintf(format, args);
+    va_end(args);
+    return text;
+}
+
+std::wstring KEStdStringPrintf(const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::wstring text = KEStdStringVPrintf(format, args);
+    va_end(args);
+    return text;
+}
+
+std::string KEStdStringVPrintf(const char* format, va_list args) {
+    va_list argsForLength;
+    va_copy(argsForLength, args);
+    const int length = std::vsnprintf(nullptr, 0, format, argsForLength);
+    va_end(argsForLength);
+    if (length <= 0) {
+        return {};
+    }
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) {
+    // vswprintf does not tell how much room it would have needed: try larger and larger ones.
+    constexpr std::size_t cFirstSize = 256;
+    constexpr std::size_t cMaxSize = std::size_t{1} << 24;
+    for (std::size_t size = cFirstSize; size <= cMaxSize; size *= 4) {
+        std::wstring text(size, L'\0');
+        va_list argsForTry;
+        va_copy(argsForTry, args);
+        const int length = std::vswprintf(text.data(), text.size(), format, argsForTry);
+        va_end(argsForTry);
+        if (length >= 0) {
+            text.resize(static_cast<std::size_t>(length));
+            return text;
+        }
+    }
+    return {};
+}
+
+template <typename T, typename charT>
+KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept {
+    const charT* const start = KEStringSkipLeadingZeros(text);
+    charT* end = nullptr;
+    if constexpr (std::is_signed_v<T>) {
+        const long number = ToSigned(start, &end, base);
+        return Store(value, static_cast<T>(number), start, static_cast<const charT*>(end));
+    } else {
+        const unsigned long number = ToUnsigned(start, &end, base);
+        return Store(value, static_cast<T>(number), start, static_cast<const charT*>(end));
+    }
+}
+
+#define INSTANTIATE(T)                                                                                       \
+    template KESTATUS KEConvertStringToNumeric<T, char>(T&, const char*, int) noexcept;                      \
+    template KESTATUS KEConvertStringToNumeric<T, wchar_t>(T&, const wchar_t*, int) noexcept;
+INSTANTIATE(int)
+INSTANTIATE(unsigned int)
+INSTANTIATE(long)
+INSTANTIATE(unsigned long)
+INSTANTIATE(short)
+INSTANTIATE(unsigned short)
+#undef INSTANTIATE
+
+KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept {
+    char* end = nullptr;
+    const float number = std::strtof(text, &end);
+    return Store(value, number, text, static_cast<const char*>(end));
+}
+
+KESTATUS KEConvertStringToNumeric(double& value, const char* text) noexcept {
+    char* end = nullptr;
+    const double number = std::strtod(text, &end);
+    return Store(value, number, text, static_cast<const char*>(end));
+}
+
+KESTATUS KEConvertStringToNumeric(float& value, const wchar_t* text) noexcept {
+    wchar_t* end = nullptr;
+    const float number = std::wcstof(text, &end);
+    return Store(value, number, text, static_cast<const wchar_t*>(end));
+}
+
+KESTATUS KEConvertStringToNumeric(double& value, const wchar_t* text) noexcept {
+    wchar_t* end = nullptr;
+    const double number = std::wcstod(text, &end);
+    return Store(value, number, text, static_cast<const wchar_t*>(end));
+}
+
+} // namespace kestrelon

@@ -1,0 +1,20 @@
+// Conversions between UTF-8, UTF-16 and 32-bit texts that report nothing: the formatter itself uses
+// them. With log lines: KEStringConv.h.
+//
+// Each returns false when the text is not valid in its encoding or memory is short; result is empty
+// then. text must not be null.
+#ifndef KESTRELON_KEUTFCONVERT_H
+#define KESTRELON_KEUTFCONVERT_H
+
+#include <string>
+
+namespace kestrelon {
+
+bool KEUtf8ToWide(const char* text, std::wstring& result) noexcept;
+bool KEUtf8ToUtf16(const char* text, std::u16string& result) noexcept;
+bool KEWideToUtf8(const wchar_t* text, std::string& result) noexcept;
+bool KEUtf16ToUtf8(const char16_t* text, std::string& result) noexcept;
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,36 @@
+#include "KELinuxFileDescriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "KELogging.h"
+
+namespace kestrelon {
+
+void KELinuxCloseFileDescriptor(int& descriptor) noexcept {
+    const int closed = std::exchange(descriptor, -1);
+    if (closed != -1 && close(closed) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "close failed, errno={}", err);
+    }
+}
+
+KESTATUS KELinuxFileDescriptor::OpenFile(const char* path, int flags) noexcept {
+    return OpenFile(path, flags, 0);
+}
+
+KESTATUS KELinuxFileDescriptor::OpenFile(const char* path, int flags, mode_t mode) noexcept {
+    CloseHandle();
+    mHandle = open(path, flags | O_CLOEXEC, mode);
+    if (mHandle == InvalidHandleValue) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "open failed, err={}", err);
+        return KEStatusFromErrno(err);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace kestrelon

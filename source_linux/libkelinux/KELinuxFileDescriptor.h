@@ -1,0 +1,27 @@
+// A file descriptor, owned: closed by the destructor and when replaced, moved but not copied.
+#ifndef KESTRELON_KELINUXFILEDESCRIPTOR_H
+#define KESTRELON_KELINUXFILEDESCRIPTOR_H
+
+#include <sys/types.h>
+
+#include "KEUniqueHandle.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// Closes the descriptor, unless it is -1, and sets it to -1 either way. A failure is logged.
+void KELinuxCloseFileDescriptor(int& descriptor) noexcept;
+
+class KELinuxFileDescriptor : public KEUniqueHandleT<int, -1, KELinuxCloseFileDescriptor> {
+public:
+    using KEUniqueHandleT::KEUniqueHandleT;
+
+    // Close what is open, then open path; the descriptor is closed on exec. On failure, which is logged,
+    // the descriptor is invalid and the status that of errno. flags and mode as for open.
+    KESTATUS OpenFile(const char* path, int flags) noexcept;
+    KESTATUS OpenFile(const char* path, int flags, mode_t mode) noexcept;
+};
+
+} // namespace kestrelon
+
+#endif

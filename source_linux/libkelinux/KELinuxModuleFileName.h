@@ -1,0 +1,39 @@
+// The file of a running program, and the parts of its path.
+#ifndef KESTRELON_KELINUXMODULEFILENAME_H
+#define KESTRELON_KELINUXMODULEFILENAME_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// Not thread-safe: one object is used by one thread at a time.
+class KELinuxModuleFileName {
+public:
+    // Asks the kernel for the file of a process. On failure (the errno of readlink, reported to the
+    // system log) the object is left cleared.
+    KESTATUS InitWithProcessId(pid_t pid) noexcept;
+    // Takes a path as it is.
+    KESTATUS InitWithModuleName(const char* path) noexcept;
+
+    void Clear() noexcept;
+    bool IsValid() const noexcept { return !mModuleName.empty(); }
+
+    const std::string& ModuleName() const noexcept { return mModuleName; } // the full path
+    const std::string& Directory() const noexcept { return mDirectory; }   // as dirname gives it
+    const std::string& BaseName() const noexcept { return mBaseName; }     // as basename gives it
+
+private:
+    KESTATUS InitPathComponents();
+
+    std::string mModuleName;
+    std::string mDirectory;
+    std::string mBaseName;
+};
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,101 @@
+#include "ProcessFile.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <mutex>
+#include <unistd.h>
+#include <utility>
+
+namespace quayside2 {
+
+namespace {
+
+// As many as devices can be open, and some to spare for those being opened.
+constexpr int cPlaces = 320;
+
+struct OpenDescriptors {
+    std::mutex mutex;
+    int descriptors[cPlaces]; // -1: free
+
+    OpenDescriptors() noexcept {
+        for (int& descriptor : descriptors) {
+            descriptor = -1;
+        }
+    }
+};
+
+// Never destroyed: a device may be closed while the process ends.
+OpenDescriptors& List() {
+    static auto& sList = *new OpenDescriptors;
+    return sList;
+}
+
+} // namespace
+
+ProcessFile::ProcessFile(ProcessFile&& other) noexcept : mPlace(std::exchange(other.mPlace, -1)) {}
+
+ProcessFile& ProcessFile::operator=(ProcessFile&& other) noexcept {
+    if (this != &other) {
+        Close();
+        mPlace = std::exchange(other.mPlace, -1);
+    }
+    return *this;
+}
+
+int ProcessFile::Open(const char* path, int flags, mode_t mode) {
+    Close();
+    OpenDescriptors& list = List();
+    const std::lock_guard lock(list.mutex);
+    int place = 0;
+    while (place < cPlaces && list.descriptors[place] >= 0) {
+        ++place;
+    }
+    if (place == cPlaces) {
+        return ENFILE;
+    }
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path, flags | O_CLOEXEC, mode);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) {
+        return errno;
+    }
+    list.descriptors[place] = descriptor;
+    mPlace = place;
+    return 0;
+}
+
+void ProcessFile::Close() noexcept {
+    if (mPlace < 0) {
+        return;
+    }
+    OpenDescriptors& list = List();
+    const std::lock_guard lock(list.mutex);
+    int& descriptor = list.descriptors[std::exchange(mPlace, -1)];
+    ::close(std::exchange(descriptor, -1));
+}
+
+int ProcessFile::Descriptor() const noexcept {
+    // The place is this object's own while it is open, so it is read without the lock.
+    return mPlace < 0 ? -1 : List().descriptors[mPlace];
+}
+
+void ProcessFile::PrepareFork() {
+    List().mutex.lock();
+}
+
+void ProcessFile::ParentAfterFork() {
+    List().mutex.unlock();
+}
+
+void ProcessFile::ChildAfterFork() {
+    OpenDescriptors& list = List();
+    for (int& descriptor : list.descriptors) {
+        if (descriptor >= 0) {
+            ::close(std::exchange(descriptor, -1));
+        }
+    }
+    list.mutex.unlock();
+}
+
+} // namespace quayside2

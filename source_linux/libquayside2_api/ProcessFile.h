@@ -1,0 +1,42 @@
+// A file descriptor that belongs to this process alone.
+//
+// It is closed by exec, and a child made by fork closes its copy at once: the lock that a descriptor
+// carries would otherwise outlive the parent in a child that knows nothing of it. From any thread.
+#ifndef QUAYSIDE2_PROCESSFILE_H
+#define QUAYSIDE2_PROCESSFILE_H
+
+#include <sys/types.h>
+
+#include "kestatus.h"
+
+namespace quayside2 {
+
+class ProcessFile {
+public:
+    ProcessFile() = default;
+    ProcessFile(const ProcessFile&) = delete;
+    ProcessFile& operator=(const ProcessFile&) = delete;
+    ProcessFile(ProcessFile&& other) noexcept;
+    ProcessFile& operator=(ProcessFile&& other) noexcept;
+    ~ProcessFile() { Close(); }
+
+    // open(2); flags get O_CLOEXEC. A file that is still open is closed first. Returns 0 or an errno value,
+    // ENFILE too when this process has no place to remember another descriptor.
+    int Open(const char* path, int flags, mode_t mode);
+    void Close() noexcept;
+
+    bool IsOpen() const noexcept { return mPlace >= 0; }
+    int Descriptor() const noexcept;
+
+    // The handlers of a fork. Between Prepare and the other two no descriptor is opened or closed.
+    static void PrepareFork();
+    static void ParentAfterFork();
+    static void ChildAfterFork(); // closes every descriptor; only calls that are safe in such a child
+
+private:
+    int mPlace = -1; // in the list of open descriptors
+};
+
+} // namespace quayside2
+
+#endif

@@ -1,0 +1,261 @@
+// The C entry points: they check arguments and handles, and let no exception out.
+#include "quayside2_api.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "DeviceList.h"
+#include "ProcessState.h"
+
+using quayside2::Device;
+using quayside2::DeviceInstances;
+using quayside2::OpenMode;
+using quayside2::ProcessState;
+
+namespace {
+
+constexpr std::uint32_t cMajorVersion = 2;
+constexpr std::uint32_t cMinorVersion = 20;
+
+// Runs an operation and turns what it throws into a status.
+template <typename Operation>
+KESTATUS Guarded(Operation&& operation) noexcept {
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        return KESTATUS_NO_MEMORY;
+    } catch (...) {
+        return KESTATUS_INTERNAL_ERROR;
+    }
+}
+
+// Runs an operation on the device of a handle.
+template <typename Operation>
+KESTATUS WithDevice(QBXDeviceHandle handle, Operation&& operation) noexcept {
+    return Guarded([&]() -> KESTATUS {
+        const auto device = ProcessState::Instance().devices.Find(handle);
+        return device ? operation(*device) : KESTATUS_INVALID_HANDLE;
+    });
+}
+
+KESTATUS OpenDevice(QBXEnumerationHandle enumeration, std::uint32_t index, const OpenMode& mode,
+                    QBXDeviceHandle* handle) {
+    ProcessState& state = ProcessState::Instance();
+    const auto instances = state.enumerations.Find(enumeration);
+    if (!instances) {
+        return KESTATUS_INVALID_HANDLE;
+    }
+    if (index >= instances->size()) {
+        return KESTATUS_INVALID_INDEX;
+    }
+    std::unique_ptr<Device> device;
+    const KESTATUS status = (*instances)[index]->Open(mode, device);
+    if (status != KESTATUS_SUCCESS) {
+        return status;
+    }
+    const QBXDeviceHandle opened = state.devices.Insert(std::move(device));
+    if (opened == 0) {
+        return KESTATUS_NO_RESOURCES;
+    }
+    *handle = opened;
+    return KESTATUS_SUCCESS;
+}
+
+const std::string* TextProperty(const Device& device, std::uint32_t property) {
+    switch (property) {
+    case QBX_PROPERTY_PRODUCT_STRING:
+        return &device.Properties().product;
+    case QBX_PROPERTY_FRIENDLY_NAME:
+        return &device.Properties().friendlyName;
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+bool QBX_CheckApiVersion(uint32_t major, uint32_t minor) {
+    return major == cMajorVersion && minor <= cMinorVersion;
+}
+
+uint32_t QBX_GetApiVersion(void) {
+    return cMajorVersion << 16 | cMinorVersion;
+}
+
+KESTATUS QBX_EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* enumeration, uint32_t* count) {
+    if (enumeration == nullptr || count == nullptr) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    *enumeration = 0;
+    *count = 0;
+    if (type != QBXDeviceType_any) {
+        return KESTATUS_INVALID_TYPE;
+    }
+    return Guarded([&]() -> KESTATUS {
+        auto instances = std::make_unique<DeviceInstances>();
+        const KESTATUS status = quayside2::ListDevices(*instances);
+        if (status != KESTATUS_SUCCESS) {
+            return status;
+        }
+        const auto found = static_cast<std::uint32_t>(instances->size());
+        const QBXEnumerationHandle handle =
+            ProcessState::Instance().enumerations.Insert(std::move(instances));
+        if (handle == 0) {
+            return KESTATUS_NO_RESOURCES;
+        }
+        *enumeration = handle;
+        *count = found;
+        return KESTATUS_SUCCESS;
+    });
+}
+
+KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle enumeration) {
+    return Guarded([&]() -> KESTATUS {
+        const auto instances =
+            ProcessState::Instance().enumerations.Remove(enumeration, [](const DeviceInstances&) {});
+        return instances ? KESTATUS_SUCCESS : KESTATUS_INVALID_HANDLE;
+    });
+}
+
+KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_t index, QBXDeviceHandle* device) {
+    if (device == nullptr) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    *device = 0;
+    return Guarded([&] { return OpenDevice(enumeration, index, {OpenMode::Kind::Control, false}, device); });
+}
+
+KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
+                             QBXRawHeaderType headerType, QBXDeviceHandle* device, uint32_t reserved2) {
+    if (device == nullptr) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    *device = 0;
+    if (reserved1 != 0 || reserved2 != 0) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    if (headerType != QBXRawHeaderType_None) {
+        return KESTATUS_NOT_SUPPORTED;
+    }
+    return Guarded([&] { return OpenDevice(enumeration, index, {OpenMode::Kind::RawTx, false}, device); });
+}
+
+KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
+                             QBXRawHeaderType headerType, QBXDeviceHandle* device, uint32_t reserved2) {
+    if (device == nullptr) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    *device = 0;
+    if (reserved1 != 0 || reserved2 != 0) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    if (headerType != QBXRawHeaderType_None && headerType != QBXRawHeaderType_2) {
+        return KESTATUS_NOT_SUPPORTED;
+    }
+    const OpenMode mode{OpenMode::Kind::RawRx, headerType == QBXRawHeaderType_2};
+    return Guarded([&] { return OpenDevice(enumeration, index, mode, device); });
+}
+
+KESTATUS QBX_CloseDevice(QBXDeviceHandle device) {
+    return Guarded([&]() -> KESTATUS {
+        const auto closed =
+            ProcessState::Instance().devices.Remove(device, [](Device& used) { used.Shutdown(); });
+        if (!closed) {
+            return KESTATUS_INVALID_HANDLE;
+        }
+        closed->Finish();
+        return KESTATUS_SUCCESS;
+    });
+}
+
+KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, char* buffer, uint32_t size) {
+    return WithDevice(device, [&](const Device& opened) -> KESTATUS {
+        if (buffer == nullptr) {
+            return KESTATUS_INVALID_PARAMETER;
+        }
+        const std::string* const text = TextProperty(opened, property);
+        if (text == nullptr) {
+            return KESTATUS_NOT_FOUND;
+        }
+        if (size == 0) {
+            return KESTATUS_BUFFER_TOO_SMALL;
+        }
+        const std::size_t copied = std::min<std::size_t>(text->size(), size - 1);
+        std::memcpy(buffer, text->data(), copied);
+        buffer[copied] = '\0';
+        return copied == text->size() ? KESTATUS_SUCCESS : KESTATUS_BUFFER_TOO_SMALL;
+    });
+}
+
+KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t property, void* buffer, uint32_t size,
+                                     uint32_t* returnedSize) {
+    return WithDevice(device, [&](const Device& opened) -> KESTATUS {
+        if (buffer == nullptr) {
+            return KESTATUS_INVALID_PARAMETER;
+        }
+        if (property != QBX_PROPERTY_MAC_ADDRESS) {
+            return KESTATUS_NOT_FOUND;
+        }
+        const auto& address = opened.Properties().macAddress;
+        if (returnedSize != nullptr) {
+            *returnedSize = static_cast<std::uint32_t>(address.size());
+        }
+        if (size < address.size()) {
+            return KESTATUS_BUFFER_TOO_SMALL;
+        }
+        std::memcpy(buffer, address.data(), address.size());
+        return KESTATUS_SUCCESS;
+    });
+}
+
+KESTATUS QBX_EnableRawRx(QBXDeviceHandle device) {
+    return WithDevice(device, [](Device& opened) { return opened.EnableRawRx(); });
+}
+
+KESTATUS QBX_DisableRawRx(QBXDeviceHandle device) {
+    return WithDevice(device, [](Device& opened) { return opened.DisableRawRx(); });
+}
+
+KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs) {
+    return WithDevice(device, [&](Device& opened) { return opened.WaitForRawFrame(timeoutMs); });
+}
+
+KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType* type, void* buffer,
+                                 uint32_t bufferSize, uint32_t* receivedLength) {
+    return WithDevice(device, [&](Device& opened) -> KESTATUS {
+        if (buffer == nullptr || receivedLength == nullptr) {
+            return KESTATUS_INVALID_PARAMETER;
+        }
+        QBXRawFrameType received = QBXRawFrameType_Unknown;
+        *receivedLength = 0;
+        const KESTATUS status = opened.GetReceivedRawFrame(received, static_cast<std::uint8_t*>(buffer),
+                                                           bufferSize, *receivedLength);
+        if (type != nullptr) {
+            *type = received;
+        }
+        return status;
+    });
+}
+
+KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle device, uint32_t length) {
+    return WithDevice(device, [&](Device& opened) { return opened.CheckSubmitRawFrame(length); });
+}
+
+KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, int32_t timeoutMs) {
+    return WithDevice(device, [&](Device& opened) { return opened.WaitForTxResources(count, timeoutMs); });
+}
+
+KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length, uint32_t* reserved) {
+    return WithDevice(device, [&](Device& opened) -> KESTATUS {
+        if (frame == nullptr || reserved != nullptr) {
+            return KESTATUS_INVALID_PARAMETER;
+        }
+        return opened.SubmitRawFrame(static_cast<const std::uint8_t*>(frame), length);
+    });
+}
+
+KESTATUS QBX_SendRawFrames(QBXDeviceHandle device) {
+    return WithDevice(device, [](Device& opened) { return opened.SendRawFrames(); });
+}

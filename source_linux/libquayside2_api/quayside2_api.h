@@ -1,0 +1,198 @@
+// The device interface: enumerate network devices, open one, send and receive raw Ethernet frames.
+// C ABI, usable from C and C++. Interface version 2.20.
+//
+// Handles are 32-bit numbers; 0 is no handle. They belong to the process that got them and never
+// become pointers: a stale, zero or foreign handle is answered with KESTATUS_INVALID_HANDLE. In a child
+// made by fork the parent's handles are foreign.
+//
+// Threads: every function may be called from several threads at once. Frames of one transmit handle
+// are sent in the order in which SubmitRawFrame took them; when several threads submit on one handle
+// their frames interleave whole. A call never keeps a pointer to the caller's memory.
+//
+// Status: all functions but the two version queries return a KESTATUS, 0 for success. A null pointer
+// where a result is to be stored is KESTATUS_INVALID_PARAMETER.
+//
+// Frames are Ethernet frames from the destination address on, without preamble and frame check
+// sequence, in wire order.
+#ifndef QUAYSIDE2_API_H
+#define QUAYSIDE2_API_H
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#include "kestatus.h"
+
+#if defined(__GNUC__)
+#define QBX_API __attribute__((visibility("default")))
+#else
+#define QBX_API
+#endif
+
+// The enumerations are 32 bits wide in both languages. In C++ that is said, so that a value which is no
+// enumerator can be passed and answered with a status.
+#ifdef __cplusplus
+#define QBX_ENUM_U32 : uint32_t
+#define QBX_ENUM_I32 : int32_t
+extern "C" {
+#else
+#define QBX_ENUM_U32
+#define QBX_ENUM_I32
+#endif
+
+// A list of devices as QBX_EnumerateDevices found them; 0 is none.
+typedef uint32_t QBXEnumerationHandle;
+// An opened device; 0 is none.
+typedef uint32_t QBXDeviceHandle;
+
+// What stands before each received frame.
+typedef enum QBXRawHeaderType QBX_ENUM_U32 {
+    QBXRawHeaderType_None = 0, // nothing: the buffer holds the bare Ethernet frame
+    QBXRawHeaderType_1 = 1,    // not supported by this library
+    QBXRawHeaderType_2 = 2     // a 16-byte receive header, see QBX_RAW_HEADER_2_SIZE
+} QBXRawHeaderType;
+
+// What a received item is. This library delivers data frames only.
+typedef enum QBXRawFrameType QBX_ENUM_U32 {
+    QBXRawFrameType_Unknown = 0,
+    QBXRawFrameType_Data = 1,
+    QBXRawFrameType_Idle = 2,
+    QBXRawFrameType_ExternalTrigger = 3
+} QBXRawFrameType;
+
+typedef enum QBXDeviceType QBX_ENUM_I32 {
+    QBXDeviceType_any = -1 // every kind of device
+} QBXDeviceType;
+
+// The receive header of type 2, native byte order, directly before the frame:
+//   offset 0   uint64_t  seconds      } since 1970-01-01 00:00:00 UTC, of the moment
+//   offset 8   uint32_t  nanoseconds  } the frame was on the wire
+//   offset 12  uint32_t  sequence number: counts every frame the device saw for this
+//                        handle, delivered or lost, from 0 at each enabling, modulo 2^32;
+//                        a loss shows as a gap
+#define QBX_RAW_HEADER_2_SIZE 16u
+#define QBX_RAW_HEADER_2_SECONDS_OFFSET 0u
+#define QBX_RAW_HEADER_2_NANOSECONDS_OFFSET 8u
+#define QBX_RAW_HEADER_2_SEQUENCE_OFFSET 12u
+
+// Device properties.
+#define QBX_PROPERTY_PRODUCT_STRING 0x0106u // text: product, at most 255 bytes and a zero
+#define QBX_PROPERTY_MAC_ADDRESS 0x8110u    // binary: the device's own MAC address, 6 bytes in wire order
+#define QBX_PROPERTY_FRIENDLY_NAME 0x8118u  // text: name of the instance, at most 255 bytes and a zero
+
+// Buffer size, terminator included, that holds every text property.
+#define QBX_PROPERTY_STRING_SIZE 256u
+
+// True when this library serves callers written for interface version major.minor: the same major
+// version, and a minor version not above the library's own.
+QBX_API bool QBX_CheckApiVersion(uint32_t major, uint32_t minor);
+
+// The library's interface version: major in bits 31..16, minor in bits 15..0. 2.20 is 0x00020014.
+QBX_API uint32_t QBX_GetApiVersion(void);
+
+// Lists the devices. *count gets their number; instances are addressed by index 0 to *count - 1
+// until the enumeration is closed. An empty list is a success with *count 0.
+//   KESTATUS_INVALID_TYPE       type is not QBXDeviceType_any
+//   KESTATUS_INVALID_PARAMETER  the environment names a virtual segment that cannot exist
+//   KESTATUS_NO_RESOURCES       too many enumerations are open
+QBX_API KESTATUS QBX_EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* enumeration, uint32_t* count);
+
+// Releases an enumeration. Devices opened through it stay open.
+QBX_API KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle enumeration);
+
+// Opens an instance to read its properties. The instance has one holder at a time, of any kind.
+//   KESTATUS_INVALID_INDEX  no such instance
+//   KESTATUS_IN_USE         somebody holds the instance, in this or another process. One that is open
+//                           for control only is waited for a moment.
+//   KESTATUS_NO_RESOURCES   too many devices are open in this process
+//   others                  the instance cannot be reached, see docs/device-library.md
+QBX_API KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_t index,
+                                       QBXDeviceHandle* device);
+
+// Opens an instance to send raw frames. reserved1 and reserved2 are 0, headerType is
+// QBXRawHeaderType_None; properties can be read through the handle too.
+//   KESTATUS_INVALID_INDEX, KESTATUS_IN_USE, KESTATUS_NO_RESOURCES, others  as above
+//   KESTATUS_NOT_SUPPORTED      another header type
+//   KESTATUS_INVALID_PARAMETER  reserved1 or reserved2 is not 0
+QBX_API KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
+                                     QBXRawHeaderType headerType, QBXDeviceHandle* device,
+                                     uint32_t reserved2);
+
+// Opens an instance to receive raw frames, not yet enabled. headerType None or 2.
+//   KESTATUS_INVALID_INDEX, KESTATUS_IN_USE, KESTATUS_NO_RESOURCES, others  as above
+//   KESTATUS_NOT_SUPPORTED      header type 1 or an unknown one
+//   KESTATUS_INVALID_PARAMETER  reserved1 or reserved2 is not 0
+QBX_API KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
+                                     QBXRawHeaderType headerType, QBXDeviceHandle* device,
+                                     uint32_t reserved2);
+
+// Closes a device. Frames submitted and not yet sent go out first, within the time limit of
+// QBX_SendRawFrames. A thread that waits on the handle wakes with KESTATUS_INVALID_HANDLE.
+QBX_API KESTATUS QBX_CloseDevice(QBXDeviceHandle device);
+
+// Copies a text property, zero-terminated, into buffer of size bytes.
+//   KESTATUS_BUFFER_TOO_SMALL  it does not fit; buffer holds what fits, terminated
+//   KESTATUS_NOT_FOUND         no such text property
+QBX_API KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, char* buffer,
+                                             uint32_t size);
+
+// Copies a binary property into buffer of size bytes; *returnedSize (may be null) gets its length.
+//   KESTATUS_BUFFER_TOO_SMALL  it does not fit; *returnedSize is the length needed, buffer unchanged
+//   KESTATUS_NOT_FOUND         no such binary property
+QBX_API KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t property, void* buffer,
+                                             uint32_t size, uint32_t* returnedSize);
+
+// Starts delivery on a receive handle: frames sent before are never delivered. Enabling twice is a
+// success without effect.
+//   KESTATUS_WRONG_DIRECTION  not a receive handle
+QBX_API KESTATUS QBX_EnableRawRx(QBXDeviceHandle device);
+
+// Stops delivery and wakes a thread that waits on the handle; frames not yet taken are discarded.
+//   KESTATUS_WRONG_DIRECTION  not a receive handle
+QBX_API KESTATUS QBX_DisableRawRx(QBXDeviceHandle device);
+
+// Waits until at least one received frame is ready. timeoutMs: milliseconds, 0 only looks, a negative
+// value waits without limit.
+//   KESTATUS_TIMEOUT      no frame came in time
+//   KESTATUS_NOT_ENABLED  delivery is or was stopped meanwhile
+//   KESTATUS_DEVICE_REMOVED  the device is gone
+QBX_API KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs);
+
+// Takes the next received frame into buffer: the receive header when the handle was opened with type 2,
+// then the frame. *type (may be null) gets what it is, *receivedLength the bytes stored, header included.
+// Never waits.
+//   KESTATUS_NO_DATA           nothing is ready
+//   KESTATUS_NOT_ENABLED       delivery is stopped
+//   KESTATUS_BUFFER_TOO_SMALL  the buffer cannot hold even the receive header
+// A frame longer than the buffer is skipped and counted as lost: the next sequence number shows it.
+QBX_API KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType* type, void* buffer,
+                                         uint32_t bufferSize, uint32_t* receivedLength);
+
+// Tells whether a frame of length bytes can be submitted now.
+//   KESTATUS_NO_SPACE         the batch is full: QBX_SendRawFrames makes room
+//   KESTATUS_INVALID_LENGTH   the link cannot carry it (below 14 bytes, or above the MTU + 14, + 4 with
+//                             a VLAN tag)
+//   KESTATUS_WRONG_DIRECTION  not a transmit handle
+QBX_API KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle device, uint32_t length);
+
+// Waits until count frames can be submitted (count 1 or more, at most the size of the batch), at most
+// timeoutMs milliseconds; a negative value waits without limit. Sends the batch when that makes room.
+//   KESTATUS_TIMEOUT            no room in time
+//   KESTATUS_INVALID_PARAMETER  count is 0 or above the size of the batch
+QBX_API KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, int32_t timeoutMs);
+
+// Copies a frame into the batch. reserved is null, or it is KESTATUS_INVALID_PARAMETER. Status as
+// QBX_CheckSubmitRawFrame, which sees only the length: here a frame above the MTU + 14 that has no VLAN tag
+// is KESTATUS_INVALID_LENGTH too.
+QBX_API KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length,
+                                    uint32_t* reserved);
+
+// Hands the batch to the wire, waiting a bounded time for room. Afterwards the batch is empty.
+//   KESTATUS_NO_DATA         the batch was empty
+//   KESTATUS_DEVICE_REMOVED  the device is gone
+QBX_API KESTATUS QBX_SendRawFrames(QBXDeviceHandle device);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,150 @@
+#include "RingReader.h"
+
+#include "Futex.h"
+#include "RingWords.h"
+
+namespace quayside2::segment {
+
+namespace {
+
+// How often Peek follows a sender that overruns it again and again, before it leaves the rest to the
+// next call.
+constexpr int cPeekTries = 8;
+
+bool IsRecordEnd(std::uint64_t position) {
+    return position % cRecordAlignment == 0;
+}
+
+} // namespace
+
+void RingReader::Start() noexcept {
+    mPeeked = false;
+    mPassedOver = 0;
+    mDamaged = false;
+    mHead = mSender.head.load(std::memory_order_acquire);
+    if (!IsRecordEnd(mHead)) {
+        mHead = 0;
+    }
+    mNextCount = CountAt(mHead) + 1;
+    MoveTo(mHead);
+}
+
+bool RingReader::HasData() const noexcept {
+    return mHead != mPosition || mSender.head.load(std::memory_order_acquire) != mPosition;
+}
+
+bool RingReader::Peek() noexcept {
+    for (int tries = 0; !mPeeked && tries < cPeekTries; ++tries) {
+        if (mHead == mPosition) {
+            const std::uint64_t head = mSender.head.load(std::memory_order_acquire);
+            if (head == mPosition) {
+                return false;
+            }
+            if (head < mPosition || !IsRecordEnd(head)) {
+                SkipDamage(head);
+                return false;
+            }
+            mHead = head;
+        }
+        mRecord = NextRecordPosition(mPosition);
+        const Word* const record = &WordAt(mRecord);
+        const std::uint64_t mark = record[0].load(std::memory_order_relaxed);
+        mTime = record[1].load(std::memory_order_relaxed);
+        if (IsOverwritten(mRecord)) {
+            Resynchronise();
+            continue;
+        }
+        mLength = static_cast<std::uint32_t>(mark);
+        if (mark >> 32 != cRecordMark || mLength < cMinFrameBytes || mLength > cMaxTaggedFrameBytes ||
+            mRecord > mHead || mHead - mRecord < RecordBytes(mLength)) {
+            SkipDamage(mHead);
+            return false;
+        }
+        mPeeked = true;
+        mPassedOver = 0;
+    }
+    return mPeeked;
+}
+
+bool RingReader::Take(std::uint8_t* to, std::uint32_t& lost) noexcept {
+    mPeeked = false;
+    const std::uint64_t end = mRecord + RecordBytes(mLength);
+    if (to != nullptr) {
+        LoadBytes(to, &WordAt(mRecord + cRecordHeaderBytes), mLength);
+    }
+    const std::uint64_t count = CountAt(end);
+    if (IsOverwritten(mRecord)) {
+        Resynchronise();
+        return false;
+    }
+    // Numbers that go back come from a sender that had to start its ring afresh: what was lost is unknown.
+    const bool unknownLoss = mDamaged || count < mNextCount;
+    lost = count > mNextCount ? static_cast<std::uint32_t>(count - mNextCount) : 0;
+    if (unknownLoss && lost == 0) {
+        lost = 1;
+    }
+    mDamaged = false;
+    mNextCount = count + 1;
+    const bool newBlock = BlockStart(end) != BlockStart(mPosition);
+    MoveTo(end);
+    if (newBlock || end == mHead) {
+        WakeSender();
+    }
+    return true;
+}
+
+void RingReader::WakeSender() noexcept {
+    // A sender says that it waits and looks at the cursors then; the other way round here.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    std::uint64_t wanted = mSender.roomWanted.load(std::memory_order_relaxed);
+    if (wanted != 0 && mPosition >= wanted &&
+        mSender.roomWanted.compare_exchange_strong(wanted, 0, std::memory_order_relaxed)) {
+        FutexWake(mSender.roomWord);
+    }
+}
+
+void RingReader::ReleaseSender() noexcept {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (mSender.roomWanted.load(std::memory_order_relaxed) != 0) {
+        FutexWake(mSender.roomWord);
+    }
+}
+
+std::uint64_t RingReader::CountAt(std::uint64_t position) const noexcept {
+    return position == 0 ? 0 : WordAt(position - cWordBytes).load(std::memory_order_relaxed);
+}
+
+// To be asked after the words in question were read: when it says no, they were good.
+bool RingReader::IsOverwritten(std::uint64_t position) const noexcept {
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return mSender.reclaim.load(std::memory_order_relaxed) > position;
+}
+
+// After an overrun: goes on with the oldest record that is still there.
+void RingReader::Resynchronise() noexcept {
+    const std::uint64_t oldest = mSender.reclaim.load(std::memory_order_acquire);
+    const std::uint64_t head = mSender.head.load(std::memory_order_acquire);
+    if (oldest % cBlockBytes != 0 || !IsRecordEnd(head) || oldest > head || oldest <= mPosition) {
+        SkipDamage(head);
+        return;
+    }
+    mHead = head;
+    MoveTo(oldest);
+    WakeSender();
+}
+
+// Nothing between here and the end makes sense: at least one frame was lost.
+void RingReader::SkipDamage(std::uint64_t head) noexcept {
+    mHead = head;
+    mDamaged = true;
+    MoveTo(head);
+    WakeSender();
+}
+
+void RingReader::MoveTo(std::uint64_t position) noexcept {
+    mPeeked = false;
+    mPosition = position;
+    mCursor.store(position, std::memory_order_release);
+}
+
+} // namespace quayside2::segment

@@ -1,0 +1,67 @@
+#include "RingWriter.h"
+
+#include "RingWords.h"
+
+namespace quayside2::segment {
+
+namespace {
+
+// No ring comes this far; a position above is damage.
+constexpr std::uint64_t cEndOfTime = 1ull << 60;
+
+} // namespace
+
+RingWriter::RingWriter(Ring& ring, SenderState& state) noexcept
+    : mRing(ring),
+      mState(state),
+      mEnd(state.head.load(std::memory_order_acquire)),
+      mSentEnd(mEnd),
+      mReclaimed(state.reclaim.load(std::memory_order_acquire)) {
+    if (mEnd % cRecordAlignment != 0 || mEnd >= cEndOfTime) {
+        mEnd = 0;
+        mReclaimed = cEndOfTime; // cannot be right either
+    }
+    if (mReclaimed % cBlockBytes != 0 || mReclaimed > mEnd || mEnd - mReclaimed > cRingBytes) {
+        // Start afresh with the next block; receivers find nothing before it.
+        mEnd = BlockStart(mEnd) + cBlockBytes;
+        mReclaimed = mEnd;
+        mState.reclaim.store(mReclaimed, std::memory_order_release);
+        WordAt(mEnd - cWordBytes).store(0, std::memory_order_relaxed);
+        mState.head.store(mEnd, std::memory_order_release);
+        mSentEnd = mEnd;
+    }
+    if (mEnd != 0) {
+        mFrameCount = WordAt(mEnd - cWordBytes).load(std::memory_order_relaxed);
+    }
+}
+
+std::uint64_t RingWriter::ReclaimWanted() const noexcept {
+    const std::uint64_t blockEnd = BlockStart(NextRecordPosition(mEnd)) + cBlockBytes;
+    return blockEnd > cRingBytes ? blockEnd - cRingBytes : 0;
+}
+
+void RingWriter::Reclaim(std::uint64_t position) noexcept {
+    mReclaimed = position;
+    mState.reclaim.store(position, std::memory_order_relaxed);
+    // Whoever sees a word of the records to come also sees that the old ones are gone.
+    std::atomic_thread_fence(std::memory_order_release);
+}
+
+void RingWriter::Append(TxBatch::Record& record, std::uint64_t time) noexcept {
+    const std::uint64_t start = NextRecordPosition(mEnd);
+    record.words[1] = time;
+    record.words[record.wordCount - 1] = ++mFrameCount;
+    StoreWords(&WordAt(start), record.words, record.wordCount);
+    mEnd = start + record.wordCount * cWordBytes;
+}
+
+bool RingWriter::Publish() noexcept {
+    if (mSentEnd == mEnd) {
+        return false;
+    }
+    mSentEnd = mEnd;
+    mState.head.store(mEnd, std::memory_order_release);
+    return true;
+}
+
+} // namespace quayside2::segment

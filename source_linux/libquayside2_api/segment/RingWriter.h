@@ -1,0 +1,48 @@
+// The sending side of one ring.
+//
+// After construction nothing is read from the shared memory any more: what others do to it cannot mislead
+// the sender. Not for several threads at once.
+#ifndef QUAYSIDE2_SEGMENT_RINGWRITER_H
+#define QUAYSIDE2_SEGMENT_RINGWRITER_H
+
+#include "SegmentLayout.h"
+#include "TxBatch.h"
+
+namespace quayside2::segment {
+
+class RingWriter {
+public:
+    // Goes on where the last sender of this ring ended. What it sent can still be read, unless what it left
+    // makes no sense.
+    RingWriter(Ring& ring, SenderState& state) noexcept;
+
+    // End of all records, sent or not.
+    std::uint64_t End() const noexcept { return mEnd; }
+    // End of the records that are sent.
+    std::uint64_t SentEnd() const noexcept { return mSentEnd; }
+
+    // The next record needs everything before ReclaimWanted to be given up; when that is above Reclaimed,
+    // Reclaim has to be called before Append.
+    std::uint64_t ReclaimWanted() const noexcept;
+    std::uint64_t Reclaimed() const noexcept { return mReclaimed; }
+    void Reclaim(std::uint64_t position) noexcept;
+
+    // Writes a record with this time, behind the others, not yet visible to anybody.
+    void Append(TxBatch::Record& record, std::uint64_t time) noexcept;
+    // Sends what was appended. False when there was nothing.
+    bool Publish() noexcept;
+
+private:
+    Word& WordAt(std::uint64_t position) noexcept { return mRing[RingIndex(position)]; }
+
+    Ring& mRing;
+    SenderState& mState;
+    std::uint64_t mEnd;
+    std::uint64_t mSentEnd;
+    std::uint64_t mReclaimed;
+    std::uint64_t mFrameCount = 0;
+};
+
+} // namespace quayside2::segment
+
+#endif

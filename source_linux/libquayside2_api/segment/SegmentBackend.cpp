@@ -1,0 +1,79 @@
+#include "SegmentBackend.h"
+
+#include <cstdlib>
+
+#include "SegmentRxDevice.h"
+#include "SegmentTxDevice.h"
+
+namespace quayside2::segment {
+
+namespace {
+
+// A port opened for its properties only.
+class SegmentControlDevice : public Device {
+public:
+    SegmentControlDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
+        : mProperties(properties), mPort(std::move(port)) {}
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+
+private:
+    const DeviceProperties mProperties;
+    const std::unique_ptr<SegmentPort> mPort;
+};
+
+class SegmentInstance : public DeviceInstance {
+public:
+    SegmentInstance(std::string path, std::uint32_t port) : mPath(std::move(path)), mPort(port) {
+        const std::uint32_t number = port + 1;
+        mProperties.friendlyName = "lane-" + std::to_string(number);
+        mProperties.product = "Virtual Ethernet segment";
+        mProperties.macAddress = {0x02, 0x51, 0x42, 0x58, 0x00, static_cast<std::uint8_t>(number)};
+    }
+
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+
+    KESTATUS Open(const OpenMode& mode, std::unique_ptr<Device>& device) const override {
+        using Rings = SegmentPort::Rings;
+        auto port = std::make_unique<SegmentPort>();
+        const Rings rings = mode.kind == OpenMode::Kind::RawTx   ? Rings::Own
+                            : mode.kind == OpenMode::Kind::RawRx ? Rings::All
+                                                                 : Rings::None;
+        const KESTATUS status = port->Open(mPath, mPort, rings);
+        if (status != KESTATUS_SUCCESS) {
+            return status;
+        }
+        switch (mode.kind) {
+        case OpenMode::Kind::RawTx:
+            device = std::make_unique<SegmentTxDevice>(mProperties, std::move(port));
+            break;
+        case OpenMode::Kind::RawRx:
+            device = std::make_unique<SegmentRxDevice>(mProperties, mode.receiveHeader, std::move(port));
+            break;
+        case OpenMode::Kind::Control:
+            device = std::make_unique<SegmentControlDevice>(mProperties, std::move(port));
+            break;
+        }
+        return KESTATUS_SUCCESS;
+    }
+
+private:
+    std::string mPath;
+    std::uint32_t mPort;
+    DeviceProperties mProperties;
+};
+
+} // namespace
+
+KESTATUS SegmentBackend::Enumerate(DeviceInstances& instances) const {
+    const char* const set = std::getenv("QUAYSIDE2_SEGMENT");
+    const std::string name = set == nullptr || *set == '\0' ? "default" : set;
+    if (!IsValidSegmentName(name)) {
+        return KESTATUS_INVALID_PARAMETER;
+    }
+    for (std::uint32_t port = 0; port < cPortCount; ++port) {
+        instances.push_back(std::make_shared<SegmentInstance>(SegmentPath(mDirectory, name), port));
+    }
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace quayside2::segment

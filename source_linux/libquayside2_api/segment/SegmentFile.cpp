@@ -1,0 +1,276 @@
+#include "SegmentFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "SegmentLayout.h"
+
+namespace quayside2::segment {
+
+namespace {
+
+constexpr std::size_t cMaxNameLength = 64;
+constexpr int cOpenFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+constexpr mode_t cFileMode = S_IRUSR | S_IWUSR;
+constexpr mode_t cOthersMode = S_IRWXG | S_IRWXO;
+// How often to look whether another process has finished its set-up, once a millisecond.
+constexpr int cSetUpTries = 2000;
+// How often to look whether a port that is held for its properties is free again, once a millisecond.
+constexpr int cBriefUseTries = 200;
+// How often to start again because the file was removed while it was being opened.
+constexpr int cOpenTries = 100;
+constexpr std::uint64_t cStatBlockBytes = 512;
+
+KESTATUS StatusOfOpenError(int error) {
+    switch (error) {
+    case EACCES:
+    case EPERM:
+        return KESTATUS_NOT_ALLOWED;
+    case ELOOP:  // a symbolic link
+    case EISDIR: // a folder
+    case ENXIO:  // a socket or a device that is not there
+    case ENODEV:
+        return KESTATUS_INVALID_FILE;
+    default:
+        return KEStatusFromErrno(error);
+    }
+}
+
+struct flock LockOf(short type, std::int64_t offset) {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = offset;
+    lock.l_len = 1;
+    return lock;
+}
+
+// Takes or frees a one-byte lock without waiting.
+int SetLock(int descriptor, short type, std::int64_t offset) {
+    struct flock lock = LockOf(type, offset);
+    while (::fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+bool IsConflict(int error) {
+    return error == EAGAIN || error == EACCES;
+}
+
+void SleepMillisecond() {
+    constexpr struct timespec cMillisecond = {0, 1000000};
+    ::nanosleep(&cMillisecond, nullptr);
+}
+
+KESTATUS TakeSetUpLock(int descriptor) {
+    for (int tries = 0; tries < cSetUpTries; ++tries) {
+        const int error = SetLock(descriptor, F_WRLCK, cSetUpLockOffset);
+        if (error == 0) {
+            return KESTATUS_SUCCESS;
+        }
+        if (!IsConflict(error)) {
+            return KEStatusFromErrno(error);
+        }
+        SleepMillisecond();
+    }
+    return KESTATUS_TIMEOUT;
+}
+
+// Reserves the file's memory, so that touching it can never fail later.
+int Reserve(int descriptor) {
+    int error = 0;
+    do {
+        error = ::posix_fallocate(descriptor, 0, static_cast<off_t>(cFileBytes));
+    } while (error == EINTR);
+    return error;
+}
+
+bool WriteAll(int descriptor, const void* data, std::size_t size, off_t offset) {
+    return ::pwrite(descriptor, data, size, offset) == static_cast<ssize_t>(size);
+}
+
+} // namespace
+
+bool IsValidSegmentName(std::string_view name) noexcept {
+    if (name.empty() || name.size() > cMaxNameLength) {
+        return false;
+    }
+    constexpr std::string_view cAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.";
+    return name.find_first_not_of(cAllowed) == std::string_view::npos;
+}
+
+std::string SegmentPath(std::string_view directory, std::string_view name) {
+    std::string path(directory);
+    path += "/quayside2-";
+    path += std::to_string(::geteuid());
+    path += '-';
+    path += name;
+    return path;
+}
+
+KESTATUS SegmentFile::Open(const std::string& path) {
+    for (int tries = 0; tries < cOpenTries; ++tries) {
+        KESTATUS status = OpenExisting(path);
+        if (status != KESTATUS_SUCCESS) {
+            return status;
+        }
+        bool removed = false;
+        status = SetUp(path, removed);
+        if (!removed) {
+            if (status != KESTATUS_SUCCESS) {
+                mFile.Close();
+            }
+            return status;
+        }
+    }
+    mFile.Close();
+    return KESTATUS_BUSY;
+}
+
+// Opens the file or creates an empty one. In two steps, because a sticky folder may refuse O_CREAT on
+// another user's file with a status that would hide the reason.
+KESTATUS SegmentFile::OpenExisting(const std::string& path) {
+    for (int tries = 0; tries < cOpenTries; ++tries) {
+        int error = mFile.Open(path.c_str(), cOpenFlags, 0);
+        if (error == 0) {
+            return CheckKind();
+        }
+        if (error != ENOENT) {
+            return StatusOfOpenError(error);
+        }
+        error = mFile.Open(path.c_str(), cOpenFlags | O_CREAT | O_EXCL, cFileMode);
+        if (error == 0) {
+            // The mask of the process may have taken bits away that we need.
+            return ::fchmod(mFile.Descriptor(), cFileMode) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+        }
+        if (error != EEXIST) {
+            return StatusOfOpenError(error);
+        }
+    }
+    return KESTATUS_BUSY;
+}
+
+KESTATUS SegmentFile::CheckKind() const {
+    struct stat info = {};
+    if (::fstat(mFile.Descriptor(), &info) != 0) {
+        return KEStatusFromErrno(errno);
+    }
+    if (!S_ISREG(info.st_mode)) {
+        return KESTATUS_INVALID_FILE;
+    }
+    if (info.st_uid != ::geteuid() || (info.st_mode & cOthersMode) != 0) {
+        return KESTATUS_NOT_ALLOWED;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// Makes sure, under the set-up lock, that the file is complete. removed: its name was taken away
+// meanwhile, by a failed set-up or by the user, so another file has to be opened.
+KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
+    const int descriptor = mFile.Descriptor();
+    KESTATUS status = TakeSetUpLock(descriptor);
+    if (status != KESTATUS_SUCCESS) {
+        return status;
+    }
+    struct stat info = {};
+    if (::fstat(descriptor, &info) != 0) {
+        return KEStatusFromErrno(errno);
+    }
+    removed = info.st_nlink == 0;
+    if (removed) {
+        return KESTATUS_BUSY;
+    }
+    bool empty = false;
+    status = CheckHeader(empty);
+    if (status == KESTATUS_SUCCESS && empty) {
+        status = Initialise();
+        if (status != KESTATUS_SUCCESS) {
+            ::unlink(path.c_str());
+        }
+    }
+    static_cast<void>(SetLock(descriptor, F_UNLCK, cSetUpLockOffset));
+    return status;
+}
+
+// empty: the file was never completed and is free to be initialised.
+KESTATUS SegmentFile::CheckHeader(bool& empty) const {
+    const int descriptor = mFile.Descriptor();
+    struct stat info = {};
+    if (::fstat(descriptor, &info) != 0) {
+        return KEStatusFromErrno(errno);
+    }
+    FileHeader header = {};
+    const ssize_t read = ::pread(descriptor, &header, sizeof(header), 0);
+    if (read < 0) {
+        return KEStatusFromErrno(errno);
+    }
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    if (size == 0 || (size == cFileBytes && header.magic == 0)) {
+        empty = true;
+        return KESTATUS_SUCCESS;
+    }
+    if (read < static_cast<ssize_t>(sizeof(header.magic)) || header.magic != cMagic) {
+        return KESTATUS_INVALID_FILE;
+    }
+    if (std::memcmp(&header, &cExpectedHeader, sizeof(header)) != 0 || size != cFileBytes) {
+        return KESTATUS_VERSION_MISMATCH;
+    }
+    // A file with holes is not one of ours, but harmless once they are filled.
+    if (static_cast<std::uint64_t>(info.st_blocks) * cStatBlockBytes < cFileBytes) {
+        const int error = Reserve(descriptor);
+        return error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// The rest of the header goes before the magic number, which makes the file complete.
+KESTATUS SegmentFile::Initialise() {
+    const int descriptor = mFile.Descriptor();
+    const int error = Reserve(descriptor);
+    if (error != 0) {
+        return KEStatusFromErrno(error);
+    }
+    FileHeader header = cExpectedHeader;
+    header.magic = 0;
+    if (!WriteAll(descriptor, &header, sizeof(header), 0) ||
+        !WriteAll(descriptor, &cMagic, sizeof(cMagic), offsetof(FileHeader, magic))) {
+        return KESTATUS_WRITE_FILE_FAILED;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS SegmentFile::LockPort(std::uint32_t port, PortUse use) {
+    const int descriptor = mFile.Descriptor();
+    const std::int64_t trafficOffset = cTrafficLockOffset + port;
+    int error = SetLock(descriptor, F_WRLCK, cPortLockOffset + port);
+    for (int tries = 0; IsConflict(error) && tries < cBriefUseTries && !IsLocked(trafficOffset); ++tries) {
+        SleepMillisecond();
+        error = SetLock(descriptor, F_WRLCK, cPortLockOffset + port);
+    }
+    if (error == 0 && use == PortUse::Traffic) {
+        error = SetLock(descriptor, F_WRLCK, trafficOffset);
+    }
+    if (IsConflict(error)) {
+        return KESTATUS_IN_USE;
+    }
+    return error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
+}
+
+bool SegmentFile::IsPortHeld(std::uint32_t port) const noexcept {
+    return IsLocked(cPortLockOffset + port);
+}
+
+bool SegmentFile::IsLocked(std::int64_t offset) const noexcept {
+    struct flock lock = LockOf(F_WRLCK, offset);
+    // When the kernel will not say, assume a holder: that costs time, not frames.
+    return ::fcntl(mFile.Descriptor(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+}
+
+} // namespace quayside2::segment

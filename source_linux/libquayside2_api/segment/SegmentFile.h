@@ -1,0 +1,59 @@
+// The file of a segment: found or made, checked, and its locks.
+//
+// Set-up is guarded by a lock of the file, so that two processes may start at once and one that is killed
+// half-way leaves a file that the next one completes. From one thread at a time.
+#ifndef QUAYSIDE2_SEGMENT_SEGMENTFILE_H
+#define QUAYSIDE2_SEGMENT_SEGMENTFILE_H
+
+#include <string>
+#include <string_view>
+
+#include "../ProcessFile.h"
+#include "kestatus.h"
+
+namespace quayside2::segment {
+
+// Where segments live.
+inline constexpr const char* cSegmentDirectory = "/dev/shm";
+
+// Letters, digits, '-', '_' and '.', 1 to 64 of them.
+bool IsValidSegmentName(std::string_view name) noexcept;
+
+// The path of the calling user's segment of a valid name.
+std::string SegmentPath(std::string_view directory, std::string_view name);
+
+class SegmentFile {
+public:
+    // Opens the segment, which is made when there is none; a failure leaves no new file behind.
+    //   KESTATUS_NOT_ALLOWED       it belongs to another user, others may use it, or access is refused
+    //   KESTATUS_INVALID_FILE      there is something that is no segment: link, folder, other contents
+    //   KESTATUS_VERSION_MISMATCH  it was made by a library of another version
+    //   KESTATUS_TIMEOUT           another process is setting it up and does not finish
+    //   KESTATUS_LINUX_ENOSPC and others of the Linux family
+    KESTATUS Open(const std::string& path);
+
+    int Descriptor() const noexcept { return mFile.Descriptor(); }
+
+    // Takes a port for this object, until it is destroyed or the process dies. KESTATUS_IN_USE when
+    // another object, in this or another process, has it. One that has it for its properties alone is
+    // waited for, 200 ms at most: programs that start together look through the properties of all ports
+    // and would otherwise get into each other's way.
+    enum class PortUse { Properties, Traffic };
+    KESTATUS LockPort(std::uint32_t port, PortUse use);
+    // Whether another object than this has a port. From any thread.
+    bool IsPortHeld(std::uint32_t port) const noexcept;
+
+private:
+    KESTATUS OpenExisting(const std::string& path);
+    KESTATUS SetUp(const std::string& path, bool& removed);
+    KESTATUS CheckKind() const;
+    KESTATUS CheckHeader(bool& empty) const;
+    KESTATUS Initialise();
+    bool IsLocked(std::int64_t offset) const noexcept;
+
+    ProcessFile mFile;
+};
+
+} // namespace quayside2::segment
+
+#endif

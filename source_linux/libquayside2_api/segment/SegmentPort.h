@@ -1,0 +1,36 @@
+// One port of a segment, held by this process: the segment's file with the port's lock, and its memory.
+#ifndef QUAYSIDE2_SEGMENT_SEGMENTPORT_H
+#define QUAYSIDE2_SEGMENT_SEGMENTPORT_H
+
+#include <string>
+
+#include "SegmentFile.h"
+#include "SegmentMapping.h"
+
+namespace quayside2::segment {
+
+class SegmentPort {
+public:
+    enum class Rings { None, Own, All };
+
+    // Takes a port of the segment at path and maps what is asked for. What a former holder left in the
+    // port's receiver state is switched off, so that no sender waits for it. Statuses of SegmentFile.
+    KESTATUS Open(const std::string& path, std::uint32_t number, Rings rings);
+
+    std::uint32_t Number() const noexcept { return mNumber; }
+    const SegmentFile& File() const noexcept { return mFile; }
+    ControlPages& Control() const noexcept { return mMapping.Control(); }
+    SenderState& OwnSender() const noexcept { return Control().senders[mNumber]; }
+    ReceiverState& OwnReceiver() const noexcept { return Control().receivers[mNumber]; }
+    Ring& OwnRing() const noexcept { return mMapping.OwnRing(); }
+    const Ring& RingOf(std::uint32_t port) const noexcept { return mMapping.RingOf(port); }
+
+private:
+    SegmentFile mFile;
+    SegmentMapping mMapping;
+    std::uint32_t mNumber = 0;
+};
+
+} // namespace quayside2::segment
+
+#endif

@@ -1,0 +1,53 @@
+// A port of the segment opened to receive: the frames of the other ports, merged in the order of their time
+// stamps.
+//
+// From any thread; one lock makes taking frames exclusive. A waiting thread holds no lock.
+#ifndef QUAYSIDE2_SEGMENT_SEGMENTRXDEVICE_H
+#define QUAYSIDE2_SEGMENT_SEGMENTRXDEVICE_H
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "../Device.h"
+#include "RingReader.h"
+#include "SegmentPort.h"
+
+namespace quayside2::segment {
+
+class SegmentRxDevice : public Device {
+public:
+    // The port was opened with Rings::All.
+    SegmentRxDevice(const DeviceProperties& properties, bool receiveHeader,
+                    std::unique_ptr<SegmentPort> port);
+    ~SegmentRxDevice() override;
+
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    KESTATUS EnableRawRx() override;
+    KESTATUS DisableRawRx() override;
+    KESTATUS WaitForRawFrame(std::int32_t timeoutMs) override;
+    KESTATUS GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t* buffer, std::uint32_t bufferSize,
+                                 std::uint32_t& receivedLength) override;
+    void Shutdown() noexcept override;
+
+private:
+    bool HasData();
+    KESTATUS WaitState(std::uint32_t epoch) const noexcept;
+    RingReader* ChooseReader() noexcept;
+    void WriteHeader(std::uint8_t* to, std::uint64_t time) const noexcept;
+    void ChangeEpoch() noexcept;
+
+    const DeviceProperties mProperties;
+    const std::uint32_t mHeaderBytes; // 0 without the receive header
+    const std::unique_ptr<SegmentPort> mPort;
+    std::atomic<bool> mShutdown{false};
+    // Odd while enabled, as in the shared state, which is a copy of it. Changed with the lock held.
+    std::atomic<std::uint32_t> mEpoch;
+    std::mutex mMutex; // everything below
+    std::vector<RingReader> mReaders;
+    std::uint32_t mSequence = 0; // of the next frame
+};
+
+} // namespace quayside2::segment
+
+#endif

@@ -1,0 +1,161 @@
+// A device library whose answers a test writes into the environment variable FAKE_QBX, loaded in place of
+// the real one: comma-separated NAME=VALUE, NAME a function without its QBX_ prefix and VALUE the status
+// it answers each time, in hexadecimal. Also: "compatible=0" (version check), "devices=N" (default 2),
+// "mac_size=N" (bytes of the MAC address property, default 6), "names=A:B" (friendly names by index,
+// default fake-1:fake-2), "NAME@INDEX=VALUE" (an open call for this index only). Frames that are sent are
+// appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "quayside2_api.h"
+
+namespace {
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t end = std::min(text.find(separator, start), text.size());
+        if (end != start) {
+            parts.push_back(text.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    return parts;
+}
+
+const std::map<std::string, std::string>& Script() {
+    static const std::map<std::string, std::string> sScript = [] {
+        std::map<std::string, std::string> script;
+        const char* text = std::getenv("FAKE_QBX");
+        for (const std::string& part : Split(text ? text : "", ',')) {
+            const std::size_t equals = part.find('=');
+            script[part.substr(0, equals)] = part.substr(equals + 1);
+        }
+        return script;
+    }();
+    return sScript;
+}
+
+std::string Text(const std::string& name, const std::string& fallback) {
+    const auto found = Script().find(name);
+    return found != Script().end() ? found->second : fallback;
+}
+
+std::uint32_t Number(const std::string& name, std::uint32_t fallback) {
+    const std::string text = Text(name, "");
+    return text.empty() ? fallback : static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 0));
+}
+
+KESTATUS Open(const char* function, std::uint32_t index, QBXDeviceHandle* device) {
+    const KESTATUS st =
+        Number(std::string(function) + "@" + std::to_string(index), Number(function, KESTATUS_SUCCESS));
+    *device = st == KESTATUS_SUCCESS ? index + 1 : 0;
+    return st;
+}
+
+} // namespace
+
+extern "C" {
+
+bool QBX_CheckApiVersion(std::uint32_t, std::uint32_t) {
+    return Number("compatible", 1) != 0;
+}
+
+std::uint32_t QBX_GetApiVersion() {
+    return Number("GetApiVersion", 2u << 16 | 20u);
+}
+
+KESTATUS QBX_EnumerateDevices(QBXDeviceType, QBXEnumerationHandle* enumeration, std::uint32_t* count) {
+    *enumeration = 1;
+    *count = Number("devices", 2);
+    return Number("EnumerateDevices", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle) {
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle, std::uint32_t index, QBXDeviceHandle* device) {
+    return Open("OpenControlDevice", index, device);
+}
+
+KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle, std::uint32_t index, std::uint32_t, QBXRawHeaderType,
+                             QBXDeviceHandle* device, std::uint32_t) {
+    return Open("OpenRawTxDevice", index, device);
+}
+
+KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle, std::uint32_t index, std::uint32_t, QBXRawHeaderType,
+                             QBXDeviceHandle* device, std::uint32_t) {
+    return Open("OpenRawRxDevice", index, device);
+}
+
+KESTATUS QBX_CloseDevice(QBXDeviceHandle) {
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t, char* buffer,
+                                     std::uint32_t size) {
+    const std::vector<std::string> names = Split(Text("names", "fake-1:fake-2"), ':');
+    std::snprintf(buffer, size, "%s", device <= names.size() ? names[device - 1].c_str() : "");
+    return Number("GetDevicePropertyString@" + std::to_string(device - 1),
+                  Number("GetDevicePropertyString", KESTATUS_SUCCESS));
+}
+
+KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle, std::uint32_t, void* buffer, std::uint32_t size,
+                                     std::uint32_t* returnedSize) {
+    static const std::uint8_t sMac[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    std::memcpy(buffer, sMac, std::min<std::size_t>(size, sizeof sMac));
+    *returnedSize = Number("mac_size", sizeof sMac);
+    return Number("GetDevicePropertyBinary", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_EnableRawRx(QBXDeviceHandle) {
+    return Number("EnableRawRx", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_DisableRawRx(QBXDeviceHandle) {
+    return Number("DisableRawRx", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle, std::int32_t) {
+    return Number("WaitForRawFrame", KESTATUS_TIMEOUT);
+}
+
+KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle, QBXRawFrameType*, void*, std::uint32_t, std::uint32_t*) {
+    return Number("GetReceivedRawFrame", KESTATUS_NO_DATA);
+}
+
+KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle, std::uint32_t) {
+    return Number("CheckSubmitRawFrame", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_WaitForTxResources(QBXDeviceHandle, std::uint32_t, std::int32_t) {
+    return Number("WaitForTxResources", KESTATUS_SUCCESS);
+}
+
+KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle, const void* frame, std::uint32_t length, std::uint32_t*) {
+    const KESTATUS st = Number("SubmitRawFrame", KESTATUS_SUCCESS);
+    const char* path = std::getenv("FAKE_QBX_FRAMES");
+    if (st == KESTATUS_SUCCESS && path) {
+        if (std::FILE* file = std::fopen(path, "ab")) {
+            std::fwrite(&length, sizeof length, 1, file);
+            std::fwrite(frame, 1, length, file);
+            std::fclose(file);
+        }
+    }
+    return st;
+}
+
+KESTATUS QBX_SendRawFrames(QBXDeviceHandle) {
+    return Number("SendRawFrames", KESTATUS_SUCCESS);
+}
+
+} // extern "C"

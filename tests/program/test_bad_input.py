@@ -1,0 +1,155 @@
+"""Files that are none, ports that are taken, shared memory that cannot be had: a clear line, the right
+status, and nothing left behind."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+import pytest
+
+import tsfile
+from lanes import FLOWLANE, TIMEOUT, exit_status, run, sanitized_environment, wait_for
+
+
+@pytest.mark.parametrize("make, line, status", [
+    (lambda path: None, "CreateTSFileSource failed, st=0xe0010002(KESTATUS_LINUX_ENOENT).", 0xE0010002),
+    (lambda path: path.mkdir(), "StartSource failed, st=0xe0000091(KESTATUS_READ_FILE_FAILED).", 0xE0000091),
+    (lambda path: path.symlink_to(path), "CreateTSFileSource failed, st=0xe0010028(unknown).", 0xE0010028),
+])
+def test_files_that_cannot_be_read(segment, tmp_path, make, line, status):
+    path = tmp_path / "input.ts"
+    make(path)
+    result = segment.run("ts2av", path)
+    assert result.stderr.splitlines() == [line]
+    assert result.returncode == exit_status(status)
+
+
+@pytest.mark.parametrize("content", [
+    b"",
+    b"\x47" * 100,                                      # less than a packet
+    tsfile.packet(0),                                   # no clock reference
+    tsfile.packet(0, pcr=1),                            # a single one
+    b"x" + tsfile.stream(seconds=1, rate=100),          # not aligned to packets
+    bytes(188 * 50),                                    # no packets at all
+], ids=["empty", "short", "no PCR", "one PCR", "misaligned", "zeros"])
+def test_files_with_nothing_to_send(segment, tmp_path, content):
+    path = tmp_path / "input.ts"
+    path.write_bytes(content)
+    result = segment.run("ts2av", path)
+    assert result.stderr == ""
+    assert result.stdout.count("TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0\n") >= 1
+    assert "Successfully sent content of TS file..." in result.stdout
+    assert result.returncode == 0
+
+
+@pytest.fixture
+def installed():
+    """The program and its library where every user can reach them."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="flowlane-test-"))
+    folder.chmod(0o755)
+    library = pathlib.Path(FLOWLANE).parent.parent / "libquayside2_api" / "libquayside2_api.so"
+    shutil.copy(FLOWLANE, folder / "flowlane")
+    shutil.copy(library, folder / library.name)
+    yield folder
+    shutil.rmtree(folder)
+
+
+def test_unreadable_file(segment, installed):
+    path = installed / "input.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=100))
+    path.chmod(0)
+    other_user = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
+    result = subprocess.run([installed / "flowlane", "ts2av", path], capture_output=True, text=True,
+                            stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=False,
+                            env={**segment.env, "LD_LIBRARY_PATH": str(installed)}, **other_user)
+    assert result.stderr.splitlines() == ["CreateTSFileSource failed, st=0xe001000d(KESTATUS_LINUX_EACCES)."]
+    assert result.returncode == exit_status(0xE001000D)
+
+
+@pytest.mark.parametrize("index", ["99", "4294967295"])
+def test_device_index_out_of_range(segment, tmp_path, index):
+    result = segment.run("ts2av", tmp_path / "any.ts", "-d", index)
+    assert result.stderr.splitlines() == [
+        "OpenRawTxDevice failed, st=0xe0000047(KESTATUS_INVALID_INDEX).",
+        "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."]
+    assert result.returncode == exit_status(0xE0000047)
+
+
+def test_port_in_use(segment, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=60, rate=100))
+    in_use = "0xe0000006(KESTATUS_IN_USE)"
+    holder = subprocess.Popen([FLOWLANE, "ts2av", path, "-n", "lane-1"], env=segment.env, text=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+    try:
+        while "press any key" not in holder.stdout.readline():
+            assert holder.poll() is None
+        by_index = segment.run("ts2av", path, "-d", "0")
+        by_name = segment.run("ts2av", path, "-n", "lane-1")
+    finally:
+        holder.kill()
+        holder.communicate(timeout=TIMEOUT)
+    assert by_index.stderr.splitlines() == [f"OpenRawTxDevice failed, st={in_use}.",
+                                            f"Open device failed, st={in_use}."]
+    assert by_index.returncode == exit_status(0xE0000006)
+    assert "Ignore device with index 0 because it is already in use.\n" in by_name.stdout
+    assert "No device found for friendly name 'lane-1'\n" in by_name.stdout
+    assert by_name.returncode == exit_status(0xE0000039)
+
+    # A killed holder's port is free again.
+    path.write_bytes(tsfile.stream(seconds=0.1, rate=100))
+    wait_for(lambda: segment.run("ts2av", path, "-d", "0").returncode == 0, "the port to be free")
+
+
+def run_with_shared_memory(mount_options, script, env):
+    """Runs a shell script in a mount namespace of its own, with a small file system for shared memory."""
+    private = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--map-root-user", "--mount"]
+    return subprocess.run([*private, "sh", "-euc", f"mount -t tmpfs {mount_options} tmpfs /dev/shm; {script}"],
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIMEOUT,
+                          check=False, env=env)
+
+
+@pytest.mark.parametrize("mount_options, status, name", [
+    ("-o size=64k", 0xE001001C, "KESTATUS_LINUX_ENOSPC"),
+    ("-o ro", 0xE001001E, "KESTATUS_LINUX_EROFS"),
+])
+def test_shared_memory_full_or_read_only(segment, tmp_path, mount_options, status, name):
+    path = tmp_path / "input.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=100))
+    result = run_with_shared_memory(
+        mount_options, f"code=0; '{FLOWLANE}' ts2av '{path}' || code=$?; ls /dev/shm; exit $code", segment.env)
+    assert result.returncode == exit_status(status), result.stderr
+    lines = result.stderr.splitlines()
+    assert lines[-1] == f"Open device failed, st=0x{status:08x}({name})."
+    # Nothing is left behind: the listing of the folder adds no line.
+    assert result.stdout.splitlines()[-1].startswith(("Found ", "Enumerate "))
+
+
+def test_segment_of_another_owner(segment, tmp_path):
+    """Somebody else's file in the place of the segment is left alone."""
+    path = tmp_path / "input.ts"
+    path.write_bytes(tsfile.stream(seconds=0.1, rate=100))
+    assert segment.run("ts2av", path).returncode == 0
+    script = (f"uid=$(id -u); name=$(basename $1); head -c 1000 /dev/zero > /dev/shm/$name; "
+              f"chmod 600 /dev/shm/$name; chown 65534 /dev/shm/$name; code=0; '{FLOWLANE}' ts2av '{path}' || "
+              f"code=$?; stat -c '%u %s' /dev/shm/$name; exit $code")
+    [segment_file] = segment.files()
+    if os.geteuid() != 0:
+        pytest.fail("giving a file to another user needs root")
+    result = subprocess.run(
+        ["unshare", "--mount", "sh", "-euc", f"mount -t tmpfs -o mode=1777 tmpfs /dev/shm; {script}", "sh",
+         segment_file],
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIMEOUT, check=False,
+        env=segment.env)
+    assert result.stderr.splitlines()[-1] == "Open device failed, st=0xe0000032(KESTATUS_NOT_ALLOWED)."
+    assert result.stdout.splitlines()[-1] == "65534 1000"
+    assert result.returncode == exit_status(0xE0000032)
+
+
+@pytest.mark.parametrize("name", ["a/b", "../x", "x" * 300, "with blank"])
+def test_segment_name_that_is_none(tmp_path, name):
+    result = run("ts2av", tmp_path / "any.ts", env=sanitized_environment(QUAYSIDE2_SEGMENT=name))
+    assert result.stderr.splitlines()[-1] == "Open device failed, st=0xe0000041(KESTATUS_INVALID_PARAMETER)."
+    assert result.returncode == exit_status(0xE0000041)

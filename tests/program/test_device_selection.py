@@ -1,0 +1,101 @@
+"""Choosing and opening the device: every line, and the status that becomes the exit code."""
+
+import pytest
+
+import tsfile
+from lanes import exit_status, run_with_fake_device
+
+IN_USE = "0xe0000006(KESTATUS_IN_USE)"
+START = ["Quayside library API Version 2.20.", "Enumerate available devices..."]
+
+
+@pytest.fixture
+def ts2av(tmp_path):
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=0.1, rate=100))
+    return lambda *options, script="": run_with_fake_device("ts2av", path, *options, script=script)
+
+
+@pytest.mark.parametrize("script, options, out, err, status", [
+    # No device, and an enumeration that fails.
+    ("devices=0", [], ["No Quayside device connected, please connect a device"],
+     ["Open device failed, st=0xe0000023(KESTATUS_NO_DEVICES)."], 0xE0000023),
+    ("EnumerateDevices=0xE0000086", [], [],
+     ["EnumerateDevices failed, st=0xe0000086(KESTATUS_HARDWARE_ACCESS_FAILED).",
+      "Open device failed, st=0xe0000086(KESTATUS_HARDWARE_ACCESS_FAILED)."], 0xE0000086),
+    # By index: never compared with the count, never skipped when in use.
+    ("OpenRawTxDevice=0xE0000047", ["-d", "99"], ["Found 2 Quayside device(s)"],
+     ["OpenRawTxDevice failed, st=0xe0000047(KESTATUS_INVALID_INDEX).",
+      "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."], 0xE0000047),
+    ("OpenRawTxDevice@0=0xE0000006", [], ["Found 2 Quayside device(s)"],
+     [f"OpenRawTxDevice failed, st={IN_USE}.", f"Open device failed, st={IN_USE}."], 0xE0000006),
+    # By name.
+    ("", ["-n", "nowhere"],
+     ["Found 2 Quayside device(s)", "No device found for friendly name 'nowhere'"],
+     ["LookupDeviceIndexForFriendlyName failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
+      "Open device failed, st=0xe0000039(KESTATUS_NOT_FOUND)."], 0xE0000039),
+    ("", ["-n", "FAKE-1"],
+     ["Found 2 Quayside device(s)", "No device found for friendly name 'FAKE-1'"],
+     ["LookupDeviceIndexForFriendlyName failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
+      "Open device failed, st=0xe0000039(KESTATUS_NOT_FOUND)."], 0xE0000039),
+    # A name that only an instance in use has.
+    ("OpenControlDevice@1=0xE0000006", ["-n", "fake-2"],
+     ["Found 2 Quayside device(s)", "Ignore device with index 1 because it is already in use.",
+      "No device found for friendly name 'fake-2'"],
+     ["LookupDeviceIndexForFriendlyName failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
+      "Open device failed, st=0xe0000039(KESTATUS_NOT_FOUND)."], 0xE0000039),
+    # Another failure ends the search although the next instance would match.
+    ("OpenControlDevice@0=0xE0000071", ["-n", "fake-2"], ["Found 2 Quayside device(s)"],
+     ["OpenControlDevice failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED).",
+      "LookupDeviceIndexForFriendlyName failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED).",
+      "Open device failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED)."], 0xE0000071),
+    # The lookup found it, the opening fails.
+    ("OpenRawTxDevice@1=0xE0000110", ["-n", "fake-2"], ["Found 2 Quayside device(s)"],
+     ["OpenRawTxDevice failed, st=0xe0000110(KESTATUS_ADMIN_PRIVILEGES_REQUIRED).",
+      "Open device failed, st=0xe0000110(KESTATUS_ADMIN_PRIVILEGES_REQUIRED)."], 0xE0000110),
+])
+def test_failures(ts2av, script, options, out, err, status):
+    result = ts2av(*options, script=script)
+    assert result.stdout.splitlines() == START + out
+    assert result.stderr.splitlines() == err
+    assert result.returncode == exit_status(status)
+
+
+# The rest of a run is refused by the sink, right behind the selection.
+STOP_THERE = "mac_size=5"
+
+
+@pytest.mark.parametrize("script, options, lines", [
+    ("", [], []),
+    ("", ["-n", ""], []),  # an empty name counts as none
+    ("OpenRawTxDevice@0=0xE0000006", ["-d", "1"], []),
+    # -n overrides -d; of two instances of one name the first is taken.
+    ("OpenRawTxDevice@1=0xE0000006", ["-d", "1", "-n", "fake-1"], []),
+    ("names=twin:twin,OpenRawTxDevice@1=0xE0000006", ["-n", "twin"], []),
+    # Instances in use, and instances without a name to read, are passed over.
+    ("OpenControlDevice@0=0xE0000006", ["-n", "fake-2"],
+     ["Ignore device with index 0 because it is already in use."]),
+    ("GetDevicePropertyString@0=0xE0000039", ["-n", "fake-2"], []),
+])
+def test_found(ts2av, script, options, lines):
+    result = ts2av(*options, script=f"{script},{STOP_THERE}")
+    assert result.stdout.splitlines() == START + ["Found 2 Quayside device(s)"] + lines + ["Create AVTP sink..."]
+    errors = ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."]
+    if "GetDevicePropertyString" in script:
+        errors.insert(0, "GetDevicePropertyString failed (idx=0), st=0xe0000039(KESTATUS_NOT_FOUND), "
+                         "ignore the device.")
+    assert result.stderr.splitlines() == errors
+    assert result.returncode == exit_status(0xE0000061)
+
+
+@pytest.mark.parametrize("options, description", [
+    ([], "0"),
+    (["-d", "1"], "1"),
+    (["-n", "fake-1"], "fake-1(0)"),
+    (["-n", "fake-2"], "fake-2(1)"),
+    (["-d", "0", "-n", "fake-2"], "fake-2(1)"),
+])
+def test_description(ts2av, options, description):
+    result = ts2av(*options, script="CheckSubmitRawFrame=0xE0000021,WaitForTxResources=0xE0000003")
+    assert f"Start AVTP sink on device {description}..." in result.stdout.splitlines()
+    assert result.returncode == 0

@@ -1,0 +1,178 @@
+"""From the start of the program to its exit code: version line, command line, help."""
+
+import re
+
+import pytest
+
+from lanes import exit_status, run, run_with_fake_device
+
+VERSION_LINE = "Quayside library API Version 2.20."
+HINT = "For usage information, run flowlane help."
+KESTATUS_INVALID_COMMAND = 0xE0000054
+
+HELP = """\
+
+flowlane v1.16.0 ({date} {time})
+
+Usage:
+
+  flowlane help
+    Display this help text and exit.
+
+  flowlane ts2av <ts-file> [-l] [-m <desination_mac_address>] [-vtci <number>] [-u <unique_id>] [-d <index> | -n <name>]
+    Open the specified H.264/H.265 TS file and send contents as IEEE P1722 AVTP compliant stream.
+    Option -m defines destination MAC address in the generated Ethernet header.
+    Option -u defines the 16-bit Unique ID field of the StreamID in the generated AVTP header.
+
+  flowlane av2rtp <destination_host> [-p <port_number>] [-m <source_mac_address>] [-u <unique_id>] [-d <index> | -n <name>]
+    Receive an IEEE P1722 AVTP compliant stream, convert it to an RTP/UDP stream, and forward it to the specified host.
+    Option -m activates filtering by source MAC address in Ethernet header.
+    Option -u activates filtering by 16-bit Unique ID field of the StreamID in the AVTP header.
+
+  flowlane pcap <filename> [-fbs <frames>] [-maxkb <size> | -maxmb <size>] [-d <index> | -n <name>]
+    Capture Ethernet frames and write them to a pcap-ng file. Suffix .pcapng will be appended to the specified filename.
+
+  flowlane playpcap <filename> [-l] [-flsm] [-i] [-fbs <frames>] [-d <index> | -n <name>]
+    Replay Ethernet frames from the specified pcap-ng file or a file set.
+    Option -i activates playback of a file set and specifies the index of the first file in the file set.
+
+Options:
+  -h --help
+    Display this help text and exit.
+  -v --verbose
+    Enable verbose mode.
+  -d --device_instance
+    Zero-based index of the device instance to use, default 0.
+  -n --friendly_name
+    Friendly name of the device instance to use.
+  -u --unique_id <ID>
+    Unique ID (16 bits) used in the IEEE 802.1Qat StreamID, default 0.
+  -m --mac_address <MAC address>
+    Source/destination MAC address specified as string with 12 characters (e.g. '112233445566').
+    Defaults to FF-FF-FF-FF-FF-FF (the broadcast address) if this option is not specified.
+  -vtci --vlan_tci <number>
+    Specifies the VLAN tag control information (TCI) for the sent Ethernet frames, zero for no VLAN (default).
+  -l --loop
+    Rewind the file to the beginning when end of file is reached.
+  -p --port_number <number>
+    Port number to be used, default 5000.
+  -fbs --frame_buffer_size <frames>
+    Size of the intermediate buffer in frames, default 20000 frames.
+  -maxkb --max_file_size_KB <size>
+    Max size of a pcap-ng file in kilobytes (1'000 bytes), zero for no limit (default).
+  -maxmb --max_file_size_MB <size>
+    Max size of a pcap-ng file in megabytes (1'000'000 bytes), zero for no limit (default).
+  -flsm --force_local_source_mac
+    In each Ethernet frame, replace the source MAC address with the one of the local device.
+  -i --index
+    Index of the first file in the file set, default 1.
+
+"""
+
+
+def check_help(result):
+    banner = re.search(r"^flowlane v1\.16\.0 \((\w{3} [ \d]\d \d{4}) (\d\d:\d\d:\d\d)\)$", result.stdout, re.M)
+    assert banner, result.stdout
+    assert result.stdout == VERSION_LINE + "\n" + HELP.format(date=banner[1], time=banner[2])
+    assert result.stderr == ""
+    assert result.returncode == 0
+
+
+@pytest.mark.parametrize("args", [
+    ["help"],
+    ["-h"],
+    ["--help"],
+    ["ts2av", "-h"],
+    ["ts2av", "no-such-file", "-h"],
+    ["nonsense", "--help"],
+    ["help", "-v"],
+    # Given values never show.
+    ["help", "-d", "7", "-u", "8", "-p", "9", "-fbs", "10", "-i", "11"],
+])
+def test_help(args):
+    check_help(run(*args))
+
+
+@pytest.mark.parametrize("args, word", [
+    ([], ""),
+    (["HELP"], "HELP"),
+    (["Ts2av", "file"], "Ts2av"),
+    (["ts2avx"], "ts2avx"),
+    (["-v"], ""),
+    (["--"], "--"),
+    (["-5"], "-5"),
+    (["{}"], "{}"),
+])
+def test_invalid_command(args, word):
+    result = run(*args)
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr == f"Invalid command {word}.\n{HINT}\n"
+    assert result.returncode == exit_status(KESTATUS_INVALID_COMMAND)
+
+
+VALUE_OPTIONS = [("m", "mac_address"), ("n", "friendly_name"), ("u", "unique_id"), ("d", "device_instance"),
+                 ("p", "port_number"), ("fbs", "frame_buffer_size"), ("maxkb", "max_file_size_KB"),
+                 ("maxmb", "max_file_size_MB"), ("vtci", "vlan_tci"), ("i", "index")]
+NUMBER_OPTIONS = [pair for pair in VALUE_OPTIONS if pair[0] not in ("m", "n")]
+SWITCHES = [("h", "help"), ("v", "verbose"), ("l", "loop"), ("flsm", "force_local_source_mac")]
+
+
+def spellings(pairs):
+    return [word for short, long in pairs for word in ("-" + short, "--" + long)]
+
+
+def check_parser_error(result, message, status):
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr == f"flowlane: {message}\n{HINT}\n"
+    assert result.returncode == exit_status(status)
+
+
+@pytest.mark.parametrize("option", spellings(VALUE_OPTIONS))
+def test_missing_value(option):
+    check_parser_error(run("ts2av", option), f"Missing value for option {option}.", 0xE0000012)
+
+
+@pytest.mark.parametrize("option", spellings(NUMBER_OPTIONS))
+@pytest.mark.parametrize("value", ["abc", "", "-", "x10"])
+def test_invalid_number(option, value):
+    check_parser_error(run("ts2av", option, value), f"Invalid value {value} for option {option}.", 0xE0000051)
+
+
+@pytest.mark.parametrize("option", ["-x", "--nonsense", "-verbose", "--v", "-fbs=5", "--help=1", "-vl", "--maxkb"])
+def test_unknown_option(option):
+    check_parser_error(run("ts2av", option), f"Unknown option {option}.", 0xE0000013)
+
+
+@pytest.mark.parametrize("option", spellings(VALUE_OPTIONS))
+def test_options_with_value_are_known(option):
+    # With the help asked for, no command runs and every known option is accepted.
+    check_help(run(option, "12", "-h"))
+
+
+@pytest.mark.parametrize("option", spellings(SWITCHES))
+def test_switches_are_known(option):
+    check_help(run(option, "-h"))
+
+
+def test_first_error_is_the_only_one():
+    check_parser_error(run("-x", "-y"), "Unknown option -x.", 0xE0000013)
+
+
+@pytest.mark.parametrize("args", [[], ["help"], ["-x"], ["ts2av", "file"]])
+def test_incompatible_library(args):
+    result = run_with_fake_device(*args, script="compatible=0")
+    assert result.stdout == ""
+    assert result.stderr == "The DLL is incompatible with this application.\n"
+    assert result.returncode == 255
+
+
+@pytest.mark.parametrize("version, text", [
+    (0x00020014, "2.20"),
+    (0x00020005, "2.05"),
+    (0x00030000, "3.00"),
+    (0xFFFF0001, "65535.01"),
+    (0x00010064, "1.100"),
+])
+def test_version_line(version, text):
+    result = run_with_fake_device("help", script=f"GetApiVersion={version:#x}")
+    assert result.stdout.startswith(f"Quayside library API Version {text}.\n")

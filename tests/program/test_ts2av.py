@@ -1,0 +1,171 @@
+"""The ts2av command: its arguments, what it prints, and the frames it sends."""
+
+import re
+
+import pytest
+
+import capture
+import tsfile
+from lanes import SAMPLES, exit_status, run, run_with_fake_device
+
+KESTATUS_INVALID_PARAMETER = 0xE0000041
+KESTATUS_INVALID_LENGTH = 0xE0000042
+KESTATUS_INVALID_FORMAT = 0xE0000051
+VERSION_LINE = "Quayside library API Version 2.20."
+LANE_1_ADDRESS = "025142580001"
+
+
+@pytest.fixture
+def short_file(tmp_path):
+    """A second of a stream of 1000 packets/s."""
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=1000))
+    return path
+
+
+def mac_failure(text, status, name):
+    return f"InitFromString('{text}') failed, st=0x{status:08x}({name})."
+
+
+@pytest.mark.parametrize("args, lines, status", [
+    ([], ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+    # Before everything else.
+    (["-m", "x", "-u", "65536", "-vtci", "65536"],
+     ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+    (["f", "-m", "11223344556"],
+     [mac_failure("11223344556", KESTATUS_INVALID_LENGTH, "KESTATUS_INVALID_LENGTH")],
+     KESTATUS_INVALID_LENGTH),
+    (["f", "-m", "0a:1b:2c:3d:4e:5f"],
+     [mac_failure("0a:1b:2c:3d:4e:5f", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
+     KESTATUS_INVALID_FORMAT),
+    (["f", "-m", "0x1122334455"],
+     [mac_failure("0x1122334455", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
+     KESTATUS_INVALID_FORMAT),
+    # The address is looked at before the numbers.
+    (["f", "-m", "zz2233445566", "-u", "65536", "-vtci", "65536"],
+     [mac_failure("zz2233445566", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
+     KESTATUS_INVALID_FORMAT),
+    (["f", "-u", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
+    (["f", "-u", "-1"], ["unique ID 0xFFFFFFFF exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
+    # The ID before the tag.
+    (["f", "-u", "0x10000", "-vtci", "0xfff"], ["unique ID 0x00010000 exceeds max. 0xFFFF."],
+     KESTATUS_INVALID_PARAMETER),
+    (["f", "-vtci", "65536"], ["VLAN TCI value 0x00010000 exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
+    (["f", "-vtci", "0x10FFF"], ["VLAN TCI value 0x00010FFF exceeds max. 0xFFFF."],
+     KESTATUS_INVALID_PARAMETER),
+    (["f", "-vtci", "0xfff"], ["VLAN ID 0x00000FFF in specified VLAN TCI value  exceeds max. 0xFFE."],
+     KESTATUS_INVALID_PARAMETER),
+    (["f", "-vtci", "0xffff"], ["VLAN ID 0x00000FFF in specified VLAN TCI value  exceeds max. 0xFFE."],
+     KESTATUS_INVALID_PARAMETER),
+])
+def test_refused_arguments(args, lines, status):
+    result = run("ts2av", *args)
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr.splitlines() == lines
+    assert result.returncode == exit_status(status)
+
+
+@pytest.mark.parametrize("options, destination, tci, unique_id", [
+    ([], "ff" * 6, None, 0),
+    (["-m", "0a1B2c3D4e5F"], "0a1b2c3d4e5f", None, 0),
+    (["-m", "91e0f0000e80-and-more"], "91e0f0000e80", None, 0),
+    (["-u", "65535"], "ff" * 6, None, 65535),
+    (["-u", "0x1234", "-vtci", "0x6002"], "ff" * 6, 0x6002, 0x1234),
+    (["-u", "010"], "ff" * 6, None, 10),
+    (["-vtci", "0x0ffe"], "ff" * 6, 0x0FFE, 0),
+    (["-vtci", "0xe000"], "ff" * 6, 0xE000, 0),
+    (["-vtci", "0"], "ff" * 6, None, 0),
+])
+def test_frames(segment, short_file, tmp_path, options, destination, tci, unique_id):
+    captured = tmp_path / "frames.pcap"
+    with segment.receiver(captured) as receiver:
+        result = segment.run("ts2av", short_file, "-n", "lane-1", *options)
+    assert result.returncode == 0, result.stderr
+    assert result.stderr == ""
+
+    sent = [capture.AvtpFrame(frame) for _, frame in capture.frames(captured)]
+    assert receiver.summary == f"{len(sent)} frames, 0 missing"
+    assert {frame.destination for frame in sent} == {destination}
+    assert {frame.source for frame in sent} == {LANE_1_ADDRESS}
+    assert {frame.tci for frame in sent} == {tci}
+    assert {frame.stream_id for frame in sent} == {f"{LANE_1_ADDRESS}{unique_id:04x}"}
+    assert sent[0].sequence == 0 and sent[0].dbc == 0
+    capture.check_sequence(sent)
+    assert all(1 <= len(frame.source_packets) <= 7 for frame in sent)
+    ts_packets = [packet[4:] for frame in sent for packet in frame.source_packets]
+    assert ts_packets == tsfile.delivered_part(short_file.read_bytes())
+
+
+def test_lines_of_a_run(segment, short_file):
+    result = segment.run("ts2av", short_file, "ignored argument", "-n", "lane-1")
+    assert result.stderr == ""
+    lines = result.stdout.splitlines()
+    assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
+    del lines[2]
+    statistics = [line for line in lines if line.startswith("TS packets sent: ")]
+    assert [line for line in lines if line not in statistics] == [
+        VERSION_LINE,
+        "Enumerate available devices...",
+        "Create AVTP sink...",
+        f"Create TS file source for file '{short_file}'...",
+        "Start AVTP sink on device lane-1(0)...",
+        "Start TS file source...",
+        f"Send content of file '{short_file}' as AVTP compliant stream, press any key to stop...",
+        "Successfully sent content of TS file...",
+        "Stop TS file source...",
+        "Stop AVTP sink...",
+    ]
+    # Together they stand between the start and the end; the first before the first packet, the last with all.
+    first = lines.index(statistics[0])
+    assert lines[first:first + len(statistics)] == statistics
+    assert lines[first + len(statistics)] == "Successfully sent content of TS file..."
+    assert statistics[0] == "TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0"
+    count = len(tsfile.delivered_part(short_file.read_bytes()))
+    last = re.fullmatch(r"TS packets sent: (\d+), AVTP packets sent: (\d+), AVTP packets discarded: 0",
+                        statistics[-1])
+    assert int(last[1]) == count
+    assert count / 7 <= int(last[2]) <= count
+
+
+@pytest.mark.parametrize("sample", ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"])
+def test_samples_arrive_whole(segment, tmp_path, sample):
+    path = SAMPLES / f"{sample}.ts"
+    captured = tmp_path / "frames.pcap"
+    with segment.receiver(captured) as receiver:
+        result = segment.run("ts2av", path, "-d", "0")
+    assert result.returncode == 0, result.stderr
+    sent = [capture.AvtpFrame(frame) for _, frame in capture.frames(captured)]
+    capture.check_sequence(sent)
+    assert receiver.summary.endswith(" frames, 0 missing")
+    ts_packets = [packet[4:] for frame in sent for packet in frame.source_packets]
+    assert ts_packets == tsfile.delivered_part(path.read_bytes())
+
+
+def test_every_other_lane_receives(segment, short_file, tmp_path):
+    files = {name: tmp_path / f"{name}.pcap" for name in ("lane-2", "lane-3", "lane-4")}
+    with segment.receiver(files["lane-2"], name="lane-2"), segment.receiver(files["lane-3"], name="lane-3"), \
+            segment.receiver(files["lane-4"], name="lane-4"):
+        assert segment.run("ts2av", short_file, "-n", "lane-1").returncode == 0
+    received = [[frame for _, frame in capture.frames(path)] for path in files.values()]
+    assert received[0] and received[0] == received[1] == received[2]
+
+
+@pytest.mark.parametrize("script, lines, status", [
+    ("GetDevicePropertyBinary=0xE0000039", ["CreateAvtpSink failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
+     0xE0000039),
+    ("mac_size=8", ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
+])
+def test_device_failures_at_the_start(short_file, script, lines, status):
+    result = run_with_fake_device("ts2av", short_file, script=script)
+    assert result.stderr.splitlines() == lines
+    assert result.returncode == exit_status(status)
+
+
+def test_frames_without_resources_are_discarded_and_counted(short_file):
+    result = run_with_fake_device("ts2av", short_file,
+                                  script="CheckSubmitRawFrame=0xE0000021,WaitForTxResources=0")
+    assert result.returncode == 0
+    statistics = [line for line in result.stdout.splitlines() if line.startswith("TS packets sent: ")]
+    match = re.fullmatch(r"TS packets sent: 1000, AVTP packets sent: 0, AVTP packets discarded: (\d+)",
+                         statistics[-1])
+    assert int(match[1]) >= 1000 // 7

@@ -1,0 +1,89 @@
+"""What the tests of the built program share: where the binaries are, and a segment of one's own."""
+
+import contextlib
+import glob
+import os
+import pathlib
+import signal
+import subprocess
+import time
+
+SOURCE = pathlib.Path(os.environ["FLOWLANE_SOURCE"])
+FLOWLANE = os.environ["FLOWLANE_BIN"]
+LANE_DUMP = os.environ["LANE_DUMP_BIN"]
+FAKE_DEVICE_DIR = os.environ["FAKE_DEVICE_DIR"]
+SAMPLES = SOURCE / "samples"
+
+# Generous: it ends a test that hangs, it is never waited for.
+TIMEOUT = 120
+
+
+def sanitized_environment(**changes):
+    """The environment for a program under test, without what the user's own may say about devices."""
+    env = {k: v for k, v in os.environ.items() if not k.startswith(("QUAYSIDE2_", "FAKE_QBX"))}
+    env["LC_ALL"] = "C"
+    env.update({k: str(v) for k, v in changes.items()})
+    return env
+
+
+class Segment:
+    """A virtual segment of one test; its shared memory goes when the test ends."""
+
+    def __init__(self, name):
+        self.name = name
+        self.env = sanitized_environment(QUAYSIDE2_SEGMENT=name)
+
+    def files(self):
+        return glob.glob(f"/dev/shm/*{self.name}*")
+
+    def remove(self):
+        for path in self.files():
+            os.unlink(path)
+
+    def run(self, *args, stdin=subprocess.DEVNULL, **env):
+        return run(*args, stdin=stdin, env={**self.env, **{k: str(v) for k, v in env.items()}})
+
+    @contextlib.contextmanager
+    def receiver(self, path, *args, name="lane-2"):
+        """A receiver that writes the frames to a capture file and runs until the block ends. Yields an
+        object whose text tells, afterwards, what it printed."""
+        process = subprocess.Popen(
+            [LANE_DUMP, "-n", name, "-o", str(path), *args],
+            env=self.env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        try:
+            assert process.stdout.readline().strip() == "ready"
+            process.summary = None
+            yield process
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
+            process.summary = process.communicate(timeout=TIMEOUT)[0].strip()
+            assert process.returncode == 0, process.summary
+        finally:
+            if process.poll() is None:
+                process.kill()
+                process.wait()
+
+
+def run(*args, stdin=subprocess.DEVNULL, env=None):
+    """Runs the program to its end; stdout and stderr are texts."""
+    return subprocess.run([FLOWLANE, *map(str, args)], stdin=stdin, env=env or sanitized_environment(),
+                          capture_output=True, text=True, timeout=TIMEOUT, check=False)
+
+
+def run_with_fake_device(*args, script="", stdin=subprocess.DEVNULL, **env):
+    """Runs the program with a device library whose answers the script gives."""
+    return run(*args, stdin=stdin,
+               env=sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX=script, **env))
+
+
+def exit_status(kestatus):
+    """What the shell sees of a status: its low 8 bits."""
+    return kestatus & 0xFF
+
+
+def wait_for(condition, what):
+    """Waits until condition() is true; fails the test after a long while."""
+    deadline = time.monotonic() + TIMEOUT
+    while not condition():
+        assert time.monotonic() < deadline, f"waited in vain for {what}"
+        time.sleep(0.01)
