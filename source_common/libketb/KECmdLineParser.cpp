@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 
 #include "KELogging.h"
 #include "KEStringConv.h"
@@ -50,8 +51,12 @@ void KECmdLineParserT<CharT>::CheckOption(const OptionDesc& desc) const {
 }
 
 template <typename CharT>
-KESTATUS KECmdLineParserT<CharT>::ParseCommandLine(int argc, const CharT* const* argv) {
-    return ParseCommandLineImpl(std::vector<StringT>(argv, argv + argc));
+KESTATUS KECmdLineParserT<CharT>::ParseCommandLine(int argc, const CharT* const* argv) noexcept {
+    try {
+        return ParseCommandLineImpl(std::vector<StringT>(argv, argv + std::max(argc, 0)));
+    } catch (const std::exception&) {
+        return KESTATUS_NO_MEMORY;
+    }
 }
 
 template <typename CharT>

@@ -157,7 +157,8 @@ public:
     //   KESTATUS_FAILED              there is not even that word
     //   KESTATUS_MISSING_VALUE, KESTATUS_UNKNOWN_OPTION, KESTATUS_PARAMETER_REJECTED (an extra word),
     //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or what the conversion of a value answered
-    KESTATUS ParseCommandLine(int argc, const CharT* const* argv);
+    //   KESTATUS_NO_MEMORY           memory is short
+    KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
 
     // Formats a line and prints it behind the program's name.
     template <typename... Args>

@@ -11,6 +11,7 @@
 #ifndef KESTRELON_KEFORMATTER_H
 #define KESTRELON_KEFORMATTER_H
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>

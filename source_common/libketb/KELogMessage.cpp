@@ -103,6 +103,9 @@ void KELogMessage::CreatePrefix(const KELogMsgPrefixLayout& layout, const KELogg
 }
 
 char* KELogMessage::CompactMessage() noexcept {
+    if (mPrefix != mStrBuf) {
+        return mPrefix; // has been moved already
+    }
     const std::size_t length = std::strlen(mPrefix);
     char* start = mStrBuf + PrefixSize - length;
     std::memmove(start, mPrefix, length);

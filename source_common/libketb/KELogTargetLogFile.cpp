@@ -142,8 +142,7 @@ void KELogTargetLogFile::OutputMessage(KELogMessage& message, const KELogger& lo
     {
         const std::lock_guard guard(mMutex);
         if (mIsStarted && mLogFile.IsOpen()) {
-            const KESTATUS st =
-                mLogFile.WriteToLogFileFormatted("%s%s\n", message.Prefix(), message.Text());
+            const KESTATUS st = mLogFile.WriteToLogFileFormatted("%s%s\n", message.Prefix(), message.Text());
             if (st != KESTATUS_SUCCESS) {
                 KEOutputDebugString("%s: ERROR: %s: WriteToLogFileFormatted(%s%s) failed, st=0x%08x\n",
                                     KEModuleName(), __PRETTY_FUNCTION__, message.Prefix(), message.Text(),

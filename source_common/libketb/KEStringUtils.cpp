@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <exception>
 
 namespace kestrelon {
 
@@ -56,7 +57,7 @@ const charT* KESpacesStr(std::size_t count) noexcept {
 template const char* KESpacesStr<char>(std::size_t count) noexcept;
 template const wchar_t* KESpacesStr<wchar_t>(std::size_t count) noexcept;
 
-std::string KEStdStringPrintf(const char* format, ...) {
+std::string KEStdStringPrintf(const char* format, ...) noexcept {
     va_list args;
     va_start(args, format);
     std::string text = KEStdStringVPrintf(format, args);
@@ -64,7 +65,7 @@ std::string KEStdStringPrintf(const char* format, ...) {
     return text;
 }
 
-std::wstring KEStdStringPrintf(const wchar_t* format, ...) {
+std::wstring KEStdStringPrintf(const wchar_t* format, ...) noexcept {
     va_list args;
     va_start(args, format);
     std::wstring text = KEStdStringVPrintf(format, args);
@@ -72,7 +73,7 @@ std::wstring KEStdStringPrintf(const wchar_t* format, ...) {
     return text;
 }
 
-std::string KEStdStringVPrintf(const char* format, va_list args) {
+std::string KEStdStringVPrintf(const char* format, va_list args) noexcept {
     va_list argsForLength;
     va_copy(argsForLength, args);
     const int length = std::vsnprintf(nullptr, 0, format, argsForLength);
@@ -80,25 +81,34 @@ std::string KEStdStringVPrintf(const char* format, va_list args) {
     if (length <= 0) {
         return {};
     }
-    std::string text(static_cast<std::size_t>(length), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, args);
-    return text;
+    try {
+        std::string text(static_cast<std::size_t>(length), '\0');
+        std::vsnprintf(text.data(), text.size() + 1, format, args);
+        return text;
+    } catch (const std::exception&) {
+        return {};
+    }
 }
 
-std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) {
+std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept {
     // vswprintf does not tell how much room it would have needed: try larger and larger ones.
     constexpr std::size_t cFirstSize = 256;
     constexpr std::size_t cMaxSize = std::size_t{1} << 24;
-    for (std::size_t size = cFirstSize; size <= cMaxSize; size *= 4) {
-        std::wstring text(size, L'\0');
-        va_list argsForTry;
-        va_copy(argsForTry, args);
-        const int length = std::vswprintf(text.data(), text.size(), format, argsForTry);
-        va_end(argsForTry);
-        if (length >= 0) {
-            text.resize(static_cast<std::size_t>(length));
-            return text;
+    try {
+        std::wstring text;
+        for (std::size_t size = cFirstSize; size <= cMaxSize; size *= 4) {
+            text.resize(size);
+            va_list argsForTry;
+            va_copy(argsForTry, args);
+            const int length = std::vswprintf(text.data(), text.size(), format, argsForTry);
+            va_end(argsForTry);
+            if (length >= 0) {
+                text.resize(static_cast<std::size_t>(length));
+                return text;
+            }
         }
+    } catch (const std::exception&) {
+        // Nothing to give back but an empty text.
     }
     return {};
 }

@@ -220,11 +220,12 @@ const charT* KEStringSkipLeadingZeros(const charT* str) noexcept {
 template <typename charT = char>
 const charT* KESpacesStr(std::size_t count) noexcept;
 
-// printf into a string; empty when the C library fails.
-std::string KEStdStringPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::wstring KEStdStringPrintf(const wchar_t* format, ...);
-std::string KEStdStringVPrintf(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
-std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args);
+// printf into a string; empty when the C library fails or memory is short.
+std::string KEStdStringPrintf(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
+std::wstring KEStdStringPrintf(const wchar_t* format, ...) noexcept;
+std::string KEStdStringVPrintf(const char* format, va_list args) noexcept
+    __attribute__((format(printf, 1, 0)));
+std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept;
 
 // Numbers from text, as the C library reads them, but a leading zero never makes an integer octal. The
 // result is cut to the width of value without a range check; what follows the number is not looked at.

@@ -6,6 +6,7 @@
 #include <codecvt>
 #include <exception>
 #include <locale>
+#include <string>
 
 namespace kestrelon {
 
@@ -14,11 +15,22 @@ namespace {
 using WideConverter = std::wstring_convert<std::codecvt_utf8<wchar_t>, wchar_t>;
 using Utf16Converter = std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>;
 
+// A converter stops in front of a character that the end of the text cuts off, and finds no fault with it.
+template <typename Converter, typename Char, typename Result>
+bool CheckWhole(const Converter& converter, const Char* text, Result& result) noexcept {
+    if (converter.converted() == std::char_traits<Char>::length(text)) {
+        return true;
+    }
+    result.clear();
+    return false;
+}
+
 template <typename Converter, typename Char>
 bool FromUtf8(const char* text, std::basic_string<Char>& result) noexcept {
     try {
-        result = Converter().from_bytes(text);
-        return true;
+        Converter converter;
+        result = converter.from_bytes(text);
+        return CheckWhole(converter, text, result);
     } catch (const std::exception&) {
         result.clear();
         return false;
@@ -28,8 +40,9 @@ bool FromUtf8(const char* text, std::basic_string<Char>& result) noexcept {
 template <typename Converter, typename Char>
 bool ToUtf8(const Char* text, std::string& result) noexcept {
     try {
-        result = Converter().to_bytes(text);
-        return true;
+        Converter converter;
+        result = converter.to_bytes(text);
+        return CheckWhole(converter, text, result);
     } catch (const std::exception&) {
         result.clear();
         return false;

@@ -123,8 +123,9 @@ def test_lines_of_a_run(segment, short_file):
     count = len(tsfile.delivered_part(short_file.read_bytes()))
     last = re.fullmatch(r"TS packets sent: (\d+), AVTP packets sent: (\d+), AVTP packets discarded: 0",
                         statistics[-1])
-    assert int(last[1]) == count
-    assert count / 7 <= int(last[2]) <= count
+    # The line is a moment older than the look for the end, during which at most a round was sent.
+    assert count - 20 <= int(last[1]) <= count
+    assert int(last[1]) / 7 <= int(last[2]) <= count
 
 
 @pytest.mark.parametrize("sample", ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"])
@@ -166,6 +167,7 @@ def test_frames_without_resources_are_discarded_and_counted(short_file):
                                   script="CheckSubmitRawFrame=0xE0000021,WaitForTxResources=0")
     assert result.returncode == 0
     statistics = [line for line in result.stdout.splitlines() if line.startswith("TS packets sent: ")]
-    match = re.fullmatch(r"TS packets sent: 1000, AVTP packets sent: 0, AVTP packets discarded: (\d+)",
+    match = re.fullmatch(r"TS packets sent: (\d+), AVTP packets sent: 0, AVTP packets discarded: (\d+)",
                          statistics[-1])
-    assert int(match[1]) >= 1000 // 7
+    assert int(match[1]) >= 980
+    assert int(match[2]) >= int(match[1]) // 7

@@ -76,6 +76,8 @@ inline constexpr std::uint64_t cMagic = 0x746E656D67655351; // "QSegment" as byt
 inline constexpr std::uint32_t cVersion = 1;
 
 // Written by the port's sender, read by all, but for the two words of the waiting room.
+// What different processes write stands on different cache lines.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct alignas(64) SenderState {
     Word head;    // end of the records that are sent
     Word reclaim; // start of a block: records before it may be overwritten at any moment
@@ -86,6 +88,8 @@ struct alignas(64) SenderState {
 };
 
 // Written by the port's receiver, read by all, but for the two words of the wake-up.
+// What different processes write stands on different cache lines.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct alignas(64) ReceiverState {
     // Odd while delivery is enabled; every change of it is a new number.
     std::atomic<std::uint32_t> epoch;

@@ -1,0 +1,68 @@
+// A path of the file system: the standard library's, without its exceptions.
+#ifndef KESTRELON_KESTDPATH_H
+#define KESTRELON_KESTDPATH_H
+
+#include <filesystem>
+#include <string>
+
+#include "KEFormatter.h"
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// A plain value. When memory is short, a constructor or a part gives an empty path.
+class KEStdPath {
+public:
+    KEStdPath() noexcept = default;
+    explicit KEStdPath(const std::string& path) noexcept : KEStdPath(path.c_str()) {}
+    explicit KEStdPath(const char* path) noexcept;
+    explicit KEStdPath(std::filesystem::path path) noexcept : mPath(std::move(path)) {}
+
+    const char* c_str() const noexcept { return mPath.c_str(); }
+    const std::filesystem::path& StdPath() const noexcept { return mPath; }
+    bool IsEmpty() const noexcept { return mPath.empty(); }
+
+    // What the file system says of the path; links are followed. A failure to find out is a no.
+    bool Exists() const noexcept;
+    bool IsDirectory() const noexcept;
+    bool IsFile() const noexcept; // a regular file
+    bool IsEquivalentTo(const KEStdPath& other) const noexcept;
+
+    // The parts of the path as the standard library decomposes it.
+    KEStdPath RootName() const noexcept;
+    KEStdPath RootDirectory() const noexcept;
+    KEStdPath RootPath() const noexcept;
+    KEStdPath RelativePath() const noexcept;
+    KEStdPath ParentPath() const noexcept;
+    KEStdPath Filename() const noexcept;
+    KEStdPath Stem() const noexcept;
+    KEStdPath Extension() const noexcept;
+
+    // Append adds an element with a separator, an absolute one replaces the path; Concat adds text as it is.
+    //   KESTATUS_FAILED  memory is short; the path is unchanged
+    KESTATUS Append(const char* element) noexcept;
+    KESTATUS Concat(const char* text) noexcept;
+
+    // Change the path in place; on failure it is unchanged. Statuses as below.
+    KESTATUS MakeCanonicalPath() noexcept;
+    KESTATUS MakeAbsolutePath() noexcept;
+
+    int FormatObject(KEFormatterBase& fmt, const KEFormatSpec& spec) const noexcept {
+        return fmt.FmtString(c_str(), spec);
+    }
+
+    friend bool operator==(const KEStdPath&, const KEStdPath&) noexcept = default;
+
+private:
+    std::filesystem::path mPath;
+};
+
+// The absolute path without links, "." and ".."; the path must exist. A failure is logged on Global and
+// returned as the status of its errno, or KESTATUS_FAILED; result is unchanged then. result may be path.
+KESTATUS KEMakeCanonicalPath(KEStdPath& result, const KEStdPath& path) noexcept;
+// The path seen from the root; it need not exist. Failures as above.
+KESTATUS KEMakeAbsolutePath(KEStdPath& result, const KEStdPath& path) noexcept;
+
+} // namespace kestrelon
+
+#endif

@@ -1,0 +1,301 @@
+// What the AVTP sink does with every answer of the device.
+
+#include "AvtpSinkFixture.h"
+
+using namespace flowlane;
+using namespace kestrelon;
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+using AvtpSubmitTest = AvtpSinkTest;
+
+namespace {
+
+constexpr const char* cCheck = "CheckSubmitRawFrame(101, 238)";
+constexpr const char* cSubmit = "SubmitRawFrame(101, 238)";
+constexpr const char* cSend = "SendRawFrames(101)";
+constexpr const char* cWait = "WaitForTxResources(101, 1, 0)";
+
+CapturedMessage Failed(const char* what, KESTATUS st) {
+    return {KEERROR, KEStdStringFormat("{} failed, st={}", what, KEFormatArgKEStatus(st))};
+}
+
+// One packet, delivered to a sink of one packet a frame, or of several and sent by SendDeliveredPackets.
+struct AnswerCase {
+    const char* name;
+    std::vector<std::pair<Qbx, std::vector<KESTATUS>>> answers;
+    std::vector<const char*> calls;
+    KESTATUS result;
+    const char* failing; // what is reported as failed, null for nothing
+    std::uint64_t sent;
+    std::uint64_t noResources;
+};
+
+const AnswerCase cAnswerCases[] = {
+    {"AllWell", {}, {cCheck, cSubmit}, KESTATUS_SUCCESS, nullptr, 1, 0},
+    {"NoResources",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
+     {cCheck},
+     KESTATUS_SUCCESS,
+     nullptr,
+     0,
+     1},
+    {"NoSpace",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}},
+     {cCheck, cSend, cCheck, cSubmit},
+     KESTATUS_SUCCESS,
+     nullptr,
+     1,
+     0},
+    {"NoSpaceThreeTimes",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_SPACE, KESTATUS_NO_SPACE}}},
+     {cCheck, cSend, cCheck, cSend, cCheck, cSend, cCheck, cSubmit},
+     KESTATUS_SUCCESS,
+     nullptr,
+     1,
+     0},
+    {"NoSpaceThenNoResources",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_RESOURCES}}},
+     {cCheck, cSend, cCheck},
+     KESTATUS_SUCCESS,
+     nullptr,
+     0,
+     1},
+    {"NoSpaceThenFailure",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_INVALID_LENGTH}}},
+     {cCheck, cSend, cCheck},
+     KESTATUS_INVALID_LENGTH,
+     "CheckSubmitRawFrame",
+     0,
+     0},
+    {"NoSpaceAndTheFlushFails",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}, {Qbx::SendRawFrames, {KESTATUS_DEVICE_REMOVED}}},
+     {cCheck, cSend},
+     KESTATUS_DEVICE_REMOVED,
+     "SendRawFrames",
+     0,
+     0},
+    {"NoSpaceAndNothingToFlush",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}, {Qbx::SendRawFrames, {KESTATUS_NO_DATA}}},
+     {cCheck, cSend},
+     KESTATUS_NO_DATA,
+     "SendRawFrames",
+     0,
+     0},
+    {"CheckFails",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_INVALID_HANDLE}}},
+     {cCheck},
+     KESTATUS_INVALID_HANDLE,
+     "CheckSubmitRawFrame",
+     0,
+     0},
+    {"CheckTimesOut",
+     {{Qbx::CheckSubmitRawFrame, {KESTATUS_TIMEOUT}}},
+     {cCheck},
+     KESTATUS_TIMEOUT,
+     "CheckSubmitRawFrame",
+     0,
+     0},
+    {"SubmitFails",
+     {{Qbx::SubmitRawFrame, {KESTATUS_DEVICE_REMOVED}}},
+     {cCheck, cSubmit},
+     KESTATUS_DEVICE_REMOVED,
+     "SubmitRawFrame",
+     0,
+     0},
+    {"SubmitHasNoResources",
+     {{Qbx::SubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
+     {cCheck, cSubmit},
+     KESTATUS_NO_RESOURCES,
+     "SubmitRawFrame",
+     0,
+     0},
+};
+
+class AvtpAnswerTest : public AvtpSinkTest, public testing::WithParamInterface<AnswerCase> {
+protected:
+    void Script() {
+        for (const auto& [function, statuses] : GetParam().answers) {
+            mFake.Queue(function, statuses);
+        }
+    }
+    // A failure is reported by the call that failed and once more by the sink's operation.
+    void ExpectMessages() {
+        std::vector<CapturedMessage> messages;
+        if (GetParam().failing) {
+            messages.push_back(Failed(GetParam().failing, GetParam().result));
+            messages.push_back(Failed("SubmitEthernetFrame", GetParam().result));
+        }
+        EXPECT_THAT(mLog.Messages(), ElementsAreArray(messages));
+    }
+};
+
+} // namespace
+
+TEST_P(AvtpAnswerTest, InDeliver) {
+    CreateAndStart(0, 1);
+    Script();
+    EXPECT_EQ(Deliver(), GetParam().result);
+    EXPECT_THAT(mFake.Calls(), ElementsAreArray(GetParam().calls));
+    ExpectMessages();
+    ExpectStatistics(GetParam().sent, GetParam().noResources);
+}
+
+TEST_P(AvtpAnswerTest, InSendDeliveredPackets) {
+    CreateAndStart(0, 5);
+    Script();
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), GetParam().result);
+    std::vector<const char*> calls = GetParam().calls;
+    if (GetParam().result == KESTATUS_SUCCESS) {
+        calls.push_back(cSend); // the flush, also when the frame was dropped
+    }
+    EXPECT_THAT(mFake.Calls(), ElementsAreArray(calls));
+    ExpectMessages();
+    ExpectStatistics(GetParam().sent, GetParam().noResources);
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, AvtpAnswerTest, testing::ValuesIn(cAnswerCases),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(AvtpSubmitTest, TheFlushAtTheEndOfABatch) {
+    CreateAndStart();
+    for (const KESTATUS st : {KESTATUS_SUCCESS, KESTATUS_NO_DATA}) {
+        mFake.Queue(Qbx::SendRawFrames, {st});
+        EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+        EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+        EXPECT_THAT(mLog.Messages(), IsEmpty());
+    }
+    for (const KESTATUS st : {KESTATUS_NO_SPACE, KESTATUS_NO_RESOURCES, KESTATUS_DEVICE_REMOVED}) {
+        mLog.Clear();
+        mFake.Queue(Qbx::SendRawFrames, {st});
+        EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+        EXPECT_EQ(mSink.SendDeliveredPackets(), st);
+        EXPECT_THAT(mLog.Messages(), ElementsAre(Failed("SendRawFrames", st)));
+    }
+    ExpectStatistics(5, 0);
+}
+
+// The frame without resources is lost, its numbers are used up, and the next one waits first.
+TEST_F(AvtpSubmitTest, AfterNoResourcesTheNextSubmitWaits) {
+    CreateAndStart(0, 1);
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    mFake.ClearCalls();
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cWait, cCheck, cSubmit));
+    mFake.ClearCalls();
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cCheck, cSubmit)); // resources are back
+    ExpectFrames({{0, 0, {0}}, {2, 16, {2}}, {3, 24, {3}}});
+    ExpectStatistics(3, 1);
+}
+
+TEST_F(AvtpSubmitTest, NoResourcesAfterTheWaitDropsAgain) {
+    CreateAndStart(0, 1);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES, KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(3), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cCheck, cWait, cCheck, cWait, cCheck, cSubmit));
+    ExpectFrames({{2, 16, {2}}});
+    ExpectStatistics(1, 2);
+}
+
+TEST_F(AvtpSubmitTest, AFailingWaitIsAFailure) {
+    CreateAndStart(0, 1);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    for (const KESTATUS st : {KESTATUS_DEVICE_REMOVED, KESTATUS_NO_RESOURCES}) {
+        mLog.Clear();
+        mFake.Queue(Qbx::WaitForTxResources, {st});
+        EXPECT_EQ(Deliver(), st);
+        EXPECT_THAT(mLog.Messages(),
+                    ElementsAre(Failed("WaitForTxResources", st), Failed("SubmitEthernetFrame", st)));
+    }
+    ExpectStatistics(0, 1);
+}
+
+// A wait that runs out keeps a part-filled frame: packets join it until it can be sent.
+TEST_F(AvtpSubmitTest, ATimedOutWaitKeepsThePartFilledFrame) {
+    CreateAndStart();
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    mFake.Queue(Qbx::WaitForTxResources, {KESTATUS_TIMEOUT, KESTATUS_TIMEOUT});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    mFake.ClearCalls();
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cWait, cSend));
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    // Every try used up a sequence number, no data block was lost but the first frame's.
+    ExpectFrames({{3, 8, {1, 2, 3}}});
+    ExpectStatistics(1, 3);
+    EXPECT_THAT(mLog.Messages(), IsEmpty());
+}
+
+// The frame that was kept is full: the next packet is its last chance.
+TEST_F(AvtpSubmitTest, AKeptFullFrameIsSentBeforeTheNextPacket) {
+    CreateAndStart(0, 2);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    mFake.Queue(Qbx::WaitForTxResources, {KESTATUS_TIMEOUT});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    ExpectFrames({{2, 16, {2, 3}}, {3, 32, {4, 5}}});
+    ExpectStatistics(2, 2);
+}
+
+TEST_F(AvtpSubmitTest, AKeptFullFrameIsSentAtTheEndOfTheBatch) {
+    CreateAndStart(0, 2);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    mFake.Queue(Qbx::WaitForTxResources, {KESTATUS_TIMEOUT});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    ExpectFrames({{2, 16, {2, 3}}});
+    EXPECT_EQ(mFake.SentFrameCount(), 1u);
+}
+
+TEST_F(AvtpSubmitTest, AKeptFullFrameIsDroppedWhenItsLastChanceFails) {
+    CreateAndStart(0, 2);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    EXPECT_EQ(Deliver(2), KESTATUS_SUCCESS);
+    mFake.Queue(Qbx::WaitForTxResources, {KESTATUS_TIMEOUT, KESTATUS_TIMEOUT});
+    EXPECT_EQ(Deliver(4), KESTATUS_SUCCESS); // packets 2 and 3 time out twice, 4 and 5 are sent
+    ExpectFrames({{3, 32, {4, 5}}});
+    ExpectStatistics(1, 3);
+    EXPECT_THAT(mLog.Messages(), IsEmpty());
+}
+
+TEST_F(AvtpSubmitTest, AKeptFullFrameThatFailsReportsTheFailure) {
+    CreateAndStart(0, 1);
+    mFake.Queue(Qbx::SubmitRawFrame, {KESTATUS_DEVICE_REMOVED, KESTATUS_DEVICE_REMOVED});
+    EXPECT_EQ(Deliver(), KESTATUS_DEVICE_REMOVED);
+    EXPECT_EQ(Deliver(), KESTATUS_DEVICE_REMOVED);
+    EXPECT_EQ(mLog.Count(KEERROR, Failed("SubmitEthernetFrame", KESTATUS_DEVICE_REMOVED).text), 2u);
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS); // the first packet, then the third one
+    ExpectFrames({{2, 0, {0}}, {3, 8, {2}}});
+}
+
+// A device that never has room again must not make the frame grow beyond its buffer.
+TEST_F(AvtpSubmitTest, TheFrameNeverOutgrowsItsBuffer) {
+    CreateAndStart(0x6002);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
+    mFake.SetDefault(Qbx::WaitForTxResources, KESTATUS_TIMEOUT);
+    EXPECT_EQ(Deliver(7 * 100), KESTATUS_SUCCESS);
+    for (unsigned i = 0; i < 100; ++i) {
+        EXPECT_EQ(Deliver(i % 9), KESTATUS_SUCCESS);
+        EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    }
+    EXPECT_THAT(mFake.SubmittedFrames(), IsEmpty());
+    mFake.SetDefault(Qbx::WaitForTxResources, KESTATUS_SUCCESS);
+    EXPECT_EQ(Deliver(7 * 10), KESTATUS_SUCCESS);
+    EXPECT_GE(mFake.SubmittedFrames().size(), 10u);
+    for (const FakeFrame& frame : mFake.SubmittedFrames()) {
+        EXPECT_LE(frame.size(), 1394u);
+    }
+}

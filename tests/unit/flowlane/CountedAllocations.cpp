@@ -1,0 +1,87 @@
+#include "CountedAllocations.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FLOWLANE_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define FLOWLANE_SANITIZED 1
+#endif
+#endif
+
+#ifdef FLOWLANE_SANITIZED
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+std::atomic<std::size_t> sAllocations{0};
+
+void Count() noexcept {
+    sAllocations.fetch_add(1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+#ifdef FLOWLANE_SANITIZED
+
+// The sanitizers have allocation functions of their own, which tell of each call.
+namespace {
+
+void CountMalloc(const volatile void*, std::size_t) {
+    Count();
+}
+void IgnoreFree(const volatile void*) {}
+
+[[maybe_unused]] const int sHooks = __sanitizer_install_malloc_and_free_hooks(&CountMalloc, &IgnoreFree);
+
+} // namespace
+
+#else
+
+// Replace the C library's functions, which operator new calls too; theirs have these names as well.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* memory);
+
+void* malloc(std::size_t size) {
+    Count();
+    return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) {
+    Count();
+    return __libc_calloc(count, size);
+}
+void* realloc(void* memory, std::size_t size) {
+    Count();
+    return __libc_realloc(memory, size);
+}
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
+    Count();
+    return __libc_memalign(alignment, size);
+}
+int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
+    Count();
+    *memory = __libc_memalign(alignment, size);
+    return *memory ? 0 : ENOMEM;
+}
+void free(void* memory) {
+    __libc_free(memory);
+}
+}
+
+#endif
+
+namespace testsupport {
+
+std::size_t AllocationCount() noexcept {
+    return sAllocations.load(std::memory_order_relaxed);
+}
+
+} // namespace testsupport

@@ -1,0 +1,15 @@
+// Counts the allocations of the whole process, by malloc and its kin as by operator new. For a test
+// executable of its own.
+#ifndef FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
+#define FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
+
+#include <cstddef>
+
+namespace testsupport {
+
+// Of all threads, since the start of the process.
+std::size_t AllocationCount() noexcept;
+
+} // namespace testsupport
+
+#endif

@@ -1,0 +1,68 @@
+// Builds transport streams for tests, packet by packet, and writes them to temporary files. Every packet
+// carries its ordinal, by which it is known again at the sink.
+#ifndef FLOWLANE_TESTS_TSSTREAM_H
+#define FLOWLANE_TESTS_TSSTREAM_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "TSPacket.h"
+
+namespace testsupport {
+
+struct StreamPacket {
+    std::optional<std::uint64_t> pcr; // ticks of 90 kHz
+    bool hasSyncByte = true;
+};
+
+class TSStream {
+public:
+    TSStream& PCR(std::uint64_t ticks) { return Add({ticks, true}); }
+    TSStream& Plain(unsigned count = 1) { return Add({}, count); }
+    // Packets whose first byte is wrong, without and with a PCR.
+    TSStream& Bad(unsigned count = 1) { return Add({std::nullopt, false}, count); }
+    TSStream& BadPCR(std::uint64_t ticks) { return Add({ticks, false}); }
+    // Bytes behind the last packet, fewer than a packet has.
+    TSStream& PartialPacket(std::size_t size) {
+        mPartialSize = size;
+        return *this;
+    }
+
+    const std::vector<StreamPacket>& Packets() const { return mPackets; }
+    std::vector<std::uint8_t> Bytes() const;
+
+    // The ordinal that Bytes() wrote into a packet.
+    static std::uint32_t OrdinalOf(const flowlane::TSPacket& packet);
+    // The 188 bytes of one packet.
+    static std::vector<std::uint8_t> PacketBytes(const StreamPacket& packet, std::uint32_t ordinal);
+
+private:
+    TSStream& Add(StreamPacket packet, unsigned count = 1) {
+        mPackets.insert(mPackets.end(), count, packet);
+        return *this;
+    }
+
+    std::vector<StreamPacket> mPackets;
+    std::size_t mPartialSize = 0;
+};
+
+// A file that is removed at the end.
+class TempFile {
+public:
+    explicit TempFile(const std::vector<std::uint8_t>& bytes);
+    explicit TempFile(const TSStream& stream) : TempFile(stream.Bytes()) {}
+    ~TempFile();
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+
+    const char* Path() const { return mPath.c_str(); }
+
+private:
+    std::string mPath;
+};
+
+} // namespace testsupport
+
+#endif

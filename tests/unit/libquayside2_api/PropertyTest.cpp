@@ -1,0 +1,91 @@
+// What a device tells of itself.
+#include <array>
+
+#include "SegmentFixture.h"
+
+namespace {
+
+class PropertyTest : public SegmentFixture {};
+
+TEST_F(PropertyTest, EachLaneHasItsNameProductAndAddress) {
+    for (unsigned lane = 1; lane <= 4; ++lane) {
+        const QBXDeviceHandle device = OpenControl(lane);
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, sizeof(text)),
+                  KESTATUS_SUCCESS);
+        EXPECT_EQ(text, "lane-" + std::to_string(lane));
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_PRODUCT_STRING, text, sizeof(text)),
+                  KESTATUS_SUCCESS);
+        EXPECT_STREQ(text, "Virtual Ethernet segment");
+        std::array<std::uint8_t, 6> address{};
+        std::uint32_t size = 0;
+        EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, address.data(), 6, &size),
+                  KESTATUS_SUCCESS);
+        EXPECT_EQ(size, 6u);
+        const auto last = static_cast<std::uint8_t>(lane);
+        EXPECT_EQ(address, (std::array<std::uint8_t, 6>{0x02, 0x51, 0x42, 0x58, 0x00, last}));
+    }
+}
+
+TEST_F(PropertyTest, EveryKindOfHandleReadsThem) {
+    for (const QBXDeviceHandle device : {OpenTx(1), OpenRx(2), OpenControl(3)}) {
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, sizeof(text)),
+                  KESTATUS_SUCCESS);
+        EXPECT_STRNE(text, "");
+    }
+}
+
+TEST_F(PropertyTest, AShortTextBufferGetsWhatFits) {
+    const QBXDeviceHandle device = OpenControl(1);
+    struct Row {
+        std::uint32_t size;
+        KESTATUS status;
+        const char* text;
+    };
+    for (const Row& row : {Row{7, KESTATUS_SUCCESS, "lane-1"}, Row{6, KESTATUS_BUFFER_TOO_SMALL, "lane-"},
+                           Row{1, KESTATUS_BUFFER_TOO_SMALL, ""}}) {
+        char text[8] = "#######";
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, row.size),
+                  row.status);
+        EXPECT_STREQ(text, row.text);
+        EXPECT_EQ(text[row.size], row.size == 7 ? '\0' : '#') << "written beyond the buffer";
+    }
+    char text[2] = "#";
+    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, 0),
+              KESTATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(text[0], '#');
+}
+
+TEST_F(PropertyTest, AShortBinaryBufferIsLeftAlone) {
+    const QBXDeviceHandle device = OpenControl(1);
+    std::array<std::uint8_t, 8> address{};
+    std::uint32_t size = 0;
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, address.data(), 5, &size),
+              KESTATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 6u);
+    EXPECT_EQ(address, (std::array<std::uint8_t, 8>{}));
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, address.data(), 5, nullptr),
+              KESTATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, address.data(), 8, nullptr),
+              KESTATUS_SUCCESS);
+    EXPECT_EQ(address, (std::array<std::uint8_t, 8>{0x02, 0x51, 0x42, 0x58, 0x00, 0x01, 0, 0}));
+}
+
+TEST_F(PropertyTest, UnknownPropertiesAndWrongKinds) {
+    const QBXDeviceHandle device = OpenControl(1);
+    char buffer[QBX_PROPERTY_STRING_SIZE] = "";
+    for (const std::uint32_t property : {0u, 0x8110u, 0x8119u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, property, buffer, sizeof(buffer)), KESTATUS_NOT_FOUND);
+    }
+    for (const std::uint32_t property : {0u, 0x8118u, 0x0106u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(QBX_GetDevicePropertyBinary(device, property, buffer, sizeof(buffer), nullptr),
+                  KESTATUS_NOT_FOUND);
+    }
+    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, nullptr, 256),
+              KESTATUS_INVALID_PARAMETER);
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, nullptr, 6, nullptr),
+              KESTATUS_INVALID_PARAMETER);
+}
+
+} // namespace

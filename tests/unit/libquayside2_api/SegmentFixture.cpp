@@ -1,0 +1,147 @@
+#include "SegmentFixture.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+Bytes MakeFrame(std::size_t length, std::uint8_t tag) {
+    Bytes frame(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        frame[i] = static_cast<std::uint8_t>(tag * 31u + i * 7u);
+    }
+    if (length >= 14) {
+        frame[12] = 0x88;
+        frame[13] = 0xB5;
+    }
+    return frame;
+}
+
+SegmentFixture::SegmentFixture() {
+    static std::atomic<unsigned> sCount{0};
+    mName = "unit-" + std::to_string(::getpid()) + "-" + std::to_string(sCount++);
+    ::setenv("QUAYSIDE2_SEGMENT", mName.c_str(), 1);
+    ::unsetenv("QUAYSIDE2_DEVICES");
+}
+
+SegmentFixture::~SegmentFixture() {
+    for (const QBXDeviceHandle device : mDevices) {
+        QBX_CloseDevice(device);
+    }
+    ::unlink(SegmentFilePath().c_str());
+    ::unsetenv("QUAYSIDE2_SEGMENT");
+}
+
+std::string SegmentFixture::SegmentFilePath() const {
+    return "/dev/shm/quayside2-" + std::to_string(::geteuid()) + "-" + mName;
+}
+
+QBXDeviceHandle SegmentFixture::Keep(QBXDeviceHandle device) {
+    mDevices.push_back(device);
+    return device;
+}
+
+QBXDeviceHandle SegmentFixture::OpenTx(unsigned lane) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    EXPECT_EQ(QBX_OpenRawTxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_None, &device, 0),
+              KESTATUS_SUCCESS);
+    return Keep(device);
+}
+
+QBXDeviceHandle SegmentFixture::OpenRx(unsigned lane, QBXRawHeaderType type) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    EXPECT_EQ(QBX_OpenRawRxDevice(list.handle, lane - 1, 0, type, &device, 0), KESTATUS_SUCCESS);
+    return Keep(device);
+}
+
+QBXDeviceHandle SegmentFixture::OpenEnabledRx(unsigned lane, QBXRawHeaderType type) {
+    const QBXDeviceHandle device = OpenRx(lane, type);
+    EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_SUCCESS);
+    return device;
+}
+
+QBXDeviceHandle SegmentFixture::OpenControl(unsigned lane) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    EXPECT_EQ(QBX_OpenControlDevice(list.handle, lane - 1, &device), KESTATUS_SUCCESS);
+    return Keep(device);
+}
+
+KESTATUS SegmentFixture::TryOpenTx(unsigned lane) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    const KESTATUS status = QBX_OpenRawTxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_None, &device, 0);
+    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    QBX_CloseDevice(device);
+    return status;
+}
+
+KESTATUS SegmentFixture::TryOpenRx(unsigned lane) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    const KESTATUS status = QBX_OpenRawRxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_2, &device, 0);
+    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    QBX_CloseDevice(device);
+    return status;
+}
+
+KESTATUS SegmentFixture::TryOpenControl(unsigned lane) {
+    const Enumeration list;
+    QBXDeviceHandle device = 0;
+    const KESTATUS status = QBX_OpenControlDevice(list.handle, lane - 1, &device);
+    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    QBX_CloseDevice(device);
+    return status;
+}
+
+void SegmentFixture::Send(QBXDeviceHandle device, const Bytes& frame) {
+    ASSERT_EQ(QBX_SubmitRawFrame(device, frame.data(), static_cast<std::uint32_t>(frame.size()), nullptr),
+              KESTATUS_SUCCESS);
+    ASSERT_EQ(QBX_SendRawFrames(device), KESTATUS_SUCCESS);
+}
+
+std::optional<Received> SegmentFixture::Receive(QBXDeviceHandle device) {
+    Bytes buffer(2048);
+    std::uint32_t length = 0;
+    QBXRawFrameType type = QBXRawFrameType_Unknown;
+    if (QBX_WaitForRawFrame(device, 10000) != KESTATUS_SUCCESS ||
+        QBX_GetReceivedRawFrame(device, &type, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
+                                &length) != KESTATUS_SUCCESS ||
+        type != QBXRawFrameType_Data || length < QBX_RAW_HEADER_2_SIZE) {
+        return std::nullopt;
+    }
+    Received received;
+    std::memcpy(&received.seconds, buffer.data() + QBX_RAW_HEADER_2_SECONDS_OFFSET, 8);
+    std::memcpy(&received.nanoseconds, buffer.data() + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, 4);
+    std::memcpy(&received.sequence, buffer.data() + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, 4);
+    received.frame.assign(buffer.begin() + QBX_RAW_HEADER_2_SIZE, buffer.begin() + length);
+    return received;
+}
+
+KESTATUS SegmentFixture::Get(QBXDeviceHandle device) {
+    Bytes buffer(2048);
+    std::uint32_t length = 0;
+    return QBX_GetReceivedRawFrame(device, nullptr, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
+                                   &length);
+}
+
+EnvironmentChange::EnvironmentChange(const char* name, const char* value) : mName(name) {
+    if (const char* const old = std::getenv(name)) {
+        mOld = old;
+    }
+    if (value != nullptr) {
+        ::setenv(name, value, 1);
+    } else {
+        ::unsetenv(name);
+    }
+}
+
+EnvironmentChange::~EnvironmentChange() {
+    if (mOld) {
+        ::setenv(mName, mOld->c_str(), 1);
+    } else {
+        ::unsetenv(mName);
+    }
+}
