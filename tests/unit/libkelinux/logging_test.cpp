@@ -1,0 +1,106 @@
+#include "KELinuxLogging.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include "KELinuxThreadId.h"
+#include "KELogging.h"
+#include "LogCapture.h"
+#include "SystemCallFaults.h"
+
+using namespace kestrelon;
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// Notes how it is started.
+class StartedTarget : public KELogTarget {
+public:
+    StartedTarget() : KELogTarget("StartedTarget") {}
+    KESTATUS StartTarget(KELogConfiguration* configuration) override {
+        ++mStarts;
+        int value = 0;
+        mHasBareConfiguration = configuration && configuration->ReadLogTargetParameter(
+                                                     "StartedTarget", "x", value) == KESTATUS_NOT_AVAILABLE;
+        return mResult;
+    }
+
+    int mStarts = 0;
+    bool mHasBareConfiguration = false;
+    KESTATUS mResult = KESTATUS_SUCCESS;
+};
+
+class InitLoggingTest : public testing::Test {
+protected:
+    InitLoggingTest() { KESetLogModuleName("before"); }
+    ~InitLoggingTest() override {
+        KEStopLogging();
+        KESetLogModuleName("");
+    }
+    StartedTarget mTarget;
+    DebugOutputCapture mDiagnostics;
+};
+
+TEST_F(InitLoggingTest, TakesTheNameOfTheProgram) {
+    EXPECT_EQ(KELinuxInitLoggingFacility(nullptr, nullptr), KESTATUS_SUCCESS);
+    EXPECT_STREQ(KEGetLogModuleName(), "unit_libkelinux");
+    EXPECT_EQ(mTarget.mStarts, 1);
+    EXPECT_TRUE(mTarget.mHasBareConfiguration);
+    EXPECT_THAT(mDiagnostics.Messages(), IsEmpty());
+}
+
+TEST_F(InitLoggingTest, TakesAGivenNameWithoutLookingForTheProgram) {
+    const SystemCallFault fault("readlink", EACCES);
+    EXPECT_EQ(KELinuxInitLoggingFacility("/not/read", "given"), KESTATUS_SUCCESS);
+    EXPECT_STREQ(KEGetLogModuleName(), "given");
+    EXPECT_FALSE(fault.IsDelivered());
+    EXPECT_EQ(mTarget.mStarts, 1);
+}
+
+TEST_F(InitLoggingTest, ReturnsTheStatusOfTheStart) {
+    mTarget.mResult = KESTATUS_OPEN_FILE_FAILED;
+    EXPECT_EQ(KELinuxInitLoggingFacility(nullptr, "given"), KESTATUS_OPEN_FILE_FAILED);
+}
+
+TEST_F(InitLoggingTest, FailsWithoutAProgramFile) {
+    const SystemCallFault fault("readlink", EACCES);
+    EXPECT_EQ(KELinuxInitLoggingFacility(nullptr, nullptr), KESTATUS{0xE001000D});
+    EXPECT_STREQ(KEGetLogModuleName(), "before");
+    EXPECT_EQ(mTarget.mStarts, 0);
+    EXPECT_THAT(mDiagnostics.Messages(),
+                ElementsAre(testing::EndsWith(": readlink failed, err=13\n"),
+                            testing::AllOf(
+                                testing::StartsWith("ERROR: KESTATUS kestrelon::KELinuxInitLoggingFacility("),
+                                testing::EndsWith("): Cannot get module file name, st=0xe001000d.\n"))));
+}
+
+TEST(MetaDataTest, StampsAMessage) {
+    const VirtualTime time({1234, 56789}, {});
+    KELogMsgMetaData metaData;
+    KEInitLogMsgMetaData(metaData, KEWARN);
+    EXPECT_EQ(metaData.mTimestamp, 1234000056);
+    EXPECT_EQ(metaData.mProcessID, getpid());
+    EXPECT_EQ(metaData.mThreadID, gettid());
+    EXPECT_EQ(metaData.mMsgLevel, KEWARN);
+}
+
+TEST(ThreadIdTest, IsTheKernelsNumber) {
+    EXPECT_EQ(KELinuxGetKernelThreadId(), getpid()); // of the first thread
+    pid_t other = 0;
+    pid_t expected = 0;
+    std::thread([&] {
+        other = KELinuxGetKernelThreadId();
+        expected = gettid();
+    }).join();
+    EXPECT_EQ(other, expected);
+    EXPECT_NE(other, getpid());
+}
+
+} // namespace

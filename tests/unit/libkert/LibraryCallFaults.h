@@ -1,0 +1,35 @@
+// Stands between the code under test and a few calls of the C library: failures of the printf family, what is
+// written to the system log, and sleeping. From one thread.
+#ifndef FLOWLANE_TESTS_LIBRARYCALLFAULTS_H
+#define FLOWLANE_TESTS_LIBRARYCALLFAULTS_H
+
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+// While it lives, every vsnprintf and vswprintf of the code under test fails with this errno.
+class PrintfFault {
+public:
+    explicit PrintfFault(int err);
+    ~PrintfFault();
+    PrintfFault(const PrintfFault&) = delete;
+    PrintfFault& operator=(const PrintfFault&) = delete;
+};
+
+struct SystemLogLine {
+    int priority;
+    std::string text;
+};
+
+// The lines written to the system log so far; taking them empties the list. Nothing reaches the real one.
+std::vector<SystemLogLine> TakeSystemLog();
+
+// Called in place of usleep when it is not null.
+extern void (*gUsleepFunction)(useconds_t microseconds);
+
+} // namespace testsupport
+
+#endif

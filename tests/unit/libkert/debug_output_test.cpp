@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <string>
+#include <vector>
+
+#include "LibraryCallFaults.h"
+#include "LogCapture.h"
+#include "kert_debug.h"
+
+using namespace kestrelon;
+using testsupport::DebugOutputCapture;
+using testsupport::TakeSystemLog;
+
+namespace {
+
+constexpr int cUserError = 11; // LOG_USER | LOG_ERR
+
+TEST(DebugOutput, GoesToTheSystemLogAsAUserError) {
+    TakeSystemLog();
+    KEOutputDebugString("%s: WARNING: %d%%\n", "module", 42);
+    const auto lines = TakeSystemLog();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].priority, cUserError);
+    EXPECT_EQ(lines[0].text, "module: WARNING: 42%\n");
+}
+
+void ViaVaList(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    KEOutputDebugStringV(format, args);
+    va_end(args);
+}
+
+TEST(DebugOutput, VaListForm) {
+    TakeSystemLog();
+    ViaVaList("%s-%u", "a", 7u);
+    const auto lines = TakeSystemLog();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].priority, cUserError);
+    EXPECT_EQ(lines[0].text, "a-7");
+}
+
+std::vector<std::string> sMessages;
+void Keep(const char* message) {
+    sMessages.emplace_back(message);
+}
+
+TEST(DebugOutput, RedirectionTakesTheSystemLogsPlace) {
+    TakeSystemLog();
+    sMessages.clear();
+    EXPECT_EQ(KESetDebugOutputFunction(&Keep), nullptr);
+    KEOutputDebugString("%d", 1);
+    EXPECT_EQ(KESetDebugOutputFunction(nullptr), &Keep);
+    KEOutputDebugString("%d", 2);
+    EXPECT_EQ(sMessages, std::vector<std::string>{"1"});
+    const auto lines = TakeSystemLog();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text, "2");
+}
+
+TEST(DebugOutput, RedirectedMessagesAreCut) {
+    const DebugOutputCapture output;
+    KEOutputDebugString("%s", std::string(5000, 'x').c_str());
+    ASSERT_EQ(output.Messages().size(), 1u);
+    EXPECT_EQ(output.Messages()[0], std::string(4095, 'x'));
+}
+
+TEST(AssertionMessage, WithAndWithoutModuleName) {
+    const DebugOutputCapture output;
+    KEOutputAssertionFailedMessage("a == b", "dir/file.cpp", 17, "module");
+    KEOutputAssertionFailedMessage("a == b", "dir/file.cpp", 17, nullptr);
+    KEOutputAssertionFailedMessage(nullptr, nullptr, -1, "");
+    KEOutputAssertionFailedMessage(nullptr, "f", 0, nullptr);
+    const std::vector<std::string> expected = {
+        "\nmodule: FATAL: ASSERTION FAILED: (a == b)\n  dir/file.cpp(17)\n",
+        "\nFATAL: ASSERTION FAILED: (a == b)\n  dir/file.cpp(17)\n",
+        "\n: FATAL: ASSERTION FAILED: ()\n  (-1)\n",
+        "\nFATAL: ASSERTION FAILED: ()\n  f(0)\n",
+    };
+    EXPECT_EQ(output.Messages(), expected);
+}
+
+TEST(ModuleName, IsCutAt31Characters) {
+    const std::string old = KEModuleName();
+    KESetModuleName("1234567890123456789012345678901");
+    EXPECT_STREQ(KEModuleName(), "1234567890123456789012345678901");
+    KESetModuleName("12345678901234567890123456789012");
+    EXPECT_STREQ(KEModuleName(), "1234567890123456789012345678901");
+    KESetModuleName("short");
+    EXPECT_STREQ(KEModuleName(), "short");
+    KESetModuleName(nullptr);
+    EXPECT_STREQ(KEModuleName(), "");
+    KESetModuleName(old.c_str());
+}
+
+} // namespace
