@@ -126,16 +126,18 @@ KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcep
     }
 }
 
-#define INSTANTIATE(T)                                                                                       \
-    template KESTATUS KEConvertStringToNumeric<T, char>(T&, const char*, int) noexcept;                      \
-    template KESTATUS KEConvertStringToNumeric<T, wchar_t>(T&, const wchar_t*, int) noexcept;
-INSTANTIATE(int)
-INSTANTIATE(unsigned int)
-INSTANTIATE(long)
-INSTANTIATE(unsigned long)
-INSTANTIATE(short)
-INSTANTIATE(unsigned short)
-#undef INSTANTIATE
+template KESTATUS KEConvertStringToNumeric(int& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(int& value, const wchar_t* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned int& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned int& value, const wchar_t* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(long& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(long& value, const wchar_t* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned long& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned long& value, const wchar_t* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(short& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(short& value, const wchar_t* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned short& value, const char* text, int base) noexcept;
+template KESTATUS KEConvertStringToNumeric(unsigned short& value, const wchar_t* text, int base) noexcept;
 
 KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept {
     char* end = nullptr;

@@ -5,7 +5,7 @@ namespace testsupport {
 namespace {
 
 std::string FaultOf(const std::string& message, std::size_t argumentCount) {
-    const std::string malformed = "malformed: " + message;
+    std::string malformed = "malformed: " + message;
     const std::string module = std::string(kestrelon::KEModuleName()) + ": ";
     const std::string end = " FormatString follows, " + std::to_string(argumentCount) + " arguments.\n";
     if (!message.starts_with(module) || !message.ends_with(end)) {

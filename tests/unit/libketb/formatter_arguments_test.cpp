@@ -1,7 +1,7 @@
 // Every kind of argument, with its default and with the type letters that matter to it.
 #include "FormatExpect.h"
 
-#include <cmath>
+#include <bit>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -188,14 +188,14 @@ TEST(FormatterArguments, NullTexts) {
 }
 
 TEST(FormatterArguments, PointerIsAnUnsignedEightByteInteger) {
-    const auto* pointer = reinterpret_cast<const int*>(std::uintptr_t{0xFFFFFFFFFFFF1234});
+    const auto* pointer = std::bit_cast<const int*>(std::uintptr_t{0xFFFFFFFFFFFF1234});
     ExpectText("18446744073709490740", "{}", pointer);
     ExpectText("ffffffffffff1234", "{:x}", pointer);
-    const auto* low = reinterpret_cast<const void*>(std::uintptr_t{0x1234});
+    const auto* low = std::bit_cast<const void*>(std::uintptr_t{0x1234});
     ExpectText("4660", "{}", low);
     ExpectText("0x0000000000001234", "{:#x}", low);
     ExpectText("0", "{}", static_cast<void*>(nullptr));
-    ExpectText("A", "{:c}", reinterpret_cast<const void*>(std::uintptr_t{0x41}));
+    ExpectText("A", "{:c}", std::bit_cast<const void*>(std::uintptr_t{0x41}));
 }
 
 TEST(FormatterArguments, Status) {

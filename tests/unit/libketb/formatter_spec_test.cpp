@@ -26,7 +26,7 @@ constexpr std::uint32_t cPrecision = 0x400;
 struct SpecCase {
     const char* text;
     FormatSpecError error;
-    std::size_t consumed;
+    unsigned consumed;
     std::uint32_t flags = 0;
     std::uint32_t width = 0;
     char fill = 0;
@@ -38,7 +38,7 @@ struct SpecCase {
 void ExpectSpec(const SpecCase& test, KEFormatSpec spec = {}) {
     const char* position = test.text;
     EXPECT_EQ(KEFormatter::ExtractFormatSpec(position, spec), test.error) << test.text;
-    EXPECT_EQ(static_cast<std::size_t>(position - test.text), test.consumed) << test.text;
+    EXPECT_EQ(static_cast<unsigned>(position - test.text), test.consumed) << test.text;
     EXPECT_EQ(spec.mFlags, test.flags) << test.text;
     EXPECT_EQ(spec.mWidth, test.width) << test.text;
     EXPECT_EQ(spec.mFillCharacter, test.fill) << test.text;

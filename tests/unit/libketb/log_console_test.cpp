@@ -121,6 +121,7 @@ constexpr int cMessagesPerThread = 200;
 // Emits from several threads at once, while the level goes up and down above theirs.
 void EmitFromThreads(KELogger& logger) {
     std::vector<std::thread> threads;
+    threads.reserve(cThreads);
     for (int thread = 0; thread < cThreads; ++thread) {
         threads.emplace_back([&logger, thread] {
             for (int i = 0; i < cMessagesPerThread; ++i) {

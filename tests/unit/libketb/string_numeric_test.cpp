@@ -20,7 +20,7 @@ std::wstring Widen(const std::string& text) {
 // Both widths; on failure the value must be left alone.
 template <typename T>
 void ExpectNumber(const char* text, int base, T expected) {
-    T narrow = static_cast<T>(expected + 1);
+    T narrow = static_cast<T>(expected ^ 1);
     T wide = narrow;
     EXPECT_EQ(KEConvertStringToNumeric(narrow, text, base), KESTATUS_SUCCESS) << text;
     EXPECT_EQ(narrow, expected) << text;
