@@ -115,7 +115,7 @@ private:
     void FmtHexDigits(std::uint64_t value, std::uint8_t size, bool upperCase) noexcept;
 };
 
-// What a formatting action gets: the formatter and the current field's specification.
+// What a formatting action gets: the formatter and the current field's format spec.
 struct KEFormatterContext {
     KEFormatterBase& fmt;
     KEFormatSpec fs;
@@ -152,7 +152,7 @@ template <typename T>
 inline constexpr bool cNoFormattingAction = false;
 
 // Formats an argument of type T: with a null arg it puts the type's default flags into the context's
-// specification, otherwise it prints *arg. 0, or non-zero when the argument could not be converted.
+// format spec, otherwise it prints *arg. 0, or non-zero when the argument could not be converted.
 // A type of the application offers FormatObject or specialises this template.
 template <typename T>
 int DoFormatAction(KEFormatterContext& context, const void* arg) {

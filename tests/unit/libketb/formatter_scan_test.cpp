@@ -117,7 +117,7 @@ TEST(FormatterScan, TwoSpecificationsInAField) {
     // Behind a complete one the second adds to the first.
     ExpectText("  ff", "{:4 :x}", 255);
     ExpectText("  FF", "{:X:4}", 255);
-    // Digits behind a specification select the argument.
+    // Digits behind a format spec select the argument.
     ExpectText("  2", "{:3 1}", 1, 2);
 }
 
@@ -129,7 +129,7 @@ TEST(FormatterScan, EndInsideAField) {
     ExpectFaults({cIncomplete, cMissingBracket}, "", "{:");
     ExpectFaults({cIncomplete, cMoreArguments, cMissingBracket}, "", "{:", 1);
     ExpectFaults({cIncomplete, cMissingBracket}, "1", "{}{:5", 1);
-    ExpectFaults({cMoreArguments, cMissingBracket}, "", "{:x", 1); // the specification itself is complete
+    ExpectFaults({cMoreArguments, cMissingBracket}, "", "{:x", 1); // the format spec itself is complete
     ExpectFaults({cMissingBracket}, "{", "{{{");
 }
 

@@ -184,7 +184,7 @@ TEST(FormatSpec, EndOfTheStringIsIncompleteAndNotPassed) {
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
-    // Behind a type letter the specification is complete.
+    // Behind a type letter the format spec is complete.
     ExpectSpec({"x", cSuccess, 1, cHex});
 }
 
