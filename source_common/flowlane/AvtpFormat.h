@@ -72,10 +72,11 @@ constexpr unsigned cCipFmtOffset = 4; // QI 2 bits, FMT 6
 constexpr unsigned cCipFdfOffset = 5; // 24 bits
 constexpr unsigned cCipHeaderSize = 8;
 
-constexpr std::uint8_t cCipSid63 = 0x3F; // QI 0, SID 63
-constexpr std::uint8_t cCipDbsTS = 6;    // 24 bytes
-constexpr std::uint8_t cCipFnTS = 0xC4;  // FN 3 (8 data blocks a source packet), QPC 0, SPH 1
-constexpr std::uint8_t cCipFmtTS = 0xA0; // QI 2, FMT 0x20
+constexpr std::uint8_t cCipSid63 = 0x3F;  // QI 0, SID 63
+constexpr std::uint8_t cCipDbsTS = 6;     // 24 bytes
+constexpr std::uint8_t cCipFnTS = 0xC4;   // FN 3 (8 data blocks a source packet), QPC 0, SPH 1
+constexpr std::uint8_t cCipSphBit = 0x04; // within the byte of FN
+constexpr std::uint8_t cCipFmtTS = 0xA0;  // QI 2, FMT 0x20
 
 // --- Source packets (IEC 61883-4) ----------------------------------------------------------------
 

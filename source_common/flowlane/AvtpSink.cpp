@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "DeviceMacAddress.h"
 #include "KEByteOrder.h"
 #include "KELogging.h"
 
@@ -36,19 +37,10 @@ KESTATUS Failed(const char* format, KESTATUS st) {
 KESTATUS AvtpSink::CreateAvtpSink(QuaysideDevice& device, const TNET_EthernetMacAddress& destinationAddress,
                                   std::uint16_t uniqueId, std::uint16_t vlanTCI,
                                   unsigned maxSourcePacketCount) {
-    TNET_EthernetMacAddress sourceAddress{};
-    unsigned length = 0;
-    const KESTATUS st =
-        device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, sourceAddress.mac, cMacAddressSize, &length);
+    const KESTATUS st = ReadDeviceMacAddress(device, mSourceAddress);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("GetDevicePropertyBinary failed, st={}", st);
+        return st;
     }
-    if (length != cMacAddressSize) {
-        KEOutputLogMessage(logger::Global, KEERROR, "MAC address length mismatch, got {}, exp {}", length,
-                           cMacAddressSize);
-        return KESTATUS_LENGTH_MISMATCH;
-    }
-    mSourceAddress = sourceAddress;
     mDestinationAddress = destinationAddress;
     mMaxSourcePacketCount =
         maxSourcePacketCount == 0 ? cMaxSourcePackets : std::min(maxSourcePacketCount, cMaxSourcePackets);

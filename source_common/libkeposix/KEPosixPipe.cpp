@@ -74,7 +74,7 @@ KESTATUS KEPosixPipe::ReadUntilEmpty() noexcept {
     char discarded[64];
     // Asked before each read, so that a blocking pipe does not wait either.
     pollfd readable = {ReadEnd(), POLLIN, 0};
-    while (poll(&readable, 1, 0) == 1 && (readable.revents & POLLIN) != 0) {
+    while (poll(&readable, 1, 0) == 1) {
         const ssize_t count = read(ReadEnd(), discarded, sizeof discarded);
         if (count == 0 || (count == -1 && errno == EAGAIN)) {
             break;

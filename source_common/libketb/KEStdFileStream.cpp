@@ -30,14 +30,6 @@ std::size_t KEStdFileStream::WriteToFile(const void* data, std::size_t length) n
     return mHandle ? std::fwrite(data, 1, length, mHandle) : 0;
 }
 
-KESTATUS KEStdFileStream::RewindFile() noexcept {
-    const KESTATUS st = Seek(0, SEEK_SET);
-    if (st == KESTATUS_SUCCESS) {
-        std::clearerr(mHandle);
-    }
-    return st;
-}
-
 bool KEStdFileStream::IsEndOfFile() const noexcept {
     return mHandle && std::feof(mHandle) != 0;
 }

@@ -29,9 +29,9 @@ public:
     std::size_t ReadFromFile(void* data, std::size_t length) noexcept;
     std::size_t WriteToFile(const void* data, std::size_t length) noexcept;
 
-    // Back to the start; the end-of-file and error states are cleared.
-    KESTATUS RewindFile() noexcept;
-    // True once a read has hit the end of the file, until the next successful seek or rewind.
+    // Back to the start; the end-of-file state is cleared, as by every successful seek.
+    KESTATUS RewindFile() noexcept { return Seek(0, SEEK_SET); }
+    // True once a read has hit the end of the file, until the next successful seek.
     bool IsEndOfFile() const noexcept;
 
     // offset in bytes from whence (SEEK_SET, SEEK_CUR, SEEK_END).

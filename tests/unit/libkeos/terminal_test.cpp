@@ -107,21 +107,26 @@ TEST(TerminalTest, ModesThatAreOffStayOff) {
     }
 }
 
-// Reads must return the first byte at once, whatever the terminal was set to before.
-TEST(TerminalTest, ReadsReturnOneByteWithCanonicalModeOff) {
+// A terminal may have been set not to wait at all with canonical mode off.
+TEST(TerminalTest, ReadsWaitForOneByteWithCanonicalModeOff) {
     TerminalChild child([](const Reporter& reporter) {
         termios modes{};
         tcgetattr(STDIN_FILENO, &modes);
-        modes.c_cc[VMIN] = 5;
-        modes.c_cc[VTIME] = 7;
+        modes.c_cc[VMIN] = 0;
+        modes.c_cc[VTIME] = 1; // a tenth of a second
         tcsetattr(STDIN_FILENO, TCSANOW, &modes);
+        reporter.Line("ready");
         reporter.Line("key", KEPosixGetCh());
         tcgetattr(STDIN_FILENO, &modes);
         reporter.Line("min", modes.c_cc[VMIN]);
         reporter.Line("time", modes.c_cc[VTIME]);
     });
+    EXPECT_EQ(child.NextLine(), "ready");
+    ASSERT_TRUE(child.WaitForModes([](const termios& modes) {
+        return (modes.c_lflag & ICANON) == 0 && modes.c_cc[VMIN] == 1 && modes.c_cc[VTIME] == 0;
+    }));
     child.Type("k");
-    for (const char* line : {"key=107", "min=5", "time=7", "<end>"}) {
+    for (const char* line : {"key=107", "min=0", "time=1", "<end>"}) {
         EXPECT_EQ(child.NextLine(), line);
     }
 }

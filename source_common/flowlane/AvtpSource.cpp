@@ -1,0 +1,332 @@
+#include "AvtpSource.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "DeviceMacAddress.h"
+#include "KEByteOrder.h"
+#include "KEFormatter.h"
+#include "KELogging.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+using namespace avtp;
+
+namespace {
+
+constexpr std::int32_t cWaitWithoutLimit = -1;
+constexpr TNET_EthernetMacAddress cBroadcastAddress = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
+
+bool IsAddress(const std::uint8_t* bytes, const TNET_EthernetMacAddress& address) noexcept {
+    return std::memcmp(bytes, address.mac, cMacAddressSize) == 0;
+}
+
+template <typename... Args>
+void Log(KELogLevel level, const char* format, const Args&... args) {
+    KEOutputLogMessage(logger::Global, level, format, args...);
+}
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    Log(KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+} // namespace
+
+AvtpSource::~AvtpSource() {
+    AvtpSource::StopSource();
+}
+
+KESTATUS AvtpSource::CreateAvtpSource(QuaysideDevice& device, SinkBase& sink,
+                                      const TNET_EthernetMacAddress& sourceAddress, std::uint16_t uniqueId,
+                                      bool filterByUniqueId) {
+    const KESTATUS st = ReadDeviceMacAddress(device, mMacAddress);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    mSourceAddress = sourceAddress;
+    std::memcpy(mStreamID.bytes, sourceAddress.mac, cMacAddressSize);
+    KEStoreBE16(mStreamID.bytes + cMacAddressSize, uniqueId);
+    mDevice = &device;
+    mSink = &sink;
+    mUniqueID = uniqueId;
+    mFilterByUniqueId = filterByUniqueId;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSource::StartSource() {
+    if (!mDevice) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    const KEOsWorkerThreadState state = mThread.State();
+    if (state == KEOsWorkerThreadState::NotCreated || state == KEOsWorkerThreadState::Terminated) {
+        mSequenceNumber = 0;
+        mDataBlockCount = 0;
+        mStats.infAvtpPacketsReceived.Clear();
+        mStats.infTsPacketsDelivered.Clear();
+        ResetTsPacketAssembler();
+        mSequenceNumberValid = false;
+        const KESTATUS st = mDevice->EnableRawRx();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("EnableRawRx failed, st={}", st);
+        }
+        mIsReceptionEnabled = true;
+    }
+    const KESTATUS st = mThread.CreateThread(this);
+    if (st != KESTATUS_SUCCESS) {
+        if (st != KESTATUS_ALREADY_DONE) { // otherwise a running worker needs it
+            mIsReceptionEnabled = false;
+            mDevice->DisableRawRx();
+        }
+        return Failed("CreateThread failed, st={}", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void AvtpSource::StopSource() {
+    mThread.RequestTermination();
+    if (mIsReceptionEnabled) {
+        mIsReceptionEnabled = false;
+        const KESTATUS st = mDevice->DisableRawRx(); // wakes the thread
+        if (st != KESTATUS_SUCCESS) {
+            Failed("DisableRawRx failed, st={}", st);
+        }
+    }
+    mThread.WaitForTerminationAndDestroy(-1);
+}
+
+void AvtpSource::ThreadRoutine() {
+    mThread.SetState(KEOsWorkerThreadState::Running, KESTATUS_SUCCESS);
+    ReceiveUntilStopped();
+    mThread.SetState(KEOsWorkerThreadState::Stopping, KESTATUS_SUCCESS);
+}
+
+void AvtpSource::ReceiveUntilStopped() {
+    while (!mThread.IsTerminationRequested()) {
+        KESTATUS st = mDevice->WaitForRawFrame(cWaitWithoutLimit);
+        if (st == KESTATUS_NOT_ENABLED) {
+            continue; // either this is the stop, or reception is enabled again
+        }
+        if (st != KESTATUS_SUCCESS) {
+            Failed("WaitForRawFrame failed, st={}, stop thread", st);
+            return;
+        }
+        st = ProcessData();
+        if (st != KESTATUS_SUCCESS) {
+            Failed("ProcessData failed, st={}, stop thread", st);
+            return;
+        }
+    }
+}
+
+// Takes all frames that are ready.
+KESTATUS AvtpSource::ProcessData() {
+    std::uint8_t frame[cEthMaxFrameSize];
+    for (;;) {
+        unsigned length = 0;
+        const KESTATUS st = mDevice->GetReceivedRawFrame(nullptr, frame, sizeof frame, &length);
+        if (st == KESTATUS_NO_DATA || st == KESTATUS_NOT_ENABLED) {
+            return KESTATUS_SUCCESS;
+        }
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("GetReceivedRawFrame failed, st={}", st);
+        }
+        ProcessEthernetFrame(frame, std::min<unsigned>(length, sizeof frame));
+    }
+}
+
+void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length) {
+    unsigned headerSize = 0;
+    if (!CheckEthernetHeader(frame, length, headerSize)) {
+        return;
+    }
+    const std::uint8_t* const avtpHeader = frame + headerSize;
+    const unsigned avtpLength = length - headerSize;
+    if (!CheckAvtpHeader(avtpHeader, avtpLength)) {
+        return;
+    }
+    mStats.infAvtpPacketsReceived.Add();
+    const unsigned cipLength = avtpLength - cAvtpHeaderSize;
+    if (!CheckCipHeader(avtpHeader + cAvtpHeaderSize, cipLength)) {
+        ResetTsPacketAssembler();
+        return;
+    }
+    const unsigned dataLength = cipLength - cCipHeaderSize;
+    if (dataLength % cDataBlockSize != 0) {
+        Log(KEWARN, "unexpected byte count {} not multiple of data block size ({} bytes)", dataLength,
+            cDataBlockSize);
+        ResetTsPacketAssembler();
+        return;
+    }
+    const std::uint8_t* const data = avtpHeader + cAvtpHeaderSize + cCipHeaderSize;
+    for (unsigned offset = 0; offset < dataLength; offset += cDataBlockSize) {
+        ProcessDataBlock(data + offset);
+    }
+    const KESTATUS st = mSink->SendDeliveredPackets();
+    if (st != KESTATUS_SUCCESS) {
+        Failed("SendDeliveredPackets failed, st={}", st);
+    }
+}
+
+bool AvtpSource::CheckEthernetHeader(const std::uint8_t* frame, unsigned length, unsigned& headerSize) {
+    if (length < cEthHeaderSize) {
+        Log(KEERROR, "frame length {} too small, min. {}", length, cEthHeaderSize);
+        ResetTsPacketAssembler();
+        return false;
+    }
+    if (!CheckDestinationAddress(frame + cEthDestinationOffset)) {
+        return false;
+    }
+    if (mSourceAddress != cBroadcastAddress && !IsAddress(frame + cEthSourceOffset, mSourceAddress)) {
+        Log(KEINFO, "source MAC address mismatch");
+        return false;
+    }
+    headerSize = cEthHeaderSize;
+    std::uint16_t etherType = KELoadBE16(frame + cEthTypeOffset);
+    if (etherType == cEtherTypeVlan) {
+        if (length < cEthVlanHeaderSize) {
+            Log(KEERROR, "VLAN frame length {} too small, min. {}", length, cEthVlanHeaderSize);
+            ResetTsPacketAssembler();
+            return false;
+        }
+        headerSize = cEthVlanHeaderSize;
+        etherType = KELoadBE16(frame + cEthVlanTypeOffset);
+    }
+    if (etherType != cEtherTypeAvtp) {
+        Log(KEINFO, "ignore frame with unsupported EtherType {:#X}", etherType);
+        return false;
+    }
+    return true;
+}
+
+// Of the group addresses only broadcast is meant for this receiver.
+bool AvtpSource::CheckDestinationAddress(const std::uint8_t* destination) const {
+    const bool isGroupAddress = (destination[0] & 0x01) != 0;
+    if (isGroupAddress) {
+        if (!IsAddress(destination, cBroadcastAddress)) {
+            Log(KEINFO, "ignore frame with multicast MAC address");
+            return false;
+        }
+    } else if (!IsAddress(destination, mMacAddress)) {
+        Log(KEINFO, "destination MAC address mismatch");
+        return false;
+    }
+    return true;
+}
+
+bool AvtpSource::CheckAvtpHeader(const std::uint8_t* header, unsigned length) {
+    if (length < cAvtpHeaderSize) {
+        Log(KEERROR, "AVTP packet length {} too small, min. {}", length, cAvtpHeaderSize);
+        ResetTsPacketAssembler();
+        return false;
+    }
+    const std::uint8_t subtype = header[cAvtpSubtypeOffset];
+    if (subtype != cAvtpSubtype61883) {
+        Log(KEINFO, "ignore unsupported subtype {:#X}", subtype);
+        return false;
+    }
+    const unsigned version = header[cAvtpFlagsOffset] >> 4 & 0x7;
+    if (version != 0) {
+        Log(KEINFO, "ignore unsupported version {}", version);
+        return false;
+    }
+    if (mFilterByUniqueId && !CheckUniqueId(header)) {
+        return false;
+    }
+    const std::uint8_t sequenceNumber = header[cAvtpSequenceNumberOffset];
+    if (mSequenceNumberValid && sequenceNumber != mSequenceNumber) {
+        Log(KEWARN, "sequence number mismatch, got {}, exp. {}", sequenceNumber, mSequenceNumber);
+        ResetTsPacketAssembler();
+    }
+    mSequenceNumberValid = true;
+    mSequenceNumber = static_cast<std::uint8_t>(sequenceNumber + 1);
+    const std::uint16_t streamDataLength = KELoadBE16(header + cAvtpStreamDataLengthOffset);
+    if (streamDataLength != length - cAvtpHeaderSize) {
+        Log(KEWARN, "stream data length mismatch, got {}, exp. {}", streamDataLength,
+            length - cAvtpHeaderSize);
+        ResetTsPacketAssembler();
+        return false;
+    }
+    return true;
+}
+
+bool AvtpSource::CheckUniqueId(const std::uint8_t* header) const {
+    if ((header[cAvtpFlagsOffset] & cAvtpStreamIdValid) == 0) {
+        Log(KEWARN, "ignore packet with invalid StreamID");
+        return false;
+    }
+    const std::uint16_t uniqueId = KELoadBE16(header + cAvtpStreamIdOffset + cMacAddressSize);
+    if (uniqueId != mUniqueID) {
+        Log(KEINFO, "unique ID mismatch, got {}, exp. {}", uniqueId, mUniqueID);
+        return false;
+    }
+    return true;
+}
+
+bool AvtpSource::CheckCipHeader(const std::uint8_t* header, unsigned length) {
+    if (length < cCipHeaderSize) {
+        Log(KEERROR, "CIP length {} too small, min. {}", length, cCipHeaderSize);
+        return false;
+    }
+    if (header[cCipDbsOffset] != cCipDbsTS) {
+        Log(KEINFO, "ignore unsupported DBS {}", header[cCipDbsOffset]);
+        return false;
+    }
+    const unsigned fractionNumber = header[cCipFnOffset] >> 6;
+    if (fractionNumber != cCipFnTS >> 6) {
+        Log(KEINFO, "ignore unsupported FN {}", fractionNumber);
+        return false;
+    }
+    if ((header[cCipFnOffset] & cCipSphBit) == 0) {
+        Log(KEINFO, "ignore data without source packet header");
+        return false;
+    }
+    const unsigned format = header[cCipFmtOffset] & 0x3F;
+    if (format != (cCipFmtTS & 0x3F)) {
+        Log(KEINFO, "ignore unsupported FMT {}", format);
+        return false;
+    }
+    const std::uint8_t dataBlockCount = header[cCipDbcOffset];
+    if (mTsPacketState == TSPacketAssemblerState::ReceivingDataBlocks && dataBlockCount != mDataBlockCount) {
+        Log(KEWARN, "DBC mismatch, got {}, exp. {}", dataBlockCount, mDataBlockCount);
+        ResetTsPacketAssembler();
+    }
+    mDataBlockCount = dataBlockCount;
+    return true;
+}
+
+void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
+    const bool isFirstOfSourcePacket = mDataBlockCount % cDataBlocksPerSourcePacket == 0;
+    if (mTsPacketState == TSPacketAssemblerState::Synchronizing) {
+        if (!isFirstOfSourcePacket) {
+            ++mDataBlockCount; // inside a source packet that was not seen from its start
+            return;
+        }
+        mTsPacketState = TSPacketAssemblerState::ReceivingDataBlocks;
+    }
+    const unsigned skipped = isFirstOfSourcePacket ? cSourcePacketHeaderSize : 0;
+    std::memcpy(mCurTsPacketData, block + skipped, cDataBlockSize - skipped);
+    mCurTsPacketData += cDataBlockSize - skipped;
+    ++mDataBlockCount;
+    if (mDataBlockCount % cDataBlocksPerSourcePacket == 0) {
+        const KESTATUS st = mSink->DeliverTSPacket(mTsPacket);
+        if (st != KESTATUS_SUCCESS) {
+            Failed("DeliverTSPacket failed, st={}", st);
+        }
+        mStats.infTsPacketsDelivered.Add();
+        mCurTsPacketData = mTsPacket.mData;
+    }
+}
+
+// What was put together of a packet so far is forgotten.
+void AvtpSource::ResetTsPacketAssembler() noexcept {
+    mCurTsPacketData = mTsPacket.mData;
+    mTsPacketState = TSPacketAssemblerState::Synchronizing;
+}
+
+AvtpSource::Statistics AvtpSource::QuerryStatistics() const noexcept {
+    return {mStats.infAvtpPacketsReceived.Value(), mStats.infTsPacketsDelivered.Value()};
+}
+
+} // namespace flowlane

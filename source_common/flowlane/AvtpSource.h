@@ -1,0 +1,94 @@
+// The source that receives an AVTP stream (AvtpFormat.h) from a device opened for raw reception, checks each
+// frame layer by layer, puts the transport stream packets together again and hands them to its sink.
+//
+// Frames that are not for this receiver are ignored; after damage or loss the stream resumes with the next
+// source packet boundary. The device and the sink are not owned and outlive the source. Start, stop and
+// create belong to one owner thread; the sink is called from the worker thread alone; the statistics are for
+// any thread. All messages go to the Global logger.
+#ifndef FLOWLANE_AVTPSOURCE_H
+#define FLOWLANE_AVTPSOURCE_H
+
+#include <cstdint>
+
+#include "AvtpFormat.h"
+#include "KEOsWorkerThread.h"
+#include "QuaysideDevice.h"
+#include "RelaxedCounter.h"
+#include "SinkBase.h"
+#include "SourceBase.h"
+#include "TNetAddress.h"
+#include "TSPacket.h"
+
+namespace flowlane {
+
+enum class TSPacketAssemblerState {
+    Synchronizing = 0,       // waits for the start of a source packet
+    ReceivingDataBlocks = 1, // inside a source packet or between two
+};
+
+class AvtpSource final : public SourceBase {
+public:
+    struct Statistics {
+        std::uint64_t infAvtpPacketsReceived = 0; // frames that passed the Ethernet and AVTP checks
+        std::uint64_t infTsPacketsDelivered = 0;  // packets handed to the sink
+    };
+
+    AvtpSource() = default;
+    // Stops the source.
+    ~AvtpSource();
+
+    // sourceAddress: the only sender to accept; the broadcast address accepts any. The unique ID of the
+    // stream is looked at only when filterByUniqueId is true.
+    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address is not one
+    KESTATUS CreateAvtpSource(QuaysideDevice& device, SinkBase& sink,
+                              const kestrelon::TNET_EthernetMacAddress& sourceAddress, std::uint16_t uniqueId,
+                              bool filterByUniqueId);
+
+    // Enables reception and starts the worker thread; the statistics begin at 0.
+    //   KESTATUS_NOT_INITIALIZED  the source was not created
+    //   KESTATUS_ALREADY_DONE     it was not stopped since the last start
+    KESTATUS StartSource() override;
+    // Wakes the worker thread and waits without a time limit for its end.
+    void StopSource() override;
+
+    Statistics QuerryStatistics() const noexcept;
+
+    // The worker's work; it runs on its thread.
+    void ThreadRoutine();
+
+private:
+    void ReceiveUntilStopped();
+    KESTATUS ProcessData();
+    void ProcessEthernetFrame(const std::uint8_t* frame, unsigned length);
+    bool CheckEthernetHeader(const std::uint8_t* frame, unsigned length, unsigned& headerSize);
+    bool CheckDestinationAddress(const std::uint8_t* destination) const;
+    bool CheckAvtpHeader(const std::uint8_t* header, unsigned length);
+    bool CheckUniqueId(const std::uint8_t* header) const;
+    bool CheckCipHeader(const std::uint8_t* header, unsigned length);
+    void ProcessDataBlock(const std::uint8_t* block);
+    void ResetTsPacketAssembler() noexcept;
+
+    QuaysideDevice* mDevice = nullptr;
+    kestrelon::KEOsWorkerThread mThread;
+    kestrelon::TNET_EthernetMacAddress mMacAddress{};    // the device's own
+    kestrelon::TNET_EthernetMacAddress mSourceAddress{}; // the only sender accepted, or broadcast
+    AVTP_StreamID mStreamID{}; // for the debugger: the checks compare only the unique ID
+    TSPacket mTsPacket;        // being put together
+    std::uint8_t* mCurTsPacketData = mTsPacket.mData;
+    TSPacketAssemblerState mTsPacketState = TSPacketAssemblerState::Synchronizing;
+    SinkBase* mSink = nullptr;
+    struct {
+        RelaxedCounter infAvtpPacketsReceived;
+        RelaxedCounter infTsPacketsDelivered;
+    } mStats;
+    std::uint16_t mUniqueID = 0;
+    std::uint8_t mSequenceNumber = 0;  // expected next
+    std::uint8_t mDataBlockCount = 0;  // expected of the next data block
+    bool mSequenceNumberValid = false; // a frame has been accepted since the start
+    bool mFilterByUniqueId = false;
+    bool mIsReceptionEnabled = false;
+};
+
+} // namespace flowlane
+
+#endif

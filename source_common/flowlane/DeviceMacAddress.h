@@ -1,0 +1,17 @@
+// Reading a device's own MAC address, for the stages that need it.
+#ifndef FLOWLANE_DEVICEMACADDRESS_H
+#define FLOWLANE_DEVICEMACADDRESS_H
+
+#include "QuaysideDevice.h"
+#include "TNetAddress.h"
+#include "kestatus.h"
+
+namespace flowlane {
+
+// Failures are logged on Global and leave address alone: the device's status, or
+//   KESTATUS_LENGTH_MISMATCH  what the device has for an address is not 6 bytes long
+KESTATUS ReadDeviceMacAddress(QuaysideDevice& device, kestrelon::TNET_EthernetMacAddress& address);
+
+} // namespace flowlane
+
+#endif
