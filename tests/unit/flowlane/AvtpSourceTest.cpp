@@ -80,6 +80,7 @@ protected:
 
     void ExpectPackets(const std::vector<unsigned>& ordinals) const {
         std::vector<FrameBytes> expected;
+        expected.reserve(ordinals.size());
         for (const unsigned ordinal : ordinals) {
             expected.push_back(PacketBytes(ordinal));
         }
