@@ -119,7 +119,7 @@ std::function<void(FrameBytes&)> SetByte(std::size_t offset, std::uint8_t value)
     return [=](FrameBytes& frame) { frame[offset] = value; };
 }
 
-std::function<void(FrameBytes&)> SetBytes(std::size_t offset, std::vector<std::uint8_t> values) {
+std::function<void(FrameBytes&)> SetBytes(std::size_t offset, const std::vector<std::uint8_t>& values) {
     return [=](FrameBytes& frame) {
         std::copy(values.begin(), values.end(), frame.begin() + static_cast<std::ptrdiff_t>(offset));
     };
