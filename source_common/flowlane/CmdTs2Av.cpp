@@ -1,8 +1,8 @@
 #include "AvtpSink.h"
 #include "CmdLine.h"
+#include "CommandChecks.h"
 #include "Commands.h"
 #include "DeviceSelection.h"
-#include "KEEthernetMacAddress.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
 #include "StopRequest.h"
@@ -14,39 +14,12 @@ using namespace kestrelon;
 
 namespace {
 
-constexpr std::uint32_t cMaxUniqueId = 0xFFFF;
 constexpr std::uint32_t cMaxVlanTCI = 0xFFFF;
 constexpr std::uint32_t cVlanIdMask = 0xFFF;
 constexpr std::uint32_t cReservedVlanId = 0xFFF;
 constexpr unsigned cStatisticsInterval = 1000; // ms
 
-KESTATUS ReadDestinationAddress(KEEthernetMacAddress& destination) {
-    if (gCmdLine.mMacAddress.empty()) {
-        destination.mMacAddr = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
-        return KESTATUS_SUCCESS;
-    }
-    const KESTATUS st = destination.InitFromString(gCmdLine.mMacAddress.c_str());
-    if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Cons, KEERROR, "InitFromString('{}') failed, st={}.", gCmdLine.mMacAddress,
-                           KEFormatArgKEStatus(st));
-    }
-    return st;
-}
-
-KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
-    if (gCmdLine.mArgs.empty()) {
-        KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
-        CmdLine::PrintUsageHint();
-        return KESTATUS_INVALID_PARAMETER;
-    }
-    const KESTATUS st = ReadDestinationAddress(destination);
-    if (st != KESTATUS_SUCCESS) {
-        return st;
-    }
-    if (gCmdLine.mUniqueId > cMaxUniqueId) {
-        KEOutputLogMessage(logger::Cons, KEERROR, "unique ID {:#X} exceeds max. 0xFFFF.", gCmdLine.mUniqueId);
-        return KESTATUS_INVALID_PARAMETER;
-    }
+KESTATUS CheckVlanTCIOption() {
     if (gCmdLine.mVlanTCI > cMaxVlanTCI) {
         KEOutputLogMessage(logger::Cons, KEERROR, "VLAN TCI value {:#X} exceeds max. 0xFFFF.",
                            gCmdLine.mVlanTCI);
@@ -62,9 +35,19 @@ KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
     return KESTATUS_SUCCESS;
 }
 
+KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
+    KESTATUS st = CheckArgumentsPresent();
+    if (st == KESTATUS_SUCCESS) {
+        st = ReadMacAddressOption(destination);
+    }
+    if (st == KESTATUS_SUCCESS) {
+        st = CheckUniqueIdOption();
+    }
+    return st == KESTATUS_SUCCESS ? CheckVlanTCIOption() : st;
+}
+
 // Prints the statistics once a second until the file has been sent or the user asks for the end.
-void WaitForEnd(const TSFileSource& source, const AvtpSink& sink) {
-    StopRequest stopRequest;
+void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         const AvtpSink::Statistics sinkStats = sink.QuerryStatistics();
         KEOutputLogMessage(logger::Cons, KEINFO,
@@ -79,11 +62,6 @@ void WaitForEnd(const TSFileSource& source, const AvtpSink& sink) {
     }
 }
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Cons, KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 } // namespace
 
 KESTATUS CmdTs2Av() {
@@ -96,10 +74,9 @@ KESTATUS CmdTs2Av() {
 
     QuaysideDevice device;
     std::string description;
-    st = OpenRawTxDevice(device, gCmdLine.mFriendlyName.empty() ? nullptr : gCmdLine.mFriendlyName.c_str(),
-                         description);
+    st = OpenRawTxDevice(device, FriendlyNameOption(), description);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("Open device failed, st={}.", st);
+        return LogFailedStep("Open device failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
@@ -107,7 +84,7 @@ KESTATUS CmdTs2Av() {
     st = sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
                              static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("CreateAvtpSink failed, st={}.", st);
+        return LogFailedStep("CreateAvtpSink failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
@@ -115,25 +92,26 @@ KESTATUS CmdTs2Av() {
     st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
                                    TSFileSource::cDefaultNumberOfPackets);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("CreateTSFileSource failed, st={}.", st);
+        return LogFailedStep("CreateTSFileSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP sink on device {}...", description);
     st = sink.StartSink();
     if (st != KESTATUS_SUCCESS) {
-        return Failed("StartSink failed, st={}.", st);
+        return LogFailedStep("StartSink failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
     st = source.StartSource();
     if (st != KESTATUS_SUCCESS) {
-        return Failed("StartSource failed, st={}.", st);
+        return LogFailedStep("StartSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
                        fileName);
-    WaitForEnd(source, sink);
+    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
+    WaitForEnd(source, sink, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
     source.StopSource();

@@ -24,6 +24,9 @@ extern const Commands gCommands;
 // Sends a transport stream file as an IEEE 1722 stream, paced by its own clock references.
 KESTATUS CmdTs2Av();
 
+// Receives an IEEE 1722 stream and forwards its transport stream as RTP over UDP.
+KESTATUS CmdAv2Rtp();
+
 } // namespace flowlane
 
 #endif

@@ -43,6 +43,9 @@ KESTATUS RunCommand() {
     if (gCmdLine.mCommand == gCommands.ts2av) {
         return CmdTs2Av();
     }
+    if (gCmdLine.mCommand == gCommands.av2rtp) {
+        return CmdAv2Rtp();
+    }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
     CmdLine::PrintUsageHint();
     return KESTATUS_INVALID_COMMAND;

@@ -2,10 +2,12 @@
 
 #include <signal.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 
 #include "KEPosixTerminal.h"
 
@@ -16,10 +18,14 @@ using namespace kestrelon;
 namespace {
 
 constexpr int cStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+// Signals that come within this time after the first belong to it, in nanoseconds: who ends a process by
+// time limit signals the process and then its group, so that it arrives twice.
+constexpr std::int64_t cRepeatedSignalTime = 500'000'000;
 constexpr int cDeadlySignals[] = {SIGQUIT, SIGILL, SIGABRT, SIGBUS, SIGFPE, SIGSEGV};
 
 // What the signal handlers work with.
 std::atomic<bool> sIsSignalled{false};
+std::atomic<std::int64_t> sFirstSignalTime{0}; // nanoseconds of the monotonic clock
 std::atomic<bool> sAreKeysDirect{false};
 termios sUsualModes; // valid while sAreKeysDirect
 
@@ -70,9 +76,18 @@ void EndBySignal(int signalNumber) {
     raise(signalNumber);
 }
 
+std::int64_t MonotonicTime() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
 void OnStopSignal(int signalNumber) {
     const int savedErrno = errno;
-    if (sIsSignalled.exchange(true)) {
+    if (!sIsSignalled.load()) {
+        sFirstSignalTime.store(MonotonicTime());
+        sIsSignalled.store(true);
+    } else if (MonotonicTime() - sFirstSignalTime.load() >= cRepeatedSignalTime) {
         EndBySignal(signalNumber);
     }
     errno = savedErrno;

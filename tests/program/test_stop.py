@@ -1,6 +1,8 @@
 """How a running command ends: keys on a real terminal, signals, and standard input of all kinds."""
 
 import os
+import pathlib
+import re
 import signal
 import subprocess
 import termios
@@ -176,15 +178,38 @@ def test_first_signal_ends_it_in_good_order(segment, long_file, number):
     assert process.returncode == 0
 
 
-def test_second_signal_ends_it_at_once(segment, long_file):
+def test_signals_at_the_same_time_are_one(segment, long_file):
     process = start(segment, long_file, subprocess.DEVNULL)
-    # Both are pending when it goes on: the second one finds the first one's flag set.
+    # Both are pending when it goes on.
     process.send_signal(signal.SIGSTOP)
     process.send_signal(signal.SIGTERM)
     process.send_signal(signal.SIGINT)
     process.send_signal(signal.SIGCONT)
-    process.communicate(timeout=TIMEOUT)
-    assert process.returncode in (-signal.SIGTERM, -signal.SIGINT)
+    output = process.communicate(timeout=TIMEOUT)[0]
+    assert output.splitlines()[-1] == LAST_LINE
+    assert process.returncode == 0
+
+
+def test_time_limit_ends_it_in_good_order(segment, long_file):
+    """timeout signals the process and then its group, which it is in as well."""
+    result = subprocess.run(["timeout", "2", FLOWLANE, "ts2av", long_file], env=segment.env, text=True,
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=TIMEOUT, check=False)
+    assert result.stdout.splitlines()[-1] == LAST_LINE
+    assert result.returncode == 124  # what timeout answers for a time limit that was reached
+
+
+def test_later_signal_ends_it_at_once(segment, long_file):
+    process = start(segment, long_file, subprocess.DEVNULL)
+    process.send_signal(signal.SIGTERM)
+    status = pathlib.Path(f"/proc/{process.pid}/status")
+    wait_for(lambda: re.search(r"^ShdPnd:\t0+$", status.read_text(), re.MULTILINE), "the first signal")
+    process.send_signal(signal.SIGSTOP)  # it has no time to end in good order
+    time.sleep(0.6)
+    process.send_signal(signal.SIGTERM)
+    process.send_signal(signal.SIGCONT)
+    output = process.communicate(timeout=TIMEOUT)[0]
+    assert LAST_LINE not in output
+    assert process.returncode == -signal.SIGTERM
 
 
 def test_ignored_hangup_stays_ignored(segment, long_file):

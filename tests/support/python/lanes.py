@@ -11,6 +11,7 @@ import time
 SOURCE = pathlib.Path(os.environ["FLOWLANE_SOURCE"])
 FLOWLANE = os.environ["FLOWLANE_BIN"]
 LANE_DUMP = os.environ["LANE_DUMP_BIN"]
+LANE_SEND = os.environ["LANE_SEND_BIN"]
 FAKE_DEVICE_DIR = os.environ["FAKE_DEVICE_DIR"]
 SAMPLES = SOURCE / "samples"
 
@@ -87,3 +88,41 @@ def wait_for(condition, what):
     while not condition():
         assert time.monotonic() < deadline, f"waited in vain for {what}"
         time.sleep(0.01)
+
+
+class Running:
+    """The program in the background. Its lines come one by one; leaving the block stops it, which it has to
+    survive in good order."""
+
+    def __init__(self, env, *args, stdin=subprocess.DEVNULL):
+        self.process = subprocess.Popen([FLOWLANE, *map(str, args)], env=env, stdin=stdin, text=True,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.lines = []
+        self.stderr = None
+
+    def read_until(self, part):
+        """The next line that has this part."""
+        while True:
+            line = self.process.stdout.readline()
+            assert line, f"the program has ended, {self.lines}"
+            self.lines.append(line.rstrip("\n"))
+            if part in line:
+                return self.lines[-1]
+
+    def stop(self):
+        self.process.terminate()
+        stdout, self.stderr = self.process.communicate(timeout=TIMEOUT)
+        self.lines += stdout.splitlines()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            if kind is None and self.process.poll() is None:
+                self.stop()
+                assert self.process.returncode == 0, self.stderr
+        finally:
+            if self.process.poll() is None:
+                self.process.kill()
+                self.process.communicate()

@@ -1,0 +1,131 @@
+#include "AvtpSource.h"
+#include "CmdLine.h"
+#include "CommandChecks.h"
+#include "Commands.h"
+#include "DeviceSelection.h"
+#include "KEPosixTime.h"
+#include "LogCons.h"
+#include "RtpUdpSink.h"
+#include "StopRequest.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr std::uint32_t cMaxPortNumber = 0xFFFF;
+constexpr unsigned cStatisticsInterval = 1000; // ms
+
+KESTATUS CheckPortNumberOption() {
+    if (gCmdLine.mPortNumber <= cMaxPortNumber) {
+        return KESTATUS_SUCCESS;
+    }
+    KEOutputLogMessage(logger::Cons, KEERROR, "port number {:#X} exceeds max. 0xFFFF.", gCmdLine.mPortNumber);
+    return KESTATUS_INVALID_PARAMETER;
+}
+
+KESTATUS CheckArguments(KEEthernetMacAddress& sourceAddress) {
+    KESTATUS st = CheckArgumentsPresent();
+    if (st == KESTATUS_SUCCESS) {
+        st = ReadMacAddressOption(sourceAddress);
+    }
+    if (st == KESTATUS_SUCCESS) {
+        st = CheckUniqueIdOption();
+    }
+    return st == KESTATUS_SUCCESS ? CheckPortNumberOption() : st;
+}
+
+// Tells of sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
+// on the console would say so.
+class SendFailureReport {
+public:
+    void Print(const RtpUdpSink::Statistics& stats) {
+        if (stats.errSendFailed != mReported) {
+            mReported = stats.errSendFailed;
+            KEOutputLogMessage(
+                logger::Cons, KEWARN, "UDP send failures: {}, UDP packets dropped: {}, last failure st={}.",
+                stats.errSendFailed, stats.errUdpPacketsDropped, KEFormatArgKEStatus(stats.lastSendFailure));
+        }
+    }
+
+private:
+    std::uint64_t mReported = 0;
+};
+
+// Prints the statistics once a second until the user asks for the end: the stream itself has none.
+void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureReport& failures,
+                StopRequest& stopRequest) {
+    while (!stopRequest.IsRequested()) {
+        const AvtpSource::Statistics sourceStats = source.QuerryStatistics();
+        const RtpUdpSink::Statistics sinkStats = sink.QuerryStatistics();
+        KEOutputLogMessage(logger::Cons, KEINFO,
+                           "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
+                           sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered,
+                           sinkStats.infUdpPacketsSent);
+        failures.Print(sinkStats);
+        KEPosixSleep(cStatisticsInterval);
+    }
+}
+
+} // namespace
+
+KESTATUS CmdAv2Rtp() {
+    KEEthernetMacAddress sourceAddress;
+    KESTATUS st = CheckArguments(sourceAddress);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    const std::string& hostName = gCmdLine.mArgs.front();
+    const auto port = static_cast<std::uint16_t>(gCmdLine.mPortNumber);
+
+    QuaysideDevice device;
+    std::string description;
+    st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_None);
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("Open device failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create RTP sink, host name='{}', port={}...", hostName, port);
+    RtpUdpSink sink;
+    st = sink.CreateRtpUdpSink(hostName.c_str(), port, 0, true);
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("CreateRtpUdpSink failed, st={}.", st);
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "Host name '{}' resolved to address {}", hostName,
+                       sink.SocketAddress());
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP source...");
+    AvtpSource source;
+    st = source.CreateAvtpSource(device, sink, sourceAddress.mMacAddr,
+                                 static_cast<std::uint16_t>(gCmdLine.mUniqueId), gCmdLine.mUniqueIdPresent);
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("CreateAvtpSource failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start RTP sink...");
+    st = sink.StartSink();
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("StartSink failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP source on device {}...", description);
+    st = source.StartSource();
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("StartSource failed, st={}.", st);
+    }
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
+    SendFailureReport failures;
+    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
+    WaitForEnd(source, sink, failures, stopRequest);
+
+    KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP source...");
+    source.StopSource();
+    KEOutputLogMessage(logger::Cons, KEINFO, "Stop RTP sink...");
+    sink.StopSink();
+    failures.Print(sink.QuerryStatistics());
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace flowlane

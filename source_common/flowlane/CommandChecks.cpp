@@ -1,0 +1,55 @@
+#include "CommandChecks.h"
+
+#include "CmdLine.h"
+#include "LogCons.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr std::uint32_t cMaxUniqueId = 0xFFFF;
+
+} // namespace
+
+KESTATUS CheckArgumentsPresent() {
+    if (!gCmdLine.mArgs.empty()) {
+        return KESTATUS_SUCCESS;
+    }
+    KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
+    CmdLine::PrintUsageHint();
+    return KESTATUS_INVALID_PARAMETER;
+}
+
+KESTATUS ReadMacAddressOption(KEEthernetMacAddress& address) {
+    if (gCmdLine.mMacAddress.empty()) {
+        address.mMacAddr = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
+        return KESTATUS_SUCCESS;
+    }
+    const KESTATUS st = address.InitFromString(gCmdLine.mMacAddress.c_str());
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "InitFromString('{}') failed, st={}.", gCmdLine.mMacAddress,
+                           KEFormatArgKEStatus(st));
+    }
+    return st;
+}
+
+KESTATUS CheckUniqueIdOption() {
+    if (gCmdLine.mUniqueId <= cMaxUniqueId) {
+        return KESTATUS_SUCCESS;
+    }
+    KEOutputLogMessage(logger::Cons, KEERROR, "unique ID {:#X} exceeds max. 0xFFFF.", gCmdLine.mUniqueId);
+    return KESTATUS_INVALID_PARAMETER;
+}
+
+const char* FriendlyNameOption() {
+    return gCmdLine.mFriendlyName.empty() ? nullptr : gCmdLine.mFriendlyName.c_str();
+}
+
+KESTATUS LogFailedStep(const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Cons, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+} // namespace flowlane

@@ -1,0 +1,28 @@
+// What the command drivers share: the checks of common arguments and their messages. All lines go to the
+// Cons logger; all settings come from gCmdLine. Called from the main thread.
+#ifndef FLOWLANE_COMMANDCHECKS_H
+#define FLOWLANE_COMMANDCHECKS_H
+
+#include "KEEthernetMacAddress.h"
+#include "kestatus.h"
+
+namespace flowlane {
+
+//   KESTATUS_INVALID_PARAMETER  there is no positional argument
+KESTATUS CheckArgumentsPresent();
+
+// The address of option -m, broadcast without the option. A failure is InitFromString's.
+KESTATUS ReadMacAddressOption(kestrelon::KEEthernetMacAddress& address);
+
+//   KESTATUS_INVALID_PARAMETER  the unique ID does not fit 16 bits
+KESTATUS CheckUniqueIdOption();
+
+// The name of option -n, null without the option.
+const char* FriendlyNameOption();
+
+// Logs a failed step, whose format has one field, for the status, and returns the status.
+KESTATUS LogFailedStep(const char* format, KESTATUS st);
+
+} // namespace flowlane
+
+#endif

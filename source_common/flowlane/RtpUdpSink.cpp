@@ -1,0 +1,172 @@
+#include "RtpUdpSink.h"
+
+#include <netdb.h>
+
+#include <cstring>
+
+#include "KEByteOrder.h"
+#include "KELogging.h"
+#include "KEOsSocketAddressInfo.h"
+#include "KEOsSocketName.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr std::uint8_t cRtpVersion2 = 0x80;         // no padding, no extension, no CSRC
+constexpr std::uint8_t cRtpPayloadTypeMp2t = 33;    // RFC 3551; no marker
+constexpr std::size_t cRtpSequenceNumberOffset = 2; // 16 bits
+constexpr std::size_t cRtpTimestampOffset = 4;      // 32 bits
+constexpr std::size_t cRtpSsrcOffset = 8;           // 32 bits
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+} // namespace
+
+KESTATUS RtpUdpSink::CreateRtpUdpSink(const char* hostName, std::uint16_t port, unsigned sendBufferSize,
+                                      bool rtpHeaderContained) {
+    const KESTATUS st = ConfigureSocket(hostName, port, sendBufferSize);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("ConfigureSocket failed, st={}", st);
+    }
+    mRtpHeaderContained = rtpHeaderContained;
+    BeginDatagram();
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS RtpUdpSink::ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICSERV;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    KEOsSocketAddressInfo addresses;
+    KESTATUS st = addresses.GetAddressInfo(hostName, port, &hints);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("GetAddressInfo failed, st={}", st);
+    }
+    const addrinfo& address = *addresses.AddressInfo();
+    st = KEOsGetSocketHostName(*address.ai_addr, address.ai_addrlen, mSocketAddrStr,
+                               NI_NUMERICHOST | NI_DGRAM);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("KEOsGetSocketHostName failed, st={}", st);
+    }
+    st = mSocket.CreateSocket(address.ai_family, address.ai_socktype, address.ai_protocol);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("CreateSocket failed, st={}", st);
+    }
+    st = mSocket.Connect(*address.ai_addr, address.ai_addrlen);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("Connect failed, st={}", st);
+    }
+    st = mSocket.EnableNonBlockingMode(true);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("EnableNonBlockingMode failed, st={}", st);
+    }
+    if (sendBufferSize != 0) {
+        st = mSocket.SetSocketOption(SOL_SOCKET, SO_SNDBUF, &sendBufferSize, sizeof sendBufferSize);
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SetSendBufferSize failed, st={}", st);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS RtpUdpSink::StartSink() {
+    mMaxTsPacketCount = cMaxTsPackets;
+    mRtpSequenceNumber = 0;
+    mStats.infUdpPacketsSent.Clear();
+    mStats.errSendFailed.Clear();
+    mStats.errUdpPacketsDropped.Clear();
+    mStats.lastSendFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
+    BeginDatagram();
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS RtpUdpSink::DeliverTSPacket(const TSPacket& packet) {
+    KESTATUS st = KESTATUS_SUCCESS;
+    if (mTsPacketCount >= mMaxTsPacketCount) {
+        // The full datagram could not be sent before.
+        st = SendUdpPacket();
+        if (mTsPacketCount >= mMaxTsPacketCount) {
+            DropDatagram();
+        }
+    }
+    std::memcpy(mCurPayloadData, packet.mData, TSPacket::cSize);
+    mCurPayloadData += TSPacket::cSize;
+    ++mTsPacketCount;
+    if (mTsPacketCount == mMaxTsPacketCount) {
+        st = SendUdpPacket();
+    }
+    return st == KESTATUS_SUCCESS ? st : Failed("SendUdpPacket failed, st={}", st);
+}
+
+KESTATUS RtpUdpSink::SendDeliveredPackets() {
+    if (mTsPacketCount == 0) {
+        return KESTATUS_SUCCESS;
+    }
+    const KESTATUS st = SendUdpPacket();
+    return st == KESTATUS_SUCCESS ? st : Failed("SendUdpPacket failed, st={}", st);
+}
+
+// The datagram stays in the buffer unless it was sent.
+KESTATUS RtpUdpSink::SendUdpPacket() {
+    const std::size_t length = RtpHeaderSize() + mTsPacketCount * TSPacket::cSize;
+    std::size_t sent = 0;
+    const KESTATUS st = mSocket.SendData(mUdpPacket, length, sent);
+    if (st != KESTATUS_SUCCESS) {
+        mStats.errSendFailed.Add();
+        mStats.lastSendFailure.store(st, std::memory_order_relaxed);
+        if (st == KESTATUS_TIMEOUT || st == KESTATUS_WOULD_BLOCK) {
+            KEOutputLogMessage(logger::Global, KEWARN, "SendData timed out, packet is dropped");
+            return KESTATUS_SUCCESS;
+        }
+        return Failed("SendData failed, st={}", st);
+    }
+    if (sent != length) {
+        KEOutputLogMessage(logger::Global, KEWARN, "unexpected length {}, exp. {}", sent, length);
+    }
+    BeginDatagram();
+    mStats.infUdpPacketsSent.Add();
+    return KESTATUS_SUCCESS;
+}
+
+void RtpUdpSink::BeginDatagram() noexcept {
+    mCurPayloadData = mUdpPacket;
+    mTsPacketCount = 0;
+    if (mRtpHeaderContained) {
+        InitRtpHeader();
+    }
+}
+
+// Takes the packets out again. The header stays: its sequence number was not used.
+void RtpUdpSink::DropDatagram() noexcept {
+    mCurPayloadData = mUdpPacket + RtpHeaderSize();
+    mTsPacketCount = 0;
+    mStats.errUdpPacketsDropped.Add();
+}
+
+void RtpUdpSink::InitRtpHeader() noexcept {
+    mCurPayloadData[0] = cRtpVersion2;
+    mCurPayloadData[1] = cRtpPayloadTypeMp2t;
+    KEStoreBE16(mCurPayloadData + cRtpSequenceNumberOffset, mRtpSequenceNumber);
+    KEStoreBE32(mCurPayloadData + cRtpTimestampOffset, 0);
+    KEStoreBE32(mCurPayloadData + cRtpSsrcOffset, 0);
+    ++mRtpSequenceNumber;
+    mCurPayloadData += cRtpHeaderSize;
+}
+
+std::size_t RtpUdpSink::RtpHeaderSize() const noexcept {
+    return mRtpHeaderContained ? cRtpHeaderSize : 0;
+}
+
+RtpUdpSink::Statistics RtpUdpSink::QuerryStatistics() const noexcept {
+    return {mStats.infUdpPacketsSent.Value(), mStats.errSendFailed.Value(),
+            mStats.errUdpPacketsDropped.Value(), mStats.lastSendFailure.load(std::memory_order_relaxed)};
+}
+
+} // namespace flowlane

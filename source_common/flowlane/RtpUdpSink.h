@@ -1,0 +1,91 @@
+// The sink that sends transport stream packets over UDP to one host and port: up to seven packets a
+// datagram, behind an RTP header or bare.
+//
+// The RTP header (RFC 3550, payload type 33 of RFC 3551: an MPEG-2 transport stream as in RFC 2250), 12
+// bytes, big-endian: 0x80 (version 2), 0x21 (no marker, payload type 33), the sequence number (16 bits,
+// counting the datagrams sent), the timestamp (32 bits) and the SSRC (32 bits), which are both 0: a receiver
+// times the stream by its clock references.
+//
+// The socket never blocks the calling thread. A datagram that cannot be sent stays in the buffer; the next
+// packet tries it once more and drops it when that fails too, so a receiver that comes back is served at
+// once and nothing piles up. Delivering and sending are for one thread, the statistics for any. All messages
+// go to the Global logger.
+#ifndef FLOWLANE_RTPUDPSINK_H
+#define FLOWLANE_RTPUDPSINK_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "KEOsSocket.h"
+#include "RelaxedCounter.h"
+#include "SinkBase.h"
+
+namespace flowlane {
+
+class RtpUdpSink final : public SinkBase {
+public:
+    static constexpr std::size_t MaxUdpPayloadSize = 1400; // bytes
+
+    struct Statistics {
+        std::uint64_t infUdpPacketsSent = 0;
+        std::uint64_t errSendFailed = 0;        // sends that failed or would have blocked
+        std::uint64_t errUdpPacketsDropped = 0; // datagrams given up after a second try
+        KESTATUS lastSendFailure = KESTATUS_SUCCESS;
+    };
+
+    RtpUdpSink() = default;
+
+    // Resolves the host, which may block on name servers, and connects a socket to its first address.
+    // port in host byte order. sendBufferSize: of the socket in bytes; 0 leaves the system's.
+    //   KESTATUS_NO_ADDRESS  the host cannot be resolved
+    // Other failures are the system's.
+    KESTATUS CreateRtpUdpSink(const char* hostName, std::uint16_t port, unsigned sendBufferSize,
+                              bool rtpHeaderContained);
+
+    // Sequence number and statistics begin at 0. Always succeeds.
+    KESTATUS StartSink() override;
+    // Does nothing: the destructor closes the socket.
+    void StopSink() override {}
+
+    // The packet is always taken. A failure is that of sending a datagram; one that would block is none.
+    KESTATUS DeliverTSPacket(const TSPacket& packet) override;
+    KESTATUS SendDeliveredPackets() override;
+
+    // The numeric address that the host was resolved to, without the port.
+    const std::string& SocketAddress() const noexcept { return mSocketAddrStr; }
+    // Counted since the start.
+    Statistics QuerryStatistics() const noexcept;
+
+private:
+    static constexpr std::uint32_t cMaxTsPackets = 7;
+    static constexpr std::size_t cRtpHeaderSize = 12;
+    static_assert(cRtpHeaderSize + cMaxTsPackets * TSPacket::cSize <= MaxUdpPayloadSize);
+
+    KESTATUS ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize);
+    void InitRtpHeader() noexcept;
+    void BeginDatagram() noexcept;
+    void DropDatagram() noexcept;
+    KESTATUS SendUdpPacket();
+    std::size_t RtpHeaderSize() const noexcept;
+
+    kestrelon::KEOsSocket mSocket;
+    std::uint8_t mUdpPacket[MaxUdpPayloadSize] = {};
+    std::uint8_t* mCurPayloadData = mUdpPacket; // where the next bytes go
+    std::string mSocketAddrStr;
+    std::uint32_t mMaxTsPacketCount = cMaxTsPackets;
+    std::uint32_t mTsPacketCount = 0; // in the datagram being built
+    struct {
+        RelaxedCounter infUdpPacketsSent;
+        RelaxedCounter errSendFailed;
+        RelaxedCounter errUdpPacketsDropped;
+        std::atomic<KESTATUS> lastSendFailure = KESTATUS_SUCCESS;
+    } mStats;
+    std::uint16_t mRtpSequenceNumber = 0; // for the next header
+    bool mRtpHeaderContained = false;
+};
+
+} // namespace flowlane
+
+#endif

@@ -1,0 +1,238 @@
+#include "KEOsSocket.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "KELogging.h"
+#include "KEOsSocketAddressInfo.h"
+
+namespace kestrelon {
+
+namespace {
+
+KESTATUS StatusFromErrno(int err) noexcept {
+    if (err == EAGAIN) {
+        return KESTATUS_WOULD_BLOCK;
+    }
+    return err != 0 ? KEStatusFromErrno(err) : KESTATUS_FAILED;
+}
+
+// Logs a failed system call and gives its status. format has one field, for the errno.
+KESTATUS Failure(const KELogMsgHeaderTag& function, const char* format, int err,
+                 KELogLevel level = KEERROR) noexcept {
+    KEOutputLogMessage(logger::Global, level, function, format, err);
+    return StatusFromErrno(err);
+}
+
+// One system call, in non-blocking mode a wait for what it needs, and the call again. transfer() gives the
+// call's result.
+template <typename Transfer>
+KESTATUS TransferData(KEOsSocket& socket, const Transfer& transfer, unsigned int direction,
+                      KETimeoutInterval timeout, std::size_t& transferred, const KELogMsgHeaderTag& function,
+                      const char* firstFailed, const char* secondFailed) noexcept {
+    transferred = 0;
+    ssize_t count = transfer();
+    if (count < 0) {
+        const int err = errno;
+        if (err != EAGAIN) {
+            return Failure(function, firstFailed, err, KEINFO);
+        }
+        if (!socket.IsNonBlocking()) {
+            return KESTATUS_WOULD_BLOCK;
+        }
+        const KESTATUS st = socket.WaitUntilIoPossible(direction, timeout);
+        if (st != KESTATUS_SUCCESS) {
+            if (st != KESTATUS_TIMEOUT) {
+                KEOutputLogMessage(logger::Global, KEERROR, function, "WaitUntilIoPossible failed, err={}",
+                                   KEFormatArgKEStatus(st));
+            }
+            return st;
+        }
+        count = transfer();
+        if (count < 0) {
+            return Failure(function, secondFailed, errno, KEINFO);
+        }
+    }
+    transferred = static_cast<std::size_t>(count);
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace
+
+KESTATUS KEOsSocket::CreateSocket(int domain, int type, int protocol) noexcept {
+    CloseSocket();
+    const int descriptor = socket(domain, type | SOCK_CLOEXEC, protocol);
+    if (descriptor == -1) {
+        return Failure(KE_FUNCTION_TAG, "socket failed, err={}", errno);
+    }
+    mSocket = descriptor;
+    mIsNonBlocking = false;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::CloseSocket() noexcept {
+    const KEOsSocketHandle descriptor = std::exchange(mSocket, InvalidSocket);
+    if (descriptor != InvalidSocket && close(descriptor) != 0) {
+        return Failure(KE_FUNCTION_TAG, "socket failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::EnableNonBlockingMode(bool enable) noexcept {
+    const int flags = fcntl(mSocket, F_GETFL);
+    if (flags == -1) {
+        return Failure(KE_FUNCTION_TAG, "fcntl(get) failed, err={}", errno);
+    }
+    if (fcntl(mSocket, F_SETFL, enable ? flags | O_NONBLOCK : flags & ~O_NONBLOCK) == -1) {
+        return Failure(KE_FUNCTION_TAG, "fcntl(set) failed, err={}", errno);
+    }
+    mIsNonBlocking = enable;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::SetSocketOption(int level, int name, const void* value, socklen_t length) noexcept {
+    if (setsockopt(mSocket, level, name, value, length) != 0) {
+        return Failure(KE_FUNCTION_TAG, "setsockopt failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::Connect(const sockaddr& address, socklen_t length) noexcept {
+    if (connect(mSocket, &address, length) != 0) {
+        return Failure(KE_FUNCTION_TAG, "connect failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::Bind(const sockaddr& address, socklen_t length) noexcept {
+    if (bind(mSocket, &address, length) != 0) {
+        return Failure(KE_FUNCTION_TAG, "bind failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::Listen(int backlog) noexcept {
+    if (listen(mSocket, backlog) != 0) {
+        return Failure(KE_FUNCTION_TAG, "listen failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::AcceptConnection(KEOsSocket& connection, sockaddr* address, socklen_t* length) noexcept {
+    const int descriptor = accept4(mSocket, address, length, SOCK_CLOEXEC);
+    if (descriptor == -1) {
+        return Failure(KE_FUNCTION_TAG, "accept failed, err={}", errno);
+    }
+    connection.CloseSocket();
+    connection.mSocket = descriptor;
+    connection.mIsNonBlocking = false;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::Shutdown(int how) noexcept {
+    if (shutdown(mSocket, how) != 0) {
+        return Failure(KE_FUNCTION_TAG, "shutdown failed, err={}", errno);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept {
+    const addrinfo* address = addresses.AddressInfo();
+    if (!address) {
+        return KESTATUS_NO_ADDRESS;
+    }
+    KESTATUS st = KESTATUS_SUCCESS;
+    for (; address; address = address->ai_next) {
+        st = CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "CreateSocket failed, st={}",
+                               KEFormatArgKEStatus(st));
+            continue;
+        }
+        st = Connect(*address->ai_addr, address->ai_addrlen);
+        if (st == KESTATUS_SUCCESS) {
+            return KESTATUS_SUCCESS;
+        }
+        KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "Connect failed, st={}",
+                           KEFormatArgKEStatus(st));
+    }
+    CloseSocket();
+    return st;
+}
+
+KESTATUS KEOsSocket::BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept {
+    const addrinfo* address = addresses.AddressInfo();
+    if (!address) {
+        return KESTATUS_NO_ADDRESS;
+    }
+    KESTATUS st = KESTATUS_SUCCESS;
+    for (; address; address = address->ai_next) {
+        st = CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol);
+        if (st != KESTATUS_SUCCESS) {
+            KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "CreateSocket failed, st={}",
+                               KEFormatArgKEStatus(st));
+            continue;
+        }
+        if (reuseAddress) {
+            const std::int32_t on = 1;
+            st = SetSocketOption(SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+            if (st != KESTATUS_SUCCESS) {
+                KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG,
+                                   "EnableReuseAddress failed, st={}", KEFormatArgKEStatus(st));
+                continue;
+            }
+        }
+        st = Bind(*address->ai_addr, address->ai_addrlen);
+        if (st == KESTATUS_SUCCESS) {
+            return KESTATUS_SUCCESS;
+        }
+        KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "Bind failed, st={}",
+                           KEFormatArgKEStatus(st));
+    }
+    CloseSocket();
+    return st;
+}
+
+KESTATUS KEOsSocket::WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept {
+    // A set has no room for other descriptors.
+    if (mSocket < 0 || mSocket >= FD_SETSIZE) {
+        return Failure(KE_FUNCTION_TAG, "select failed, err={}", EBADF);
+    }
+    fd_set readSet;
+    fd_set writeSet;
+    FD_ZERO(&readSet);
+    FD_ZERO(&writeSet);
+    if ((what & IoRead) != 0) {
+        FD_SET(mSocket, &readSet);
+    }
+    if ((what & IoWrite) != 0) {
+        FD_SET(mSocket, &writeSet);
+    }
+    timeval limit = {timeout / 1000, (timeout % 1000) * 1000};
+    const int count = select(mSocket + 1, &readSet, &writeSet, nullptr, timeout < 0 ? nullptr : &limit);
+    if (count < 0) {
+        return Failure(KE_FUNCTION_TAG, "select failed, err={}", errno);
+    }
+    return count == 0 ? KESTATUS_TIMEOUT : KESTATUS_SUCCESS;
+}
+
+KESTATUS KEOsSocket::ReceiveData(void* buffer, std::size_t size, std::size_t& received,
+                                 KETimeoutInterval timeout, int flags) noexcept {
+    const auto receive = [&] { return recv(mSocket, buffer, size, flags); };
+    return TransferData(*this, receive, IoRead, timeout, received, KE_FUNCTION_TAG, "recv(1) failed, err={}",
+                        "recv(2) failed, err={}");
+}
+
+KESTATUS KEOsSocket::SendData(const void* data, std::size_t size, std::size_t& sent,
+                              KETimeoutInterval timeout, int flags) noexcept {
+    const auto sendOnce = [&] { return send(mSocket, data, size, flags | MSG_NOSIGNAL); };
+    return TransferData(*this, sendOnce, IoWrite, timeout, sent, KE_FUNCTION_TAG, "send(1) failed, err={}",
+                        "send(2) failed, err={}");
+}
+
+} // namespace kestrelon

@@ -1,0 +1,26 @@
+// The names of a socket address: its host or its service as a text.
+//
+// flags: NI_..., for example NI_NUMERICHOST; without the numeric ones name servers may be asked, which
+// blocks for as long as they take. A lookup that fails gives KESTATUS_INVALID_ADDRESS, whatever the reason,
+// which the message tells; KESTATUS_NO_MEMORY when there is none for the text. name changes only on
+// success. Any thread.
+#ifndef KESTRELON_KEOSSOCKETNAME_H
+#define KESTRELON_KEOSSOCKETNAME_H
+
+#include <sys/socket.h>
+
+#include <string>
+
+#include "kestatus.h"
+
+namespace kestrelon {
+
+// length: of the address in bytes.
+KESTATUS KEOsGetSocketHostName(const sockaddr& address, socklen_t length, std::string& name,
+                               int flags) noexcept;
+KESTATUS KEOsGetSocketServiceName(const sockaddr& address, socklen_t length, std::string& name,
+                                  int flags) noexcept;
+
+} // namespace kestrelon
+
+#endif

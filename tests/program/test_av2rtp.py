@@ -1,0 +1,249 @@
+"""The av2rtp command: its arguments, what it prints, and the datagrams it sends, on the loopback interface."""
+
+import os
+import re
+import signal
+import subprocess
+import time
+
+import pytest
+
+import rtp
+import tsfile
+from lanes import FAKE_DEVICE_DIR, LANE_SEND, Running, exit_status, run, run_with_fake_device
+from lanes import sanitized_environment, wait_for
+
+KESTATUS_INVALID_PARAMETER = 0xE0000041
+KESTATUS_INVALID_LENGTH = 0xE0000042
+KESTATUS_INVALID_FORMAT = 0xE0000051
+VERSION_LINE = "Quayside library API Version 2.20."
+RUNNING = "press any key to stop..."
+STATISTICS = r"AVTP packets received: (\d+), TS packets sent: (\d+), UDP packets sent: (\d+)"
+LANE_1_ADDRESS = "025142580001"
+
+
+@pytest.fixture
+def short_file(tmp_path):
+    """A second of a stream of 1000 packets/s."""
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=1000))
+    return path
+
+
+def mac_failure(text, status, name):
+    return f"InitFromString('{text}') failed, st=0x{status:08x}({name})."
+
+
+@pytest.mark.parametrize("args, lines, status", [
+    ([], ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+    # Before everything else.
+    (["-m", "x", "-u", "65536", "-p", "65536"],
+     ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+    (["127.0.0.1", "-m", "11223344556"],
+     [mac_failure("11223344556", KESTATUS_INVALID_LENGTH, "KESTATUS_INVALID_LENGTH")],
+     KESTATUS_INVALID_LENGTH),
+    # The address is looked at before the numbers.
+    (["127.0.0.1", "-m", "0a:1b:2c:3d:4e:5f", "-u", "65536", "-p", "65536"],
+     [mac_failure("0a:1b:2c:3d:4e:5f", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
+     KESTATUS_INVALID_FORMAT),
+    # The ID before the port.
+    (["127.0.0.1", "-u", "65536", "-p", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF."],
+     KESTATUS_INVALID_PARAMETER),
+    (["127.0.0.1", "-p", "65536"], ["port number 0x00010000 exceeds max. 0xFFFF."],
+     KESTATUS_INVALID_PARAMETER),
+    (["127.0.0.1", "-p", "-1"], ["port number 0xFFFFFFFF exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
+])
+def test_refused_arguments(args, lines, status):
+    result = run("av2rtp", *args)
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr.splitlines() == lines
+    assert result.returncode == exit_status(status)
+
+
+@pytest.mark.parametrize("script, lines, status", [
+    ("OpenRawRxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("GetDevicePropertyBinary=0xE0000039", ["CreateAvtpSource failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
+     0xE0000039),
+    ("mac_size=8", ["CreateAvtpSource failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
+    ("EnableRawRx=0xE0000030", ["StartSource failed, st=0xe0000030(KESTATUS_NOT_SUPPORTED)."], 0xE0000030),
+])
+def test_device_failures_at_the_start(script, lines, status):
+    result = run_with_fake_device("av2rtp", "127.0.0.1", "-p", "65535", script=script)
+    assert result.stderr.splitlines()[-1:] == lines
+    assert result.returncode == exit_status(status)
+
+
+def test_name_that_cannot_be_resolved(segment):
+    result = segment.run("av2rtp", "a" * 64, "-d", "1")
+    assert result.stderr.splitlines() == ["CreateRtpUdpSink failed, st=0xe0000025(KESTATUS_NO_ADDRESS)."]
+    assert result.stdout.splitlines()[-1] == f"Create RTP sink, host name='{'a' * 64}', port=5000..."
+    assert result.returncode == exit_status(0xE0000025)
+
+
+def test_lines_of_a_run(segment):
+    port = rtp.closed_port()
+    with Running(segment.env, "av2rtp", "localhost", "ignored argument", "-n", "lane-2", "-p", port) as program:
+        for _ in range(3):
+            program.read_until("AVTP packets received: ")
+    assert program.stderr == ""
+    lines = [line for line in program.lines if not line.startswith("AVTP packets received: ")]
+    assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
+    del lines[2]
+    assert re.fullmatch(r"Host name 'localhost' resolved to address (127\.0\.0\.1|::1)", lines[3])
+    del lines[3]
+    assert lines == [
+        VERSION_LINE,
+        "Enumerate available devices...",
+        f"Create RTP sink, host name='localhost', port={port}...",
+        "Create AVTP source...",
+        "Start RTP sink...",
+        "Start AVTP source on device lane-2(1)...",
+        "Receive AVTP compliant stream, press any key to stop...",
+        "Stop AVTP source...",
+        "Stop RTP sink...",
+    ]
+    # Once a second, also when nothing is received.
+    statistics = [line for line in program.lines if line.startswith("AVTP packets received: ")]
+    assert set(statistics) == {"AVTP packets received: 0, TS packets sent: 0, UDP packets sent: 0"}
+    first = program.lines.index(statistics[0])
+    assert program.lines[first:first + len(statistics)] == statistics
+    assert "press any key" in program.lines[first - 1]
+
+
+def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=(), expected=0):
+    """Plays a file on lane-1 while av2rtp forwards from lane-2. Returns the statistics once so many TS
+    packets have been forwarded, or a while later."""
+    with Running(segment.env, "av2rtp", host, "-p", receiver.port, "-n", "lane-2", *options) as program:
+        program.read_until(RUNNING)
+        sent = segment.run("ts2av", path, "-n", "lane-1", *send_options)
+        assert sent.returncode == 0, sent.stderr
+        for _ in range(10 if expected else 4):
+            line = program.read_until("AVTP packets received: ")
+            counts = [int(number) for number in re.fullmatch(STATISTICS, line).groups()]
+            if expected and counts[1] >= expected:
+                break
+    assert program.stderr == ""
+    return counts
+
+
+@pytest.mark.parametrize("host, address", [
+    ("127.0.0.1", "127.0.0.1"), ("::1", "::1"), ("0:0:0::1", "::1"), ("127.1", "127.0.0.1")])
+def test_forwards_every_packet(segment, short_file, host, address):
+    expected = tsfile.delivered_part(short_file.read_bytes())
+    with rtp.Receiver(address) as receiver:
+        avtp_count, ts_count, udp_count = forward(segment, short_file, receiver, host=host,
+                                                  expected=len(expected))
+    assert rtp.split(receiver.datagrams) == expected
+    assert ts_count == len(expected)
+    assert udp_count == len(receiver.datagrams)
+    assert avtp_count == udp_count  # each frame's packets leave at once
+
+
+@pytest.mark.parametrize("options, send_options, arrives", [
+    ([], ["-u", "7"], True),
+    (["-m", LANE_1_ADDRESS], [], True),
+    (["-m", "025142580002"], [], False),
+    (["-m", "FFFFFFFFFFFF"], [], True),
+    (["-u", "0x1234"], ["-u", "0x1234"], True),
+    (["-u", "0x1234"], ["-u", "0x1235"], False),
+    (["-u", "0"], ["-u", "0"], True),
+    (["-u", "0"], ["-u", "1"], False),  # the ID 0 is an ID like any other
+    ([], ["-vtci", "0x6002"], True),
+    ([], ["-m", "025142580002"], True),  # lane-2's own address
+    ([], ["-m", "025142580003"], False),
+    ([], ["-m", "91e0f0000e80"], False),  # a group
+])
+def test_filters(segment, tmp_path, options, send_options, arrives):
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=0.2, rate=200))
+    expected = tsfile.delivered_part(path.read_bytes())
+    with rtp.Receiver() as receiver:
+        counts = forward(segment, path, receiver, *options, send_options=send_options,
+                         expected=len(expected) if arrives else 0)
+    if arrives:
+        assert rtp.split(receiver.datagrams) == expected
+    else:
+        assert receiver.datagrams == []
+        assert counts == [0, 0, 0]
+
+
+def test_receiver_that_goes_and_comes_back(segment, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=300, rate=200))
+    port = rtp.closed_port()
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", port, "-n", "lane-2") as program, \
+            Running(segment.env, "ts2av", path, "-n", "lane-1"):
+        # On standard error, with the level of a warning.
+        failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe001006f"
+        lines = iter(program.process.stderr.readline, "")
+        assert re.match(failures, next(lines))
+        assert re.match(failures, next(lines))
+        with rtp.Receiver(port=port) as receiver:
+            wait_for(lambda: len(receiver.datagrams) > 50, "datagrams")
+        first = int.from_bytes(receiver.datagrams[0][2:4], "big")
+        packets = rtp.split(receiver.datagrams, first)
+        numbers = [int.from_bytes(packet[4:8], "big") for packet in packets
+                   if tsfile.pcr_of(packet) is None]
+        assert numbers == sorted(numbers)
+        assert re.match(failures, next(lines))  # it is gone again
+        program.process.stderr.close()
+        program.process.stderr = None
+
+
+def test_dead_device_ends_nothing(short_file):
+    """The worker has ended; the statistics go on until the user asks for the end."""
+    env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="WaitForRawFrame=0xE0000031")
+    with Running(env, "av2rtp", "127.0.0.1") as program:
+        for _ in range(3):
+            program.read_until("AVTP packets received: 0, TS packets sent: 0, UDP packets sent: 0")
+    assert program.lines[-1] == "Stop RTP sink..."
+
+
+def test_key_ends_it_while_it_waits(segment):
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2", stdin=subprocess.PIPE) as program:
+        program.read_until("AVTP packets received: 0")
+        program.process.stdin.write("x")
+        program.process.stdin.flush()
+        program.read_until("Stop RTP sink...")
+        assert program.process.wait(timeout=60) == 0
+
+
+def test_stops_while_frames_arrive_at_full_speed(segment):
+    flood = subprocess.Popen([LANE_SEND, "-n", "lane-1", "-c", "0", "-l", "1390"], env=segment.env,
+                             stdout=subprocess.PIPE)
+    try:
+        assert flood.stdout.readline() == b"ready\n"
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+            program.read_until("AVTP packets received: ")
+            program.read_until("AVTP packets received: ")
+            begin = time.monotonic()
+            program.stop()
+            # The statistics come once a second; the rest is for a busy machine.
+            assert time.monotonic() - begin < 10
+            assert program.lines[-1] == "Stop RTP sink..."
+            assert program.process.returncode == 0
+    finally:
+        flood.kill()
+        flood.communicate()
+
+
+def test_sender_that_starts_again(segment, short_file):
+    """The new stream begins with other counters; it is one jump and no packet is lost by it."""
+    expected = tsfile.delivered_part(short_file.read_bytes())
+    with rtp.Receiver() as receiver:
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", "lane-2") as program:
+            program.read_until(RUNNING)
+            for _ in range(2):
+                assert segment.run("ts2av", short_file, "-n", "lane-1").returncode == 0
+            program.read_until("AVTP packets received: ")
+            program.read_until("AVTP packets received: ")
+    assert rtp.split(receiver.datagrams) == expected * 2
+
+
+def test_killed_receiver_frees_its_lane(segment):
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+        program.read_until(RUNNING)
+        os.kill(program.process.pid, signal.SIGKILL)
+        program.process.wait()
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+        program.read_until(RUNNING)
