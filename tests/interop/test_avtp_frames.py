@@ -1,11 +1,10 @@
 """tshark decodes every field of the frames that ts2av sends, and ffmpeg decodes the video they carry."""
 
-import subprocess
-
 import pytest
 
 import tsfile
-from lanes import SAMPLES, TIMEOUT
+from lanes import SAMPLES
+from tools import decode, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
 
@@ -43,20 +42,6 @@ EXPERT_FIELDS = ["iec61883.incorrect_tag", "iec61883.incorrect_tcode", "iec61883
                  "iec61883.incorrect_channel_sid", "iec61883.incorrect_datalen",
                  "iec61883.4_incorrect_cip_fn", "iec61883.4_incorrect_cip_dbs",
                  "iec61883.4_incorrect_cip_sph"]
-
-
-def tool(*command, **options):
-    result = subprocess.run([str(word) for word in command], stdin=subprocess.DEVNULL, capture_output=True,
-                            timeout=TIMEOUT, check=False, **options)
-    assert result.returncode == 0, result.stderr.decode(errors="replace")
-    return result.stdout
-
-
-def decode(path, fields):
-    """One dictionary a frame."""
-    output = tool("tshark", "-r", path, "-T", "fields", "-E", "separator=\t", "-E", "occurrence=f",
-                  *(word for field in fields for word in ("-e", field))).decode()
-    return [dict(zip(fields, line.split("\t"))) for line in output.split("\n")[:-1]]
 
 
 def send(segment, sample, captured, *options):
@@ -97,13 +82,6 @@ def test_tshark_decodes_every_field(segment, tmp_path, name, options, expected):
     # The source packet headers are the low 32 bits of times that only go up, here by far less than 2^31 ns.
     times = [int.from_bytes(packet[:4], "big") for packet in source_packets]
     assert all((later - earlier) % 2**32 < 2**31 for earlier, later in zip(times, times[1:]))
-
-
-def video_hashes(path):
-    """The MD5 of every decoded picture, in order."""
-    output = tool("ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-i", path, "-map", "0:v",
-                  "-f", "framemd5", "-").decode()
-    return [line.rsplit(",", 1)[1].strip() for line in output.splitlines() if not line.startswith("#")]
 
 
 @pytest.mark.parametrize("name", SAMPLE_NAMES)

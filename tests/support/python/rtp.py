@@ -10,18 +10,19 @@ PACKET = 188
 
 
 class Receiver:
-    """Receives all datagrams to a port of an address, or of a multicast group, until it is closed."""
+    """Receives all datagrams to a port of an address, or of a multicast group on an interface, until it is
+    closed."""
 
-    def __init__(self, address="127.0.0.1", port=0):
+    def __init__(self, address="127.0.0.1", port=0, interface=None):
         ip = ipaddress.ip_address(address)
         family = socket.AF_INET6 if ip.version == 6 else socket.AF_INET
         self.socket = socket.socket(family, socket.SOCK_DGRAM)
         self.socket.bind((address, port))
-        if ip.is_multicast and ip.version == 4:
-            member = ip.packed + ipaddress.ip_address("127.0.0.1").packed
+        if interface and ip.version == 4:
+            member = ip.packed + bytes(4) + struct.pack("@i", socket.if_nametoindex(interface))
             self.socket.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, member)
-        elif ip.is_multicast:
-            member = ip.packed + struct.pack("@I", socket.if_nametoindex("lo"))
+        elif interface:
+            member = ip.packed + struct.pack("@I", socket.if_nametoindex(interface))
             self.socket.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_JOIN_GROUP, member)
         self.port = self.socket.getsockname()[1]
         self.datagrams = []

@@ -1,0 +1,147 @@
+"""A sample plays on lane-1 and av2rtp forwards it from lane-2: ffmpeg receives and decodes what arrives, and
+tshark looks at it on its way. Runs in a network namespace of its own (tests/support/in-network-namespace)."""
+
+import contextlib
+import os
+import pathlib
+import signal
+import socket
+import struct
+import subprocess
+
+import pytest
+
+import rtp
+import tsfile
+from lanes import SAMPLES, TIMEOUT, Running, wait_for
+from tools import decode, video_hashes
+
+SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
+PORT = 5004
+PROBE_PORT = 5006
+
+SESSION = f"""v=0
+o=- 0 0 IN IP4 127.0.0.1
+s=flowlane
+c=IN IP4 127.0.0.1
+t=0 0
+m=video {PORT} RTP/AVP 33
+"""
+
+
+def is_bound(port):
+    """Whether somebody receives on this UDP port."""
+    lines = pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]
+    return any(line.split()[1].endswith(f":{port:04X}") for line in lines)
+
+
+@contextlib.contextmanager
+def forwarding(segment):
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", PORT, "-n", "lane-2") as program:
+        program.read_until("press any key to stop...")
+        yield program
+
+
+def hashes_of(text):
+    return [line.rsplit(",", 1)[1].strip() for line in text.splitlines() if not line.startswith("#")]
+
+
+@pytest.mark.parametrize("name", SAMPLE_NAMES)
+def test_ffmpeg_receives_the_video(segment, tmp_path, name):
+    sample = SAMPLES / f"{name}.ts"
+    cut = tmp_path / "cut.ts"
+    cut.write_bytes(b"".join(tsfile.delivered_part(sample.read_bytes())))
+    # The last pictures of the cut may be incomplete.
+    original = video_hashes(sample)
+    complete = len(original) - 4
+    assert video_hashes(cut)[:complete] == original[:complete]
+
+    session = tmp_path / "session.sdp"
+    session.write_text(SESSION)
+    received = tmp_path / "received"
+    ffmpeg = subprocess.Popen(
+        ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-protocol_whitelist", "file,udp,rtp", "-i",
+         str(session), "-map", "0:v", "-fps_mode", "passthrough", "-flush_packets", "1", "-f", "framemd5",
+         str(received)], stdin=subprocess.DEVNULL)
+    try:
+        wait_for(lambda: is_bound(PORT), "ffmpeg")
+        # ffmpeg keeps the last pictures until others follow, so the file is played again.
+        with forwarding(segment), Running(segment.env, "ts2av", sample, "-n", "lane-1", "-l"):
+            wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= complete,
+                     "all pictures")
+    finally:
+        ffmpeg.terminate()
+        ffmpeg.wait(timeout=TIMEOUT)
+    assert hashes_of(received.read_text())[:complete] == original[:complete]
+
+
+def play(segment, sample):
+    """Plays a sample through both programs until all of it has been forwarded."""
+    expected = len(tsfile.delivered_part(sample.read_bytes()))
+    with forwarding(segment) as program:
+        assert segment.run("ts2av", sample, "-n", "lane-1").returncode == 0
+        program.read_until(f"TS packets sent: {expected}, ")
+
+
+def capture_while(path, action):
+    """What tshark captures on the loopback interface meanwhile."""
+    with subprocess.Popen(["tshark", "-q", "-i", "lo", "-f", f"udp port {PORT} or udp port {PROBE_PORT}", "-w",
+                           str(path)], stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True) as tshark:
+        try:
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+                def is_written(mark):
+                    probe.sendto(mark, ("127.0.0.1", PROBE_PORT))
+                    return path.exists() and mark in path.read_bytes()
+                wait_for(lambda: is_written(b"the beginning"), "tshark")
+                action()
+                wait_for(lambda: is_written(b"the end"), "tshark to write all")
+        finally:
+            os.kill(tshark.pid, signal.SIGINT)
+            tshark.communicate(timeout=TIMEOUT)
+    assert tshark.returncode == 0
+
+
+RTP_FIELDS = {"rtp.version": "2", "rtp.padding": "0", "rtp.ext": "0", "rtp.cc": "0", "rtp.marker": "0",
+              "rtp.p_type": "33", "rtp.timestamp": "0", "rtp.ssrc": "0x00000000"}
+
+
+def decode_rtp(path, *fields):
+    return decode(path, [*RTP_FIELDS, "rtp.seq", *fields], "-d", f"udp.port=={PORT},rtp", "-Y", "rtp")
+
+
+@pytest.mark.parametrize("name", SAMPLE_NAMES)
+def test_tshark_decodes_the_stream(segment, tmp_path, name):
+    sample = SAMPLES / f"{name}.ts"
+    captured = tmp_path / "rtp.pcapng"
+    with rtp.Receiver(port=PORT) as receiver:
+        capture_while(captured, lambda: play(segment, sample))
+    sent = receiver.datagrams
+
+    datagrams = decode_rtp(captured, "mp2t.cc.drop", "mp2t.sync_byte", "udp.length")
+    assert len(datagrams) == len(sent)
+    for number, datagram in enumerate(datagrams):
+        assert {field: datagram[field] for field in RTP_FIELDS} == RTP_FIELDS
+        assert int(datagram["rtp.seq"]) == number
+        assert int(datagram["mp2t.sync_byte"], 0) == 0x47
+        assert datagram["mp2t.cc.drop"] == ""
+        assert int(datagram["udp.length"]) == 8 + len(sent[number])
+    assert rtp.split(sent) == tsfile.delivered_part(sample.read_bytes())
+
+
+def test_tshark_would_see_a_lost_datagram(tmp_path):
+    """So that no continuity error above means that there was none."""
+    captured = tmp_path / "rtp.pcapng"
+    packets = tsfile.packets((SAMPLES / "h264-cbr.ts").read_bytes())
+
+    def send_with_a_gap():
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            for number in range(100):
+                if number != 50:
+                    header = struct.pack(">BBHII", 0x80, 33, number, 0, 0)
+                    sender.sendto(header + b"".join(packets[number * 7:number * 7 + 7]), ("127.0.0.1", PORT))
+
+    with rtp.Receiver(port=PORT):
+        capture_while(captured, send_with_a_gap)
+    datagrams = decode_rtp(captured, "mp2t.cc.drop")
+    assert len(datagrams) == 99
+    assert any(datagram["mp2t.cc.drop"] for datagram in datagrams)

@@ -1,0 +1,71 @@
+"""av2rtp and what a network does: groups, no way to the receiver, a link that goes down. Runs in a network
+namespace of its own (tests/support/in-network-namespace)."""
+
+import re
+import subprocess
+
+import pytest
+
+import rtp
+import tsfile
+from lanes import Running, exit_status, wait_for
+
+ENETUNREACH = 0xE0010065
+
+
+def ip(*words):
+    subprocess.run(["ip", *words], check=True)
+
+
+@pytest.fixture
+def interface():
+    """A link with addresses and the way to all groups; without one to anywhere else."""
+    ip("link", "add", "link0", "type", "veth", "peer", "name", "link1")
+    ip("link", "set", "link1", "up")
+    ip("address", "add", "192.0.2.1/24", "dev", "link0")
+    ip("address", "add", "fd00::1/64", "dev", "link0", "nodad")
+    ip("link", "set", "link0", "up")
+    ip("route", "add", "224.0.0.0/4", "dev", "link0")
+    yield "link0"
+    ip("link", "delete", "link0")
+
+
+@pytest.mark.parametrize("group", ["239.1.2.3", "ff0e::1234"])
+def test_group(segment, interface, tmp_path, group):
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=200))
+    expected = tsfile.delivered_part(path.read_bytes())
+    with rtp.Receiver(group, 5004, interface) as receiver, \
+            Running(segment.env, "av2rtp", group, "-p", 5004, "-n", "lane-2") as program:
+        program.read_until("press any key to stop...")
+        assert f"Host name '{group}' resolved to address {group}" in program.lines
+        assert segment.run("ts2av", path, "-n", "lane-1").returncode == 0
+        wait_for(lambda: len(rtp.split(receiver.datagrams)) >= len(expected), "all packets")
+    assert rtp.split(receiver.datagrams) == expected
+
+
+@pytest.mark.parametrize("host", ["198.51.100.1", "2001:db8::1"])
+def test_no_way_to_the_network(segment, interface, host):
+    result = segment.run("av2rtp", host, "-n", "lane-2")
+    assert re.match(r"CreateRtpUdpSink failed, st=0xe0010065(\(.*\))?\.\n$", result.stderr)
+    assert result.returncode == exit_status(ENETUNREACH)
+
+
+def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=300, rate=200))
+    ip("address", "add", "203.0.113.1/32", "dev", interface)
+    with rtp.Receiver("203.0.113.1") as receiver, \
+            Running(segment.env, "av2rtp", "203.0.113.1", "-p", receiver.port, "-n", "lane-2") as program, \
+            Running(segment.env, "ts2av", path, "-n", "lane-1"):
+        wait_for(lambda: len(receiver.datagrams) > 20, "datagrams")
+        ip("address", "delete", "203.0.113.1/32", "dev", interface)
+        failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe0010065"
+        assert re.match(failures, program.process.stderr.readline())
+        before = len(receiver.datagrams)
+        ip("address", "add", "203.0.113.1/32", "dev", interface)
+        wait_for(lambda: len(receiver.datagrams) > before + 20, "datagrams again")
+    # What was not sent has used no sequence number.
+    numbers = [int.from_bytes(packet[4:8], "big") for packet in rtp.split(receiver.datagrams)
+               if tsfile.pcr_of(packet) is None]
+    assert numbers == sorted(set(numbers))
