@@ -3,9 +3,14 @@
 #ifndef FLOWLANE_TESTS_FAKENETWORK_H
 #define FLOWLANE_TESTS_FAKENETWORK_H
 
+#include <netdb.h>
+#include <sys/time.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,14 +37,20 @@ public:
     // real call.
     std::deque<int> mSelectResults;
 
-    // The call of this name fails: with this errno, or with this result for getaddrinfo and getnameinfo.
+    // The next calls of this name fail with these errnos; 0 goes through.
+    std::map<std::string, std::deque<int>> mErrors;
+    // All calls of this name fail: with this errno, or with this result for getaddrinfo and getnameinfo.
     std::string mFailingCall;
     int mFailure = 0;
 
     std::vector<int> mSendBufferSizes; // values given to SO_SNDBUF
-    int mLookupFlags = 0;              // of the last getnameinfo
-    unsigned mOpenLists = 0;           // of getaddrinfo that were not freed
-    std::vector<std::string> mCalls;   // the names of the calls in their order
+    std::vector<std::optional<timeval>> mSelectTimeouts;
+    int mSendFlags = 0;       // of the last send
+    std::string mLastService; // of the last getaddrinfo
+    addrinfo mLastHints{};
+    int mLookupFlags = 0;            // of the last getnameinfo
+    unsigned mOpenLists = 0;         // of getaddrinfo that were not freed
+    std::vector<std::string> mCalls; // the names of the calls in their order
 };
 
 } // namespace testsupport

@@ -21,7 +21,16 @@ bool IsToFail(const char* call) {
         return false;
     }
     sNetwork->mCalls.emplace_back(call);
-    return sNetwork->mFailingCall == call;
+    if (sNetwork->mFailingCall == call) {
+        return true;
+    }
+    const auto errors = sNetwork->mErrors.find(call);
+    if (errors == sNetwork->mErrors.end() || errors->second.empty()) {
+        return false;
+    }
+    sNetwork->mFailure = errors->second.front();
+    errors->second.pop_front();
+    return sNetwork->mFailure != 0;
 }
 
 int FailWithErrno() {
@@ -62,14 +71,27 @@ int __real_fcntl(int fd, int command, ...);
 int __real_setsockopt(int fd, int level, int name, const void* value, socklen_t length);
 int __real_getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result);
 void __real_freeaddrinfo(addrinfo* list);
+int __real_close(int fd);
+int __real_bind(int fd, const sockaddr* address, socklen_t length);
+int __real_listen(int fd, int backlog);
+int __real_accept4(int fd, sockaddr* address, socklen_t* length, int flags);
+int __real_shutdown(int fd, int how);
+ssize_t __real_recv(int fd, void* data, size_t size, int flags);
 int __real_getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostSize,
                        char* service, socklen_t serviceSize, int flags);
 
 ssize_t __wrap_send(int fd, const void* data, size_t size, int flags) {
-    if (!sNetwork || !sNetwork->mTakesSends) {
+    if (!sNetwork) {
         return __real_send(fd, data, size, flags);
     }
+    sNetwork->mSendFlags = flags;
     ++sNetwork->mSendCalls;
+    if (testsupport::IsToFail("send")) {
+        return testsupport::FailWithErrno();
+    }
+    if (!sNetwork->mTakesSends) {
+        return __real_send(fd, data, size, flags);
+    }
     if (!sNetwork->mSendErrors.empty()) {
         const int error = testsupport::TakeFirst(sNetwork->mSendErrors);
         if (error != 0) {
@@ -83,6 +105,9 @@ ssize_t __wrap_send(int fd, const void* data, size_t size, int flags) {
 }
 
 int __wrap_select(int count, fd_set* readSet, fd_set* writeSet, fd_set* errorSet, timeval* timeout) {
+    if (sNetwork) {
+        sNetwork->mSelectTimeouts.push_back(timeout ? std::optional(*timeout) : std::nullopt);
+    }
     if (!sNetwork || sNetwork->mSelectResults.empty()) {
         return __real_select(count, readSet, writeSet, errorSet, timeout);
     }
@@ -125,6 +150,10 @@ int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t 
 }
 
 int __wrap_getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result) {
+    if (sNetwork) {
+        sNetwork->mLastService = service ? service : "(null)";
+        sNetwork->mLastHints = hints ? *hints : addrinfo{};
+    }
     if (testsupport::IsToFail("getaddrinfo")) {
         return sNetwork->mFailure;
     }
@@ -151,6 +180,33 @@ int __wrap_getnameinfo(const sockaddr* address, socklen_t length, char* host, so
         sNetwork->mLookupFlags = flags;
     }
     return __real_getnameinfo(address, length, host, hostSize, service, serviceSize, flags);
+}
+
+int __wrap_close(int fd) {
+    // The descriptor is gone even when closing it fails.
+    const int result = __real_close(fd);
+    return testsupport::IsToFail("close") ? testsupport::FailWithErrno() : result;
+}
+
+int __wrap_bind(int fd, const sockaddr* address, socklen_t length) {
+    return testsupport::IsToFail("bind") ? testsupport::FailWithErrno() : __real_bind(fd, address, length);
+}
+
+int __wrap_listen(int fd, int backlog) {
+    return testsupport::IsToFail("listen") ? testsupport::FailWithErrno() : __real_listen(fd, backlog);
+}
+
+int __wrap_accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
+    return testsupport::IsToFail("accept") ? testsupport::FailWithErrno()
+                                           : __real_accept4(fd, address, length, flags);
+}
+
+int __wrap_shutdown(int fd, int how) {
+    return testsupport::IsToFail("shutdown") ? testsupport::FailWithErrno() : __real_shutdown(fd, how);
+}
+
+ssize_t __wrap_recv(int fd, void* data, size_t size, int flags) {
+    return testsupport::IsToFail("recv") ? testsupport::FailWithErrno() : __real_recv(fd, data, size, flags);
 }
 
 } // extern "C"
