@@ -374,6 +374,10 @@ TEST_F(SocketListTest, SocketOfTheLastFailedEntryIsClosed) {
     EXPECT_EQ(mSocket.BindToOneOf(one, false), 0xE0010062);
     EXPECT_EQ(mSocket.Handle(), -1);
     EXPECT_EQ(mNetwork.mCalls.back(), "close");
+    mNetwork.mErrors["connect"] = {ECONNREFUSED};
+    EXPECT_EQ(mSocket.ConnectToOneOf(one), 0xE001006F);
+    EXPECT_EQ(mSocket.Handle(), -1);
+    EXPECT_EQ(mNetwork.mCalls.back(), "close");
 }
 
 } // namespace
