@@ -3,6 +3,7 @@
 #define KESTRELON_KEBUFFER_H
 
 #include <cstddef>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -32,6 +33,20 @@ public:
     }
     KEBufferBlockT(const KEBufferBlockT&) = delete;
     KEBufferBlockT& operator=(const KEBufferBlockT&) = delete;
+
+    // Makes room for length more bytes behind the data, which stays: a buffer that is too small becomes
+    // exactly as large as needed. Throws what the allocator throws; the buffer is unchanged then.
+    void ReserveMore(std::size_t length) {
+        if (mBufferSize - mDataLength >= length) {
+            return;
+        }
+        KEBufferBlockT larger(mDataLength + length);
+        if (mDataLength != 0) {
+            std::memcpy(larger.mBuffer, mBuffer, mDataLength);
+        }
+        larger.mDataLength = mDataLength;
+        Swap(larger);
+    }
 
     unsigned char* mBuffer = nullptr;
     std::size_t mBufferSize = 0;

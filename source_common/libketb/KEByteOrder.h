@@ -1,9 +1,11 @@
-// Loads and stores of multi-byte fields at any address, by shifts: no alignment is needed and the
-// machine's own byte order does not matter.
+// Loads and stores of multi-byte fields at any address: no alignment is needed. Big-endian ones, for which
+// the machine's own byte order does not matter, and ones in the machine's own order.
 #ifndef KESTRELON_KEBYTEORDER_H
 #define KESTRELON_KEBYTEORDER_H
 
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 namespace kestrelon {
 
@@ -26,6 +28,21 @@ inline void KEStoreBE32(std::uint8_t* p, std::uint32_t value) noexcept {
     p[1] = static_cast<std::uint8_t>(value >> 16);
     p[2] = static_cast<std::uint8_t>(value >> 8);
     p[3] = static_cast<std::uint8_t>(value);
+}
+
+// Any integer type, in the machine's own byte order.
+template <typename T>
+T KELoadNative(const void* p) noexcept {
+    static_assert(std::is_integral_v<T>);
+    T value;
+    std::memcpy(&value, p, sizeof value);
+    return value;
+}
+
+template <typename T>
+void KEStoreNative(void* p, std::type_identity_t<T> value) noexcept {
+    static_assert(std::is_integral_v<T>);
+    std::memcpy(p, &value, sizeof value);
 }
 
 } // namespace kestrelon

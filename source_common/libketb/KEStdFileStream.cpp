@@ -1,5 +1,7 @@
 #include "KEStdFileStream.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 
 #include "KELogging.h"
@@ -57,6 +59,24 @@ KESTATUS KEStdFileStream::Tell(std::size_t& position) noexcept {
         return KEStatusFromErrno(err);
     }
     position = static_cast<std::size_t>(told);
+    return KESTATUS_SUCCESS;
+}
+
+void KEStdFileStream::DisableBuffering() noexcept {
+    if (mHandle) {
+        std::setvbuf(mHandle, nullptr, _IONBF, 0);
+    }
+}
+
+KESTATUS KEStdFileStream::TruncateFile(std::size_t length) noexcept {
+    if (!mHandle) {
+        return KESTATUS_NOT_OPENED;
+    }
+    if (ftruncate(fileno(mHandle), static_cast<off_t>(length)) != 0) {
+        const int err = errno;
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "ftruncate failed, {}", err);
+        return KEStatusFromErrno(err);
+    }
     return KESTATUS_SUCCESS;
 }
 

@@ -39,6 +39,10 @@ public:
     KESTATUS SeekToEnd() noexcept { return Seek(0, SEEK_END); }
     // The position in bytes from the start; left alone on failure.
     KESTATUS Tell(std::size_t& position) noexcept;
+    // From now on every write goes to the system at once. Right after opening.
+    void DisableBuffering() noexcept;
+    // Cuts the file, or extends it with zeros, to length bytes; the position stays.
+    KESTATUS TruncateFile(std::size_t length) noexcept;
     // Hands what is buffered to the system.
     KESTATUS FlushFile() noexcept;
 

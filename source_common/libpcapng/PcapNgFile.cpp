@@ -1,0 +1,249 @@
+#include "PcapNgFile.h"
+
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "KEByteOrder.h"
+#include "KELogging.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+using namespace pcapng;
+
+namespace {
+
+KESTATUS Failed(const KELogMsgHeaderTag& function, const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger::Global, KEERROR, function, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+KESTATUS LogIncompleteBlock(const KELogMsgHeaderTag& function, std::uint64_t length, std::uint64_t expected) {
+    KEOutputLogMessage(logger::Global, KEERROR, function,
+                       "read incomplete block with {} bytes, exp. {} bytes", length, expected);
+    return KESTATUS_INVALID_FILE;
+}
+
+std::size_t LengthOfBlock(const unsigned char* block) {
+    return KELoadNative<std::uint32_t>(block + cBlockLengthOffset);
+}
+
+} // namespace
+
+PcapNgFile::PcapNgFile(PcapNgFile&& other) noexcept
+    : mFile(std::move(other.mFile)),
+      mFileBuffer(std::move(other.mFileBuffer)),
+      mFileSize(std::exchange(other.mFileSize, 0)),
+      mBytesOnDisk(std::exchange(other.mBytesOnDisk, 0)),
+      mUnfinished(std::exchange(other.mUnfinished, {})),
+      mBlocksLost(std::exchange(other.mBlocksLost, 0)) {}
+
+PcapNgFile& PcapNgFile::operator=(PcapNgFile&& other) noexcept {
+    if (this != &other) {
+        CloseFile();
+        mFile = std::move(other.mFile);
+        mFileBuffer = std::move(other.mFileBuffer);
+        mFileSize = std::exchange(other.mFileSize, 0);
+        mBytesOnDisk = std::exchange(other.mBytesOnDisk, 0);
+        mUnfinished = std::exchange(other.mUnfinished, {});
+        mBlocksLost = std::exchange(other.mBlocksLost, 0);
+    }
+    return *this;
+}
+
+KESTATUS PcapNgFile::OpenForWrite(const T_UNICHAR* path, const PcapNgSectionHeaderBlock& shb,
+                                  const PcapNgInterfaceDescBlock& idb) {
+    CloseFile();
+    KESTATUS st = mFile.OpenFile(path, "wb");
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
+    }
+    mFile.DisableBuffering();
+    if (mFileBuffer.mBufferSize < FileBufferSize) {
+        mFileBuffer = KEBufferBlock(FileBufferSize);
+    }
+    st = shb.AddToBuffer(mFileBuffer);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "AddToBuffer(SHB) failed, st={}", st);
+    }
+    st = idb.AddToBuffer(mFileBuffer);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "AddToBuffer(IDB) failed, st={}", st);
+    }
+    mFileSize += mFileBuffer.mDataLength;
+    st = FlushFileBuffer();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFile::OpenForRead(const T_UNICHAR* path) {
+    CloseFile();
+    KESTATUS st = mFile.OpenFile(path, "rb");
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
+    }
+    st = MeasureFile(mFileSize);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    if (mFileSize == 0) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "file is empty");
+        return KESTATUS_NO_DATA;
+    }
+    return mFile.RewindFile();
+}
+
+// Leaves the position at the end.
+KESTATUS PcapNgFile::MeasureFile(std::uint64_t& size) noexcept {
+    KESTATUS st = mFile.SeekToEnd();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "SeekToEnd failed, st={}", st);
+    }
+    std::size_t position = 0;
+    st = mFile.Tell(position);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "Tell failed, st={}", st);
+    }
+    size = position;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFile::WriteBlock(const PcapNgBlockBase& block) {
+    const std::uint64_t length = block.TotalBlockLength();
+    if (mFileBuffer.mBufferSize - mFileBuffer.mDataLength < length) {
+        const KESTATUS st = FlushFileBuffer();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+        }
+    }
+    const std::size_t gathered = mFileBuffer.mDataLength;
+    const KESTATUS st = block.AddToBuffer(mFileBuffer);
+    if (st != KESTATUS_SUCCESS) {
+        mFileBuffer.mDataLength = gathered;
+        return Failed(KE_FUNCTION_TAG, "AddToBuffer failed, st={}", st);
+    }
+    mFileSize += length;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFile::FlushFileBuffer() {
+    if (mFileBuffer.mDataLength == 0) {
+        return KESTATUS_SUCCESS;
+    }
+    const std::size_t written = mFile.WriteToFile(mFileBuffer.mBuffer, mFileBuffer.mDataLength);
+    mBytesOnDisk += written;
+    if (written == mFileBuffer.mDataLength) {
+        mFileBuffer.mDataLength = 0;
+        mUnfinished = {};
+        return KESTATUS_SUCCESS;
+    }
+    KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "WriteToFile failed");
+    NoteWhereWritingEnded(written);
+    mFileBuffer.mDataLength -= written;
+    std::memmove(mFileBuffer.mBuffer, mFileBuffer.mBuffer + written, mFileBuffer.mDataLength);
+    return KESTATUS_WRITE_FILE_FAILED;
+}
+
+// Finds the block that the first written bytes of the buffer end in.
+void PcapNgFile::NoteWhereWritingEnded(std::size_t written) noexcept {
+    if (written < mUnfinished.rest) {
+        mUnfinished.written += written;
+        mUnfinished.rest -= written;
+        return;
+    }
+    std::size_t block = mUnfinished.rest;
+    while (block < written && block + LengthOfBlock(mFileBuffer.mBuffer + block) <= written) {
+        block += LengthOfBlock(mFileBuffer.mBuffer + block);
+    }
+    mUnfinished.written = written - block;
+    mUnfinished.rest = block == written ? 0 : block + LengthOfBlock(mFileBuffer.mBuffer + block) - written;
+}
+
+void PcapNgFile::CloseFile() {
+    mBlocksLost = 0;
+    if (mFile.IsOpen()) {
+        const KESTATUS st = FlushFileBuffer();
+        if (st != KESTATUS_SUCCESS) {
+            Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+            GiveUpBuffer();
+        }
+        mFile.CloseFile();
+    }
+    mFileBuffer.mDataLength = 0;
+    mUnfinished = {};
+    mFileSize = 0;
+    mBytesOnDisk = 0;
+}
+
+void PcapNgFile::GiveUpBuffer() noexcept {
+    mBlocksLost = mUnfinished.rest != 0 ? 1 : 0;
+    for (std::size_t block = mUnfinished.rest; block < mFileBuffer.mDataLength;
+         block += LengthOfBlock(mFileBuffer.mBuffer + block)) {
+        ++mBlocksLost;
+    }
+    if (mUnfinished.written != 0) {
+        // Should that fail, readers still take what is before.
+        static_cast<void>(mFile.TruncateFile(static_cast<std::size_t>(mBytesOnDisk) - mUnfinished.written));
+    }
+}
+
+KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
+    block.mDataLength = 0;
+    unsigned char header[cBlockHeaderSize];
+    const std::size_t headerLength = mFile.ReadFromFile(header, sizeof header);
+    if (headerLength < sizeof header) {
+        if (mFile.IsEndOfFile()) {
+            return KESTATUS_NO_DATA;
+        }
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "read incomplete header with {} bytes",
+                           headerLength);
+        return KESTATUS_INVALID_FILE;
+    }
+    const std::size_t length = LengthOfBlock(header);
+    if (length < cBlockHeaderSize) {
+        return LogIncompleteBlock(KE_FUNCTION_TAG, cBlockHeaderSize, length);
+    }
+    if (length > mFileSize) {
+        // The length may be damaged: no memory for more than there is to read.
+        std::uint64_t available = 0;
+        const KESTATUS st = MeasureRest(available);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
+        }
+        if (length - cBlockHeaderSize > available) {
+            static_cast<void>(mFile.SeekToEnd());
+            return LogIncompleteBlock(KE_FUNCTION_TAG, cBlockHeaderSize + available, length);
+        }
+    }
+    if (block.mBufferSize < length) {
+        block = KEBufferBlock(length);
+    }
+    std::memcpy(block.mBuffer, header, sizeof header);
+    const std::size_t bodyLength = mFile.ReadFromFile(block.mBuffer + sizeof header, length - sizeof header);
+    if (bodyLength < length - sizeof header) {
+        return LogIncompleteBlock(KE_FUNCTION_TAG, sizeof header + bodyLength, length);
+    }
+    block.mDataLength = length;
+    return KESTATUS_SUCCESS;
+}
+
+// The bytes from the position, which stays, to the end of the file.
+KESTATUS PcapNgFile::MeasureRest(std::uint64_t& rest) noexcept {
+    std::size_t position = 0;
+    KESTATUS st = mFile.Tell(position);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed(KE_FUNCTION_TAG, "Tell failed, st={}", st);
+    }
+    std::uint64_t size = 0;
+    st = MeasureFile(size);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    rest = size > position ? size - position : 0;
+    return mFile.Seek(static_cast<long>(position), SEEK_SET);
+}
+
+} // namespace flowlane

@@ -1,0 +1,39 @@
+// The pcap-ng block that begins a section of a file.
+#ifndef FLOWLANE_PCAPNGSECTIONHEADERBLOCK_H
+#define FLOWLANE_PCAPNGSECTIONHEADERBLOCK_H
+
+#include "PcapNgBlockBase.h"
+
+namespace flowlane {
+
+class PcapNgSectionHeaderBlock final : public PcapNgBlockBase {
+public:
+    PcapNgSectionHeaderBlock() noexcept : PcapNgBlockBase(pcapng::cSectionHeaderBlockType) {}
+
+    // For writing: version 1.0, section length unknown, no options.
+    void InitSectionHeaderBlock() noexcept;
+    // Reads one whole block, from its type to its trailing length; its options are added. The fields are
+    // unchanged after a failure of these checks:
+    //   KESTATUS_INVALID_LENGTH   the block is too short
+    //   KESTATUS_INVALID_TYPE     it is another block
+    //   KESTATUS_MAGIC_MISMATCH   it is of another byte order
+    //   KESTATUS_LENGTH_MISMATCH  its length field is not its length
+    KESTATUS InitSectionHeaderBlock(kestrelon::KEConstBufferReference block);
+
+    std::uint64_t BlockLength() const override;
+    KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
+
+    std::uint16_t MajorVersion() const noexcept { return mMajorVersion; }
+    std::uint16_t MinorVersion() const noexcept { return mMinorVersion; }
+    // Bytes of the section behind this block; all ones when unknown.
+    std::uint64_t SectionLength() const noexcept { return mSectionLength; }
+
+private:
+    std::uint16_t mMajorVersion = 0;
+    std::uint16_t mMinorVersion = 0;
+    std::uint64_t mSectionLength = 0;
+};
+
+} // namespace flowlane
+
+#endif
