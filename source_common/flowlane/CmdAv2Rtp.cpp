@@ -115,9 +115,9 @@ KESTATUS CmdAv2Rtp() {
         return LogFailedStep("StartSource failed, st={}.", st);
     }
 
+    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
     SendFailureReport failures;
-    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     WaitForEnd(source, sink, failures, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP source...");

@@ -107,10 +107,10 @@ KESTATUS CmdTs2Av() {
         return LogFailedStep("StartSource failed, st={}.", st);
     }
 
+    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
                        fileName);
-    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     WaitForEnd(source, sink, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
