@@ -27,6 +27,9 @@ KESTATUS CmdTs2Av();
 // Receives an IEEE 1722 stream and forwards its transport stream as RTP over UDP.
 KESTATUS CmdAv2Rtp();
 
+// Captures Ethernet frames to a pcap-ng file or a numbered set of files.
+KESTATUS CmdPcap();
+
 } // namespace flowlane
 
 #endif

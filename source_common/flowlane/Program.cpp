@@ -46,6 +46,9 @@ KESTATUS RunCommand() {
     if (gCmdLine.mCommand == gCommands.av2rtp) {
         return CmdAv2Rtp();
     }
+    if (gCmdLine.mCommand == gCommands.pcap) {
+        return CmdPcap();
+    }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
     CmdLine::PrintUsageHint();
     return KESTATUS_INVALID_COMMAND;

@@ -12,6 +12,7 @@ class RelaxedCounter {
 public:
     // For the counting thread alone.
     void Add(std::uint64_t count = 1) noexcept { mValue.store(Value() + count, std::memory_order_relaxed); }
+    void Subtract(std::uint64_t count) noexcept { mValue.store(Value() - count, std::memory_order_relaxed); }
     void Clear() noexcept { mValue.store(0, std::memory_order_relaxed); }
 
     std::uint64_t Value() const noexcept { return mValue.load(std::memory_order_relaxed); }

@@ -1,0 +1,141 @@
+// Records received frames in a pcap-ng file or a numbered set of files. The receive loop borrows a frame, has
+// the device fill it and hands it over; a worker thread writes the frames, gives them back to the pool and
+// starts the next file of a set. Frames that are lost on the way are counted, and their number stands with
+// the next packet in the file.
+//
+// The receive loop, for each frame: GetRawFrame; receive into its buffer, or into one of the loop's own when
+// there is none; CheckRawFrame. When that is false, ReleaseRawFrame. When it is true, PoolUnderflowOccurred
+// without a frame, else set size and type, and WriteRawFrame.
+//
+// Starting and stopping are for one owner thread, the calls above for one receiving thread, the statistics
+// for any. Messages go to the Global logger.
+#ifndef FLOWLANE_PCAPNGFILEWRITER_H
+#define FLOWLANE_PCAPNGFILEWRITER_H
+
+#include <cstdint>
+#include <string>
+
+#include "KEBuffer.h"
+#include "KEEmptyLock.h"
+#include "KEOsThreadMutex.h"
+#include "KEOsWaitableQueue.h"
+#include "KEOsWorkerThread.h"
+#include "KEUnicode.h"
+#include "PcapNgEnhPacketBlock.h"
+#include "PcapNgFile.h"
+#include "PcapNgInterfaceDescBlock.h"
+#include "PcapNgSectionHeaderBlock.h"
+#include "QuaysideDevice.h"
+#include "RawFramePool.h"
+#include "RelaxedCounter.h"
+
+namespace flowlane {
+
+class PcapNgFileWriter {
+public:
+    // Begins the payload of the frame that stands for an external trigger.
+    static constexpr std::uint32_t TriggerEthernetFrameMagic = 0x1234C000;
+
+    struct Statistics {
+        std::uint64_t infFramesWritten = 0;    // packets written to a file
+        std::uint64_t infIgnoredFrames = 0;    // frames of a kind that is not recorded
+        std::uint64_t errMissingFrames = 0;    // frames missing by their sequence numbers
+        std::uint64_t errPoolUnderflow = 0;    // frames discarded because no frame of the pool was free
+        std::uint64_t errWriteFileFailed = 0;  // packets that could not be written
+        std::uint64_t errInvalidFrameSize = 0; // frames shorter than their receive header
+        std::uint64_t errInitPacketBlock = 0;  // frames that no packet block could be built of
+        std::uint64_t errInvalidTimestamp = 0; // frames without a valid time, written with time 0
+
+        // Frames that are not in the files.
+        std::uint64_t FramesDropped() const noexcept {
+            return errMissingFrames + errPoolUnderflow + errWriteFileFailed + errInvalidFrameSize +
+                   errInitPacketBlock;
+        }
+    };
+
+    PcapNgFileWriter() noexcept;
+    // Stops the writer.
+    ~PcapNgFileWriter();
+    PcapNgFileWriter(const PcapNgFileWriter&) = delete;
+    PcapNgFileWriter& operator=(const PcapNgFileWriter&) = delete;
+
+    // Opens the first file and starts the thread. fileName: "_" and a number of five digits are appended to
+    // it when there is a limit, and ".pcapng". The device gives the file its interface's name, description
+    // and address. frameCount frames of frameSize bytes, receive header included, may wait to be written.
+    // maxFileSize: in bytes, a file ends with the first packet that takes it beyond; 0 for no limit.
+    //   KESTATUS_ALREADY_DONE  the writer was not stopped since the last start
+    //   KESTATUS_NO_MEMORY
+    // Other failures are the system's. Nothing is left open or allocated after a failure.
+    KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
+                             unsigned frameCount, unsigned frameSize, std::uint64_t maxFileSize);
+    // Writes what has been handed over, closes the file and frees the pool, which has to have all frames
+    // back. Does nothing when the writer was not started.
+    void StopFileWriter();
+
+    // A free frame, null when there is none; it is the caller's until handed over or released.
+    RawFrame* GetRawFrame() noexcept;
+    void ReleaseRawFrame(RawFrame* frame) noexcept;
+    // A received frame was discarded because there was no free frame.
+    void PoolUnderflowOccurred() noexcept;
+    // Whether the frame is to be recorded; looks for gaps in the sequence. frame: with its receive header.
+    bool CheckRawFrame(QBXRawFrameType type, kestrelon::KEConstBufferReference frame);
+    // Hands a frame over, with its size and type set, whatever the status.
+    //   KESTATUS_NOT_POSSIBLE  the thread has ended with a failure; the frame is not written
+    KESTATUS WriteRawFrame(RawFrame* frame);
+
+    // With what the thread has ended by itself; success as long as it has not.
+    KESTATUS ThreadStatus() const noexcept;
+
+    void QuerryStatistics(Statistics& statistics) const noexcept;
+    void ResetStatistics() noexcept;
+
+    // The worker's work; it runs on its thread.
+    void ThreadRoutine();
+
+private:
+    KESTATUS InitInterfaceDescription(QuaysideDevice& device);
+    void AddStringOption(QuaysideDevice& device, unsigned property, std::uint16_t code,
+                         const char* propertyFailed, const char* optionFailed);
+    void AddMacAddressOption(QuaysideDevice& device);
+    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
+    KESTATUS OpenNextFile();
+    std::string CreateNextFileName();
+    void CloseFile();
+    KESTATUS WriteUntilStopped();
+    KESTATUS WriteAllFramesToFile();
+    void WriteFrameToFile(const RawFrame& frame);
+    std::uint64_t TimestampOf(const RawFrame& frame);
+    KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
+
+    kestrelon::KEOsWorkerThread mThread;
+    kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames
+    RawFramePool mFramePool;
+    kestrelon::KEOsWaitableQueue<RawFrame, kestrelon::KEEmptyLock> mPendingFrames;
+    std::string mFileBaseName;
+    std::uint64_t mMaxFileSize = 0;
+    std::uint32_t mFileNumber = 0;
+    PcapNgSectionHeaderBlock mSectionHeaderBlock;
+    PcapNgInterfaceDescBlock mIfDescriptionBlock;
+    PcapNgFile mFile;
+    std::uint64_t mFramesDropped = 0;    // the receive loop's: lost since the last frame handed over
+    std::uint64_t mFramesNotWritten = 0; // the thread's: lost since the last packet written
+    std::uint32_t mSequenceNumber = 0;   // expected next
+    bool mSequenceNumberValid = false;
+    bool mIsStarted = false;
+    PcapNgEnhPacketBlock mPacketBlock;
+    // Each is raised by one thread.
+    struct {
+        RelaxedCounter infFramesWritten;
+        RelaxedCounter infIgnoredFrames;
+        RelaxedCounter errMissingFrames;
+        RelaxedCounter errPoolUnderflow;
+        RelaxedCounter errWriteFileFailed;
+        RelaxedCounter errInvalidFrameSize;
+        RelaxedCounter errInitPacketBlock;
+        RelaxedCounter errInvalidTimestamp;
+    } mStats;
+};
+
+} // namespace flowlane
+
+#endif

@@ -1,0 +1,52 @@
+// A fixed number of frames with buffers of one size, made in two allocations, so that none is needed for a
+// frame. Frames are reused first in, first out, as their last user left them. The pool owns all frames, also
+// those that are handed out. No locking: its user serialises access. Messages go to the Global logger.
+#ifndef FLOWLANE_RAWFRAMEPOOL_H
+#define FLOWLANE_RAWFRAMEPOOL_H
+
+#include <cstdint>
+#include <memory>
+
+#include "RawFrame.h"
+#include "kestatus.h"
+
+namespace flowlane {
+
+class RawFramePool {
+public:
+    RawFramePool() noexcept : mItemList(&RawFrame::mListEntry) {}
+    // Frees the pool.
+    ~RawFramePool() { FreeFramePool(); }
+    RawFramePool(const RawFramePool&) = delete;
+    RawFramePool& operator=(const RawFramePool&) = delete;
+
+    // frameSize: of each buffer in bytes. Throws std::bad_alloc; the pool stays without frames then.
+    //   KESTATUS_INTERNAL_ERROR     it has frames already
+    //   KESTATUS_INVALID_PARAMETER  the buffers together would exceed 4 GiB
+    KESTATUS AllocateFramePool(unsigned count, unsigned frameSize);
+    // Frees all frames, also those that are handed out, which is reported.
+    void FreeFramePool() noexcept;
+
+    // Takes the frame that was free longest, null when none is free.
+    RawFrame* GetRawFrame() noexcept;
+    // Gives back a frame of this pool that is on no list.
+    void PutRawFrame(RawFrame* frame) noexcept;
+    // Adds a frame that somebody else owns and that outlives the pool.
+    void AddItem(RawFrame* frame) noexcept;
+
+    bool IsAllocated() const noexcept { return mTotalCount != 0; }
+    // All frames, and how many of them are free.
+    std::uint32_t TotalCount() const noexcept { return mTotalCount; }
+    std::uint32_t CurrentCount() const noexcept { return mCurrentCount; }
+
+private:
+    RawFrameList mItemList; // the free frames
+    std::unique_ptr<RawFrame[]> mRawFrameMemory;
+    std::unique_ptr<unsigned char[]> mFrameBufferMemory;
+    std::uint32_t mTotalCount = 0;
+    std::uint32_t mCurrentCount = 0;
+};
+
+} // namespace flowlane
+
+#endif
