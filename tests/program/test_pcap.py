@@ -1,0 +1,390 @@
+"""The pcap command: its arguments, what it prints, and the files it writes, as other tools read them."""
+
+import os
+import random
+import re
+import resource
+import shutil
+import signal
+import struct
+import subprocess
+import time
+
+import pexpect
+import pytest
+
+import capture
+from lanes import FLOWLANE, LANE_SEND, TIMEOUT, Running, exit_status, run, run_with_fake_device, wait_for
+from tools import tool
+
+KESTATUS_INVALID_PARAMETER = 0xE0000041
+VERSION_LINE = "Quayside library API Version 2.20."
+RUNNING = "press any key to stop..."
+COUNTS = r"(\d+) frames successfully written, (\d+) frames dropped"
+DETAILS = [
+    "  Missing frames (sequence error): ",
+    "  Frame pool exhausted:            ",
+    "  Write to file failed:            ",
+    "  Invalid frame header size:       ",
+    "  Invalid packet size:             ",
+]
+
+
+@pytest.mark.parametrize("args, lines", [
+    ([], ["Missing arguments.", "For usage information, run flowlane help."]),
+    (["-maxkb", "1", "-maxmb", "1"], ["Missing arguments.", "For usage information, run flowlane help."]),
+    (["name", "-maxkb", "1", "-maxmb", "1"],
+     ["Max pcap-ng file size is specified in kilobytes and memgabytes. Only one of them is allowed.",
+      "For usage information, run flowlane help."]),
+])
+def test_refused_arguments(args, lines):
+    result = run("pcap", *args)
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr.splitlines() == lines
+    assert result.returncode == exit_status(KESTATUS_INVALID_PARAMETER)
+
+
+@pytest.mark.parametrize("script, lines, status", [
+    ("OpenRawRxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("EnableRawRx=0xE0000030", [], 0xE0000030),  # told to the log alone
+    ("DisableRawRx=0xE0000030,WaitForRawFrame=0xE0000031",
+     ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0xE0000030),
+    # Failures within the loop end it in good order.
+    ("WaitForRawFrame=0xE0000031", ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
+    ("WaitForRawFrame=0,GetReceivedRawFrame=0xE0000031",
+     ["GetReceivedRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
+      "WriteReceivedFramesToFile failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
+])
+def test_device_failures(tmp_path, script, lines, status):
+    result = run_with_fake_device("pcap", tmp_path / "file", script=script)
+    assert result.stderr.splitlines()[-len(lines) or None:] == lines
+    assert result.returncode == exit_status(status)
+    assert (tmp_path / "file.pcapng").exists() == ("OpenRaw" not in script)
+
+
+def test_file_that_cannot_be_created(segment, tmp_path):
+    result = segment.run("pcap", tmp_path / "missing" / "file", "-n", "lane-2")
+    assert result.stderr == "StartFileWriter failed, st=0xe0010002(KESTATUS_LINUX_ENOENT).\n"
+    assert result.returncode == exit_status(0xE0010002)
+
+
+def test_pool_that_is_too_large(segment, tmp_path):
+    result = segment.run("pcap", tmp_path / "file", "-fbs", "2792567")
+    assert result.stderr == "StartFileWriter failed, st=0xe0000041(KESTATUS_INVALID_PARAMETER).\n"
+
+
+class Capturing(Running):
+    """A capture from lane-2."""
+
+    def __init__(self, segment, path, *options, **more):
+        super().__init__(segment.env, "pcap", path, "-n", "lane-2", *options, **more)
+
+    def __enter__(self):
+        self.read_until(RUNNING)
+        return self
+
+    def wait_until_written(self, count):
+        wait_for(lambda: int(re.fullmatch(COUNTS, self.read_until("successfully written"))[1]) >= count, "frames")
+
+    def summary(self):
+        """Written and dropped frames as the last lines tell them."""
+        end = self.lines.index("Stop PCAPNG file writer...")
+        summary = self.lines[end + 1:]
+        if summary[0] == "Errors occurred!":
+            assert summary[2] == "Details:"
+            assert [line[:len(label)] for label, line in zip(DETAILS, summary[3:])] == DETAILS
+            assert len(summary) == 3 + len(DETAILS)
+            self.details = [int(line[len(label):]) for label, line in zip(DETAILS, summary[3:])]
+            summary = summary[1:2]
+        else:
+            self.details = [0] * len(DETAILS)
+        assert len(summary) == 1
+        written, dropped = (int(number) for number in re.fullmatch(COUNTS, summary[0]).groups())
+        assert dropped == sum(self.details)
+        return written, dropped
+
+
+def send(segment, count, *options):
+    subprocess.run([LANE_SEND, "-n", "lane-1", "-c", str(count), *options], env=segment.env, check=True,
+                   stdout=subprocess.DEVNULL, timeout=TIMEOUT)
+
+
+def blocks(path):
+    """The whole blocks of a pcap-ng file, and how many bytes are left."""
+    data = path.read_bytes()
+    found = []
+    offset = 0
+    while offset + 12 <= len(data):
+        kind, length = struct.unpack_from("<II", data, offset)
+        assert length % 4 == 0 and length >= 12
+        if offset + length > len(data):
+            break
+        assert struct.unpack_from("<I", data, offset + length - 4)[0] == length
+        found.append((kind, data[offset:offset + length]))
+        offset += length
+    return found, len(data) - offset
+
+
+def packet_count(path):
+    """Packets in a file that has to be valid to its end."""
+    found, rest = blocks(path)
+    assert rest == 0
+    assert [kind for kind, _ in found[:2]] == [0x0A0D0D0A, 1]
+    assert all(kind == 6 for kind, _ in found[2:])
+    return len(found) - 2
+
+
+def test_lines_of_a_run(segment, tmp_path):
+    with Capturing(segment, tmp_path / "file", "ignored argument") as program:
+        program.read_until("successfully written")
+        program.read_until("successfully written")
+    assert program.stderr == ""
+    lines = program.lines
+    statistics = "0 frames successfully written, 0 frames dropped"
+    assert lines[-1] == statistics
+    assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
+    del lines[2]
+    assert [line for line in lines if line != statistics] == [
+        VERSION_LINE,
+        "Enumerate available devices...",
+        "Start PCAPNG file writer on device lane-2(1)...",
+        "Enable receiving of raw frames...",
+        "Write received frames to PCAPNG file, press any key to stop...",
+        "Disable receiving of raw frames...",
+        "Stop PCAPNG file writer...",
+    ]
+    assert packet_count(tmp_path / "file.pcapng") == 0
+
+
+def joined(tmp_path, paths):
+    """The frames of pcap-ng files with their times, by way of mergecap and editcap."""
+    merged = tmp_path / "merged.pcapng"
+    tool("mergecap", "-a", "-w", merged, *paths)
+    converted = tmp_path / "merged.pcap"
+    tool("editcap", "-F", "nsecpcap", merged, converted)
+    return capture.frames(converted)
+
+
+@pytest.mark.parametrize("options, suffix", [([], ""), (["-maxkb", "1000"], "_?????"), (["-maxmb", "5"], "_?????")])
+def test_frames_are_those_that_were_sent(segment, tmp_path, options, suffix):
+    reference = tmp_path / "reference.pcap"
+    with segment.receiver(reference, name="lane-3"), Capturing(segment, tmp_path / "file", *options) as program:
+        send(segment, 20000, "-r", "40000")
+        program.wait_until_written(20000)
+    assert program.summary() == (20000, 0)
+    paths = sorted(tmp_path.glob(f"file{suffix}.pcapng"))
+    assert joined(tmp_path, paths) == capture.frames(reference)
+    assert sum(packet_count(path) for path in paths) == 20000
+    if options:
+        limit = int(options[1]) * (1000 if options[0] == "-maxkb" else 1000000)
+        assert [path.name for path in paths] == [f"file_{i + 1:05}.pcapng" for i in range(len(paths))]
+        assert len(paths) > 2
+        for path in paths[:-1]:
+            found, _ = blocks(path)
+            size = path.stat().st_size
+            assert size > limit >= size - len(found[-1][1])  # the last packet took it beyond
+
+
+def test_other_tools_read_the_file_without_a_warning(segment, tmp_path):
+    path = tmp_path / "file.pcapng"
+    with Capturing(segment, tmp_path / "file") as program:
+        send(segment, 1000)
+        program.wait_until_written(1000)
+    info = tool("capinfos", "-M", path).decode()
+    for line in ["Number of packets:   1000", "Name = lane-2", "Description = Virtual Ethernet segment",
+                 "Encapsulation = Ethernet (1 - ether)", "Time resolution = 0x09", "Strict time order:   True"]:
+        assert line in info
+    result = subprocess.run(["tshark", "-r", path, "-T", "fields", "-e", "frame.number", "-e",
+                             "_ws.malformed"], capture_output=True, text=True, timeout=TIMEOUT, check=True)
+    assert result.stdout.split() == [str(i + 1) for i in range(1000)]
+    assert [line for line in result.stderr.splitlines() if "Running as user" not in line] == []
+    address = next(data for kind, data in blocks(path)[0] if kind == 1)
+    assert bytes.fromhex("060006000251425800020000") in address
+    result = subprocess.run(["tcpdump", "-n", "-r", path], capture_output=True, text=True, timeout=TIMEOUT,
+                            check=True)
+    assert len([line for line in result.stdout.splitlines() if not line.startswith("\t")]) == 1000
+    assert result.stderr.startswith("reading from file") and len(result.stderr.splitlines()) == 1
+
+
+def test_limit_wraps_at_4_gib(segment, tmp_path):
+    """4294968 times 1000 is 704 beyond it."""
+    with Capturing(segment, tmp_path / "file", "-maxkb", "4294968") as program:
+        send(segment, 10, "-l", "1000")
+        program.wait_until_written(10)
+    assert len(list(tmp_path.glob("file_*.pcapng"))) == 11
+
+
+def test_small_pool_adds_up(segment, tmp_path):
+    with Capturing(segment, tmp_path / "file", "-fbs", "1") as program:
+        send(segment, 100000, "-l", "100")
+        time.sleep(0.5)
+    written, dropped = program.summary()
+    assert written + dropped == 100000
+    assert program.details[1] == dropped  # all for want of a frame
+    assert packet_count(tmp_path / "file.pcapng") == written
+
+
+def limit_file_size(size):
+    def limit():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+    return limit
+
+
+@pytest.mark.parametrize("size", [100000, 123457])
+def test_full_disk_adds_up(segment, tmp_path, size):
+    # The segment's own file is larger, but it is there already: the receiver made it.
+    with segment.receiver(tmp_path / "reference.pcap", name="lane-3"):
+        process = subprocess.Popen([FLOWLANE, "pcap", tmp_path / "file", "-n", "lane-2"], env=segment.env,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True,
+                                   preexec_fn=limit_file_size(size))
+        program = Capturing.__new__(Capturing)
+        program.process, program.lines = process, []
+        program.read_until(RUNNING)
+        send(segment, 5000, "-l", "200")
+        time.sleep(0.5)
+        process.terminate()
+        program.lines += process.communicate(timeout=TIMEOUT)[0].splitlines()
+    assert process.returncode == 0
+    written, dropped = program.summary()
+    assert written + dropped == 5000
+    assert program.details[2] == dropped
+    assert packet_count(tmp_path / "file.pcapng") == written
+    assert size - 300 < (tmp_path / "file.pcapng").stat().st_size <= size
+
+
+def test_small_disk_adds_up(segment, tmp_path):
+    """A file system of a megabyte, in a mount namespace of its own; what it holds at the end is copied out."""
+    map_user = [] if os.geteuid() == 0 else ["--map-root-user"]
+    script = 'mount -t tmpfs -o size=1m none "$0" && "$@" && cp "$0"/file.pcapng "$0".copy'
+    disk = tmp_path / "disk"
+    disk.mkdir()
+    process = subprocess.Popen(["unshare", "--mount", *map_user, "sh", "-c", script, disk, FLOWLANE, "pcap",
+                                disk / "file", "-n", "lane-2"], env=segment.env, stdin=subprocess.PIPE,
+                               stdout=subprocess.PIPE, text=True)
+    program = Capturing.__new__(Capturing)
+    program.process, program.lines = process, []
+    program.read_until(RUNNING)
+    send(segment, 20000, "-l", "300", "-r", "20000")
+    program.lines += process.communicate(input="x", timeout=TIMEOUT)[0].splitlines()
+    assert process.returncode == 0
+    written, dropped = program.summary()
+    assert written + dropped == 20000
+    assert program.details[2] == dropped
+    assert packet_count(tmp_path / "disk.copy") == written
+    assert (1 << 20) - 400 < (tmp_path / "disk.copy").stat().st_size <= 1 << 20
+
+
+def test_frames_missed_add_up(segment, tmp_path):
+    """A capture that was stopped for a while has missed the oldest frames."""
+    with Capturing(segment, tmp_path / "file") as program:
+        send(segment, 100, "-l", "300")  # the first frame that arrives begins the count
+        program.wait_until_written(100)
+        program.process.send_signal(signal.SIGSTOP)
+        send(segment, 100000, "-l", "300")
+        program.process.send_signal(signal.SIGCONT)
+        send(segment, 1000, "-l", "300", "-r", "2000")  # what is missing shows when others follow
+        time.sleep(1)
+    written, dropped = program.summary()
+    assert written + dropped == 101100
+    assert program.details[0] == dropped > 0
+    found, rest = blocks(tmp_path / "file.pcapng")
+    assert rest == 0
+    # The gaps stand in the file: option 4 of 8 bytes behind the 300 bytes of a packet.
+    marks = [struct.unpack_from("<Q", block, 332)[0] for kind, block in found
+             if kind == 6 and block[328:332] == b"\x04\x00\x08\x00"]
+    assert sum(marks) == dropped
+    assert len(found) - 2 == written
+
+
+@pytest.mark.parametrize("kind", ["key", "SIGINT", "SIGTERM"])
+def test_stops_at_full_speed_with_all_that_was_received(segment, tmp_path, kind):
+    flood = subprocess.Popen([LANE_SEND, "-n", "lane-1", "-c", "0", "-l", "200"], env=segment.env,
+                             stdout=subprocess.PIPE)
+    try:
+        assert flood.stdout.readline() == b"ready\n"
+        child = pexpect.spawn(FLOWLANE, ["pcap", str(tmp_path / "file"), "-n", "lane-2"], env=segment.env,
+                              encoding="utf-8", timeout=TIMEOUT)
+        child.delaybeforesend = None
+        child.expect_exact(RUNNING)
+        child.expect("successfully written")
+        if kind == "key":
+            child.send("x")
+        else:
+            child.kill(getattr(signal, kind))
+        child.expect_exact("Stop PCAPNG file writer...")
+        rest = child.read()
+        child.close()
+    finally:
+        flood.kill()
+        flood.communicate()
+    assert child.exitstatus == 0
+    written, _ = (int(number) for number in re.search(COUNTS, rest).groups())
+    assert written > 0
+    assert packet_count(tmp_path / "file.pcapng") == written
+
+
+def test_what_came_before_the_key_is_in_the_file(segment, tmp_path):
+    with Capturing(segment, tmp_path / "file", stdin=subprocess.PIPE) as program:
+        program.read_until("successfully written")
+        send(segment, 30000, "-l", "100")
+        program.process.stdin.write("x")
+        program.process.stdin.flush()
+        program.read_until("Stop PCAPNG file writer...")
+        program.stop()
+    assert program.summary() == (30000, 0)
+
+
+def test_killed_at_any_moment(segment, tmp_path):
+    """What is on disk is readable up to its last whole block; the headers are always there."""
+    chance = random.Random(20)
+    flood = subprocess.Popen([LANE_SEND, "-n", "lane-1", "-c", "0", "-r", "20000"], env=segment.env,
+                             stdout=subprocess.PIPE)
+    try:
+        assert flood.stdout.readline() == b"ready\n"
+        seen = set()
+        for number in range(50):
+            path = tmp_path / f"file{number}"
+            options = ["-maxkb", "500"] if number % 2 else []
+            with Capturing(segment, path, *options) as program:
+                time.sleep(chance.uniform(0, 0.3))
+                os.kill(program.process.pid, signal.SIGKILL)
+                program.process.wait()
+                program.process.communicate()
+            for file in sorted(tmp_path.glob(f"file{number}*.pcapng")):
+                found, rest = blocks(file)
+                assert [kind for kind, _ in found[:2]] == [0x0A0D0D0A, 1]
+                seen.add(min(len(found), 3))
+                if rest == 0 or number % 10 == 0:
+                    result = subprocess.run(["tshark", "-r", file, "-T", "fields", "-e", "frame.number"],
+                                            capture_output=True, text=True, timeout=TIMEOUT, check=False)
+                    assert len(result.stdout.split()) == len(found) - 2
+                    assert rest or result.returncode == 0
+                file.unlink()
+        assert 3 in seen  # files with packets were among them
+    finally:
+        flood.kill()
+        flood.communicate()
+
+
+def test_next_file_that_cannot_be_created(segment, tmp_path):
+    folder = tmp_path / "folder"
+    folder.mkdir()
+    with Capturing(segment, folder / "file", "-maxkb", "100") as program:
+        send(segment, 50, "-l", "1000")
+        program.wait_until_written(50)
+        kept = os.open(folder / "file_00001.pcapng", os.O_RDONLY)
+        shutil.rmtree(folder)
+        send(segment, 1000, "-l", "1000", "-r", "5000")
+        program.process.wait(timeout=TIMEOUT)
+        program.lines += program.process.stdout.read().splitlines()
+    assert program.process.stderr.read().splitlines() == [
+        "PCAPNG file writer has ended, st=0xe0010002(KESTATUS_LINUX_ENOENT).",
+        "WriteRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
+        "WriteReceivedFramesToFile failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
+    ]
+    assert program.process.returncode == 0
+    written, _ = program.summary()
+    assert os.fstat(kept).st_size > 100000
+    assert written * 1036 <= os.fstat(kept).st_size + 1036
+    os.close(kept)
