@@ -30,6 +30,9 @@ KESTATUS CmdAv2Rtp();
 // Captures Ethernet frames to a pcap-ng file or a numbered set of files.
 KESTATUS CmdPcap();
 
+// Replays a pcap-ng file or a numbered set of files with the recorded timing.
+KESTATUS CmdPlayPcap();
+
 } // namespace flowlane
 
 #endif

@@ -49,6 +49,9 @@ KESTATUS RunCommand() {
     if (gCmdLine.mCommand == gCommands.pcap) {
         return CmdPcap();
     }
+    if (gCmdLine.mCommand == gCommands.playpcap) {
+        return CmdPlayPcap();
+    }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
     CmdLine::PrintUsageHint();
     return KESTATUS_INVALID_COMMAND;

@@ -1,0 +1,105 @@
+#include "CmdLine.h"
+#include "CommandChecks.h"
+#include "Commands.h"
+#include "DeviceSelection.h"
+#include "KEPosixTime.h"
+#include "LogCons.h"
+#include "PcapNgFileReader.h"
+#include "StopRequest.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr unsigned cStatisticsInterval = 1000; // ms
+
+template <typename... Args>
+void Print(KELogLevel level, const char* format, const Args&... args) {
+    KEOutputLogMessage(logger::Cons, level, format, args...);
+}
+
+void PrintFrameCounts(const PcapNgFileReader::Statistics& stats) {
+    Print(KEINFO, "{} frames successfully sent, {} errors occured", stats.infFramesSent,
+          stats.TotalErrorsOccurred());
+}
+
+void PrintSummary(const PcapNgFileReader& reader) {
+    PcapNgFileReader::Statistics stats;
+    reader.QuerryStatistics(stats);
+    if (stats.TotalErrorsOccurred() == 0) {
+        PrintFrameCounts(stats);
+        return;
+    }
+    Print(KEINFO, "Errors occurred!");
+    PrintFrameCounts(stats);
+    Print(KEINFO, "Details:");
+    Print(KEINFO, "  Invalid file:                     {}", stats.errInvalidFile);
+    Print(KEINFO, "  Read file failed:                 {}", stats.errReadFileFailed);
+    Print(KEINFO, "  Send frames failed:               {}", stats.errSendFramesFailed);
+    Print(KEINFO, "  Invalid section headers:          {}", stats.errInvalidSectionHeader);
+    Print(KEINFO, "  Unsupported format version:       {}", stats.errUnsupportedVersion);
+    Print(KEINFO, "  Invalid interface description:    {}", stats.errInvalidInterfaceDesc);
+    Print(KEINFO, "  Invalid link type:                {}", stats.errInvalidLinkType);
+    Print(KEINFO, "  Invalid enhanced packet:          {}", stats.errInvalidEnhPacket);
+    Print(KEINFO, "  Packet truncated:                 {}", stats.errPacketTruncated);
+    Print(KEINFO, "  Invalid frame length:             {}", stats.errInvalidFrameLength);
+    Print(KEINFO, "  Frame buffer tooo small:          {}", stats.errFrameBufferTooSmall);
+    Print(KEINFO, "  Invalid option:                   {}", stats.errInvalidOption);
+    Print(KEINFO, "  Unsupported timestamp resolution: {}", stats.errUnsupportedTimestampResolution);
+    Print(KEINFO, "  Invalid timestamp:                {}", stats.errInvalidTimestamp);
+}
+
+// Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
+void WaitForEnd(const PcapNgFileReader& reader, StopRequest& stopRequest) {
+    while (!stopRequest.IsRequested()) {
+        PcapNgFileReader::Statistics stats;
+        reader.QuerryStatistics(stats);
+        PrintFrameCounts(stats);
+        if (reader.AreAllFramesSent()) {
+            Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
+            return;
+        }
+        if (reader.CurrentState() == PcapNgFileReader::State::Error) {
+            Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
+            return;
+        }
+        KEPosixSleep(cStatisticsInterval);
+    }
+}
+
+} // namespace
+
+KESTATUS CmdPlayPcap() {
+    KESTATUS st = CheckArgumentsPresent();
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    QuaysideDevice device;
+    std::string description;
+    st = OpenRawTxDevice(device, FriendlyNameOption(), description);
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("Open device failed, st={}.", st);
+    }
+
+    Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
+    PcapNgFileReader reader;
+    st = reader.StartFileReader(gCmdLine.mArgs.front().c_str(), gCmdLine.mStartFileIndex, device,
+                                gCmdLine.mFrameCount, gCmdLine.mFrameSize, gCmdLine.mReplaceSourceMacAddr,
+                                gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile);
+    if (st != KESTATUS_SUCCESS) {
+        return LogFailedStep("StartFileReader failed, st={}.", st);
+    }
+
+    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
+    Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
+    WaitForEnd(reader, stopRequest);
+
+    Print(KEINFO, "Stop PCAPNG file reader...");
+    reader.StopFileReader();
+    PrintSummary(reader);
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace flowlane

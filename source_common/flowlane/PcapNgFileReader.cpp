@@ -1,0 +1,557 @@
+#include "PcapNgFileReader.h"
+
+#include <cstring>
+#include <new>
+
+#include "KEByteOrder.h"
+#include "KELogging.h"
+#include "LogCons.h"
+
+namespace flowlane {
+
+using namespace kestrelon;
+
+namespace {
+
+constexpr KETimeoutInterval cWithoutLimit = -1;
+constexpr unsigned cMacAddressSize = 6;
+constexpr std::size_t cEthernetHeaderSize = 14;
+constexpr std::size_t cEthernetSourceOffset = 6;
+constexpr std::size_t cEthernetTypeOffset = 12;
+constexpr std::uint16_t cLinkTypeEthernet = 1;
+constexpr std::uint8_t cResolutionMicroseconds = 6; // 10 to the power of -6 seconds
+constexpr std::uint8_t cResolutionNanoseconds = 9;
+constexpr std::uint32_t cNanosecondsPerMicrosecond = 1000;
+
+// The block buffer has room for a packet block of a frame, rounded up.
+constexpr std::size_t cBlockBufferUnit = 1024;
+
+// What stands for an external trigger when its length field has this value, which is not the one that
+// captures of this program have: theirs are replayed.
+constexpr std::uint16_t cTriggerPayloadSize = 10;
+constexpr unsigned char cTriggerAddresses[2 * cMacAddressSize] = {0,    0,    0,    0,    0,    0,
+                                                                  0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+template <typename... Args>
+void Log(KELogLevel level, const char* format, const Args&... args) {
+    KEOutputLogMessage(logger::Global, level, format, args...);
+}
+
+KESTATUS Failed(const char* format, KESTATUS st) {
+    Log(KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+bool IsTriggerFrame(KEConstBufferReference frame) {
+    return std::memcmp(frame.mData, cTriggerAddresses, sizeof cTriggerAddresses) == 0 &&
+           KELoadBE16(frame.mData + cEthernetTypeOffset) == cTriggerPayloadSize;
+}
+
+} // namespace
+
+PcapNgFileReader::PcapNgFileReader(PipelineClock& clock) noexcept
+    : mClock(clock), mFramesToSent(&RawFrame::mListEntry) {}
+
+PcapNgFileReader::~PcapNgFileReader() {
+    StopFileReader();
+}
+
+const char* PcapNgFileReader::StrForState(State state) noexcept {
+    switch (state) {
+    case State::ExpSectionHeader:
+        return "ExpSectionHeader";
+    case State::ExpInterfaceDesc:
+        return "ExpInterfaceDesc";
+    case State::ReadPacket:
+        return "ReadPacket";
+    case State::Done:
+        return "Done";
+    case State::Error:
+        return "Error";
+    }
+    return "???";
+}
+
+void PcapNgFileReader::SetState(State state) {
+    const State old = CurrentState();
+    if (state != old) {
+        Log(KEVERBOSE, "{} --> {}", StrForState(old), StrForState(state));
+        mCurrentState.store(state, std::memory_order_release);
+    }
+}
+
+// --- Start and stop ------------------------------------------------------------------------------
+
+KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned startFileIndex,
+                                           QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
+                                           bool replaceSrcMacAddr, bool readFileSet, bool loopMode) {
+    if (mIsStarted) {
+        return KESTATUS_ALREADY_DONE;
+    }
+    mDevice = &device;
+    KESTATUS st = ReadDeviceAddress();
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    try {
+        mFileName = fileName;
+        mStartFileIndex = startFileIndex;
+        mFileNumber = startFileIndex;
+        mReplaceSrcMacAddr = replaceSrcMacAddr;
+        mReadFileSet = readFileSet;
+        mLoopMode = loopMode;
+        mAddInitialOffset = true;
+        mLastReadTimestampValid = false;
+        mIsFrameQueued = false;
+        mIsThreadRunning = false;
+        mAreAllFramesSent.store(false, std::memory_order_relaxed);
+        ResetStatistics();
+        SetState(State::ExpSectionHeader);
+        st = OpenFirstFileAndStart(frameCount, frameSize);
+    } catch (const std::bad_alloc&) {
+        st = Failed("StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
+    }
+    if (st != KESTATUS_SUCCESS) {
+        ClearSendList();
+        mFile.CloseFile();
+        mFramePool.FreeFramePool();
+        return st;
+    }
+    mIsStarted = true;
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFileReader::ReadDeviceAddress() {
+    mDeviceMacAddress = {};
+    unsigned size = 0;
+    const KESTATUS st = mDevice->GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, mDeviceMacAddress.mac,
+                                                         cMacAddressSize, &size);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("GetDevicePropertyBinary failed, st={}", st);
+    }
+    if (size != cMacAddressSize) {
+        Log(KEERROR, "MAC address size mismatch, got {}, exp. {}", size, cMacAddressSize);
+        return KESTATUS_LENGTH_MISMATCH;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize) {
+    mCurrentFilePath = CreateNextFilePath();
+    if (!mCurrentFilePath.Exists()) {
+        KEOutputLogMessage(logger::Cons, KEERROR, "File '{}' does not exist.", mCurrentFilePath);
+        return KESTATUS_NOT_PRESENT;
+    }
+    KESTATUS st = OpenCurrentFile();
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    try {
+        // Without frames nothing would ever be read.
+        st = frameCount != 0 ? mFramePool.AllocateFramePool(frameCount, frameSize)
+                             : KESTATUS_INVALID_PARAMETER;
+    } catch (const std::bad_alloc&) {
+        st = KESTATUS_NO_MEMORY;
+    }
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("AllocateFramePool failed, st={}", st);
+    }
+    const std::size_t blockSize =
+        (std::size_t{frameSize} + pcapng::cEnhPacketFixedSize + cBlockBufferUnit - 1) &
+        ~(cBlockBufferUnit - 1);
+    if (mBlockData.mBufferSize < blockSize) {
+        mBlockData = KEBufferBlock(blockSize);
+    }
+    mBlockData.mDataLength = 0;
+    st = FillSendQueue();
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("FillSendQueue failed, st={}", st);
+    }
+    st = mThread.CreateThread(this);
+    return st == KESTATUS_SUCCESS ? st : Failed("CreateThread failed, st={}", st);
+}
+
+void PcapNgFileReader::StopFileReader() {
+    if (!mIsStarted) {
+        return;
+    }
+    mIsStarted = false;
+    mThread.RequestTermination();
+    mThread.WaitForTerminationAndDestroy(cWithoutLimit);
+    mFile.CloseFile();
+    mFramePool.FreeFramePool();
+}
+
+// --- Files ---------------------------------------------------------------------------------------
+
+KEStdPath PcapNgFileReader::CreateNextFilePath() {
+    KEStdPath path(mFileName);
+    if (path.Extension().IsEmpty()) {
+        path.Concat(".pcapng");
+    }
+    if (!mReadFileSet) {
+        return path;
+    }
+    KEStdPath ofSet = path.ParentPath();
+    ofSet.Append(KEStdStringFormat("{}_{:05}{}", path.Stem(), mFileNumber++, path.Extension()).c_str());
+    return ofSet;
+}
+
+KESTATUS PcapNgFileReader::OpenCurrentFile() {
+    const KESTATUS st = mFile.OpenForRead(mCurrentFilePath.c_str());
+    return st == KESTATUS_SUCCESS ? st : Failed("OpenForRead failed, st={}", st);
+}
+
+// Whether the pass that has ended has brought no frame at all, so that there is nothing to go on with.
+bool PcapNgFileReader::IsPassWithoutFrames(const char* message) {
+    if (mIsFrameQueued) {
+        mIsFrameQueued = false;
+        return false;
+    }
+    Log(KEERROR, message);
+    return true;
+}
+
+KESTATUS PcapNgFileReader::OpenNextFile() {
+    if (mReadFileSet) {
+        return OpenNextFileOfSet();
+    }
+    if (IsPassWithoutFrames("file does not contain any valid frames")) {
+        return KESTATUS_INVALID_FILE;
+    }
+    if (!mLoopMode) {
+        SetState(State::Done);
+        return KESTATUS_SUCCESS;
+    }
+    mLastReadTimestampValid = false;
+    SetState(State::ExpSectionHeader);
+    return mFile.RewindFile();
+}
+
+KESTATUS PcapNgFileReader::OpenNextFileOfSet() {
+    KEStdPath path = CreateNextFilePath();
+    if (!path.Exists()) {
+        if (IsPassWithoutFrames("file(s) does not contain any valid frames")) {
+            return KESTATUS_INVALID_FILE;
+        }
+        if (!mLoopMode) {
+            SetState(State::Done);
+            return KESTATUS_SUCCESS;
+        }
+        mFileNumber = mStartFileIndex;
+        mLastReadTimestampValid = false;
+        path = CreateNextFilePath();
+    }
+    mCurrentFilePath = path;
+    SetState(State::ExpSectionHeader);
+    return OpenCurrentFile();
+}
+
+// --- Reading -------------------------------------------------------------------------------------
+
+KESTATUS PcapNgFileReader::FillSendQueue() {
+    while (mFramePool.CurrentCount() != 0) {
+        const State state = CurrentState();
+        if (state == State::Done || state == State::Error) {
+            return KESTATUS_SUCCESS;
+        }
+        if (mIsThreadRunning && mThread.IsTerminationRequested()) {
+            return KESTATUS_SUCCESS;
+        }
+        KESTATUS st = mFile.ReadNextBlock(mBlockData);
+        if (st == KESTATUS_SUCCESS) {
+            ProcessBlock();
+        } else if (st == KESTATUS_NO_DATA) {
+            st = OpenNextFile();
+            if (st != KESTATUS_SUCCESS) {
+                mStats.errInvalidFile.Add();
+                return Failed("OpenNextFile failed, st={}", st);
+            }
+        } else {
+            mStats.errReadFileFailed.Add();
+            return Failed("ReadNextBlock failed, st={}", st);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// Blocks of other types are skipped.
+void PcapNgFileReader::ProcessBlock() {
+    const auto type = KELoadNative<std::uint32_t>(mBlockData.mBuffer + pcapng::cBlockTypeOffset);
+    const State state = CurrentState();
+    if (type == pcapng::cSectionHeaderBlockType) {
+        ProcessSectionHeaderBlock();
+    } else if (type == pcapng::cInterfaceDescBlockType && state != State::ExpSectionHeader) {
+        ProcessInterfaceDescBlock();
+    } else if (type == pcapng::cEnhPacketBlockType && state == State::ReadPacket) {
+        ProcessEnhPacketBlock();
+    }
+}
+
+void PcapNgFileReader::ProcessSectionHeaderBlock() {
+    PcapNgSectionHeaderBlock block;
+    const KESTATUS st = block.InitSectionHeaderBlock({mBlockData.mBuffer, mBlockData.mDataLength});
+    if (st != KESTATUS_SUCCESS) {
+        Failed("InitSectionHeaderBlock failed, st={}", st);
+        mStats.errInvalidSectionHeader.Add();
+        SetState(State::ExpSectionHeader);
+        return;
+    }
+    ProcessSectionHeader(block);
+}
+
+void PcapNgFileReader::ProcessSectionHeader(const PcapNgSectionHeaderBlock& block) {
+    if (block.MajorVersion() != 1 || block.MinorVersion() != 0) {
+        Log(KEWARN, "ignore section with unsupported version {}.{}", block.MajorVersion(),
+            block.MinorVersion());
+        mStats.errUnsupportedVersion.Add();
+        SetState(State::ExpSectionHeader);
+        return;
+    }
+    SetState(State::ExpInterfaceDesc);
+}
+
+void PcapNgFileReader::ProcessInterfaceDescBlock() {
+    PcapNgInterfaceDescBlock block;
+    const KESTATUS st = block.InitInterfaceDescBlock({mBlockData.mBuffer, mBlockData.mDataLength});
+    if (st != KESTATUS_SUCCESS) {
+        Failed("InitInterfaceDescBlock failed, st={}", st);
+        mStats.errInvalidInterfaceDesc.Add();
+        SetState(State::ExpInterfaceDesc);
+        return;
+    }
+    ProcessInterfaceDescription(block);
+}
+
+void PcapNgFileReader::ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block) {
+    if (block.LinkType() != cLinkTypeEthernet) {
+        Log(KEWARN, "ignore invalid linkType {}", block.LinkType());
+        mStats.errInvalidLinkType.Add();
+        SetState(State::ExpInterfaceDesc);
+        return;
+    }
+    SetState(ReadTimestampFactor(block) ? State::ReadPacket : State::ExpInterfaceDesc);
+}
+
+bool PcapNgFileReader::ReadTimestampFactor(const PcapNgInterfaceDescBlock& block) {
+    mTimestampFactor = cNanosecondsPerMicrosecond;
+    const PcapNgOption* const option = block.LookupOptionByCode(pcapng::cOptionTimestampResolution);
+    if (!option) {
+        return true;
+    }
+    std::uint8_t resolution = 0;
+    const KESTATUS st = option->GetNumericValue(resolution);
+    if (st != KESTATUS_SUCCESS) {
+        Log(KEWARN, "GetNumericValue failed, st={} (ignore option)", KEFormatArgKEStatus(st));
+        mStats.errInvalidOption.Add();
+        return true;
+    }
+    if (resolution == cResolutionNanoseconds) {
+        mTimestampFactor = 1;
+    } else if (resolution != cResolutionMicroseconds) {
+        Log(KEWARN, "unsupported timestamp resolution {}", resolution);
+        mStats.errUnsupportedTimestampResolution.Add();
+        return false;
+    }
+    return true;
+}
+
+void PcapNgFileReader::ProcessEnhPacketBlock() {
+    PcapNgEnhPacketBlock packet;
+    const KESTATUS st = packet.InitEnhPacketBlock({mBlockData.mBuffer, mBlockData.mDataLength});
+    if (st != KESTATUS_SUCCESS) {
+        Failed("InitEnhPacketBlock failed, st={}", st);
+        mStats.errInvalidEnhPacket.Add();
+        return;
+    }
+    if (packet.IsPacketDataCut()) {
+        Log(KEWARN, "ignore packet with more data than its block");
+        mStats.errInvalidEnhPacket.Add();
+        return;
+    }
+    ProcessEnhancedPacket(packet);
+}
+
+void PcapNgFileReader::ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet) {
+    const KEConstBufferReference data = packet.PacketData();
+    if (packet.IsPacketDataTruncated()) {
+        Log(KEWARN, "ignore truncated packet");
+        mStats.errPacketTruncated.Add();
+    } else if (data.mLength < cEthernetHeaderSize) {
+        Log(KEWARN, "ignore frame with invalid length {}", data.mLength);
+        mStats.errInvalidFrameLength.Add();
+    } else if (IsTriggerFrame(data)) {
+        Log(KEINFO, "ignore dummy Ethernet frame for external trigger event");
+    } else if (AdvanceSendTime(packet.Timestamp())) {
+        QueueFrame(data);
+    }
+}
+
+// False when the time has gone back, which ends the replay.
+bool PcapNgFileReader::AdvanceSendTime(std::uint64_t timestamp) {
+    if (!mLastReadTimestampValid) {
+        mLastReadTimestampValid = true;
+        if (mAddInitialOffset) {
+            mAddInitialOffset = false;
+            mCurSendTime = mClock.Now() + mInitialOffset;
+        } else {
+            mCurSendTime += mLoopbackOffset;
+        }
+    } else if (timestamp < mLastReadTimestamp) {
+        Log(KEERROR, "invalid timestamp lies before timestamp of last packet");
+        mStats.errInvalidTimestamp.Add();
+        SetState(State::Error);
+        return false;
+    } else {
+        // Unsigned, so that absurd times wrap instead of being undefined.
+        const auto sendTime = static_cast<std::uint64_t>(mCurSendTime.time_since_epoch().count()) +
+                              mTimestampFactor * (timestamp - mLastReadTimestamp);
+        mCurSendTime = RawFrameTimePoint(RawFrameTimeDuration(static_cast<std::int64_t>(sendTime)));
+    }
+    mLastReadTimestamp = timestamp;
+    return true;
+}
+
+void PcapNgFileReader::QueueFrame(KEConstBufferReference data) {
+    RawFrame* const frame = mFramePool.GetRawFrame();
+    if (frame->mFrameBuffer.mLength < data.mLength) {
+        Log(KEWARN, "franme buffer too small, got {}, req. {}", frame->mFrameBuffer.mLength, data.mLength);
+        mStats.errFrameBufferTooSmall.Add();
+        mFramePool.PutRawFrame(frame);
+        return;
+    }
+    std::memcpy(frame->mFrameBuffer.mData, data.mData, data.mLength);
+    frame->mFrameSize = static_cast<std::uint32_t>(data.mLength);
+    if (mReplaceSrcMacAddr) {
+        PatchRawFrameData(*frame);
+    }
+    frame->SetSendTime(mCurSendTime);
+    mFramesToSent.AppendTail(*frame);
+    mIsFrameQueued = true;
+}
+
+void PcapNgFileReader::PatchRawFrameData(RawFrame& frame) const noexcept {
+    std::memcpy(frame.mFrameBuffer.mData + cEthernetSourceOffset, mDeviceMacAddress.mac, cMacAddressSize);
+}
+
+// --- Sending -------------------------------------------------------------------------------------
+
+KESTATUS PcapNgFileReader::SendFrames(RawFrameTimePoint now) {
+    bool isSubmitted = false;
+    while (mFramesToSent.Head() && mFramesToSent.Head()->SendTime() <= now) {
+        RawFrame* const frame = mFramesToSent.RemoveHead();
+        const KESTATUS st = SubmitFrame(*frame);
+        mFramePool.PutRawFrame(frame);
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SubmitFrame failed, st={}", st);
+        }
+        isSubmitted = true;
+    }
+    if (isSubmitted) {
+        const KESTATUS st = mDevice->SendRawFrames();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SendRawFrames failed, st={}", st);
+        }
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFileReader::SubmitFrame(const RawFrame& frame) {
+    const KEConstBufferReference data = frame.FrameData();
+    const auto length = static_cast<unsigned>(data.mLength);
+    KESTATUS st = mDevice->CheckSubmitRawFrame(length);
+    if (st == KESTATUS_NO_SPACE) {
+        st = mDevice->SendRawFrames();
+        if (st != KESTATUS_SUCCESS) {
+            return Failed("SendRawFrames failed, st={}", st);
+        }
+    } else if (st != KESTATUS_SUCCESS) {
+        return Failed("CheckSubmitRawFrame failed, st={}", st);
+    }
+    st = mDevice->SubmitRawFrame(data.mData, length, nullptr);
+    if (st != KESTATUS_SUCCESS) {
+        return Failed("SubmitRawFrame failed, st={}", st);
+    }
+    mStats.infFramesSent.Add();
+    return KESTATUS_SUCCESS;
+}
+
+void PcapNgFileReader::ThreadRoutine() {
+    mThread.SetState(KEOsWorkerThreadState::Running, KESTATUS_SUCCESS);
+    mIsThreadRunning = true;
+    SendUntilStopped();
+    ClearSendList();
+    mThread.SetState(KEOsWorkerThreadState::Stopping, KESTATUS_SUCCESS);
+}
+
+void PcapNgFileReader::SendUntilStopped() {
+    while (!mThread.IsTerminationRequested()) {
+        if (AreAllFilesRead() && mFramesToSent.IsEmpty()) {
+            Log(KEINFO, "all frames are sent, stop thread");
+            mAreAllFramesSent.store(true, std::memory_order_release);
+            return;
+        }
+        if (IsInErrorState()) {
+            Log(KEWARN, "unrecoverable error occurred, stop thread");
+            return;
+        }
+        KESTATUS st = SendFrames(mClock.Now());
+        if (st != KESTATUS_SUCCESS) {
+            Failed("SendFrames failed, st={}, stop thread", st);
+            mStats.errSendFramesFailed.Add();
+            SetState(State::Error);
+            return;
+        }
+        try {
+            st = FillSendQueue();
+        } catch (const std::bad_alloc&) {
+            st = KESTATUS_NO_MEMORY;
+            mStats.errReadFileFailed.Add();
+        }
+        if (st != KESTATUS_SUCCESS) {
+            Failed("FillSendQueue failed, st={}, stop thread", st);
+            SetState(State::Error);
+            return;
+        }
+        mClock.Sleep(mBlockDelay);
+    }
+}
+
+void PcapNgFileReader::ClearSendList() noexcept {
+    while (RawFrame* const frame = mFramesToSent.RemoveHead()) {
+        mFramePool.PutRawFrame(frame);
+    }
+}
+
+// --- Statistics ----------------------------------------------------------------------------------
+
+std::uint64_t PcapNgFileReader::Statistics::TotalErrorsOccurred() const noexcept {
+    return errInvalidFile + errReadFileFailed + errSendFramesFailed + errInvalidSectionHeader +
+           errUnsupportedVersion + errInvalidInterfaceDesc + errInvalidLinkType + errInvalidEnhPacket +
+           errPacketTruncated + errInvalidFrameLength + errFrameBufferTooSmall + errInvalidOption +
+           errUnsupportedTimestampResolution + errInvalidTimestamp;
+}
+
+void PcapNgFileReader::QuerryStatistics(Statistics& statistics) const noexcept {
+    statistics = {mStats.infFramesSent.Value(),           mStats.errInvalidFile.Value(),
+                  mStats.errReadFileFailed.Value(),       mStats.errSendFramesFailed.Value(),
+                  mStats.errInvalidSectionHeader.Value(), mStats.errUnsupportedVersion.Value(),
+                  mStats.errInvalidInterfaceDesc.Value(), mStats.errInvalidLinkType.Value(),
+                  mStats.errInvalidEnhPacket.Value(),     mStats.errPacketTruncated.Value(),
+                  mStats.errInvalidFrameLength.Value(),   mStats.errFrameBufferTooSmall.Value(),
+                  mStats.errInvalidOption.Value(),        mStats.errUnsupportedTimestampResolution.Value(),
+                  mStats.errInvalidTimestamp.Value()};
+}
+
+void PcapNgFileReader::ResetStatistics() noexcept {
+    for (RelaxedCounter* const counter :
+         {&mStats.infFramesSent, &mStats.errInvalidFile, &mStats.errReadFileFailed,
+          &mStats.errSendFramesFailed, &mStats.errInvalidSectionHeader, &mStats.errUnsupportedVersion,
+          &mStats.errInvalidInterfaceDesc, &mStats.errInvalidLinkType, &mStats.errInvalidEnhPacket,
+          &mStats.errPacketTruncated, &mStats.errInvalidFrameLength, &mStats.errFrameBufferTooSmall,
+          &mStats.errInvalidOption, &mStats.errUnsupportedTimestampResolution, &mStats.errInvalidTimestamp}) {
+        counter->Clear();
+    }
+}
+
+} // namespace flowlane

@@ -1,0 +1,178 @@
+// Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission, with the
+// packets' recorded spacing. A worker thread sends the frames that are due and reads ahead as far as there
+// are free frames in the pool. Blocks and packets that cannot be replayed are counted and skipped; a time
+// that goes back and failures to read or send end the replay.
+//
+// The device is not owned and outlives the reader. Starting and stopping are for one owner thread; state and
+// statistics for any. Messages go to the Global logger.
+#ifndef FLOWLANE_PCAPNGFILEREADER_H
+#define FLOWLANE_PCAPNGFILEREADER_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "KEBuffer.h"
+#include "KEOsWorkerThread.h"
+#include "KEStdPath.h"
+#include "KEUnicode.h"
+#include "PcapNgEnhPacketBlock.h"
+#include "PcapNgFile.h"
+#include "PcapNgInterfaceDescBlock.h"
+#include "PcapNgSectionHeaderBlock.h"
+#include "PipelineClock.h"
+#include "QuaysideDevice.h"
+#include "RawFramePool.h"
+#include "RelaxedCounter.h"
+#include "TNetAddress.h"
+
+namespace flowlane {
+
+class PcapNgFileReader {
+public:
+    // What is read next.
+    enum class State : std::uint32_t {
+        ExpSectionHeader = 0, // a section header block of a version that is understood
+        ExpInterfaceDesc =
+            1,          // an interface description block of Ethernet and a resolution that is understood
+        ReadPacket = 2, // packets, or one of the above anew
+        Done = 3,       // nothing: all has been read
+        Error = 4       // nothing: the replay has failed
+    };
+    // "???" for any other value.
+    static const char* StrForState(State state) noexcept;
+
+    struct Statistics {
+        std::uint64_t infFramesSent = 0;                     // frames submitted to the device
+        std::uint64_t errInvalidFile = 0;                    // failures to go on with the next file or pass
+        std::uint64_t errReadFileFailed = 0;                 // failures to read a block
+        std::uint64_t errSendFramesFailed = 0;               // failures to send
+        std::uint64_t errInvalidSectionHeader = 0;           // section header blocks that are none
+        std::uint64_t errUnsupportedVersion = 0;             // sections of another version than 1.0
+        std::uint64_t errInvalidInterfaceDesc = 0;           // interface description blocks that are none
+        std::uint64_t errInvalidLinkType = 0;                // interfaces that are not Ethernet
+        std::uint64_t errInvalidEnhPacket = 0;               // packet blocks that are none
+        std::uint64_t errPacketTruncated = 0;                // packets that were not captured whole
+        std::uint64_t errInvalidFrameLength = 0;             // packets shorter than an Ethernet header
+        std::uint64_t errFrameBufferTooSmall = 0;            // packets longer than a frame of the pool
+        std::uint64_t errInvalidOption = 0;                  // time resolutions that cannot be read
+        std::uint64_t errUnsupportedTimestampResolution = 0; // neither micro- nor nanoseconds
+        std::uint64_t errInvalidTimestamp = 0; // packets with a time before that of the one before
+
+        // The sum of the error counters.
+        std::uint64_t TotalErrorsOccurred() const noexcept;
+    };
+
+    explicit PcapNgFileReader(PipelineClock& clock = PipelineClock::System()) noexcept;
+    // Stops the reader.
+    ~PcapNgFileReader();
+    PcapNgFileReader(const PcapNgFileReader&) = delete;
+    PcapNgFileReader& operator=(const PcapNgFileReader&) = delete;
+
+    // Opens the first file, reads ahead and starts the thread; the first frame is due half a second later.
+    // fileName: ".pcapng" is appended when it has no extension; for a set, "_" and a number of five digits
+    // from startFileIndex on stand before the extension. frameCount frames of frameSize bytes are read ahead.
+    // replaceSrcMacAddr: frames are sent with the device's own address. loopMode: again and again.
+    //   KESTATUS_NOT_PRESENT        the first file does not exist
+    //   KESTATUS_LENGTH_MISMATCH    the device's MAC address is not one
+    //   KESTATUS_INVALID_PARAMETER  no frames, or more than 4 GiB of them
+    //   KESTATUS_NO_MEMORY
+    // Other failures are those of opening and of reading ahead. Nothing stays open or allocated after one.
+    KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
+                             QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
+                             bool replaceSrcMacAddr, bool readFileSet, bool loopMode);
+    // Ends the replay; frames that are not due yet are not sent. Does nothing without a start.
+    void StopFileReader();
+
+    // All files have been read and all their frames sent.
+    bool AreAllFramesSent() const noexcept { return mAreAllFramesSent.load(std::memory_order_acquire); }
+    bool AreAllFilesRead() const noexcept { return CurrentState() == State::Done; }
+    bool IsInErrorState() const noexcept { return CurrentState() == State::Error; }
+    State CurrentState() const noexcept { return mCurrentState.load(std::memory_order_acquire); }
+
+    void QuerryStatistics(Statistics& statistics) const noexcept;
+    void ResetStatistics() noexcept;
+
+    // The parts of the worker's loop, for the thread that runs the reader.
+
+    // Reads blocks while there are free frames.
+    KESTATUS FillSendQueue();
+    // Sends the frames that are due at now.
+    KESTATUS SendFrames(RawFrameTimePoint now);
+    void ThreadRoutine();
+
+private:
+    KESTATUS ReadDeviceAddress();
+    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
+    kestrelon::KEStdPath CreateNextFilePath();
+    KESTATUS OpenCurrentFile();
+    KESTATUS OpenNextFile();
+    KESTATUS OpenNextFileOfSet();
+    bool IsPassWithoutFrames(const char* message);
+    void ProcessBlock();
+    void ProcessSectionHeaderBlock();
+    void ProcessInterfaceDescBlock();
+    void ProcessEnhPacketBlock();
+    void ProcessSectionHeader(const PcapNgSectionHeaderBlock& block);
+    void ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block);
+    bool ReadTimestampFactor(const PcapNgInterfaceDescBlock& block);
+    void ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet);
+    bool AdvanceSendTime(std::uint64_t timestamp);
+    void QueueFrame(kestrelon::KEConstBufferReference data);
+    void PatchRawFrameData(RawFrame& frame) const noexcept;
+    KESTATUS SubmitFrame(const RawFrame& frame);
+    void SendUntilStopped();
+    void ClearSendList() noexcept;
+    void SetState(State state);
+
+    PipelineClock& mClock;
+    kestrelon::KEOsWorkerThread mThread;
+    std::string mFileName;
+    std::uint32_t mStartFileIndex = 0;
+    std::uint32_t mFileNumber = 0; // of the next file of a set
+    kestrelon::KEStdPath mCurrentFilePath;
+    PcapNgFile mFile;
+    kestrelon::KEBufferBlock mBlockData; // the block just read
+    std::atomic<State> mCurrentState{State::ExpSectionHeader};
+    RawFramePool mFramePool;
+    RawFrameList mFramesToSent;     // in the order of the file
+    RawFrameTimePoint mCurSendTime; // of the last packet read
+    const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
+    const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
+    std::uint64_t mLastReadTimestamp = 0;
+    std::uint32_t mTimestampFactor = 0; // nanoseconds of a unit
+    QuaysideDevice* mDevice = nullptr;
+    kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
+    const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
+    // Each is raised by the thread that runs the reader.
+    struct {
+        RelaxedCounter infFramesSent;
+        RelaxedCounter errInvalidFile;
+        RelaxedCounter errReadFileFailed;
+        RelaxedCounter errSendFramesFailed;
+        RelaxedCounter errInvalidSectionHeader;
+        RelaxedCounter errUnsupportedVersion;
+        RelaxedCounter errInvalidInterfaceDesc;
+        RelaxedCounter errInvalidLinkType;
+        RelaxedCounter errInvalidEnhPacket;
+        RelaxedCounter errPacketTruncated;
+        RelaxedCounter errInvalidFrameLength;
+        RelaxedCounter errFrameBufferTooSmall;
+        RelaxedCounter errInvalidOption;
+        RelaxedCounter errUnsupportedTimestampResolution;
+        RelaxedCounter errInvalidTimestamp;
+    } mStats;
+    bool mLastReadTimestampValid = false;
+    bool mAddInitialOffset = false;
+    bool mReplaceSrcMacAddr = false;
+    bool mLoopMode = false;
+    bool mReadFileSet = false;
+    bool mIsStarted = false;
+    bool mIsThreadRunning = false;              // as the thread sees it
+    bool mIsFrameQueued = false;                // since the start of this pass through the file or the set
+    std::atomic<bool> mAreAllFramesSent{false}; // what AreAllFramesSent answers to other threads
+};
+
+} // namespace flowlane
+
+#endif
