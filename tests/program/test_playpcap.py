@@ -1,0 +1,342 @@
+"""The playpcap command: its arguments, what it prints, the frames it sends and when, files of others and hostile
+files."""
+
+import re
+import signal
+import struct
+import subprocess
+import time
+
+import pytest
+
+import capture
+import rtp
+import tsfile
+from lanes import FLOWLANE, LANE_SEND, TIMEOUT, Running, exit_status, run, run_with_fake_device, wait_for
+from tools import tool
+
+KESTATUS_INVALID_PARAMETER = 0xE0000041
+VERSION_LINE = "Quayside library API Version 2.20."
+RUNNING = "press any key to stop..."
+COUNTS = r"(\d+) frames successfully sent, (\d+) errors occured"
+DETAILS = [
+    "  Invalid file:                     ",
+    "  Read file failed:                 ",
+    "  Send frames failed:               ",
+    "  Invalid section headers:          ",
+    "  Unsupported format version:       ",
+    "  Invalid interface description:    ",
+    "  Invalid link type:                ",
+    "  Invalid enhanced packet:          ",
+    "  Packet truncated:                 ",
+    "  Invalid frame length:             ",
+    "  Frame buffer tooo small:          ",
+    "  Invalid option:                   ",
+    "  Unsupported timestamp resolution: ",
+    "  Invalid timestamp:                ",
+]
+
+
+def block(kind, body):
+    length = 12 + len(body)
+    return struct.pack("<II", kind, length) + body + struct.pack("<I", length)
+
+
+SECTION = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1))
+NANOSECONDS = struct.pack("<HHB3x", 9, 1, 9) + bytes(4)
+INTERFACE = block(1, struct.pack("<HHI", 1, 0, 0) + NANOSECONDS)
+
+
+def packet(data, timestamp):
+    return block(6, struct.pack("<IIIII", 0, timestamp >> 32, timestamp & 0xFFFFFFFF, len(data), len(data)) +
+                 data + bytes(-len(data) % 4))
+
+
+def frame(number, length=60):
+    return bytes.fromhex("ffffffffffff" "02aabbccddee" "88b5") + number.to_bytes(4, "big") + bytes(length - 18)
+
+
+def file_of(count, spacing, start=1_700_000_000_000_000_000):
+    """Numbered frames; spacing in nanoseconds."""
+    return SECTION + INTERFACE + b"".join(packet(frame(i), start + i * spacing) for i in range(count))
+
+
+def test_missing_arguments():
+    result = run("playpcap", "-i", "1")
+    assert result.stdout == VERSION_LINE + "\n"
+    assert result.stderr.splitlines() == ["Missing arguments.", "For usage information, run flowlane help."]
+    assert result.returncode == exit_status(KESTATUS_INVALID_PARAMETER)
+
+
+@pytest.mark.parametrize("script, lines, status", [
+    ("OpenRawTxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("GetDevicePropertyBinary=0xE0000039", ["StartFileReader failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
+     0xE0000039),
+    ("mac_size=8", ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
+    # A failure to send ends the replay, which is told, and no failure of the command.
+    ("SubmitRawFrame=0xE0000031",
+     ["Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."], 0),
+])
+def test_device_failures(tmp_path, script, lines, status):
+    path = tmp_path / "file.pcapng"
+    path.write_bytes(file_of(2, 1000))
+    result = run_with_fake_device("playpcap", path, script=script)
+    assert result.stderr.splitlines()[-1:] == lines
+    assert result.returncode == exit_status(status)
+    if status == 0:
+        assert summary(result.stdout.splitlines()) == (0, [0, 0, 1] + [0] * 11)
+
+
+def summary(lines):
+    """Frames sent, and the error counters in their order."""
+    end = lines.index("Stop PCAPNG file reader...")
+    rest = lines[end + 1:]
+    details = [0] * len(DETAILS)
+    if rest[0] == "Errors occurred!":
+        assert rest[2] == "Details:"
+        assert [line[:len(label)] for label, line in zip(DETAILS, rest[3:])] == DETAILS
+        assert len(rest) == 3 + len(DETAILS)
+        details = [int(line[len(label):]) for label, line in zip(DETAILS, rest[3:])]
+        rest = rest[1:2]
+    assert len(rest) == 1
+    sent, errors = (int(number) for number in re.fullmatch(COUNTS, rest[0]).groups())
+    assert errors == sum(details)
+    return sent, details
+
+
+def test_lines_of_a_run(segment, tmp_path):
+    path = tmp_path / "file.pcapng"
+    path.write_bytes(file_of(3, 100_000_000))
+    result = segment.run("playpcap", path, "ignored argument", "-n", "lane-1")
+    assert result.returncode == 0 and result.stderr == ""
+    lines = result.stdout.splitlines()
+    assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
+    del lines[2]
+    statistics = [line for line in lines if re.fullmatch(COUNTS, line)]
+    assert statistics[0] == "0 frames successfully sent, 0 errors occured"
+    assert statistics[-2:] == ["3 frames successfully sent, 0 errors occured"] * 2
+    assert [line for line in lines[:-1] if line not in statistics] == [
+        VERSION_LINE,
+        "Enumerate available devices...",
+        "Start PCAPNG file reader on device lane-1(0)...",
+        "Send frames from PCAPNG file(s), press any key to stop...",
+        "Successfully sent frames within PCAPNG file(s)...",
+        "Stop PCAPNG file reader...",
+    ]
+
+
+@pytest.mark.parametrize("args, name", [
+    (["missing"], "missing.pcapng"), (["missing.cap"], "missing.cap"), (["file", "-i", "7"], "file_00007.pcapng"),
+    (["file.pcapng", "-i", "7"], "file_00007.pcapng")])
+def test_file_that_does_not_exist(segment, tmp_path, args, name):
+    (tmp_path / "file_00001.pcapng").write_bytes(file_of(1, 0))
+    result = segment.run("playpcap", tmp_path / args[0], *args[1:])
+    assert result.stderr.splitlines() == [f"File '{tmp_path / name}' does not exist.",
+                                          "StartFileReader failed, st=0xe0000038(KESTATUS_NOT_PRESENT)."]
+    assert result.returncode == exit_status(0xE0000038)
+
+
+def test_folder_instead_of_a_file(segment, tmp_path):
+    folder = tmp_path / "folder.pcapng"
+    folder.mkdir()
+    result = segment.run("playpcap", folder)
+    assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.\n", result.stderr)
+    assert result.returncode != 0
+
+
+def replay(segment, tmp_path, path, *options):
+    """Replays to the end. Returns the process's result, and the frames with their times as lane-2 got them."""
+    captured = tmp_path / "replayed.pcap"
+    with segment.receiver(captured) as receiver:
+        result = segment.run("playpcap", path, "-n", "lane-1", *options)
+    assert result.returncode == 0, result.stderr
+    assert receiver.summary.endswith(", 0 missing")
+    return result, capture.frames(captured)
+
+
+def test_order_bytes_and_spacing(segment, tmp_path):
+    path = tmp_path / "file.pcapng"
+    spacing = 3_000_000
+    path.write_bytes(file_of(500, spacing))
+    result, frames = replay(segment, tmp_path, path)
+    assert [data for _, data in frames] == [frame(i) for i in range(500)]
+    assert summary(result.stdout.splitlines()) == (500, [0] * 14)
+    # Late by no more than the round and what a busy machine adds; never early.
+    offsets = [when - i * spacing for i, (when, _) in enumerate(frames)]
+    lateness = sorted(offset - min(offsets) for offset in offsets)
+    assert lateness[len(lateness) // 2] < 30_000_000
+
+
+def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):
+    def record(name, *player):
+        path = tmp_path / name
+        with Running(segment.env, "pcap", path, "-n", "lane-3") as program:
+            program.read_until(RUNNING)
+            subprocess.run(player, env=segment.env, check=True, stdin=subprocess.DEVNULL,
+                           stdout=subprocess.DEVNULL, timeout=TIMEOUT)
+            program.read_until("successfully written")
+        converted = tmp_path / f"{name}.pcap"
+        tool("editcap", "-F", "nsecpcap", f"{path}.pcapng", converted)
+        return capture.frames(converted)
+
+    first = record("first", LANE_SEND, "-n", "lane-1", "-c", "3000", "-r", "2000")
+    second = record("second", FLOWLANE, "playpcap", tmp_path / "first", "-n", "lane-1")
+    assert len(first) == 3000
+    assert [data for _, data in second] == [data for _, data in first]
+    shift = [after - before for (before, _), (after, _) in zip(first, second)]
+    lateness = sorted(offset - min(shift) for offset in shift)
+    assert lateness[len(lateness) // 2] < 50_000_000
+
+
+def test_file_set_and_source_address(segment, tmp_path):
+    for number in (1, 2, 3):
+        (tmp_path / f"set_{number:05}.pcapng").write_bytes(
+            SECTION + INTERFACE + packet(frame(number), number * 1_000_000))
+    result, frames = replay(segment, tmp_path, tmp_path / "set", "-i", "2", "-flsm")
+    assert [int.from_bytes(data[14:18], "big") for _, data in frames] == [2, 3]
+    assert {data[6:12].hex() for _, data in frames} == {"025142580001"}
+    assert summary(result.stdout.splitlines())[0] == 2
+
+
+def test_loop_until_asked_to_end(segment, tmp_path):
+    path = tmp_path / "file.pcapng"
+    path.write_bytes(file_of(2, 1_000_000))
+    captured = tmp_path / "replayed.pcap"
+    with segment.receiver(captured), Running(segment.env, "playpcap", path, "-n", "lane-1", "-l") as program:
+        wait_for(lambda: int(re.fullmatch(COUNTS, program.read_until("successfully sent"))[1]) >= 10, "passes")
+    assert "Successfully sent" not in "".join(program.lines)
+    frames = capture.frames(captured)
+    assert [data for _, data in frames] == [frame(i % 2) for i in range(len(frames))]
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_stops_when_asked(segment, tmp_path, number):
+    path = tmp_path / "file.pcapng"
+    path.write_bytes(file_of(1000, 1_000_000_000))
+    with Running(segment.env, "playpcap", path) as program:
+        program.read_until("successfully sent")
+        program.process.send_signal(number)
+        program.read_until("Stop PCAPNG file reader...")
+        assert program.process.wait(timeout=60) == 0
+
+
+# --- Files of others -----------------------------------------------------------------------------
+
+def write_pcap(path, frames, magic=0xA1B23C4D):
+    """A classic capture file for the tools to convert."""
+    unit = 1_000_000_000 if magic == 0xA1B23C4D else 1_000_000
+    data = struct.pack("<IHHiIII", magic, 2, 4, 0, 0, 65535, 1)
+    for when, content in frames:
+        data += struct.pack("<IIII", when // 10**9, when % 10**9 * unit // 10**9, len(content), len(content))
+        data += content
+    path.write_bytes(data)
+
+
+@pytest.mark.parametrize("magic", [0xA1B23C4D, 0xA1B2C3D4], ids=["nanoseconds", "microseconds"])
+@pytest.mark.parametrize("editcap", [
+    ["-F", "pcapng"],
+    ["-F", "pcapng", "--capture-comment", "a comment for the whole section"],
+    ["-F", "pcapng", "-a", "1:a comment", "-a", "3:another comment of another length"],
+    ["-F", "pcapng", "--inject-secrets", "tls,{secrets}"],
+], ids=["plain", "section comment", "packet comments", "secrets"])
+def test_files_of_editcap(segment, tmp_path, magic, editcap):
+    secrets = tmp_path / "secrets"
+    secrets.write_text(f"CLIENT_RANDOM {'ab' * 32} {'cd' * 48}\n")
+    start = 1_700_000_000_000_000_000
+    sent = [(start + i * 5_000_000, frame(i, 60 + i)) for i in range(40)]
+    classic = tmp_path / "classic.pcap"
+    write_pcap(classic, sent, magic)
+    path = tmp_path / "file.pcapng"
+    tool("editcap", *(word.format(secrets=secrets) for word in editcap), classic, path)
+    result, frames = replay(segment, tmp_path, path)
+    assert [data for _, data in frames] == [data for _, data in sent]
+    assert summary(result.stdout.splitlines()) == (40, [0] * 14)
+    span = frames[-1][0] - frames[0][0]
+    assert 39 * 5_000_000 - 20_000_000 < span < 39 * 5_000_000 + 1_000_000_000
+
+
+def test_merged_file_with_several_interfaces(segment, tmp_path):
+    start = 1_700_000_000_000_000_000
+    parts = []
+    for part in range(3):
+        parts.append(tmp_path / f"part{part}.pcap")
+        write_pcap(parts[-1], [(start + (3 * i + part) * 1_000_000, frame(3 * i + part)) for i in range(20)])
+    path = tmp_path / "file.pcapng"
+    tool("mergecap", "-w", path, *parts)
+    _, frames = replay(segment, tmp_path, path)
+    assert [data for _, data in frames] == [frame(i) for i in range(60)]
+
+
+def test_sections_one_after_the_other(segment, tmp_path):
+    path = tmp_path / "file.pcapng"
+    # Of them, those of version 2.0 and of the other byte order are left out.
+    version_2 = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 2, 0, -1))
+    other_order = block(0x0A0D0D0A, struct.pack("<IHHq", 0x4D3C2B1A, 1, 0, -1))
+    path.write_bytes(b"".join([
+        SECTION, INTERFACE, packet(frame(1), 10), block(5, bytes(12)), block(4, bytes(4)),
+        version_2, INTERFACE, packet(frame(2), 20),
+        other_order, INTERFACE, packet(frame(3), 30),
+        SECTION, block(0x80001111, bytes(40)), INTERFACE, packet(frame(4), 40)]))
+    result, frames = replay(segment, tmp_path, path)
+    assert [data for _, data in frames] == [frame(1), frame(4)]
+    assert summary(result.stdout.splitlines()) == (2, [0, 0, 0, 1, 1] + [0] * 9)
+
+
+# --- Hostile files -------------------------------------------------------------------------------
+
+def fake_replay(path):
+    """With a device that takes everything, and a limit of memory far above the need."""
+    return run_with_fake_device("playpcap", path, "-fbs", "10", script="devices=1")
+
+
+def damaged_files():
+    valid = file_of(2, 0)
+    lengths = [4, len(SECTION) + 4, len(SECTION) + len(INTERFACE) + 4,
+               len(SECTION) + len(INTERFACE) + 20, len(SECTION) + len(INTERFACE) + 24]
+    for place in lengths:
+        value = struct.unpack_from("<I", valid, place)[0]
+        for other in {0, 4, 7, 8, 0x7FFFFFFF, 0xFFFFFFFF, *(value + d for d in (-4, -3, -1, 1, 3, 4))}:
+            yield f"{place}={other:#x}", valid[:place] + struct.pack("<I", other) + valid[place + 4:]
+    for end in range(0, len(valid), 7):
+        yield f"cut{end}", valid[:end]
+
+
+def test_damaged_files_end_with_a_status(tmp_path):
+    path = tmp_path / "file.pcapng"
+    seen = set()
+    for name, data in damaged_files():
+        path.write_bytes(data)
+        result = fake_replay(path)
+        assert result.returncode >= 0, f"{name}: killed by a signal"
+        assert "Out of memory" not in result.stderr
+        lines = result.stdout.splitlines()
+        if "Stop PCAPNG file reader..." in lines:
+            sent, details = summary(lines)
+            seen.add("ran")
+            assert sent <= 2
+            # Everything was sent, or a counter says why not.
+            assert sent == 2 or sum(details) > 0 or name.startswith("cut"), name
+        else:
+            seen.add("refused")
+            assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.", result.stderr.splitlines()[-1])
+    assert seen == {"ran", "refused"}
+
+
+# --- The whole round -----------------------------------------------------------------------------
+
+def test_recorded_stream_is_forwarded(segment, tmp_path):
+    """ts2av is captured from lane-3; its replay is forwarded by av2rtp from lane-2."""
+    stream = tmp_path / "stream.ts"
+    stream.write_bytes(tsfile.stream(seconds=2, rate=500))
+    expected = tsfile.delivered_part(stream.read_bytes())
+    with Running(segment.env, "pcap", tmp_path / "recorded", "-n", "lane-3") as program:
+        program.read_until(RUNNING)
+        assert segment.run("ts2av", stream, "-n", "lane-1").returncode == 0
+        program.read_until("successfully written")
+        time.sleep(0.2)
+    with rtp.Receiver() as receiver:
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", "lane-2") as program:
+            program.read_until(RUNNING)
+            assert segment.run("playpcap", tmp_path / "recorded", "-n", "lane-1").returncode == 0
+            program.read_until(f"TS packets sent: {len(expected)}, ")
+    assert rtp.split(receiver.datagrams) == expected
