@@ -32,7 +32,7 @@ def main():
         FLOWLANE_SOURCE=str(top),
         FLOWLANE_BIN=str(args.build / "source_linux" / "flowlane" / "flowlane"),
         LANE_DUMP_BIN=str(args.build / "tests" / "support" / "segment" / "lane-dump"),
-        FAKE_DEVICE_DIR="")
+        LANE_SEND_BIN="", FAKE_DEVICE_DIR="")
     import capture
     import lanes
     import tsfile
