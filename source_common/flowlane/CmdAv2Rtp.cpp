@@ -1,3 +1,6 @@
+#include <string>
+#include <system_error>
+
 #include "AvtpSource.h"
 #include "CmdLine.h"
 #include "CommandChecks.h"
@@ -7,6 +10,7 @@
 #include "LogCons.h"
 #include "RtpUdpSink.h"
 #include "StopRequest.h"
+#include "kestatus_util.h"
 
 namespace flowlane {
 
@@ -36,6 +40,15 @@ KESTATUS CheckArguments(KEEthernetMacAddress& sourceAddress) {
     return st == KESTATUS_SUCCESS ? CheckPortNumberOption() : st;
 }
 
+// What a status means; those of an errno have not all a text of their own.
+std::string TextOf(KESTATUS st) {
+    constexpr KESTATUS cErrnoMask = 0xFFFF;
+    if ((st & ~cErrnoMask) == KESTATUS_LINUX_BASE) {
+        return std::generic_category().message(static_cast<int>(st & cErrnoMask));
+    }
+    return KEStatusTextA(st);
+}
+
 // Tells of sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
 // on the console would say so.
 class SendFailureReport {
@@ -43,9 +56,10 @@ public:
     void Print(const RtpUdpSink::Statistics& stats) {
         if (stats.errSendFailed != mReported) {
             mReported = stats.errSendFailed;
-            KEOutputLogMessage(
-                logger::Cons, KEWARN, "UDP send failures: {}, UDP packets dropped: {}, last failure st={}.",
-                stats.errSendFailed, stats.errUdpPacketsDropped, KEFormatArgKEStatus(stats.lastSendFailure));
+            KEOutputLogMessage(logger::Cons, KEWARN,
+                               "UDP send failures: {}, UDP packets dropped: {}, last failure st={}: {}",
+                               stats.errSendFailed, stats.errUdpPacketsDropped,
+                               KEFormatArgKEStatus(stats.lastSendFailure), TextOf(stats.lastSendFailure));
         }
     }
 
