@@ -336,7 +336,7 @@ def test_what_came_before_the_key_is_in_the_file(segment, tmp_path):
 
 
 def test_killed_at_any_moment(segment, tmp_path):
-    """What is on disk is readable up to its last whole block; the headers are always there."""
+    """What is on disk is readable up to its last whole block; the headers are there with the file."""
     chance = random.Random(20)
     flood = subprocess.Popen([LANE_SEND, "-n", "lane-1", "-c", "0", "-r", "20000"], env=segment.env,
                              stdout=subprocess.PIPE)
@@ -351,7 +351,10 @@ def test_killed_at_any_moment(segment, tmp_path):
                 os.kill(program.process.pid, signal.SIGKILL)
                 program.process.wait()
                 program.process.communicate()
-            for file in sorted(tmp_path.glob(f"file{number}*.pcapng")):
+            files = sorted(tmp_path.glob(f"file{number}*.pcapng"))
+            if number % 2 and len(files) > 1 and files[-1].stat().st_size == 0:
+                files.pop().unlink()  # killed between creating a file of a set and writing its headers
+            for file in files:
                 found, rest = blocks(file)
                 assert [kind for kind, _ in found[:2]] == [0x0A0D0D0A, 1]
                 seen.add(min(len(found), 3))

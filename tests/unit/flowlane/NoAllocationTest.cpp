@@ -6,8 +6,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
-#include <thread>
 
+#include "AllocationGate.h"
 #include "AvtpSink.h"
 #include "CountedAllocations.h"
 #include "FakeDevice.h"
@@ -21,28 +21,6 @@ using namespace kestrelon;
 using namespace testsupport;
 
 namespace {
-
-// Holds every other thread than the test's back until the test begins to count.
-class GatedClock final : public PipelineClock {
-public:
-    explicit GatedClock(unsigned maxSleeps) : mClock(maxSleeps) {}
-
-    TimePoint Now() noexcept override {
-        while (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
-            mIsReached.store(true);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return mClock.Now();
-    }
-    void Sleep(unsigned milliseconds) noexcept override { mClock.Sleep(milliseconds); }
-
-    VirtualClock mClock;
-    std::atomic<bool> mIsClosed{true};
-    std::atomic<bool> mIsReached{false};
-
-private:
-    const std::thread::id mOwner = std::this_thread::get_id();
-};
 
 // Formats every message, keeps none.
 class CountingTarget final : public KELogTarget {
@@ -91,10 +69,9 @@ void PlayAndCount(bool rewindFile, std::size_t& allocations, std::uint64_t& pack
     TSFileSource source(clock);
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, rewindFile, 500), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    // A sanitizer allocates for a new thread, on that thread.
-    ASSERT_TRUE(WaitUntil([&] { return clock.mIsReached.load(); }));
+    ASSERT_TRUE(WaitUntil([&] { return clock.mGate.IsReached(); }));
     const std::size_t before = AllocationCount();
-    clock.mIsClosed = false;
+    clock.mGate.Open();
 
     const auto isDone = [&] {
         return rewindFile ? clock.mClock.StoodStill() > 1 : source.IsEndOfFileReached();

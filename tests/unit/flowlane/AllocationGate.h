@@ -1,0 +1,49 @@
+// Holds a thread back until a test begins to count allocations: a sanitizer allocates for a new thread, on
+// that thread.
+#ifndef FLOWLANE_TESTS_ALLOCATIONGATE_H
+#define FLOWLANE_TESTS_ALLOCATIONGATE_H
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "VirtualClock.h"
+
+namespace testsupport {
+
+class AllocationGate {
+public:
+    // Waits until it is open; the test's own thread passes at once.
+    void Pass() noexcept {
+        while (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
+            mIsReached.store(true);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    bool IsReached() const noexcept { return mIsReached.load(); }
+    void Open() noexcept { mIsClosed.store(false); }
+
+private:
+    std::atomic<bool> mIsClosed{true};
+    std::atomic<bool> mIsReached{false};
+    const std::thread::id mOwner = std::this_thread::get_id();
+};
+
+// Virtual time that begins when the gate is open.
+class GatedClock final : public flowlane::PipelineClock {
+public:
+    explicit GatedClock(unsigned maxSleeps) : mClock(maxSleeps) {}
+
+    TimePoint Now() noexcept override {
+        mGate.Pass();
+        return mClock.Now();
+    }
+    void Sleep(unsigned milliseconds) noexcept override { mClock.Sleep(milliseconds); }
+
+    VirtualClock mClock;
+    AllocationGate mGate;
+};
+
+} // namespace testsupport
+
+#endif
