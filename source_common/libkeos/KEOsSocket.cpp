@@ -29,6 +29,38 @@ KESTATUS Failure(const KELogMsgHeaderTag& function, const char* format, int err,
     return StatusFromErrno(err);
 }
 
+// Warns of a step that failed; gives its status.
+KESTATUS LogStep(const KELogMsgHeaderTag& function, const char* format, KESTATUS st) noexcept {
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Global, KEWARN, function, format, KEFormatArgKEStatus(st));
+    }
+    return st;
+}
+
+// Creates a socket for each address until use(address) succeeds. When it never does, the socket is closed and
+// the last status returned.
+template <typename Use>
+KESTATUS UseOneOf(KEOsSocket& socket, const KEOsSocketAddressInfo& addresses,
+                  const KELogMsgHeaderTag& function, const Use& use) noexcept {
+    const addrinfo* address = addresses.AddressInfo();
+    if (!address) {
+        return KESTATUS_NO_ADDRESS;
+    }
+    KESTATUS st = KESTATUS_SUCCESS;
+    for (; address; address = address->ai_next) {
+        st = LogStep(function, "CreateSocket failed, st={}",
+                     socket.CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol));
+        if (st == KESTATUS_SUCCESS) {
+            st = use(*address);
+        }
+        if (st == KESTATUS_SUCCESS) {
+            return KESTATUS_SUCCESS;
+        }
+    }
+    socket.CloseSocket();
+    return st;
+}
+
 // One system call, in non-blocking mode a wait for what it needs, and the call again. transfer() gives the
 // call's result.
 template <typename Transfer>
@@ -142,60 +174,27 @@ KESTATUS KEOsSocket::Shutdown(int how) noexcept {
 }
 
 KESTATUS KEOsSocket::ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept {
-    const addrinfo* address = addresses.AddressInfo();
-    if (!address) {
-        return KESTATUS_NO_ADDRESS;
-    }
-    KESTATUS st = KESTATUS_SUCCESS;
-    for (; address; address = address->ai_next) {
-        st = CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol);
-        if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "CreateSocket failed, st={}",
-                               KEFormatArgKEStatus(st));
-            continue;
-        }
-        st = Connect(*address->ai_addr, address->ai_addrlen);
-        if (st == KESTATUS_SUCCESS) {
-            return KESTATUS_SUCCESS;
-        }
-        KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "Connect failed, st={}",
-                           KEFormatArgKEStatus(st));
-    }
-    CloseSocket();
-    return st;
+    const KELogMsgHeaderTag& function = KE_FUNCTION_TAG;
+    const auto connectTo = [&](const addrinfo& address) {
+        return LogStep(function, "Connect failed, st={}", Connect(*address.ai_addr, address.ai_addrlen));
+    };
+    return UseOneOf(*this, addresses, function, connectTo);
 }
 
 KESTATUS KEOsSocket::BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept {
-    const addrinfo* address = addresses.AddressInfo();
-    if (!address) {
-        return KESTATUS_NO_ADDRESS;
-    }
-    KESTATUS st = KESTATUS_SUCCESS;
-    for (; address; address = address->ai_next) {
-        st = CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol);
-        if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "CreateSocket failed, st={}",
-                               KEFormatArgKEStatus(st));
-            continue;
-        }
+    const KELogMsgHeaderTag& function = KE_FUNCTION_TAG;
+    const auto bindTo = [&](const addrinfo& address) {
         if (reuseAddress) {
             const std::int32_t on = 1;
-            st = SetSocketOption(SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+            const KESTATUS st = LogStep(function, "EnableReuseAddress failed, st={}",
+                                        SetSocketOption(SOL_SOCKET, SO_REUSEADDR, &on, sizeof on));
             if (st != KESTATUS_SUCCESS) {
-                KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG,
-                                   "EnableReuseAddress failed, st={}", KEFormatArgKEStatus(st));
-                continue;
+                return st;
             }
         }
-        st = Bind(*address->ai_addr, address->ai_addrlen);
-        if (st == KESTATUS_SUCCESS) {
-            return KESTATUS_SUCCESS;
-        }
-        KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "Bind failed, st={}",
-                           KEFormatArgKEStatus(st));
-    }
-    CloseSocket();
-    return st;
+        return LogStep(function, "Bind failed, st={}", Bind(*address.ai_addr, address.ai_addrlen));
+    };
+    return UseOneOf(*this, addresses, function, bindTo);
 }
 
 KESTATUS KEOsSocket::WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept {

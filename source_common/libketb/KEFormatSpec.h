@@ -6,7 +6,7 @@
 
 namespace kestrelon {
 
-// All zero: a field without a format specification.
+// All zero: a field without a format spec.
 struct KEFormatSpec {
     enum Flags : std::uint32_t {
         Hexadecimal = 0x2,

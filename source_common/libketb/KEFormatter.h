@@ -243,7 +243,7 @@ public:
     std::size_t FormatArgs(const CharT* format, const fmtimpl::ArgumentHolder* args,
                            std::size_t count) noexcept;
 
-    // Reads one format specification, from the character behind the ":" on; position is left on the
+    // Reads one format spec, from the character behind the ":" on; position is left on the
     // character that ended it, or behind one that is not supported.
     static fmtimpl::FormatSpecError ExtractFormatSpec(const CharT*& position, KEFormatSpec& spec) noexcept;
 };

@@ -7,6 +7,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support
 import pytest
 
 import lanes
+import tsfile
 
 
 @pytest.fixture
@@ -15,3 +16,11 @@ def segment(request):
     owned = lanes.Segment(name)
     yield owned
     owned.remove()
+
+
+@pytest.fixture
+def short_file(tmp_path):
+    """A second of a stream of 1000 packets/s."""
+    path = tmp_path / "short.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=1000))
+    return path

@@ -10,28 +10,14 @@ import pytest
 
 import rtp
 import tsfile
+from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
+from arguments import VERSION_LINE, mac_failure
 from lanes import FAKE_DEVICE_DIR, LANE_SEND, Running, exit_status, run, run_with_fake_device
 from lanes import sanitized_environment, wait_for
 
-KESTATUS_INVALID_PARAMETER = 0xE0000041
-KESTATUS_INVALID_LENGTH = 0xE0000042
-KESTATUS_INVALID_FORMAT = 0xE0000051
-VERSION_LINE = "Quayside library API Version 2.20."
 RUNNING = "press any key to stop..."
 STATISTICS = r"AVTP packets received: (\d+), TS packets sent: (\d+), UDP packets sent: (\d+)"
 LANE_1_ADDRESS = "025142580001"
-
-
-@pytest.fixture
-def short_file(tmp_path):
-    """A second of a stream of 1000 packets/s."""
-    path = tmp_path / "short.ts"
-    path.write_bytes(tsfile.stream(seconds=1, rate=1000))
-    return path
-
-
-def mac_failure(text, status, name):
-    return f"InitFromString('{text}') failed, st=0x{status:08x}({name})."
 
 
 @pytest.mark.parametrize("args, lines, status", [

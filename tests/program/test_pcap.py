@@ -14,11 +14,10 @@ import pexpect
 import pytest
 
 import capture
+from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
 from lanes import FLOWLANE, LANE_SEND, TIMEOUT, Running, exit_status, run, run_with_fake_device, wait_for
 from tools import tool
 
-KESTATUS_INVALID_PARAMETER = 0xE0000041
-VERSION_LINE = "Quayside library API Version 2.20."
 RUNNING = "press any key to stop..."
 COUNTS = r"(\d+) frames successfully written, (\d+) frames dropped"
 DETAILS = [

@@ -12,11 +12,10 @@ import pytest
 import capture
 import rtp
 import tsfile
+from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
 from lanes import FLOWLANE, LANE_SEND, TIMEOUT, Running, exit_status, run, run_with_fake_device, wait_for
 from tools import tool
 
-KESTATUS_INVALID_PARAMETER = 0xE0000041
-VERSION_LINE = "Quayside library API Version 2.20."
 RUNNING = "press any key to stop..."
 COUNTS = r"(\d+) frames successfully sent, (\d+) errors occured"
 DETAILS = [
@@ -161,7 +160,7 @@ def test_order_bytes_and_spacing(segment, tmp_path):
     result, frames = replay(segment, tmp_path, path)
     assert [data for _, data in frames] == [frame(i) for i in range(500)]
     assert summary(result.stdout.splitlines()) == (500, [0] * 14)
-    # Late by no more than the round and what a busy machine adds; never early.
+    # Late by no more than the round and what a busy machine adds, half of the time at least.
     offsets = [when - i * spacing for i, (when, _) in enumerate(frames)]
     lateness = sorted(offset - min(offsets) for offset in offsets)
     assert lateness[len(lateness) // 2] < 30_000_000

@@ -6,25 +6,11 @@ import pytest
 
 import capture
 import tsfile
+from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
+from arguments import VERSION_LINE, mac_failure
 from lanes import SAMPLES, exit_status, run, run_with_fake_device
 
-KESTATUS_INVALID_PARAMETER = 0xE0000041
-KESTATUS_INVALID_LENGTH = 0xE0000042
-KESTATUS_INVALID_FORMAT = 0xE0000051
-VERSION_LINE = "Quayside library API Version 2.20."
 LANE_1_ADDRESS = "025142580001"
-
-
-@pytest.fixture
-def short_file(tmp_path):
-    """A second of a stream of 1000 packets/s."""
-    path = tmp_path / "short.ts"
-    path.write_bytes(tsfile.stream(seconds=1, rate=1000))
-    return path
-
-
-def mac_failure(text, status, name):
-    return f"InitFromString('{text}') failed, st=0x{status:08x}({name})."
 
 
 @pytest.mark.parametrize("args, lines, status", [

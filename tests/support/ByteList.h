@@ -34,6 +34,12 @@ inline ByteList LE64(std::uint64_t value) {
     return Concat({LE32(value), LE32(value >> 32)});
 }
 
+// A pcap-ng block: type, length, body, length.
+inline ByteList Block(std::uint64_t type, const ByteList& body) {
+    const std::size_t length = 12 + body.size();
+    return Concat({LE32(type), LE32(length), body, LE32(length)});
+}
+
 inline ByteList Text(const char* text) {
     return {text, text + std::strlen(text)};
 }

@@ -125,19 +125,15 @@ TEST_F(NoAllocationCaptureTest, Capturing) {
 
 TEST_F(NoAllocationCaptureTest, Replaying) {
     ASSERT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
-    const auto block = [](std::uint64_t type, const ByteList& body) {
-        const std::size_t length = 12 + body.size();
-        return Concat({LE32(type), LE32(length), body, LE32(length)});
-    };
     const ByteList headers = Concat(
-        {block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0}), LE32(0)})),
-         block(1, Concat({LE16(1), LE16(0), LE32(0)}))});
+        {Block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0}), LE32(0)})),
+         Block(1, Concat({LE16(1), LE16(0), LE32(0)}))});
     std::ofstream file(mFolder / "file.pcapng", std::ios::binary);
     file.write(reinterpret_cast<const char*>(headers.data()), static_cast<std::streamsize>(headers.size()));
     for (unsigned number = 0; number < 2000; ++number) {
         const unsigned length = 60 + number % 1400;
         const ByteList packet =
-            block(6, Concat({LE32(0), LE32(0), LE32(number * 100), LE32(length), LE32(length),
+            Block(6, Concat({LE32(0), LE32(0), LE32(number * 100), LE32(length), LE32(length),
                              ByteList(length, 7), ByteList((4 - length % 4) % 4, 0), LE32(0)}));
         file.write(reinterpret_cast<const char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
     }

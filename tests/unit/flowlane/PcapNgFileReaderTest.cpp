@@ -30,11 +30,6 @@ using Statistics = PcapNgFileReader::Statistics;
 
 // --- Blocks --------------------------------------------------------------------------------------
 
-ByteList Block(std::uint64_t type, const ByteList& body) {
-    const std::size_t length = 12 + body.size();
-    return Concat({LE32(type), LE32(length), body, LE32(length)});
-}
-
 ByteList Section(unsigned major = 1, unsigned minor = 0, std::uint64_t magic = 0x1A2B3C4D) {
     return Block(0x0A0D0D0A, Concat({LE32(magic), LE16(major), LE16(minor), LE64(~std::uint64_t{0})}));
 }

@@ -21,11 +21,6 @@ using namespace flowlane;
 using namespace kestrelon;
 using namespace testsupport;
 
-ByteList Block(std::uint64_t type, const ByteList& body) {
-    const std::size_t length = 12 + body.size();
-    return Concat({LE32(type), LE32(length), body, LE32(length)});
-}
-
 const ByteList cOptions =
     Concat({LE16(2), LE16(3), {'a', 'b', 'c', 0}, LE16(9), LE16(1), {9, 0, 0, 0}, LE32(0)});
 

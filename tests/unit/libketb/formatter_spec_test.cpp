@@ -1,4 +1,4 @@
-// The parser of format specifications, step by step.
+// The parser of format specs, step by step.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -22,11 +22,6 @@ using testing::IsEmpty;
 const ByteList cOptions =
     Concat({LE16(2), LE16(3), {'a', 'b', 'c', 0}, LE16(9), LE16(1), {9, 0, 0, 0}, LE32(0)});
 
-ByteList Block(std::uint64_t type, const ByteList& body) {
-    const std::size_t length = 12 + body.size();
-    return Concat({LE32(type), LE32(length), body, LE32(length)});
-}
-
 ByteList SectionHeader(const ByteList& options) {
     return Block(0x0A0D0D0A,
                  Concat({LE32(0x1A2B3C4D), LE16(0x0201), LE16(0x0403), LE64(0x1112131415161718), options}));
