@@ -65,6 +65,7 @@ KESTATUS AvtpSource::StartSource() {
         mDataBlockCount = 0;
         mStats.infAvtpPacketsReceived.Clear();
         mStats.infTsPacketsDelivered.Clear();
+        mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         ResetTsPacketAssembler();
         mSequenceNumberValid = false;
         const KESTATUS st = mDevice->EnableRawRx();
@@ -109,12 +110,13 @@ void AvtpSource::ReceiveUntilStopped() {
             continue; // either this is the stop, or reception is enabled again
         }
         if (st != KESTATUS_SUCCESS) {
-            Failed("WaitForRawFrame failed, st={}, stop thread", st);
+            mFailure.store(Failed("WaitForRawFrame failed, st={}, stop thread", st),
+                           std::memory_order_relaxed);
             return;
         }
         st = ProcessData();
         if (st != KESTATUS_SUCCESS) {
-            Failed("ProcessData failed, st={}, stop thread", st);
+            mFailure.store(Failed("ProcessData failed, st={}, stop thread", st), std::memory_order_relaxed);
             return;
         }
     }

@@ -8,6 +8,7 @@
 #ifndef FLOWLANE_AVTPSOURCE_H
 #define FLOWLANE_AVTPSOURCE_H
 
+#include <atomic>
 #include <cstdint>
 
 #include "AvtpFormat.h"
@@ -52,6 +53,8 @@ public:
     void StopSource() override;
 
     Statistics QuerryStatistics() const noexcept;
+    // Why the worker gave up; success while it has not. From any thread.
+    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
     // The worker's work; it runs on its thread.
     void ThreadRoutine();
@@ -70,6 +73,7 @@ private:
 
     QuaysideDevice* mDevice = nullptr;
     kestrelon::KEOsWorkerThread mThread;
+    std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     kestrelon::TNET_EthernetMacAddress mMacAddress{};    // the device's own
     kestrelon::TNET_EthernetMacAddress mSourceAddress{}; // the only sender accepted, or broadcast
     AVTP_StreamID mStreamID{}; // for the debugger: the checks compare only the unique ID

@@ -5,6 +5,7 @@
 #include "CmdLine.h"
 #include "CommandChecks.h"
 #include "Commands.h"
+#include "DeviceReports.h"
 #include "DeviceSelection.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
@@ -68,8 +69,9 @@ private:
 };
 
 // Prints the statistics once a second until the user asks for the end: the stream itself has none.
-void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureReport& failures,
-                StopRequest& stopRequest) {
+void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureReport& sendFailures,
+                LostFramesReport& lostFrames, StopRequest& stopRequest) {
+    FailureReport failure("AVTP source has ended, st={}.");
     while (!stopRequest.IsRequested()) {
         const AvtpSource::Statistics sourceStats = source.QuerryStatistics();
         const RtpUdpSink::Statistics sinkStats = sink.QuerryStatistics();
@@ -77,7 +79,9 @@ void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureRep
                            "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
                            sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered,
                            sinkStats.infUdpPacketsSent);
-        failures.Print(sinkStats);
+        sendFailures.Print(sinkStats);
+        lostFrames.Print();
+        failure.Print(source.FailureStatus());
         KEPosixSleep(cStatisticsInterval);
     }
 }
@@ -131,14 +135,16 @@ KESTATUS CmdAv2Rtp() {
 
     StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
-    SendFailureReport failures;
-    WaitForEnd(source, sink, failures, stopRequest);
+    SendFailureReport sendFailures;
+    LostFramesReport lostFrames(device, "Received frames lost because reading was too slow: {}");
+    WaitForEnd(source, sink, sendFailures, lostFrames, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP source...");
     source.StopSource();
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop RTP sink...");
     sink.StopSink();
-    failures.Print(sink.QuerryStatistics());
+    sendFailures.Print(sink.QuerryStatistics());
+    lostFrames.Print();
     return KESTATUS_SUCCESS;
 }
 

@@ -1,6 +1,7 @@
 #include "CmdLine.h"
 #include "CommandChecks.h"
 #include "Commands.h"
+#include "DeviceReports.h"
 #include "DeviceSelection.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
@@ -52,16 +53,18 @@ void PrintSummary(const PcapNgFileReader& reader) {
 }
 
 // Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
-void WaitForEnd(const PcapNgFileReader& reader, StopRequest& stopRequest) {
+void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         PcapNgFileReader::Statistics stats;
         reader.QuerryStatistics(stats);
         PrintFrameCounts(stats);
+        lostFrames.Print();
         if (reader.AreAllFramesSent()) {
             Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
             return;
         }
         if (reader.CurrentState() == PcapNgFileReader::State::Error) {
+            FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
             Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
             return;
         }
@@ -94,10 +97,12 @@ KESTATUS CmdPlayPcap() {
 
     StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
-    WaitForEnd(reader, stopRequest);
+    LostFramesReport lostFrames(device, "Frames not sent because the link was down or busy: {}");
+    WaitForEnd(reader, lostFrames, stopRequest);
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
+    lostFrames.Print();
     PrintSummary(reader);
     return KESTATUS_SUCCESS;
 }

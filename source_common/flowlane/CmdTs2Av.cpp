@@ -2,6 +2,7 @@
 #include "CmdLine.h"
 #include "CommandChecks.h"
 #include "Commands.h"
+#include "DeviceReports.h"
 #include "DeviceSelection.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
@@ -47,15 +48,22 @@ KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
 }
 
 // Prints the statistics once a second until the file has been sent or the user asks for the end.
-void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, StopRequest& stopRequest) {
+void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, LostFramesReport& lostFrames,
+                StopRequest& stopRequest) {
+    FailureReport failure("TS file source has ended, st={}.");
     while (!stopRequest.IsRequested()) {
         const AvtpSink::Statistics sinkStats = sink.QuerryStatistics();
         KEOutputLogMessage(logger::Cons, KEINFO,
                            "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
                            source.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
                            sinkStats.errNoResourcesToSent);
-        if (source.IsEndOfFileReached()) {
-            KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
+        lostFrames.Print();
+        const bool isEndReached = source.IsEndOfFileReached();
+        failure.Print(source.FailureStatus());
+        if (isEndReached) {
+            if (source.FailureStatus() == KESTATUS_SUCCESS) {
+                KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
+            }
             return;
         }
         KEPosixSleep(cStatisticsInterval);
@@ -111,12 +119,14 @@ KESTATUS CmdTs2Av() {
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
                        fileName);
-    WaitForEnd(source, sink, stopRequest);
+    LostFramesReport lostFrames(device, "Frames not sent because the link was down or busy: {}");
+    WaitForEnd(source, sink, lostFrames, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
     source.StopSource();
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP sink...");
     sink.StopSink();
+    lostFrames.Print();
     return KESTATUS_SUCCESS;
 }
 

@@ -106,6 +106,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         mIsThreadRunning = false;
         mAreAllFramesSent.store(false, std::memory_order_relaxed);
         ResetStatistics();
+        mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         SetState(State::ExpSectionHeader);
         st = OpenFirstFileAndStart(frameCount, frameSize);
     } catch (const std::bad_alloc&) {
@@ -497,7 +498,7 @@ void PcapNgFileReader::SendUntilStopped() {
         }
         KESTATUS st = SendFrames(mClock.Now());
         if (st != KESTATUS_SUCCESS) {
-            Failed("SendFrames failed, st={}, stop thread", st);
+            mFailure.store(Failed("SendFrames failed, st={}, stop thread", st), std::memory_order_relaxed);
             mStats.errSendFramesFailed.Add();
             SetState(State::Error);
             return;
@@ -509,7 +510,7 @@ void PcapNgFileReader::SendUntilStopped() {
             mStats.errReadFileFailed.Add();
         }
         if (st != KESTATUS_SUCCESS) {
-            Failed("FillSendQueue failed, st={}, stop thread", st);
+            mFailure.store(Failed("FillSendQueue failed, st={}, stop thread", st), std::memory_order_relaxed);
             SetState(State::Error);
             return;
         }

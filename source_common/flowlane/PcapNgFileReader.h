@@ -90,6 +90,10 @@ public:
     bool IsInErrorState() const noexcept { return CurrentState() == State::Error; }
     State CurrentState() const noexcept { return mCurrentState.load(std::memory_order_acquire); }
 
+    // Why sending or reading ahead has failed, when CurrentState tells of an error; success when it was the
+    // file's contents.
+    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
+
     void QuerryStatistics(Statistics& statistics) const noexcept;
     void ResetStatistics() noexcept;
 
@@ -168,8 +172,9 @@ private:
     bool mLoopMode = false;
     bool mReadFileSet = false;
     bool mIsStarted = false;
-    bool mIsThreadRunning = false;              // as the thread sees it
-    bool mIsFrameQueued = false;                // since the start of this pass through the file or the set
+    bool mIsThreadRunning = false; // as the thread sees it
+    bool mIsFrameQueued = false;   // since the start of this pass through the file or the set
+    std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false}; // what AreAllFramesSent answers to other threads
 };
 

@@ -55,6 +55,7 @@ KESTATUS TSFileSource::StartSource() {
         mPCRTimeOffsetValid = false;
         mAddInitialOffset = true;
         mStats.infTsPacketsDelivered.Clear();
+        mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         const KESTATUS st = FillDeliverQueue();
         if (st != KESTATUS_SUCCESS) {
             ReleaseAllPackets();
@@ -238,12 +239,14 @@ void TSFileSource::DeliverUntilStopped() {
         }
         KESTATUS st = DeliverPackets(mClock.Now());
         if (st != KESTATUS_SUCCESS) {
-            Failed("DeliverPackets failed, st={}, stop thread", st);
+            mFailure.store(Failed("DeliverPackets failed, st={}, stop thread", st),
+                           std::memory_order_relaxed);
             return;
         }
         st = FillDeliverQueue();
         if (st != KESTATUS_SUCCESS) {
-            Failed("FillDeliverQueue failed, st={}, stop thread", st);
+            mFailure.store(Failed("FillDeliverQueue failed, st={}, stop thread", st),
+                           std::memory_order_relaxed);
             return;
         }
         BlockThread();
@@ -259,7 +262,7 @@ void TSFileSource::ReleaseAllPackets() {
 // The file and the queue belong to the thread that runs the source; this is what others may look at.
 void TSFileSource::PublishEndOfFile() noexcept {
     const bool isReached = !mRewindFile && mPacketsToDeliver.IsEmpty() && mFile.IsEndOfFile();
-    mIsEndOfFileReached.store(isReached, std::memory_order_relaxed);
+    mIsEndOfFileReached.store(isReached, std::memory_order_release);
 }
 
 } // namespace flowlane

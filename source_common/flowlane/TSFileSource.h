@@ -4,8 +4,8 @@
 //
 // The file, the packets and the worker thread are owned, the sink and the clock are not and outlive the
 // source. Threads: the owner creates, starts and stops; while started the file and the packets belong to
-// the worker. IsEndOfFileReached and QuerryStatistics are for any thread. No allocation while started. All
-// messages go to the Global logger.
+// the worker. IsEndOfFileReached, FailureStatus and QuerryStatistics are for any thread. No allocation while
+// started. All messages go to the Global logger.
 #ifndef FLOWLANE_TSFILESOURCE_H
 #define FLOWLANE_TSFILESOURCE_H
 
@@ -54,7 +54,9 @@ public:
 
     // True when a source that does not loop has read its whole file and no packet waits for its time any
     // more. What stands behind the last PCR of the file is never delivered.
-    bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_relaxed); }
+    bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
+    // Why the worker gave up; success while it has not. Ask after IsEndOfFileReached.
+    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
     // Counted since the last start.
     Statistics QuerryStatistics() const noexcept { return {mStats.infTsPacketsDelivered.Value()}; }
@@ -103,6 +105,7 @@ private:
     bool mPCRTimeOffsetValid = false; // a PCR was seen since the start or the last rewind
     bool mAddInitialOffset = false;   // the next time base is taken from the clock
     bool mRewindFile = false;
+    std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mIsEndOfFileReached{false}; // what IsEndOfFileReached answers to other threads
 };
 

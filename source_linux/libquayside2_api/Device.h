@@ -36,6 +36,9 @@ public:
     virtual ~Device() = default;
 
     virtual const DeviceProperties& Properties() const noexcept = 0;
+    // QBX_PROPERTY_STATE and QBX_PROPERTY_LOST_FRAMES of quayside2_api.h.
+    virtual std::string StateText() const { return "free"; }
+    virtual KESTATUS GetLostFrames(std::uint64_t&) { return KESTATUS_NOT_FOUND; }
 
     // The functions of the same names in quayside2_api.h. Pointers that must not be null are not.
     virtual KESTATUS EnableRawRx() { return KESTATUS_WRONG_DIRECTION; }

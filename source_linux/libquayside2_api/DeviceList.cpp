@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "netif/NetifBackend.h"
 #include "segment/SegmentBackend.h"
 
 namespace quayside2 {
@@ -41,7 +42,10 @@ DeviceInstances SelectByName(const DeviceInstances& instances, std::string_view 
 
 KESTATUS ListDevices(DeviceInstances& instances) {
     DeviceInstances all;
-    const KESTATUS status = segment::SegmentBackend().Enumerate(all);
+    KESTATUS status = segment::SegmentBackend().Enumerate(all);
+    if (status == KESTATUS_SUCCESS) {
+        status = netif::NetifBackend().Enumerate(all);
+    }
     if (status != KESTATUS_SUCCESS) {
         return status;
     }

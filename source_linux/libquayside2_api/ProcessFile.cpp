@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <mutex>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
@@ -10,8 +12,10 @@ namespace quayside2 {
 
 namespace {
 
-// As many as devices can be open, and some to spare for those being opened.
-constexpr int cPlaces = 320;
+// A device has at most this many, as many devices can be open as a handle table holds, and some are to spare
+// for those being opened.
+constexpr int cPlacesPerDevice = 3;
+constexpr int cPlaces = cPlacesPerDevice * (256 + 64);
 
 struct OpenDescriptors {
     std::mutex mutex;
@@ -42,7 +46,9 @@ ProcessFile& ProcessFile::operator=(ProcessFile&& other) noexcept {
     return *this;
 }
 
-int ProcessFile::Open(const char* path, int flags, mode_t mode) {
+// Keeps the descriptor that open() returns.
+template <typename Opener>
+int ProcessFile::Take(Opener&& open) {
     Close();
     OpenDescriptors& list = List();
     const std::lock_guard lock(list.mutex);
@@ -55,7 +61,7 @@ int ProcessFile::Open(const char* path, int flags, mode_t mode) {
     }
     int descriptor = -1;
     do {
-        descriptor = ::open(path, flags | O_CLOEXEC, mode);
+        descriptor = open();
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         return errno;
@@ -63,6 +69,18 @@ int ProcessFile::Open(const char* path, int flags, mode_t mode) {
     list.descriptors[place] = descriptor;
     mPlace = place;
     return 0;
+}
+
+int ProcessFile::Open(const char* path, int flags, mode_t mode) {
+    return Take([&] { return ::open(path, flags | O_CLOEXEC, mode); });
+}
+
+int ProcessFile::OpenSocket(int domain, int type, int protocol) {
+    return Take([&] { return ::socket(domain, type | SOCK_CLOEXEC, protocol); });
+}
+
+int ProcessFile::OpenEvent() {
+    return Take([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
 }
 
 void ProcessFile::Close() noexcept {

@@ -63,15 +63,33 @@ KESTATUS OpenDevice(QBXEnumerationHandle enumeration, std::uint32_t index, const
     return KESTATUS_SUCCESS;
 }
 
-const std::string* TextProperty(const Device& device, std::uint32_t property) {
+// False when there is no such property.
+bool ReadTextProperty(const Device& device, std::uint32_t property, std::string& text) {
     switch (property) {
     case QBX_PROPERTY_PRODUCT_STRING:
-        return &device.Properties().product;
+        text = device.Properties().product;
+        return true;
     case QBX_PROPERTY_FRIENDLY_NAME:
-        return &device.Properties().friendlyName;
+        text = device.Properties().friendlyName;
+        return true;
+    case QBX_PROPERTY_STATE:
+        text = device.StateText();
+        return true;
     default:
-        return nullptr;
+        return false;
     }
+}
+
+KESTATUS CopyBinaryProperty(const void* value, std::uint32_t valueSize, void* buffer, std::uint32_t size,
+                            std::uint32_t* returnedSize) {
+    if (returnedSize != nullptr) {
+        *returnedSize = valueSize;
+    }
+    if (size < valueSize) {
+        return KESTATUS_BUFFER_TOO_SMALL;
+    }
+    std::memcpy(buffer, value, valueSize);
+    return KESTATUS_SUCCESS;
 }
 
 } // namespace
@@ -175,38 +193,42 @@ KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, 
         if (buffer == nullptr) {
             return KESTATUS_INVALID_PARAMETER;
         }
-        const std::string* const text = TextProperty(opened, property);
-        if (text == nullptr) {
+        std::string text;
+        if (!ReadTextProperty(opened, property, text)) {
             return KESTATUS_NOT_FOUND;
         }
         if (size == 0) {
             return KESTATUS_BUFFER_TOO_SMALL;
         }
-        const std::size_t copied = std::min<std::size_t>(text->size(), size - 1);
-        std::memcpy(buffer, text->data(), copied);
+        const std::size_t copied = std::min<std::size_t>(text.size(), size - 1);
+        std::memcpy(buffer, text.data(), copied);
         buffer[copied] = '\0';
-        return copied == text->size() ? KESTATUS_SUCCESS : KESTATUS_BUFFER_TOO_SMALL;
+        return copied == text.size() ? KESTATUS_SUCCESS : KESTATUS_BUFFER_TOO_SMALL;
     });
 }
 
 KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t property, void* buffer, uint32_t size,
                                      uint32_t* returnedSize) {
-    return WithDevice(device, [&](const Device& opened) -> KESTATUS {
+    return WithDevice(device, [&](Device& opened) -> KESTATUS {
         if (buffer == nullptr) {
             return KESTATUS_INVALID_PARAMETER;
         }
-        if (property != QBX_PROPERTY_MAC_ADDRESS) {
+        switch (property) {
+        case QBX_PROPERTY_MAC_ADDRESS: {
+            const auto& address = opened.Properties().macAddress;
+            return CopyBinaryProperty(address.data(), static_cast<std::uint32_t>(address.size()), buffer,
+                                      size, returnedSize);
+        }
+        case QBX_PROPERTY_LOST_FRAMES: {
+            std::uint64_t count = 0;
+            const KESTATUS status = opened.GetLostFrames(count);
+            return status == KESTATUS_SUCCESS
+                       ? CopyBinaryProperty(&count, sizeof(count), buffer, size, returnedSize)
+                       : status;
+        }
+        default:
             return KESTATUS_NOT_FOUND;
         }
-        const auto& address = opened.Properties().macAddress;
-        if (returnedSize != nullptr) {
-            *returnedSize = static_cast<std::uint32_t>(address.size());
-        }
-        if (size < address.size()) {
-            return KESTATUS_BUFFER_TOO_SMALL;
-        }
-        std::memcpy(buffer, address.data(), address.size());
-        return KESTATUS_SUCCESS;
     });
 }
 

@@ -51,7 +51,8 @@ typedef enum QBXRawHeaderType QBX_ENUM_U32 {
     QBXRawHeaderType_2 = 2     // a 16-byte receive header, see QBX_RAW_HEADER_2_SIZE
 } QBXRawHeaderType;
 
-// What a received item is. This library delivers data frames only.
+// What a received item is. This library delivers data frames, and on handles with the receive header
+// also idle items: a header alone, whose sequence number shows a loss that no frame has shown yet.
 typedef enum QBXRawFrameType QBX_ENUM_U32 {
     QBXRawFrameType_Unknown = 0,
     QBXRawFrameType_Data = 1,
@@ -67,8 +68,8 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 //   offset 0   uint64_t  seconds      } since 1970-01-01 00:00:00 UTC, of the moment
 //   offset 8   uint32_t  nanoseconds  } the frame was on the wire
 //   offset 12  uint32_t  sequence number: counts every frame the device saw for this
-//                        handle, delivered or lost, from 0 at each enabling, modulo 2^32;
-//                        a loss shows as a gap
+//                        handle, delivered or lost, and every idle item, from 0 at each
+//                        enabling, modulo 2^32; a loss shows as a gap
 #define QBX_RAW_HEADER_2_SIZE 16u
 #define QBX_RAW_HEADER_2_SECONDS_OFFSET 0u
 #define QBX_RAW_HEADER_2_NANOSECONDS_OFFSET 8u
@@ -78,6 +79,16 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 #define QBX_PROPERTY_PRODUCT_STRING 0x0106u // text: product, at most 255 bytes and a zero
 #define QBX_PROPERTY_MAC_ADDRESS 0x8110u    // binary: the device's own MAC address, 6 bytes in wire order
 #define QBX_PROPERTY_FRIENDLY_NAME 0x8118u  // text: name of the instance, at most 255 bytes and a zero
+
+// Properties of this library alone; another one answers KESTATUS_NOT_FOUND.
+// Text: "free", "link down" (nothing can be sent or received now), "no privilege", "in use", "in use
+// (sending)" or "in use (receiving)" when the other direction is free, "removed". For a handle opened for
+// control.
+#define QBX_PROPERTY_STATE 0x81F0u
+// Binary: 8 bytes, native byte order. Counts the frames that a handle has lost so far: submitted frames that
+// could not be sent, or received ones for which the reader was too slow. For raw handles of devices that
+// know.
+#define QBX_PROPERTY_LOST_FRAMES 0x81F1u
 
 // Buffer size, terminator included, that holds every text property.
 #define QBX_PROPERTY_STRING_SIZE 256u
@@ -99,7 +110,9 @@ QBX_API KESTATUS QBX_EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* 
 // Releases an enumeration. Devices opened through it stay open.
 QBX_API KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle enumeration);
 
-// Opens an instance to read its properties. The instance has one holder at a time, of any kind.
+// Opens an instance to read its properties. A port of the virtual segment has one holder at a time, of any
+// kind; a network interface has one that sends and one that receives, and any number for control. With the
+// environment variable QUAYSIDE2_INSPECT opening for control takes nothing anywhere.
 //   KESTATUS_INVALID_INDEX  no such instance
 //   KESTATUS_IN_USE         somebody holds the instance, in this or another process. One that is open
 //                           for control only is waited for a moment.
@@ -111,6 +124,8 @@ QBX_API KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_
 // Opens an instance to send raw frames. reserved1 and reserved2 are 0, headerType is
 // QBXRawHeaderType_None; properties can be read through the handle too.
 //   KESTATUS_INVALID_INDEX, KESTATUS_IN_USE, KESTATUS_NO_RESOURCES, others  as above
+//   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  a network interface, and the process lacks CAP_NET_RAW
+//   KESTATUS_DEVICE_REMOVED     the device is gone since it was listed
 //   KESTATUS_NOT_SUPPORTED      another header type
 //   KESTATUS_INVALID_PARAMETER  reserved1 or reserved2 is not 0
 QBX_API KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
@@ -119,6 +134,7 @@ QBX_API KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t 
 
 // Opens an instance to receive raw frames, not yet enabled. headerType None or 2.
 //   KESTATUS_INVALID_INDEX, KESTATUS_IN_USE, KESTATUS_NO_RESOURCES, others  as above
+//   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  a network interface, and the process lacks CAP_NET_RAW
 //   KESTATUS_NOT_SUPPORTED      header type 1 or an unknown one
 //   KESTATUS_INVALID_PARAMETER  reserved1 or reserved2 is not 0
 QBX_API KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
@@ -144,6 +160,8 @@ QBX_API KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t pr
 // Starts delivery on a receive handle: frames sent before are never delivered. Enabling twice is a
 // success without effect.
 //   KESTATUS_WRONG_DIRECTION  not a receive handle
+//   KESTATUS_DEVICE_REMOVED   the device is gone
+//   KESTATUS_NO_MEMORY        there is no memory for received frames
 QBX_API KESTATUS QBX_EnableRawRx(QBXDeviceHandle device);
 
 // Stops delivery and wakes a thread that waits on the handle; frames not yet taken are discarded.
@@ -186,7 +204,9 @@ QBX_API KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, 
 QBX_API KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length,
                                     uint32_t* reserved);
 
-// Hands the batch to the wire, waiting a bounded time for room. Afterwards the batch is empty.
+// Hands the batch to the wire, waiting a bounded time for room. Afterwards the batch is empty: frames that a
+// network interface did not take in that time, or whose link is down, are counted (QBX_PROPERTY_LOST_FRAMES),
+// which is no failure.
 //   KESTATUS_NO_DATA         the batch was empty
 //   KESTATUS_DEVICE_REMOVED  the device is gone
 QBX_API KESTATUS QBX_SendRawFrames(QBXDeviceHandle device);

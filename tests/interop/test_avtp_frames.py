@@ -3,7 +3,7 @@
 import pytest
 
 import tsfile
-from lanes import SAMPLES
+from lanes import LANE_1, SAMPLES
 from tools import decode, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
@@ -46,7 +46,7 @@ EXPERT_FIELDS = ["iec61883.incorrect_tag", "iec61883.incorrect_tcode", "iec61883
 
 def send(segment, sample, captured, *options):
     with segment.receiver(captured) as receiver:
-        result = segment.run("ts2av", sample, "-n", "lane-1", *options)
+        result = segment.run("ts2av", sample, "-n", LANE_1, *options)
     assert result.returncode == 0, result.stderr
     assert receiver.summary.endswith(", 0 missing")
 

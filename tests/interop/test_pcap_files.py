@@ -8,7 +8,7 @@ import struct
 import subprocess
 
 import capture
-from lanes import TIMEOUT, wait_for
+from lanes import LANE_1, TIMEOUT, wait_for
 from tools import tool
 
 PORT = 5004
@@ -57,7 +57,7 @@ def frames_of(tmp_path, path):
 def replay(segment, tmp_path, path):
     captured = tmp_path / "replayed.pcap"
     with segment.receiver(captured):
-        result = segment.run("playpcap", path, "-n", "lane-1")
+        result = segment.run("playpcap", path, "-n", LANE_1)
     assert result.returncode == 0, result.stderr
     assert "Errors occurred!" not in result.stdout
     return [frame for _, frame in capture.frames(captured)]

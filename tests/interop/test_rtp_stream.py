@@ -13,7 +13,7 @@ import pytest
 
 import rtp
 import tsfile
-from lanes import SAMPLES, TIMEOUT, Running, wait_for
+from lanes import LANE_1, LANE_2, SAMPLES, TIMEOUT, Running, wait_for
 from tools import decode, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
@@ -37,7 +37,7 @@ def is_bound(port):
 
 @contextlib.contextmanager
 def forwarding(segment):
-    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", PORT, "-n", "lane-2") as program:
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", PORT, "-n", LANE_2) as program:
         program.read_until("press any key to stop...")
         yield program
 
@@ -66,7 +66,7 @@ def test_ffmpeg_receives_the_video(segment, tmp_path, name):
     try:
         wait_for(lambda: is_bound(PORT), "ffmpeg")
         # ffmpeg keeps the last pictures until others follow, so the file is played again.
-        with forwarding(segment), Running(segment.env, "ts2av", sample, "-n", "lane-1", "-l"):
+        with forwarding(segment), Running(segment.env, "ts2av", sample, "-n", LANE_1, "-l"):
             wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= complete,
                      "all pictures")
     finally:
@@ -79,7 +79,7 @@ def play(segment, sample):
     """Plays a sample through both programs until all of it has been forwarded."""
     expected = len(tsfile.delivered_part(sample.read_bytes()))
     with forwarding(segment) as program:
-        assert segment.run("ts2av", sample, "-n", "lane-1").returncode == 0
+        assert segment.run("ts2av", sample, "-n", LANE_1).returncode == 0
         program.read_until(f"TS packets sent: {expected}, ")
 
 

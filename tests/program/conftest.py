@@ -1,5 +1,6 @@
 import os
 import pathlib
+import subprocess
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support" / "python"))
@@ -8,6 +9,19 @@ import pytest
 
 import lanes
 import tsfile
+
+
+@pytest.fixture(scope="session", autouse=True)
+def interfaces():
+    """Four ends of veth pairs whose other ends are in one hub. They go with the network namespace."""
+    if not lanes.ON_INTERFACES:
+        return
+    commands = ["link add hub type bridge ageing_time 0 mcast_snooping 0", "link set hub up"]
+    for number, name in enumerate(lanes.LANES, 1):
+        commands += [f"link add {name} address 02:51:42:58:00:0{number} type veth peer name port{number}",
+                     f"link set port{number} master hub up", f"link set {name} up"]
+    for command in commands:
+        subprocess.run(["ip", *command.split()], check=True)
 
 
 @pytest.fixture

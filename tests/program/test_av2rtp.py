@@ -12,7 +12,7 @@ import rtp
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
 from arguments import VERSION_LINE, mac_failure
-from lanes import FAKE_DEVICE_DIR, LANE_SEND, Running, exit_status, run, run_with_fake_device
+from lanes import FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_SEND, Running, exit_status, run, run_with_fake_device
 from lanes import sanitized_environment, wait_for
 
 RUNNING = "press any key to stop..."
@@ -68,7 +68,7 @@ def test_name_that_cannot_be_resolved(segment):
 
 def test_lines_of_a_run(segment):
     port = rtp.closed_port()
-    with Running(segment.env, "av2rtp", "localhost", "ignored argument", "-n", "lane-2", "-p", port) as program:
+    with Running(segment.env, "av2rtp", "localhost", "ignored argument", "-n", LANE_2, "-p", port) as program:
         for _ in range(3):
             program.read_until("AVTP packets received: ")
     assert program.stderr == ""
@@ -83,7 +83,7 @@ def test_lines_of_a_run(segment):
         f"Create RTP sink, host name='localhost', port={port}...",
         "Create AVTP source...",
         "Start RTP sink...",
-        "Start AVTP source on device lane-2(1)...",
+        f"Start AVTP source on device {LANE_2}(1)...",
         "Receive AVTP compliant stream, press any key to stop...",
         "Stop AVTP source...",
         "Stop RTP sink...",
@@ -99,9 +99,9 @@ def test_lines_of_a_run(segment):
 def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=(), expected=0):
     """Plays a file on lane-1 while av2rtp forwards from lane-2. Returns the statistics once so many TS
     packets have been forwarded, or a while later."""
-    with Running(segment.env, "av2rtp", host, "-p", receiver.port, "-n", "lane-2", *options) as program:
+    with Running(segment.env, "av2rtp", host, "-p", receiver.port, "-n", LANE_2, *options) as program:
         program.read_until(RUNNING)
-        sent = segment.run("ts2av", path, "-n", "lane-1", *send_options)
+        sent = segment.run("ts2av", path, "-n", LANE_1, *send_options)
         assert sent.returncode == 0, sent.stderr
         for _ in range(10 if expected else 4):
             line = program.read_until("AVTP packets received: ")
@@ -157,8 +157,8 @@ def test_receiver_that_goes_and_comes_back(segment, tmp_path):
     path = tmp_path / "long.ts"
     path.write_bytes(tsfile.stream(seconds=300, rate=200))
     port = rtp.closed_port()
-    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", port, "-n", "lane-2") as program, \
-            Running(segment.env, "ts2av", path, "-n", "lane-1"):
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-p", port, "-n", LANE_2) as program, \
+            Running(segment.env, "ts2av", path, "-n", LANE_1):
         # On standard error, with the level of a warning.
         failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe001006f\(unknown\): " \
                    r"Connection refused\n$"
@@ -187,7 +187,7 @@ def test_dead_device_ends_nothing(short_file):
 
 
 def test_key_ends_it_while_it_waits(segment):
-    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2", stdin=subprocess.PIPE) as program:
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2, stdin=subprocess.PIPE) as program:
         program.read_until("AVTP packets received: 0")
         program.process.stdin.write("x")
         program.process.stdin.flush()
@@ -196,11 +196,11 @@ def test_key_ends_it_while_it_waits(segment):
 
 
 def test_stops_while_frames_arrive_at_full_speed(segment):
-    flood = subprocess.Popen([LANE_SEND, "-n", "lane-1", "-c", "0", "-l", "1390"], env=segment.env,
+    flood = subprocess.Popen([LANE_SEND, "-n", LANE_1, "-c", "0", "-l", "1390"], env=segment.env,
                              stdout=subprocess.PIPE)
     try:
         assert flood.stdout.readline() == b"ready\n"
-        with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2) as program:
             program.read_until("AVTP packets received: ")
             program.read_until("AVTP packets received: ")
             begin = time.monotonic()
@@ -218,19 +218,19 @@ def test_sender_that_starts_again(segment, short_file):
     """The new stream begins with other counters; it is one jump and no packet is lost by it."""
     expected = tsfile.delivered_part(short_file.read_bytes())
     with rtp.Receiver() as receiver:
-        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", "lane-2") as program:
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", LANE_2) as program:
             program.read_until(RUNNING)
             for _ in range(2):
-                assert segment.run("ts2av", short_file, "-n", "lane-1").returncode == 0
+                assert segment.run("ts2av", short_file, "-n", LANE_1).returncode == 0
             program.read_until("AVTP packets received: ")
             program.read_until("AVTP packets received: ")
     assert rtp.split(receiver.datagrams) == expected * 2
 
 
 def test_killed_receiver_frees_its_lane(segment):
-    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2) as program:
         program.read_until(RUNNING)
         os.kill(program.process.pid, signal.SIGKILL)
         program.process.wait()
-    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", "lane-2") as program:
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2) as program:
         program.read_until(RUNNING)

@@ -8,7 +8,7 @@ import pytest
 
 import rtp
 import tsfile
-from lanes import Running, exit_status, wait_for
+from lanes import LANE_1, LANE_2, Running, exit_status, wait_for
 
 ENETUNREACH = 0xE0010065
 
@@ -36,17 +36,17 @@ def test_group(segment, interface, tmp_path, group):
     path.write_bytes(tsfile.stream(seconds=1, rate=200))
     expected = tsfile.delivered_part(path.read_bytes())
     with rtp.Receiver(group, 5004, interface) as receiver, \
-            Running(segment.env, "av2rtp", group, "-p", 5004, "-n", "lane-2") as program:
+            Running(segment.env, "av2rtp", group, "-p", 5004, "-n", LANE_2) as program:
         program.read_until("press any key to stop...")
         assert f"Host name '{group}' resolved to address {group}" in program.lines
-        assert segment.run("ts2av", path, "-n", "lane-1").returncode == 0
+        assert segment.run("ts2av", path, "-n", LANE_1).returncode == 0
         wait_for(lambda: len(rtp.split(receiver.datagrams)) >= len(expected), "all packets")
     assert rtp.split(receiver.datagrams) == expected
 
 
 @pytest.mark.parametrize("host", ["198.51.100.1", "2001:db8::1"])
 def test_no_way_to_the_network(segment, interface, host):
-    result = segment.run("av2rtp", host, "-n", "lane-2")
+    result = segment.run("av2rtp", host, "-n", LANE_2)
     assert re.match(r"CreateRtpUdpSink failed, st=0xe0010065(\(.*\))?\.\n$", result.stderr)
     assert result.returncode == exit_status(ENETUNREACH)
 
@@ -56,8 +56,8 @@ def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
     path.write_bytes(tsfile.stream(seconds=300, rate=200))
     ip("address", "add", "203.0.113.1/32", "dev", interface)
     with rtp.Receiver("203.0.113.1") as receiver, \
-            Running(segment.env, "av2rtp", "203.0.113.1", "-p", receiver.port, "-n", "lane-2") as program, \
-            Running(segment.env, "ts2av", path, "-n", "lane-1"):
+            Running(segment.env, "av2rtp", "203.0.113.1", "-p", receiver.port, "-n", LANE_2) as program, \
+            Running(segment.env, "ts2av", path, "-n", LANE_1):
         wait_for(lambda: len(receiver.datagrams) > 20, "datagrams")
         ip("address", "delete", "203.0.113.1/32", "dev", interface)
         failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe0010065"

@@ -10,7 +10,7 @@ import tempfile
 import pytest
 
 import tsfile
-from lanes import FLOWLANE, TIMEOUT, exit_status, run, sanitized_environment, wait_for
+from lanes import FLOWLANE, LANE_1, TIMEOUT, exit_status, run, sanitized_environment, wait_for
 
 
 @pytest.mark.parametrize("make, line, status", [
@@ -81,13 +81,13 @@ def test_port_in_use(segment, tmp_path):
     path = tmp_path / "long.ts"
     path.write_bytes(tsfile.stream(seconds=60, rate=100))
     in_use = "0xe0000006(KESTATUS_IN_USE)"
-    holder = subprocess.Popen([FLOWLANE, "ts2av", path, "-n", "lane-1"], env=segment.env, text=True,
+    holder = subprocess.Popen([FLOWLANE, "ts2av", path, "-n", LANE_1], env=segment.env, text=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
     try:
         while "press any key" not in holder.stdout.readline():
             assert holder.poll() is None
         by_index = segment.run("ts2av", path, "-d", "0")
-        by_name = segment.run("ts2av", path, "-n", "lane-1")
+        by_name = segment.run("ts2av", path, "-n", LANE_1)
     finally:
         holder.kill()
         holder.communicate(timeout=TIMEOUT)
@@ -95,7 +95,7 @@ def test_port_in_use(segment, tmp_path):
                                             f"Open device failed, st={in_use}."]
     assert by_index.returncode == exit_status(0xE0000006)
     assert "Ignore device with index 0 because it is already in use.\n" in by_name.stdout
-    assert "No device found for friendly name 'lane-1'\n" in by_name.stdout
+    assert f"No device found for friendly name '{LANE_1}'\n" in by_name.stdout
     assert by_name.returncode == exit_status(0xE0000039)
 
     # A killed holder's port is free again.

@@ -13,7 +13,8 @@ import capture
 import rtp
 import tsfile
 from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
-from lanes import FLOWLANE, LANE_SEND, TIMEOUT, Running, exit_status, run, run_with_fake_device, wait_for
+from lanes import (FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, TIMEOUT, Running, exit_status, run,
+                   run_with_fake_device, wait_for)
 from tools import tool
 
 RUNNING = "press any key to stop..."
@@ -106,7 +107,7 @@ def summary(lines):
 def test_lines_of_a_run(segment, tmp_path):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(3, 100_000_000))
-    result = segment.run("playpcap", path, "ignored argument", "-n", "lane-1")
+    result = segment.run("playpcap", path, "ignored argument", "-n", LANE_1)
     assert result.returncode == 0 and result.stderr == ""
     lines = result.stdout.splitlines()
     assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
@@ -117,7 +118,7 @@ def test_lines_of_a_run(segment, tmp_path):
     assert [line for line in lines[:-1] if line not in statistics] == [
         VERSION_LINE,
         "Enumerate available devices...",
-        "Start PCAPNG file reader on device lane-1(0)...",
+        f"Start PCAPNG file reader on device {LANE_1}(0)...",
         "Send frames from PCAPNG file(s), press any key to stop...",
         "Successfully sent frames within PCAPNG file(s)...",
         "Stop PCAPNG file reader...",
@@ -147,7 +148,7 @@ def replay(segment, tmp_path, path, *options):
     """Replays to the end. Returns the process's result, and the frames with their times as lane-2 got them."""
     captured = tmp_path / "replayed.pcap"
     with segment.receiver(captured) as receiver:
-        result = segment.run("playpcap", path, "-n", "lane-1", *options)
+        result = segment.run("playpcap", path, "-n", LANE_1, *options)
     assert result.returncode == 0, result.stderr
     assert receiver.summary.endswith(", 0 missing")
     return result, capture.frames(captured)
@@ -169,7 +170,7 @@ def test_order_bytes_and_spacing(segment, tmp_path):
 def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):
     def record(name, *player):
         path = tmp_path / name
-        with Running(segment.env, "pcap", path, "-n", "lane-3") as program:
+        with Running(segment.env, "pcap", path, "-n", LANE_3) as program:
             program.read_until(RUNNING)
             subprocess.run(player, env=segment.env, check=True, stdin=subprocess.DEVNULL,
                            stdout=subprocess.DEVNULL, timeout=TIMEOUT)
@@ -178,8 +179,8 @@ def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):
         tool("editcap", "-F", "nsecpcap", f"{path}.pcapng", converted)
         return capture.frames(converted)
 
-    first = record("first", LANE_SEND, "-n", "lane-1", "-c", "3000", "-r", "2000")
-    second = record("second", FLOWLANE, "playpcap", tmp_path / "first", "-n", "lane-1")
+    first = record("first", LANE_SEND, "-n", LANE_1, "-c", "3000", "-r", "2000")
+    second = record("second", FLOWLANE, "playpcap", tmp_path / "first", "-n", LANE_1)
     assert len(first) == 3000
     assert [data for _, data in second] == [data for _, data in first]
     shift = [after - before for (before, _), (after, _) in zip(first, second)]
@@ -201,7 +202,7 @@ def test_loop_until_asked_to_end(segment, tmp_path):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(2, 1_000_000))
     captured = tmp_path / "replayed.pcap"
-    with segment.receiver(captured), Running(segment.env, "playpcap", path, "-n", "lane-1", "-l") as program:
+    with segment.receiver(captured), Running(segment.env, "playpcap", path, "-n", LANE_1, "-l") as program:
         wait_for(lambda: int(re.fullmatch(COUNTS, program.read_until("successfully sent"))[1]) >= 10, "passes")
     assert "Successfully sent" not in "".join(program.lines)
     frames = capture.frames(captured)
@@ -328,14 +329,14 @@ def test_recorded_stream_is_forwarded(segment, tmp_path):
     stream = tmp_path / "stream.ts"
     stream.write_bytes(tsfile.stream(seconds=2, rate=500))
     expected = tsfile.delivered_part(stream.read_bytes())
-    with Running(segment.env, "pcap", tmp_path / "recorded", "-n", "lane-3") as program:
+    with Running(segment.env, "pcap", tmp_path / "recorded", "-n", LANE_3) as program:
         program.read_until(RUNNING)
-        assert segment.run("ts2av", stream, "-n", "lane-1").returncode == 0
+        assert segment.run("ts2av", stream, "-n", LANE_1).returncode == 0
         program.read_until("successfully written")
         time.sleep(0.2)
     with rtp.Receiver() as receiver:
-        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", "lane-2") as program:
+        with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", LANE_2) as program:
             program.read_until(RUNNING)
-            assert segment.run("playpcap", tmp_path / "recorded", "-n", "lane-1").returncode == 0
+            assert segment.run("playpcap", tmp_path / "recorded", "-n", LANE_1).returncode == 0
             program.read_until(f"TS packets sent: {len(expected)}, ")
     assert rtp.split(receiver.datagrams) == expected

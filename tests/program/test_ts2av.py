@@ -8,7 +8,7 @@ import capture
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
 from arguments import VERSION_LINE, mac_failure
-from lanes import SAMPLES, exit_status, run, run_with_fake_device
+from lanes import LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, exit_status, run, run_with_fake_device
 
 LANE_1_ADDRESS = "025142580001"
 
@@ -65,7 +65,7 @@ def test_refused_arguments(args, lines, status):
 def test_frames(segment, short_file, tmp_path, options, destination, tci, unique_id):
     captured = tmp_path / "frames.pcap"
     with segment.receiver(captured) as receiver:
-        result = segment.run("ts2av", short_file, "-n", "lane-1", *options)
+        result = segment.run("ts2av", short_file, "-n", LANE_1, *options)
     assert result.returncode == 0, result.stderr
     assert result.stderr == ""
 
@@ -83,7 +83,7 @@ def test_frames(segment, short_file, tmp_path, options, destination, tci, unique
 
 
 def test_lines_of_a_run(segment, short_file):
-    result = segment.run("ts2av", short_file, "ignored argument", "-n", "lane-1")
+    result = segment.run("ts2av", short_file, "ignored argument", "-n", LANE_1)
     assert result.stderr == ""
     lines = result.stdout.splitlines()
     assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
@@ -94,7 +94,7 @@ def test_lines_of_a_run(segment, short_file):
         "Enumerate available devices...",
         "Create AVTP sink...",
         f"Create TS file source for file '{short_file}'...",
-        "Start AVTP sink on device lane-1(0)...",
+        f"Start AVTP sink on device {LANE_1}(0)...",
         "Start TS file source...",
         f"Send content of file '{short_file}' as AVTP compliant stream, press any key to stop...",
         "Successfully sent content of TS file...",
@@ -129,10 +129,10 @@ def test_samples_arrive_whole(segment, tmp_path, sample):
 
 
 def test_every_other_lane_receives(segment, short_file, tmp_path):
-    files = {name: tmp_path / f"{name}.pcap" for name in ("lane-2", "lane-3", "lane-4")}
-    with segment.receiver(files["lane-2"], name="lane-2"), segment.receiver(files["lane-3"], name="lane-3"), \
-            segment.receiver(files["lane-4"], name="lane-4"):
-        assert segment.run("ts2av", short_file, "-n", "lane-1").returncode == 0
+    files = {name: tmp_path / f"{name}.pcap" for name in (LANE_2, LANE_3, LANE_4)}
+    with segment.receiver(files[LANE_2], name=LANE_2), segment.receiver(files[LANE_3], name=LANE_3), \
+            segment.receiver(files[LANE_4], name=LANE_4):
+        assert segment.run("ts2av", short_file, "-n", LANE_1).returncode == 0
     received = [[frame for _, frame in capture.frames(path)] for path in files.values()]
     assert received[0] and received[0] == received[1] == received[2]
 

@@ -21,9 +21,26 @@ private:
     const std::unique_ptr<SegmentPort> mPort;
 };
 
+// The same without taking the port, for looking at one that somebody else may hold.
+class SegmentInspectDevice : public Device {
+public:
+    SegmentInspectDevice(const DeviceProperties& properties, std::string path, std::uint32_t port)
+        : mProperties(properties), mPath(std::move(path)), mPort(port) {}
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    std::string StateText() const override {
+        return SegmentFile::IsPortBusy(mPath, mPort) ? "in use" : "free";
+    }
+
+private:
+    const DeviceProperties mProperties;
+    const std::string mPath;
+    const std::uint32_t mPort;
+};
+
 class SegmentInstance : public DeviceInstance {
 public:
-    SegmentInstance(std::string path, std::uint32_t port) : mPath(std::move(path)), mPort(port) {
+    SegmentInstance(std::string path, std::uint32_t port, bool inspect)
+        : mPath(std::move(path)), mPort(port), mInspect(inspect) {
         const std::uint32_t number = port + 1;
         mProperties.friendlyName = "lane-" + std::to_string(number);
         mProperties.product = "Virtual Ethernet segment";
@@ -33,6 +50,10 @@ public:
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
 
     KESTATUS Open(const OpenMode& mode, std::unique_ptr<Device>& device) const override {
+        if (mInspect && mode.kind == OpenMode::Kind::Control) {
+            device = std::make_unique<SegmentInspectDevice>(mProperties, mPath, mPort);
+            return KESTATUS_SUCCESS;
+        }
         using Rings = SegmentPort::Rings;
         auto port = std::make_unique<SegmentPort>();
         const Rings rings = mode.kind == OpenMode::Kind::RawTx   ? Rings::Own
@@ -59,6 +80,7 @@ public:
 private:
     std::string mPath;
     std::uint32_t mPort;
+    bool mInspect; // opening for control does not take the port
     DeviceProperties mProperties;
 };
 
@@ -70,8 +92,11 @@ KESTATUS SegmentBackend::Enumerate(DeviceInstances& instances) const {
     if (!IsValidSegmentName(name)) {
         return KESTATUS_INVALID_PARAMETER;
     }
+    const char* const inspect = std::getenv("QUAYSIDE2_INSPECT");
+    const bool isInspecting = inspect != nullptr && *inspect != '\0';
     for (std::uint32_t port = 0; port < cPortCount; ++port) {
-        instances.push_back(std::make_shared<SegmentInstance>(SegmentPath(mDirectory, name), port));
+        instances.push_back(
+            std::make_shared<SegmentInstance>(SegmentPath(mDirectory, name), port, isInspecting));
     }
     return KESTATUS_SUCCESS;
 }

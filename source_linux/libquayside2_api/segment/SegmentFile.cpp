@@ -267,6 +267,12 @@ bool SegmentFile::IsPortHeld(std::uint32_t port) const noexcept {
     return IsLocked(cPortLockOffset + port);
 }
 
+bool SegmentFile::IsPortBusy(const std::string& path, std::uint32_t port) {
+    SegmentFile segment;
+    return segment.mFile.Open(path.c_str(), O_RDWR | O_NOFOLLOW, 0) == 0 &&
+           segment.IsLocked(cTrafficLockOffset + port);
+}
+
 bool SegmentFile::IsLocked(std::int64_t offset) const noexcept {
     struct flock lock = LockOf(F_WRLCK, offset);
     // When the kernel will not say, assume a holder: that costs time, not frames.

@@ -42,6 +42,8 @@ public:
     KESTATUS LockPort(std::uint32_t port, PortUse use);
     // Whether another object than this has a port. From any thread.
     bool IsPortHeld(std::uint32_t port) const noexcept;
+    // Whether somebody has a port of the segment at this path for its traffic. Makes and takes nothing.
+    static bool IsPortBusy(const std::string& path, std::uint32_t port);
 
 private:
     KESTATUS OpenExisting(const std::string& path);

@@ -1,9 +1,9 @@
 #include "SegmentRxDevice.h"
 
 #include <algorithm>
-#include <cstring>
 
-#include "Clock.h"
+#include "../Clock.h"
+#include "../ReceiveHeader.h"
 #include "Futex.h"
 
 namespace quayside2::segment {
@@ -169,7 +169,10 @@ KESTATUS SegmentRxDevice::GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_
             }
         } else if (reader->Take(buffer + mHeaderBytes, lost)) {
             mSequence += lost;
-            WriteHeader(buffer, time);
+            if (mHeaderBytes != 0) {
+                WriteReceiveHeader(buffer, time / cNanosecondsPerSecond,
+                                   static_cast<std::uint32_t>(time % cNanosecondsPerSecond), mSequence);
+            }
             ++mSequence;
             type = QBXRawFrameType_Data;
             receivedLength = mHeaderBytes + length;
@@ -177,17 +180,6 @@ KESTATUS SegmentRxDevice::GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_
         }
     }
     return KESTATUS_NO_DATA;
-}
-
-void SegmentRxDevice::WriteHeader(std::uint8_t* to, std::uint64_t time) const noexcept {
-    if (mHeaderBytes == 0) {
-        return;
-    }
-    const std::uint64_t seconds = time / cNanosecondsPerSecond;
-    const auto nanoseconds = static_cast<std::uint32_t>(time % cNanosecondsPerSecond);
-    std::memcpy(to + QBX_RAW_HEADER_2_SECONDS_OFFSET, &seconds, sizeof(seconds));
-    std::memcpy(to + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, &nanoseconds, sizeof(nanoseconds));
-    std::memcpy(to + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, &mSequence, sizeof(mSequence));
 }
 
 } // namespace quayside2::segment

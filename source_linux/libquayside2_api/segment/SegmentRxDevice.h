@@ -34,7 +34,6 @@ private:
     bool HasData();
     KESTATUS WaitState(std::uint32_t epoch) const noexcept;
     RingReader* ChooseReader() noexcept;
-    void WriteHeader(std::uint8_t* to, std::uint64_t time) const noexcept;
     void ChangeEpoch() noexcept;
 
     const DeviceProperties mProperties;

@@ -15,6 +15,12 @@ LANE_SEND = os.environ["LANE_SEND_BIN"]
 FAKE_DEVICE_DIR = os.environ["FAKE_DEVICE_DIR"]
 SAMPLES = SOURCE / "samples"
 
+# The devices that the tests use: what the first sends the others receive. The lanes of a virtual segment, or
+# network interfaces when FLOWLANE_TEST_INTERFACES is set (conftest.py makes them).
+ON_INTERFACES = bool(os.environ.get("FLOWLANE_TEST_INTERFACES"))
+LANES = LANE_1, LANE_2, LANE_3, LANE_4 = [("flw" if ON_INTERFACES else "lane-") + str(number) for number in range(1, 5)]
+PRODUCT = "veth" if ON_INTERFACES else "Virtual Ethernet segment"
+
 # Generous: it ends a test that hangs, it is never waited for.
 TIMEOUT = 120
 
@@ -28,11 +34,13 @@ def sanitized_environment(**changes):
 
 
 class Segment:
-    """A virtual segment of one test; its shared memory goes when the test ends."""
+    """The devices of one test. A virtual segment's shared memory goes when the test ends."""
 
     def __init__(self, name):
         self.name = name
         self.env = sanitized_environment(QUAYSIDE2_SEGMENT=name)
+        if ON_INTERFACES:
+            self.env["QUAYSIDE2_DEVICES"] = ",".join(LANES)
 
     def files(self):
         return glob.glob(f"/dev/shm/*{self.name}*")
@@ -45,7 +53,7 @@ class Segment:
         return run(*args, stdin=stdin, env={**self.env, **{k: str(v) for k, v in env.items()}})
 
     @contextlib.contextmanager
-    def receiver(self, path, *args, name="lane-2"):
+    def receiver(self, path, *args, name=LANE_2):
         """A receiver that writes the frames to a capture file and runs until the block ends. Yields an
         object whose text tells, afterwards, what it printed."""
         process = subprocess.Popen(

@@ -31,6 +31,7 @@ static void PrintUsage(FILE* to) {
 
 typedef struct Check {
     uint64_t frames, missing, runs, errors;
+    uint32_t idle;                  // items since the last frame that were no frames
     uint32_t run, number, sequence; // of the last frame
 } Check;
 
@@ -63,13 +64,14 @@ static uint32_t CheckFrame(Check* check, const uint8_t* received, uint32_t lengt
         ++check->runs;
     } else if (number <= check->number) {
         Complain(check, "wrong order", run, number, sequence);
-    } else if (number - check->number != sequence - check->sequence) {
+    } else if (number - check->number != sequence - check->sequence - check->idle) {
         Complain(check, "wrong sequence number", run, number, sequence);
     }
     if (check->frames != 0) {
-        check->missing += sequence - check->sequence - 1;
+        check->missing += sequence - check->sequence - 1 - check->idle;
     }
     ++check->frames;
+    check->idle = 0;
     check->run = run;
     check->number = number;
     check->sequence = sequence;
@@ -90,14 +92,17 @@ static int Receive(const LaneDevice* lane, Check* check, uint64_t lastNumber, ti
         }
         for (unsigned taken = 0; taken < 100000; ++taken) {
             uint32_t length = 0;
-            status = QBX_GetReceivedRawFrame(lane->handle, NULL, buffer, sizeof(buffer), &length);
+            QBXRawFrameType type = QBXRawFrameType_Unknown;
+            status = QBX_GetReceivedRawFrame(lane->handle, &type, buffer, sizeof(buffer), &length);
             if (status == KESTATUS_NO_DATA) {
                 break;
             }
             if (status != KESTATUS_SUCCESS) {
                 return LaneFailed(lane, "taking a frame", status);
             }
-            if (CheckFrame(check, buffer, length) == lastNumber) {
+            if (type == QBXRawFrameType_Idle) {
+                ++check->idle;
+            } else if (CheckFrame(check, buffer, length) == lastNumber) {
                 return 0;
             }
         }
@@ -109,7 +114,7 @@ static int Receive(const LaneDevice* lane, Check* check, uint64_t lastNumber, ti
 
 int main(int argc, char** argv) {
     LaneDevice lane = {"lane-check", NULL, 0, 0};
-    Check check = {0, 0, 0, 0, 0, 0, 0};
+    Check check = {0, 0, 0, 0, 0, 0, 0, 0};
     uint64_t lastNumber = UINT64_MAX;
     time_t seconds = 0;
     int option;

@@ -37,6 +37,7 @@ static uint64_t MillisecondsNow(void) {
 typedef struct Dump {
     FILE* file;
     int reportGaps;
+    int isCounting; // a number has come
     uint64_t frames;
     uint64_t missing;
     uint32_t nextSequence;
@@ -51,19 +52,24 @@ static int WriteFileHeader(FILE* file) {
     return fwrite(&header, sizeof(header), 1, file) == 1;
 }
 
-static int WriteFrame(Dump* dump, const uint8_t* received, uint32_t receivedLength) {
-    uint64_t seconds;
-    uint32_t nanoseconds;
+// Counts a number of the receive header and what is missing before it.
+static void CountSequence(Dump* dump, const uint8_t* received) {
     uint32_t sequence;
-    memcpy(&seconds, received + QBX_RAW_HEADER_2_SECONDS_OFFSET, sizeof(seconds));
-    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof(nanoseconds));
     memcpy(&sequence, received + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof(sequence));
-    const uint32_t gap = dump->frames == 0 ? 0 : sequence - dump->nextSequence;
+    const uint32_t gap = dump->isCounting ? sequence - dump->nextSequence : 0;
     if (gap != 0 && dump->reportGaps) {
         fprintf(stderr, "lane-dump: %" PRIu32 " missing before number %" PRIu32 "\n", gap, sequence);
     }
     dump->missing += gap;
     dump->nextSequence = sequence + 1;
+    dump->isCounting = 1;
+}
+
+static int WriteFrame(Dump* dump, const uint8_t* received, uint32_t receivedLength) {
+    uint64_t seconds;
+    uint32_t nanoseconds;
+    memcpy(&seconds, received + QBX_RAW_HEADER_2_SECONDS_OFFSET, sizeof(seconds));
+    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof(nanoseconds));
     ++dump->frames;
     const uint32_t length = receivedLength - QBX_RAW_HEADER_2_SIZE;
     const uint32_t header[4] = {(uint32_t)seconds, nanoseconds, length, length};
@@ -91,8 +97,8 @@ static int Receive(const LaneDevice* lane, Dump* dump, uint64_t count, uint64_t 
             if (status != KESTATUS_SUCCESS) {
                 return LaneFailed(lane, "taking a frame", status);
             }
-            if (type == QBXRawFrameType_Data && length >= QBX_RAW_HEADER_2_SIZE &&
-                !WriteFrame(dump, buffer, length)) {
+            CountSequence(dump, buffer);
+            if (type == QBXRawFrameType_Data && !WriteFrame(dump, buffer, length)) {
                 fprintf(stderr, "lane-dump: cannot write the file: %s\n", strerror(errno));
                 return 1;
             }
@@ -108,7 +114,7 @@ static int Receive(const LaneDevice* lane, Dump* dump, uint64_t count, uint64_t 
 
 int main(int argc, char** argv) {
     LaneDevice lane = {"lane-dump", NULL, 0, 0};
-    Dump dump = {NULL, 0, 0, 0, 0};
+    Dump dump = {NULL, 0, 0, 0, 0, 0};
     const char* path = NULL;
     uint64_t count = UINT64_MAX;
     uint64_t milliseconds = UINT64_MAX;

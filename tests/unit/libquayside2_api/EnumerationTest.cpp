@@ -1,4 +1,5 @@
 // Listing devices: the four lanes, and the environment that names the segment and narrows the list.
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include "SegmentFixture.h"
@@ -24,8 +25,12 @@ std::string ListedNames() {
     return names;
 }
 
-TEST_F(EnumerationTest, ListsFourLanes) {
-    EXPECT_EQ(ListedNames(), "lane-1 lane-2 lane-3 lane-4");
+// The interfaces of the machine follow.
+TEST_F(EnumerationTest, ListsTheFourLanesFirst) {
+    for (const char* all : {static_cast<const char*>(nullptr), ""}) {
+        const EnvironmentChange change("QUAYSIDE2_DEVICES", all);
+        EXPECT_THAT(ListedNames() + " ", testing::StartsWith("lane-1 lane-2 lane-3 lane-4 "));
+    }
 }
 
 TEST_F(EnumerationTest, DevicesVariableNarrowsAndOrders) {
@@ -34,7 +39,6 @@ TEST_F(EnumerationTest, DevicesVariableNarrowsAndOrders) {
         const char* names;
     };
     for (const Row& row : {
-             Row{"", "lane-1 lane-2 lane-3 lane-4"},
              Row{"lane-3", "lane-3"},
              Row{"lane-3,lane-1", "lane-3 lane-1"},
              Row{" lane-4 ,\tlane-2", "lane-4 lane-2"},

@@ -21,7 +21,7 @@ SegmentFixture::SegmentFixture() {
     static std::atomic<unsigned> sCount{0};
     mName = "unit-" + std::to_string(::getpid()) + "-" + std::to_string(sCount++);
     ::setenv("QUAYSIDE2_SEGMENT", mName.c_str(), 1);
-    ::unsetenv("QUAYSIDE2_DEVICES");
+    ::setenv("QUAYSIDE2_DEVICES", "lane-1,lane-2,lane-3,lane-4", 1);
 }
 
 SegmentFixture::~SegmentFixture() {
@@ -30,6 +30,7 @@ SegmentFixture::~SegmentFixture() {
     }
     ::unlink(SegmentFilePath().c_str());
     ::unsetenv("QUAYSIDE2_SEGMENT");
+    ::unsetenv("QUAYSIDE2_DEVICES");
 }
 
 std::string SegmentFixture::SegmentFilePath() const {

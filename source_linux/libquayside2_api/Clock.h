@@ -1,12 +1,12 @@
-// The clocks of the segment: a steady one for waiting, the time of day for stamps. Nanoseconds.
-#ifndef QUAYSIDE2_SEGMENT_CLOCK_H
-#define QUAYSIDE2_SEGMENT_CLOCK_H
+// The clocks: a steady one for waiting, the time of day for stamps. Nanoseconds.
+#ifndef QUAYSIDE2_CLOCK_H
+#define QUAYSIDE2_CLOCK_H
 
 #include <cstdint>
 #include <limits>
 #include <time.h>
 
-namespace quayside2::segment {
+namespace quayside2 {
 
 inline constexpr std::int64_t cNanosecondsPerSecond = 1'000'000'000;
 inline constexpr std::int64_t cNanosecondsPerMillisecond = 1'000'000;
@@ -32,6 +32,6 @@ inline std::int64_t DeadlineAfter(std::int32_t milliseconds) noexcept {
     return milliseconds < 0 ? cNever : SteadyNow() + milliseconds * cNanosecondsPerMillisecond;
 }
 
-} // namespace quayside2::segment
+} // namespace quayside2
 
 #endif

@@ -1,0 +1,29 @@
+// Who sends and who receives on an interface: one holder for each direction.
+//
+// The lock is the name of a socket in the abstract name space: it belongs to the network namespace as the
+// interface does, and the kernel frees it when its holder dies, however that happens.
+#ifndef QUAYSIDE2_NETIF_INTERFACELOCK_H
+#define QUAYSIDE2_NETIF_INTERFACELOCK_H
+
+#include "../ProcessFile.h"
+#include "../quayside2_api.h"
+
+namespace quayside2::netif {
+
+class InterfaceLock {
+public:
+    enum class Direction { Receive, Transmit };
+
+    // KESTATUS_IN_USE when somebody holds it, in this or another process.
+    KESTATUS Take(unsigned interfaceIndex, Direction direction);
+
+    // Asks without taking it, so that nobody is refused meanwhile.
+    static bool IsTaken(unsigned interfaceIndex, Direction direction);
+
+private:
+    ProcessFile mSocket;
+};
+
+} // namespace quayside2::netif
+
+#endif

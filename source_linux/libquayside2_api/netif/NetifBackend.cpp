@@ -1,0 +1,136 @@
+#include "NetifBackend.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ifaddrs.h>
+#include <linux/if_arp.h>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
+#include "InterfaceLock.h"
+#include "NetifQuery.h"
+#include "NetifRxDevice.h"
+#include "NetifTxDevice.h"
+
+namespace quayside2::netif {
+
+namespace {
+
+// An interface opened for its properties only. Many may do that at once.
+class NetifControlDevice : public Device {
+public:
+    NetifControlDevice(const DeviceProperties& properties, unsigned interfaceIndex)
+        : mProperties(properties), mInterfaceIndex(interfaceIndex) {}
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    std::string StateText() const override;
+
+private:
+    const DeviceProperties mProperties;
+    const unsigned mInterfaceIndex;
+};
+
+std::string NetifControlDevice::StateText() const {
+    ProcessFile socket;
+    const bool isPrivileged = socket.OpenSocket(AF_PACKET, SOCK_RAW, 0) == 0;
+    if (!isPrivileged && socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0) != 0) {
+        return {};
+    }
+    bool isLinkUp = false;
+    if (QueryIsLinkUp(socket.Descriptor(), mInterfaceIndex, isLinkUp) == KESTATUS_DEVICE_REMOVED) {
+        return "removed";
+    }
+    const bool isReceiving = InterfaceLock::IsTaken(mInterfaceIndex, InterfaceLock::Direction::Receive);
+    const bool isSending = InterfaceLock::IsTaken(mInterfaceIndex, InterfaceLock::Direction::Transmit);
+    if (isReceiving || isSending) {
+        return isReceiving && isSending ? "in use" : isReceiving ? "in use (receiving)" : "in use (sending)";
+    }
+    return !isPrivileged ? "no privilege" : isLinkUp ? "free" : "link down";
+}
+
+template <typename OpenedDevice, typename... Arguments>
+KESTATUS OpenAs(std::unique_ptr<Device>& device, Arguments&&... arguments) {
+    auto opened = std::make_unique<OpenedDevice>(arguments...);
+    const KESTATUS status = opened->Open();
+    if (status == KESTATUS_SUCCESS) {
+        device = std::move(opened);
+    }
+    return status;
+}
+
+class NetifInstance : public DeviceInstance {
+public:
+    NetifInstance(DeviceProperties properties, unsigned interfaceIndex)
+        : mProperties(std::move(properties)), mInterfaceIndex(interfaceIndex) {}
+
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+
+    KESTATUS Open(const OpenMode& mode, std::unique_ptr<Device>& device) const override {
+        switch (mode.kind) {
+        case OpenMode::Kind::RawTx:
+            return OpenAs<NetifTxDevice>(device, mProperties, mInterfaceIndex);
+        case OpenMode::Kind::RawRx:
+            return OpenAs<NetifRxDevice>(device, mProperties, mInterfaceIndex, mode.receiveHeader);
+        case OpenMode::Kind::Control:
+            break;
+        }
+        device = std::make_unique<NetifControlDevice>(mProperties, mInterfaceIndex);
+        return KESTATUS_SUCCESS;
+    }
+
+private:
+    const DeviceProperties mProperties;
+    const unsigned mInterfaceIndex;
+};
+
+// An interface as the kernel lists it.
+struct Listed {
+    bool isLoopback;
+    unsigned index;
+    DeviceProperties properties;
+};
+
+std::vector<Listed> ListInterfaces(const struct ifaddrs* first) {
+    std::vector<Listed> found;
+    for (const struct ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
+        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET) {
+            continue;
+        }
+        const auto& address = *reinterpret_cast<const struct sockaddr_ll*>(entry->ifa_addr);
+        const bool isLoopback = address.sll_hatype == ARPHRD_LOOPBACK;
+        if (!isLoopback && address.sll_hatype != ARPHRD_ETHER) {
+            continue;
+        }
+        Listed listed = {isLoopback, static_cast<unsigned>(address.sll_ifindex), {}};
+        listed.properties.friendlyName = entry->ifa_name;
+        std::memcpy(listed.properties.macAddress.data(), address.sll_addr,
+                    std::min<std::size_t>(address.sll_halen, listed.properties.macAddress.size()));
+        found.push_back(std::move(listed));
+    }
+    std::sort(found.begin(), found.end(), [](const Listed& a, const Listed& b) {
+        return a.isLoopback != b.isLoopback ? b.isLoopback : a.index < b.index;
+    });
+    return found;
+}
+
+} // namespace
+
+KESTATUS NetifBackend::Enumerate(DeviceInstances& instances) const {
+    struct ifaddrs* first = nullptr;
+    if (::getifaddrs(&first) != 0) {
+        return KESTATUS_SUCCESS;
+    }
+    const std::unique_ptr<struct ifaddrs, decltype(&::freeifaddrs)> list(first, ::freeifaddrs);
+    ProcessFile socket;
+    socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0);
+    for (Listed& listed : ListInterfaces(list.get())) {
+        std::string driver = QueryDriver(socket.Descriptor(), listed.properties.friendlyName);
+        if (driver.empty()) {
+            driver = listed.isLoopback ? "Loopback interface" : "Ethernet interface";
+        }
+        listed.properties.product = std::move(driver);
+        instances.push_back(std::make_shared<NetifInstance>(std::move(listed.properties), listed.index));
+    }
+    return KESTATUS_SUCCESS;
+}
+
+} // namespace quayside2::netif

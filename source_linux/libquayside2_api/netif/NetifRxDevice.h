@@ -1,0 +1,64 @@
+// An interface opened to receive.
+//
+// From any thread; one lock makes taking frames exclusive. A waiting thread holds no lock.
+#ifndef QUAYSIDE2_NETIF_NETIFRXDEVICE_H
+#define QUAYSIDE2_NETIF_NETIFRXDEVICE_H
+
+#include <memory>
+#include <mutex>
+
+#include "../Device.h"
+#include "InterfaceLock.h"
+#include "PacketReceiver.h"
+
+namespace quayside2::netif {
+
+class NetifRxDevice : public Device {
+public:
+    NetifRxDevice(const DeviceProperties& properties, unsigned interfaceIndex, bool receiveHeader)
+        : mProperties(properties),
+          mInterfaceIndex(interfaceIndex),
+          mHeaderBytes(receiveHeader ? QBX_RAW_HEADER_2_SIZE : 0) {}
+
+    // Takes the interface and the memory. Once, before anything else.
+    //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
+    //   KESTATUS_IN_USE                     somebody receives from the interface
+    KESTATUS Open();
+
+    const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    KESTATUS GetLostFrames(std::uint64_t& count) override;
+    KESTATUS EnableRawRx() override;
+    KESTATUS DisableRawRx() override;
+    KESTATUS WaitForRawFrame(std::int32_t timeoutMs) override;
+    KESTATUS GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t* buffer, std::uint32_t bufferSize,
+                                 std::uint32_t& receivedLength) override;
+    void Shutdown() noexcept override;
+
+private:
+    KESTATUS State() const noexcept;
+    KESTATUS WaitState(const std::shared_ptr<PacketReceiver>& receiver);
+    KESTATUS MakeReceiver();
+    void CountDrops() noexcept;
+    void WriteHeader(std::uint8_t* to, std::uint64_t seconds, std::uint32_t nanoseconds) noexcept;
+    void WriteLossReport(QBXRawFrameType& type, std::uint8_t* buffer, std::uint32_t& receivedLength) noexcept;
+
+    const DeviceProperties mProperties;
+    const unsigned mInterfaceIndex;
+    const std::uint32_t mHeaderBytes; // 0 without the receive header
+    InterfaceLock mLock;
+
+    std::mutex mMutex; // everything below
+    // Made anew for each enabling, so that nothing old is ever delivered; the first one when the device is
+    // opened. Shared with the threads that wait.
+    std::shared_ptr<PacketReceiver> mReceiver;
+    bool mIsEnabled = false;
+    bool mIsShutdown = false;
+    std::uint32_t mSequence = 0;      // of what is delivered next
+    bool mIsSequenceKnown = false;    // something was delivered since the enabling
+    std::uint32_t mUnreported = 0;    // lost frames that no sequence number has shown yet
+    std::uint64_t mDroppedFrames = 0; // by the kernel, since the device was opened
+};
+
+} // namespace quayside2::netif
+
+#endif

@@ -1,0 +1,155 @@
+#include "PacketReceiver.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "../Clock.h"
+#include "NetifQuery.h"
+
+namespace quayside2::netif {
+
+namespace {
+
+// A smaller ring is no longer worth having.
+constexpr std::uint32_t cMinRingBytes = 4u << 20;
+// What the kernel takes for the size of a frame when it checks the ring's measures; blocks hold frames of any
+// length.
+constexpr std::uint32_t cNominalFrameBytes = 2048;
+// A waiting thread looks this often whether the interface is still there: the kernel tells when it goes down,
+// but no longer when it is removed after that.
+constexpr std::int64_t cWaitSlice = 250 * cNanosecondsPerMillisecond;
+
+int SetOption(int socket, int level, int name, int value) noexcept {
+    return ::setsockopt(socket, level, name, &value, sizeof(value)) == 0 ? 0 : errno;
+}
+
+} // namespace
+
+PacketReceiver::~PacketReceiver() {
+    if (mMemory != nullptr) {
+        ::munmap(mMemory, mMemoryBytes);
+    }
+}
+
+KESTATUS PacketReceiver::Create(const RingSize& size) {
+    // Protocol 0: nothing is received before Start.
+    int error = mSocket.OpenSocket(AF_PACKET, SOCK_RAW, 0);
+    if (error == 0) {
+        error = mWakeEvent.OpenEvent();
+    }
+    if (error == 0) {
+        error = SetOption(mSocket.Descriptor(), SOL_PACKET, PACKET_VERSION, TPACKET_V3);
+    }
+    if (error == 0) { // stamped on entry into the network stack, not when it is copied into the ring
+        error = SetOption(mSocket.Descriptor(), SOL_SOCKET, SO_TIMESTAMPNS, 1);
+    }
+    if (error == 0) {
+        error = SetOption(mSocket.Descriptor(), SOL_PACKET, PACKET_IGNORE_OUTGOING, 1);
+    }
+    return error == 0 ? CreateRing(size) : StatusForError(error);
+}
+
+KESTATUS PacketReceiver::CreateRing(RingSize size) {
+    int error = 0;
+    for (;;) {
+        struct tpacket_req3 request = {};
+        request.tp_block_size = size.blockBytes;
+        request.tp_block_nr = size.blockCount;
+        request.tp_frame_size = cNominalFrameBytes;
+        request.tp_frame_nr = size.blockBytes / cNominalFrameBytes * size.blockCount;
+        request.tp_retire_blk_tov = size.blockTimeout;
+        error = ::setsockopt(mSocket.Descriptor(), SOL_PACKET, PACKET_RX_RING, &request, sizeof(request)) == 0
+                    ? 0
+                    : errno;
+        if (error != ENOMEM || size.blockBytes * (size.blockCount / 2) < cMinRingBytes) {
+            break;
+        }
+        size.blockCount /= 2;
+    }
+    if (error != 0) {
+        return StatusForError(error);
+    }
+    mMemoryBytes = std::size_t{size.blockBytes} * size.blockCount;
+    void* const memory = ::mmap(nullptr, mMemoryBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE,
+                                mSocket.Descriptor(), 0);
+    if (memory == MAP_FAILED) {
+        return StatusForError(errno);
+    }
+    mMemory = static_cast<std::uint8_t*>(memory);
+    // A child would keep the socket alive through the mapping, and with it the interface promiscuous.
+    if (::madvise(mMemory, mMemoryBytes, MADV_DONTFORK) != 0) {
+        return StatusForError(errno);
+    }
+    mRing = PacketRing(mMemory, size.blockBytes, size.blockCount);
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS PacketReceiver::Start(unsigned interfaceIndex) {
+    // The kernel counts memberships and drops this one when the socket is closed.
+    struct packet_mreq membership = {};
+    membership.mr_ifindex = static_cast<int>(interfaceIndex);
+    membership.mr_type = PACKET_MR_PROMISC;
+    if (::setsockopt(mSocket.Descriptor(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &membership,
+                     sizeof(membership)) != 0) {
+        return StatusForError(errno);
+    }
+    struct sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(interfaceIndex);
+    const int result =
+        ::bind(mSocket.Descriptor(), reinterpret_cast<const struct sockaddr*>(&address), sizeof(address));
+    return result == 0 ? KESTATUS_SUCCESS : StatusForError(errno);
+}
+
+std::uint32_t PacketReceiver::TakeDropCount() noexcept {
+    struct tpacket_stats_v3 statistics = {};
+    socklen_t size = sizeof(statistics);
+    if (::getsockopt(mSocket.Descriptor(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size) != 0) {
+        return 0;
+    }
+    return statistics.tp_drops; // reading it sets it to 0
+}
+
+KESTATUS PacketReceiver::Wait(std::int64_t nanoseconds) noexcept {
+    nanoseconds = std::clamp<std::int64_t>(nanoseconds, 0, cWaitSlice);
+    struct pollfd waitedFor[2] = {{mSocket.Descriptor(), POLLIN, 0}, {mWakeEvent.Descriptor(), POLLIN, 0}};
+    struct timespec limit = {};
+    limit.tv_nsec = static_cast<long>(nanoseconds);
+    const int ready = ::ppoll(waitedFor, 2, &limit, nullptr);
+    if (ready < 0) {
+        return errno == EINTR ? KESTATUS_SUCCESS : StatusForError(errno);
+    }
+    return ready == 0 || (waitedFor[0].revents & POLLERR) != 0 ? CheckState() : KESTATUS_SUCCESS;
+}
+
+// A link that goes down says so once; reception goes on by itself when it is up again.
+KESTATUS PacketReceiver::CheckState() noexcept {
+    int error = 0;
+    socklen_t size = sizeof(error);
+    ::getsockopt(mSocket.Descriptor(), SOL_SOCKET, SO_ERROR, &error, &size);
+    struct sockaddr_ll address = {};
+    size = sizeof(address);
+    if (::getsockname(mSocket.Descriptor(), reinterpret_cast<struct sockaddr*>(&address), &size) != 0) {
+        return StatusForError(errno);
+    }
+    if (address.sll_ifindex <= 0) { // the kernel has taken the socket off its interface
+        return KESTATUS_DEVICE_REMOVED;
+    }
+    return error == 0 || error == ENETDOWN ? KESTATUS_SUCCESS : StatusForError(error);
+}
+
+void PacketReceiver::WakeWaiters() noexcept {
+    const std::uint64_t one = 1;
+    // Can only fail when the event is set already.
+    static_cast<void>(!::write(mWakeEvent.Descriptor(), &one, sizeof(one)));
+}
+
+} // namespace quayside2::netif

@@ -1,0 +1,59 @@
+// A packet socket with its receive ring, for one enabling: it is made, started, read and thrown away.
+//
+// Wait and WakeWaiters are for any thread; everything else needs a lock of the caller's.
+#ifndef QUAYSIDE2_NETIF_PACKETRECEIVER_H
+#define QUAYSIDE2_NETIF_PACKETRECEIVER_H
+
+#include <cstddef>
+
+#include "../ProcessFile.h"
+#include "../quayside2_api.h"
+#include "PacketRing.h"
+
+namespace quayside2::netif {
+
+class PacketReceiver {
+public:
+    // How the kernel hands frames over. A reader that stalls loses nothing for blockCount x blockTimeout
+    // milliseconds at low rates, and until blockCount x blockBytes are full at high ones.
+    struct RingSize {
+        std::uint32_t blockBytes;
+        std::uint32_t blockCount;
+        std::uint32_t blockTimeout; // milliseconds after which a block with frames is handed over
+    };
+
+    PacketReceiver() = default;
+    PacketReceiver(const PacketReceiver&) = delete;
+    PacketReceiver& operator=(const PacketReceiver&) = delete;
+    ~PacketReceiver();
+
+    // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
+    //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
+    KESTATUS Create(const RingSize& size);
+    // Starts reception from an interface, whatever the frames' destination. Once.
+    KESTATUS Start(unsigned interfaceIndex);
+
+    PacketRing& Ring() noexcept { return mRing; }
+    // Frames that the kernel has dropped for want of room since the last call.
+    std::uint32_t TakeDropCount() noexcept;
+
+    // Sleeps until there may be frames, the waiters are woken, the time in nanoseconds is up, or a moment has
+    // passed. KESTATUS_DEVICE_REMOVED when the interface is gone.
+    KESTATUS Wait(std::int64_t nanoseconds) noexcept;
+    // Every waiting thread returns soon; later waits do not sleep at all.
+    void WakeWaiters() noexcept;
+
+private:
+    KESTATUS CreateRing(RingSize size);
+    KESTATUS CheckState() noexcept;
+
+    ProcessFile mSocket;
+    ProcessFile mWakeEvent;
+    std::uint8_t* mMemory = nullptr;
+    std::size_t mMemoryBytes = 0;
+    PacketRing mRing;
+};
+
+} // namespace quayside2::netif
+
+#endif

@@ -1,0 +1,188 @@
+// quayside2-devices: lists the instances of the device library, for people and for scripts. It uses the
+// public device interface alone and disturbs nobody who uses a device.
+#include <algorithm>
+#include <cstdio>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "kestatus_util.h"
+#include "quayside2_api.h"
+
+namespace {
+
+constexpr int cExitFailure = 1;
+constexpr int cExitUsage = 2;
+
+struct DeviceLine {
+    std::uint32_t index = 0;
+    std::string name;
+    std::string product;
+    std::string macAddress;
+    std::string state; // one of a few words, or the status that opening it gave
+    std::string use;   // of a device in use of which a direction is free: "sending" or "receiving"
+};
+
+void PrintUsage(FILE* to) {
+    std::fputs("usage: quayside2-devices [--json]\n"
+               "Lists the devices that flowlane can use: index, friendly name, MAC address, state, product.\n"
+               "  --json         an array of objects\n"
+               "  -V, --version  the version of the device interface\n"
+               "  -h, --help     this text\n"
+               "States: free, in use, in use (sending), in use (receiving), link down, no privilege (opening "
+               "it needs\n"
+               "CAP_NET_RAW), removed; otherwise the status of the failure.\n",
+               to);
+}
+
+// As flowlane prints it.
+std::string StatusText(KESTATUS status) {
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
+    return std::string(number) + "(" + kestrelon::KEStringForStatusCode(status) + ")";
+}
+
+std::string ReadText(QBXDeviceHandle device, std::uint32_t property) {
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    return QBX_GetDevicePropertyString(device, property, text, sizeof text) == KESTATUS_SUCCESS ? text : "";
+}
+
+std::string ReadMacAddress(QBXDeviceHandle device) {
+    unsigned char address[6] = {};
+    if (QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, address, sizeof address, nullptr) !=
+        KESTATUS_SUCCESS) {
+        return "";
+    }
+    char text[18];
+    std::snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", address[0], address[1], address[2],
+                  address[3], address[4], address[5]);
+    return text;
+}
+
+// Takes "sending" out of "in use (sending)".
+void SplitState(DeviceLine& line) {
+    const std::size_t open = line.state.find(" (");
+    if (open != std::string::npos && line.state.back() == ')') {
+        line.use = line.state.substr(open + 2, line.state.size() - open - 3);
+        line.state.resize(open);
+    }
+}
+
+DeviceLine ReadDevice(QBXEnumerationHandle devices, std::uint32_t index) {
+    DeviceLine line;
+    line.index = index;
+    QBXDeviceHandle device = 0;
+    const KESTATUS status = QBX_OpenControlDevice(devices, index, &device);
+    if (status != KESTATUS_SUCCESS) {
+        line.state = status == KESTATUS_IN_USE ? "in use" : StatusText(status);
+        return line;
+    }
+    line.name = ReadText(device, QBX_PROPERTY_FRIENDLY_NAME);
+    line.product = ReadText(device, QBX_PROPERTY_PRODUCT_STRING);
+    line.macAddress = ReadMacAddress(device);
+    line.state = ReadText(device, QBX_PROPERTY_STATE);
+    if (line.state.empty()) { // a library that does not tell: it could be opened
+        line.state = "free";
+    }
+    SplitState(line);
+    QBX_CloseDevice(device);
+    return line;
+}
+
+void PrintTable(const std::vector<DeviceLine>& lines) {
+    std::size_t nameWidth = 1;
+    std::size_t stateWidth = 1;
+    const auto stateOf = [](const DeviceLine& line) {
+        return line.use.empty() ? line.state : line.state + " (" + line.use + ")";
+    };
+    const auto orDash = [](const std::string& text) { return text.empty() ? std::string("-") : text; };
+    for (const DeviceLine& line : lines) {
+        nameWidth = std::max(nameWidth, line.name.size());
+        stateWidth = std::max(stateWidth, stateOf(line).size());
+    }
+    for (const DeviceLine& line : lines) {
+        std::printf("%3u  %-*s  %-17s  %-*s  %s\n", line.index, static_cast<int>(nameWidth),
+                    orDash(line.name).c_str(), orDash(line.macAddress).c_str(), static_cast<int>(stateWidth),
+                    stateOf(line).c_str(), orDash(line.product).c_str());
+    }
+}
+
+// RFC 8259. Text that is not known is null.
+std::string JsonText(const std::string& text) {
+    if (text.empty()) {
+        return "null";
+    }
+    std::string quoted = "\"";
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x20 || byte == 0x7F) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", byte);
+            quoted += escape;
+            continue;
+        }
+        if (character == '"' || character == '\\') {
+            quoted += '\\';
+        }
+        quoted += character;
+    }
+    return quoted + "\"";
+}
+
+void PrintJson(const std::vector<DeviceLine>& lines) {
+    std::puts("[");
+    for (const DeviceLine& line : lines) {
+        std::printf(
+            "  {\"index\": %u, \"name\": %s, \"mac\": %s, \"state\": %s, \"use\": %s, \"product\": %s}%s\n",
+            line.index, JsonText(line.name).c_str(), JsonText(line.macAddress).c_str(),
+            JsonText(line.state).c_str(), JsonText(line.use).c_str(), JsonText(line.product).c_str(),
+            &line == &lines.back() ? "" : ",");
+    }
+    std::puts("]");
+}
+
+int ListDevices(bool json) {
+    ::setenv("QUAYSIDE2_INSPECT", "1", 1); // look without taking
+    QBXEnumerationHandle devices = 0;
+    std::uint32_t count = 0;
+    const KESTATUS status = QBX_EnumerateDevices(QBXDeviceType_any, &devices, &count);
+    if (status != KESTATUS_SUCCESS) {
+        std::fprintf(stderr, "quayside2-devices: the devices cannot be listed: %s\n",
+                     StatusText(status).c_str());
+        return cExitFailure;
+    }
+    std::vector<DeviceLine> lines;
+    lines.reserve(count);
+    for (std::uint32_t index = 0; index < count; ++index) {
+        lines.push_back(ReadDevice(devices, index));
+    }
+    QBX_CloseEnumeration(devices);
+    json ? PrintJson(lines) : PrintTable(lines);
+    if (std::fflush(stdout) != 0) {
+        std::perror("quayside2-devices: standard output");
+        return cExitFailure;
+    }
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::string argument = argc > 1 ? argv[1] : "";
+    if (argc > 2 || (argc == 2 && argument != "--json" && argument != "--version" && argument != "-V" &&
+                     argument != "--help" && argument != "-h")) {
+        PrintUsage(stderr);
+        return cExitUsage;
+    }
+    if (argument == "--help" || argument == "-h") {
+        PrintUsage(stdout);
+        return EXIT_SUCCESS;
+    }
+    if (argument == "--version" || argument == "-V") {
+        const std::uint32_t version = QBX_GetApiVersion();
+        std::printf("quayside2-devices, device interface %u.%u\n", version >> 16, version & 0xFFFFu);
+        return EXIT_SUCCESS;
+    }
+    return ListDevices(argument == "--json");
+}

@@ -1,0 +1,340 @@
+// Network interfaces as instances: how they are listed, who may hold them, what they need.
+#include <array>
+#include <cstdio>
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "NetifFixture.h"
+
+namespace {
+
+class NetifDeviceTest : public NetifFixture {};
+
+struct Listed {
+    std::string name;
+    std::string product;
+    std::array<std::uint8_t, 6> macAddress{};
+};
+
+// What an enumeration lists after the lanes.
+std::vector<Listed> ListInterfaces() {
+    QBXEnumerationHandle list = 0;
+    std::uint32_t count = 0;
+    EXPECT_EQ(QBX_EnumerateDevices(QBXDeviceType_any, &list, &count), KESTATUS_SUCCESS);
+    std::vector<Listed> found;
+    for (std::uint32_t index = 4; index < count; ++index) {
+        QBXDeviceHandle device = 0;
+        EXPECT_EQ(QBX_OpenControlDevice(list, index, &device), KESTATUS_SUCCESS);
+        Listed one;
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, sizeof(text));
+        one.name = text;
+        QBX_GetDevicePropertyString(device, QBX_PROPERTY_PRODUCT_STRING, text, sizeof(text));
+        one.product = text;
+        QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, one.macAddress.data(), 6, nullptr);
+        QBX_CloseDevice(device);
+        found.push_back(one);
+    }
+    QBX_CloseEnumeration(list);
+    return found;
+}
+
+std::string Names() {
+    std::string names;
+    for (const Listed& one : ListInterfaces()) {
+        names += (names.empty() ? "" : " ") + one.name;
+    }
+    return names;
+}
+
+TEST_F(NetifDeviceTest, ByInterfaceIndexAndTheLoopbackLast) {
+    Shell("ip link add flwbr type bridge && ip link add flwa type veth peer name flwb");
+    const std::string expected = ShellOutput("ip -o link | sed 's/^\\([0-9]*\\): \\([^:@]*\\).*/\\1 \\2/' | "
+                                             "sort -n | awk '$2 != \"lo\" {printf \"%s \", $2}'");
+    EXPECT_NE(expected.find("flwa"), std::string::npos);
+    EXPECT_EQ(Names(), expected + "lo");
+    Shell("ip link del flwbr && ip link del flwa");
+}
+
+TEST_F(NetifDeviceTest, OnlyWhatCarriesEthernetFrames) {
+    Shell("ip tuntap add flwtap mode tap && ip tuntap add flwtun mode tun");
+    const std::string names = " " + Names() + " ";
+    EXPECT_NE(names.find(" flwtap "), std::string::npos);
+    EXPECT_EQ(names.find(" flwtun "), std::string::npos);
+    Shell("ip link del flwtap && ip link del flwtun");
+}
+
+TEST_F(NetifDeviceTest, PropertiesOfAnInterface) {
+    Shell("ip link set flw0 down && ip link set flw0 address 02:13:57:9b:df:f0");
+    bool isSeen = false;
+    for (const Listed& one : ListInterfaces()) {
+        if (one.name == "flw0") {
+            isSeen = true;
+            EXPECT_EQ(one.product, "veth");
+            EXPECT_EQ(one.macAddress, (std::array<std::uint8_t, 6>{0x02, 0x13, 0x57, 0x9B, 0xDF, 0xF0}));
+        }
+        if (one.name == "lo") {
+            EXPECT_EQ(one.product, "Loopback interface");
+            EXPECT_EQ(one.macAddress, (std::array<std::uint8_t, 6>{}));
+        }
+    }
+    EXPECT_TRUE(isSeen);
+}
+
+TEST_F(NetifDeviceTest, DevicesVariableMixesLanesAndInterfaces) {
+    ::setenv("QUAYSIDE2_DEVICES", "flw1,lane-2,lo", 1);
+    QBXEnumerationHandle list = 0;
+    std::uint32_t count = 0;
+    EXPECT_EQ(QBX_EnumerateDevices(QBXDeviceType_any, &list, &count), KESTATUS_SUCCESS);
+    EXPECT_EQ(count, 3u);
+    QBXDeviceHandle device = 0;
+    EXPECT_EQ(QBX_OpenControlDevice(list, 0, &device), KESTATUS_SUCCESS);
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, text, sizeof(text));
+    EXPECT_STREQ(text, "flw1");
+    QBX_CloseDevice(device);
+    QBX_CloseEnumeration(list);
+    ::unsetenv("QUAYSIDE2_DEVICES");
+}
+
+TEST_F(NetifDeviceTest, OneSenderAndOneReceiver) {
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_IN_USE);
+    const QBXDeviceHandle receiver = OpenRx("flw0");
+    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_IN_USE);
+    EXPECT_EQ(TryOpenTx("flw1"), KESTATUS_SUCCESS);
+    OpenControl("flw0");
+    OpenControl("flw0");
+    QBX_CloseDevice(sender);
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
+    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_IN_USE);
+    QBX_CloseDevice(receiver);
+    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_SUCCESS);
+}
+
+TEST_F(NetifDeviceTest, States) {
+    EXPECT_EQ(State("flw0"), "free");
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    EXPECT_EQ(State("flw0"), "in use (sending)");
+    const QBXDeviceHandle receiver = OpenRx("flw0");
+    EXPECT_EQ(State("flw0"), "in use");
+    QBX_CloseDevice(sender);
+    EXPECT_EQ(State("flw0"), "in use (receiving)");
+    QBX_CloseDevice(receiver);
+    EXPECT_EQ(State("flw0"), "free");
+    EXPECT_EQ(State("lo"), "free");
+    Shell("ip link set flw0 down");
+    EXPECT_EQ(State("flw0"), "link down");
+    EXPECT_EQ(State("lane-1"), "free");
+    const QBXDeviceHandle control = OpenControl("flw0");
+    Shell("ip link del flw0");
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    EXPECT_EQ(QBX_GetDevicePropertyString(control, QBX_PROPERTY_STATE, text, sizeof(text)), KESTATUS_SUCCESS);
+    EXPECT_STREQ(text, "removed");
+}
+
+TEST_F(NetifDeviceTest, PropertiesThatAHandleDoesNotHave) {
+    std::uint64_t lost = 0;
+    const QBXDeviceHandle control = OpenControl("flw0");
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(control, QBX_PROPERTY_LOST_FRAMES, &lost, sizeof(lost), nullptr),
+              KESTATUS_NOT_FOUND);
+    EXPECT_EQ(QBX_SendRawFrames(control), KESTATUS_WRONG_DIRECTION);
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    std::uint32_t size = 0;
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(sender, QBX_PROPERTY_LOST_FRAMES, &lost, 7, &size),
+              KESTATUS_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 8u);
+}
+
+TEST_F(NetifDeviceTest, AnInterfaceThatIsGoneCannotBeOpened) {
+    QBXEnumerationHandle list = 0;
+    std::uint32_t count = 0;
+    ::setenv("QUAYSIDE2_DEVICES", "flw0", 1);
+    ASSERT_EQ(QBX_EnumerateDevices(QBXDeviceType_any, &list, &count), KESTATUS_SUCCESS);
+    ::unsetenv("QUAYSIDE2_DEVICES");
+    ASSERT_EQ(count, 1u);
+    Shell("ip link del flw0");
+    QBXDeviceHandle device = 0;
+    EXPECT_EQ(QBX_OpenRawTxDevice(list, 0, 0, QBXRawHeaderType_None, &device, 0), KESTATUS_DEVICE_REMOVED);
+    ASSERT_EQ(QBX_OpenRawRxDevice(list, 0, 0, QBXRawHeaderType_2, &device, 0), KESTATUS_SUCCESS);
+    EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_DEVICE_REMOVED);
+    QBX_CloseDevice(device);
+    QBX_CloseEnumeration(list);
+}
+
+// Runs body in a child process, which ends with its result.
+template <typename Body>
+int InChild(Body&& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(body());
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Takes every privilege from the calling thread but CAP_NET_RAW, or that too.
+void DropPrivileges(bool keepNetRaw) {
+    struct __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    struct __user_cap_data_struct data[2] = {};
+    data[0].effective = data[0].permitted = keepNetRaw ? 1u << CAP_NET_RAW : 0;
+    ::syscall(SYS_capset, &header, data);
+}
+
+TEST_F(NetifDeviceTest, WithoutThePrivilege) {
+    const int failed = InChild([this] {
+        DropPrivileges(false);
+        return TryOpenTx("flw0") == KESTATUS_ADMIN_PRIVILEGES_REQUIRED &&
+                       TryOpenRx("flw0") == KESTATUS_ADMIN_PRIVILEGES_REQUIRED &&
+                       State("flw0") == "no privilege" && State("lane-1") == "free" && !HasFailure()
+                   ? 0
+                   : 1;
+    });
+    EXPECT_EQ(failed, 0);
+}
+
+TEST_F(NetifDeviceTest, NoOtherPrivilegeIsNeeded) {
+    const int failed = InChild([this] {
+        DropPrivileges(true);
+        const QBXDeviceHandle receiver = OpenEnabledRx("flw1");
+        const QBXDeviceHandle sender = OpenTx("flw0");
+        Send(sender, MakeFrame(60, 1));
+        return Receive(receiver) && State("flw1") == "in use (receiving)" && !HasFailure() ? 0 : 1;
+    });
+    EXPECT_EQ(failed, 0);
+}
+
+TEST_F(NetifDeviceTest, AKilledHolderFreesItsInterface) {
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        OpenTx("flw0");
+        OpenEnabledRx("flw0");
+        static_cast<void>(!::write(pipe[1], "x", 1));
+        ::pause();
+        ::_exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(pipe[0], &byte, 1), 1);
+    EXPECT_EQ(State("flw0"), "in use");
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(State("flw0"), "free");
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
+    EXPECT_NE(ShellOutput("ip -d link show flw0").find("promiscuity 0"), std::string::npos);
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+}
+
+// A child has nothing of its parent's devices, and keeps nothing of them alive.
+TEST_F(NetifDeviceTest, AChildKeepsNothing) {
+    const QBXDeviceHandle receiver = OpenEnabledRx("flw0");
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const char answer = QBX_EnableRawRx(receiver) == KESTATUS_INVALID_HANDLE ? 'y' : 'n';
+        static_cast<void>(!::write(pipe[1], &answer, 1));
+        ::pause();
+        ::_exit(0);
+    }
+    char answer = 0;
+    EXPECT_EQ(::read(pipe[0], &answer, 1), 1);
+    EXPECT_EQ(answer, 'y');
+    QBX_CloseDevice(receiver);
+    QBX_CloseDevice(sender);
+    EXPECT_NE(ShellOutput("ip -d link show flw0").find("promiscuity 0"), std::string::npos);
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
+    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_SUCCESS);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+}
+
+TEST_F(NetifDeviceTest, NothingStaysOpenAcrossExec) {
+    const auto countOpen = [](int flag) {
+        int count = 0;
+        for (int descriptor = 3; descriptor < 256; ++descriptor) {
+            const int flags = ::fcntl(descriptor, F_GETFD);
+            count += flags >= 0 && (flags & FD_CLOEXEC) == flag ? 1 : 0;
+        }
+        return count;
+    };
+    const int inheritedBefore = countOpen(0);
+    const int closedBefore = countOpen(FD_CLOEXEC);
+    OpenEnabledRx("flw0");
+    OpenTx("flw0");
+    OpenControl("flw0");
+    EXPECT_EQ(countOpen(0), inheritedBefore);
+    EXPECT_EQ(countOpen(FD_CLOEXEC), closedBefore + 5);
+}
+
+TEST_F(NetifDeviceTest, NothingStaysOpenAfterClosing) {
+    const auto descriptors = [] { return ShellOutput("ls /proc/$PPID/fd | wc -l"); };
+    const std::string before = descriptors();
+    for (int round = 0; round < 3; ++round) {
+        const QBXDeviceHandle receiver = OpenEnabledRx("flw0");
+        const QBXDeviceHandle sender = OpenTx("flw0");
+        QBX_DisableRawRx(receiver);
+        QBX_EnableRawRx(receiver);
+        EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_IN_USE);
+        State("flw0");
+        QBX_CloseDevice(receiver);
+        QBX_CloseDevice(sender);
+    }
+    EXPECT_EQ(descriptors(), before);
+}
+
+// Sending, receiving, enabling and disabling from several threads at once; for the sanitizers.
+TEST_F(NetifDeviceTest, ManyThreads) {
+    const QBXDeviceHandle receiver = OpenEnabledRx("flw1");
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    std::vector<std::thread> threads;
+    threads.reserve(6);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+        threads.emplace_back([&, i] {
+            for (std::uint32_t number = 0; number < 2000; ++number) {
+                Submit(sender, MakeFrame(100, i));
+                QBX_SendRawFrames(sender);
+            }
+        });
+        threads.emplace_back([&] {
+            Bytes buffer(2000);
+            std::uint32_t length = 0;
+            for (int round = 0; round < 200; ++round) {
+                QBX_WaitForRawFrame(receiver, 5);
+                while (QBX_GetReceivedRawFrame(receiver, nullptr, buffer.data(), 2000, &length) ==
+                       KESTATUS_SUCCESS) {
+                }
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int round = 0; round < 10; ++round) {
+            QBX_DisableRawRx(receiver);
+            QBX_EnableRawRx(receiver);
+        }
+    });
+    threads.emplace_back([&] {
+        for (int round = 0; round < 50; ++round) {
+            EXPECT_LE(LostFrames(sender) + LostFrames(receiver), 10000u);
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(LostFrames(sender), 0u);
+}
+
+} // namespace
