@@ -177,13 +177,14 @@ def test_receiver_that_goes_and_comes_back(segment, tmp_path):
         program.process.stderr = None
 
 
-def test_dead_device_ends_nothing(short_file):
+def test_dead_device_is_told_and_ends_nothing():
     """The worker has ended; the statistics go on until the user asks for the end."""
     env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="WaitForRawFrame=0xE0000031")
     with Running(env, "av2rtp", "127.0.0.1") as program:
         for _ in range(3):
             program.read_until("AVTP packets received: 0, TS packets sent: 0, UDP packets sent: 0")
     assert program.lines[-1] == "Stop RTP sink..."
+    assert program.stderr == "AVTP source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
 
 
 def test_key_ends_it_while_it_waits(segment):

@@ -58,7 +58,7 @@ class Dumping:
         self.path = path
         self.count = count
         self.process = subprocess.Popen(
-            ["tcpdump", "-i", interface, "-Q", "in", "--time-stamp-precision=nano", "-U", "-w", path, "-B", "65536"],
+            ["tcpdump", "-Z", "root", "-i", interface, "-Q", "in", "--time-stamp-precision=nano", "-U", "-w", path, "-B", "65536"],
             stderr=subprocess.PIPE, text=True)
         while "listening on" not in self.process.stderr.readline():
             assert self.process.poll() is None

@@ -75,13 +75,14 @@ def test_missing_arguments():
     ("mac_size=8", ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
     # A failure to send ends the replay, which is told, and no failure of the command.
     ("SubmitRawFrame=0xE0000031",
-     ["Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."], 0),
+     ["PCAPNG file reader has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
+      "Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."], 0),
 ])
 def test_device_failures(tmp_path, script, lines, status):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(2, 1000))
     result = run_with_fake_device("playpcap", path, script=script)
-    assert result.stderr.splitlines()[-1:] == lines
+    assert result.stderr.splitlines()[-len(lines):] == lines
     assert result.returncode == exit_status(status)
     if status == 0:
         assert summary(result.stdout.splitlines()) == (0, [0, 0, 1] + [0] * 11)

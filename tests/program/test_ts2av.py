@@ -8,7 +8,8 @@ import capture
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
 from arguments import VERSION_LINE, mac_failure
-from lanes import LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, exit_status, run, run_with_fake_device
+from lanes import (FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, Running, exit_status, run,
+                   run_with_fake_device, sanitized_environment)
 
 LANE_1_ADDRESS = "025142580001"
 
@@ -157,3 +158,19 @@ def test_frames_without_resources_are_discarded_and_counted(short_file):
                          statistics[-1])
     assert int(match[1]) >= 980
     assert int(match[2]) >= int(match[1]) // 7
+
+
+@pytest.mark.parametrize("script", ["SendRawFrames=0xE0000031", "SubmitRawFrame=0xE0000031",
+                                    "CheckSubmitRawFrame=0xE0000031"])
+def test_why_a_stream_has_ended(short_file, script):
+    """Told once. When the file has been read to its end the command ends too, and claims no success."""
+    line = "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    result = run_with_fake_device("ts2av", short_file, script=script)
+    assert (result.returncode, result.stderr) == (0, line)
+    assert "Successfully" not in result.stdout
+    env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX=script)
+    with Running(env, "ts2av", short_file, "-l") as program:
+        program.read_until("press any key")
+        for _ in range(3):
+            program.read_until("TS packets sent: ")
+    assert program.stderr == line
