@@ -1,8 +1,8 @@
 // quayside2-devices: lists the instances of the device library, for people and for scripts. It uses the
 // public device interface alone and disturbs nobody who uses a device.
 #include <algorithm>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>

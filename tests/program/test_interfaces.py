@@ -4,6 +4,7 @@ from tools that others wrote."""
 import contextlib
 import json
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -51,6 +52,11 @@ def env():
     return sanitized_environment(QUAYSIDE2_DEVICES="flw0,flw1")
 
 
+# tcpdump changes its user and groups, which is not possible in the user namespace of a test that is not root's.
+DUMPING = ["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-U", "-B", "65536"] \
+    if pathlib.Path("/proc/self/setgroups").read_text() == "allow\n" else ["dumpcap", "-P", "-B", "64"]
+
+
 class Dumping:
     """tcpdump on an interface until the block ends, when it has seen so many frames or a while has passed."""
 
@@ -58,9 +64,8 @@ class Dumping:
         self.path = path
         self.count = count
         self.process = subprocess.Popen(
-            ["tcpdump", "-Z", "root", "-i", interface, "-Q", "in", "--time-stamp-precision=nano", "-U", "-w", path, "-B", "65536"],
-            stderr=subprocess.PIPE, text=True)
-        while "listening on" not in self.process.stderr.readline():
+            [*DUMPING, "-i", interface, "-w", path], stderr=subprocess.PIPE, text=True)
+        while not re.match("tcpdump: listening on|File:", self.process.stderr.readline()):
             assert self.process.poll() is None
 
     def __enter__(self):

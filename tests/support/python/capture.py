@@ -5,17 +5,17 @@ import struct
 
 
 def frames(path):
-    """(time in nanoseconds, frame) for each frame of a pcap file with nanosecond times."""
+    """(time in nanoseconds, frame) for each frame of a pcap file."""
     data = path.read_bytes()
     magic, = struct.unpack_from("<I", data, 0)
-    assert magic == 0xA1B23C4D
+    unit = {0xA1B23C4D: 1, 0xA1B2C3D4: 1000}[magic]
     found = []
     offset = 24
     while offset < len(data):
-        seconds, nanoseconds, captured, original = struct.unpack_from("<IIII", data, offset)
+        seconds, fraction, captured, original = struct.unpack_from("<IIII", data, offset)
         assert captured == original
         offset += 16
-        found.append((seconds * 10**9 + nanoseconds, data[offset:offset + captured]))
+        found.append((seconds * 10**9 + fraction * unit, data[offset:offset + captured]))
         offset += captured
     return found
 

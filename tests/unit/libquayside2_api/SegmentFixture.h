@@ -22,8 +22,8 @@ struct Received {
     std::uint32_t sequence = 0;
 };
 
-// Sets QUAYSIDE2_SEGMENT to a name that no other test uses, and removes the file at the end. Only the lanes are
-// listed, whatever interfaces the machine has.
+// Sets QUAYSIDE2_SEGMENT to a name that no other test uses, and removes the file at the end. Only the lanes
+// are listed, whatever interfaces the machine has.
 class SegmentFixture : public testing::Test {
 protected:
     SegmentFixture();

@@ -180,7 +180,9 @@ std::optional<Bytes> PeerSocket::Receive() const {
         }
         frame.resize(static_cast<std::size_t>(length));
         struct tpacket_auxdata tag = {};
-        std::memcpy(&tag, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof(tag));
+        if (const struct cmsghdr* const header = CMSG_FIRSTHDR(&message)) {
+            std::memcpy(&tag, CMSG_DATA(header), sizeof(tag));
+        }
         if ((tag.tp_status & TP_STATUS_VLAN_VALID) != 0) {
             frame.insert(frame.begin() + 12, {static_cast<std::uint8_t>(tag.tp_vlan_tpid >> 8),
                                               static_cast<std::uint8_t>(tag.tp_vlan_tpid),

@@ -1,6 +1,5 @@
 // Receiving from a network interface what a packet socket sends at the other end of the link.
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -158,9 +157,8 @@ TEST_F(NetifReceiveTest, NothingBeforeEnablingOrAfterDisabling) {
 // How many users want all frames of an interface.
 int Promiscuity(const std::string& name) {
     const std::string text = ShellOutput("ip -d -o link show " + name);
-    int count = -1;
-    std::sscanf(text.c_str() + text.find("promiscuity"), "promiscuity %d", &count);
-    return count;
+    const std::string label = "promiscuity ";
+    return std::stoi(text.substr(text.find(label) + label.size()));
 }
 
 TEST_F(NetifReceiveTest, PromiscuousWhileEnabled) {
