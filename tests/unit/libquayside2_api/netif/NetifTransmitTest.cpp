@@ -169,6 +169,18 @@ TEST_F(NetifTransmitTest, ALinkThatIsDownIsSurvivedAndCounted) {
     EXPECT_EQ(LostFrames(device), 10u);
 }
 
+TEST_F(NetifTransmitTest, ALinkThatWasDownFromTheBeginning) {
+    Shell("ip link set flw0 down");
+    const QBXDeviceHandle device = OpenTx("flw0");
+    Send(device, MakeFrame(60, 1));
+    EXPECT_EQ(LostFrames(device), 1u);
+    Shell("ip link set flw0 up");
+    const PeerSocket peer("flw1");
+    Send(device, MakeFrame(60, 2));
+    EXPECT_EQ(peer.Receive(), MakeFrame(60, 2));
+    EXPECT_EQ(LostFrames(device), 1u);
+}
+
 // The kernel takes the frames and drops them without a word.
 TEST_F(NetifTransmitTest, FramesOfALinkWithoutCarrierAreCounted) {
     const QBXDeviceHandle device = OpenTx("flw0");
