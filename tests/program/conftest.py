@@ -22,6 +22,7 @@ def interfaces():
                      f"link set port{number} master hub up", f"link set {name} up"]
     for command in commands:
         subprocess.run(["ip", *command.split()], check=True)
+    lanes.wait_for_carriers()
 
 
 @pytest.fixture

@@ -1,6 +1,7 @@
 """av2rtp and what a network does: groups, no way to the receiver, a link that goes down. Runs in a network
 namespace of its own (tests/support/in-network-namespace)."""
 
+import pathlib
 import re
 import subprocess
 
@@ -8,7 +9,7 @@ import pytest
 
 import rtp
 import tsfile
-from lanes import LANE_1, LANE_2, Running, exit_status, wait_for
+from lanes import LANE_1, LANE_2, Running, exit_status, wait_for, wait_for_carriers
 
 ENETUNREACH = 0xE0010065
 
@@ -22,9 +23,11 @@ def interface():
     """A link with addresses and the way to all groups; without one to anywhere else."""
     ip("link", "add", "link0", "type", "veth", "peer", "name", "link1")
     ip("link", "set", "link1", "up")
+    pathlib.Path("/proc/sys/net/ipv6/conf/link0/disable_ipv6").write_text("0")
     ip("address", "add", "192.0.2.1/24", "dev", "link0")
     ip("address", "add", "fd00::1/64", "dev", "link0", "nodad")
     ip("link", "set", "link0", "up")
+    wait_for_carriers()
     ip("route", "add", "224.0.0.0/4", "dev", "link0")
     yield "link0"
     ip("link", "delete", "link0")

@@ -17,7 +17,8 @@ import pytest
 import capture
 import rtp
 import tsfile
-from lanes import FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, Running, exit_status, run, sanitized_environment, wait_for
+from lanes import (
+    FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, Running, exit_status, run, sanitized_environment, wait_for, wait_for_carriers)
 from tools import tool
 
 DEVICES_TOOL = os.environ["DEVICES_BIN"]
@@ -38,6 +39,7 @@ def make_link():
     ip("link add flw0 address 02:00:5e:00:53:00 type veth peer name flw1 address 02:00:5e:00:53:01")
     ip("link set flw0 up")
     ip("link set flw1 up")
+    wait_for_carriers()
 
 
 @pytest.fixture(autouse=True)
@@ -526,7 +528,8 @@ def test_states(env, segment):
             assert re.search(r"flw0 .* in use +veth\n", list_devices(env=env).stdout)
         assert re.search(r"flw0 .* in use \(sending\)  veth\n", list_devices(env=env).stdout)
     ip("link set flw0 down")
-    assert states(env) == {"lane-1": free, "lane-2": free, "flw0": ("link down", None), "flw1": ("link down", None)}
+    wait_for(lambda: states(env) == {"lane-1": free, "lane-2": free, "flw0": ("link down", None),
+                                     "flw1": ("link down", None)}, "both ends to see it")
     assert states(env, without_privileges()) == {
         "lane-1": free, "lane-2": free, "flw0": ("no privilege", None), "flw1": ("no privilege", None)}
 

@@ -98,6 +98,14 @@ def wait_for(condition, what):
         time.sleep(0.01)
 
 
+def wait_for_carriers():
+    """Until all links that are up carry frames: the kernel takes up a carrier a moment later."""
+    def links():
+        return subprocess.run(["ip", "-o", "link", "show", "type", "veth", "up"], capture_output=True, text=True,
+                              check=True, timeout=TIMEOUT).stdout.splitlines()
+    wait_for(lambda: all(" state UP " in link for link in links()), "carriers")
+
+
 class Running:
     """The program in the background. Its lines come one by one; leaving the block stops it, which it has to
     survive in good order."""

@@ -118,6 +118,18 @@ std::string ShellOutput(const std::string& command) {
     return output;
 }
 
+void MakeLink() {
+    Shell("ip link add flw0 type veth peer name flw1 && ip link set flw1 up");
+    SetLinkUp("flw0");
+}
+
+// The kernel takes up a carrier a moment later, and loses frames until then.
+void SetLinkUp(const std::string& interface) {
+    Shell("ip link set " + interface +
+          " up && for i in $(seq 1000); do ip -o link show type veth up | grep -vq 'state UP' || exit 0; "
+          "sleep 0.01; done; exit 1");
+}
+
 std::uint64_t TimeOfDayNow() {
     return ReadClock(CLOCK_REALTIME);
 }
@@ -197,7 +209,7 @@ NetifFixture::NetifFixture() {
     mSegment = "unit-netif-" + std::to_string(::getpid());
     ::setenv("QUAYSIDE2_SEGMENT", mSegment.c_str(), 1);
     ::unsetenv("QUAYSIDE2_DEVICES");
-    Shell("ip link add flw0 type veth peer name flw1 && ip link set flw0 up && ip link set flw1 up");
+    MakeLink();
 }
 
 NetifFixture::~NetifFixture() {

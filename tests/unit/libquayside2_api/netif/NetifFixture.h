@@ -23,6 +23,11 @@ void Shell(const std::string& command);
 // The same; what it prints.
 std::string ShellOutput(const std::string& command);
 
+// Makes the two interfaces flw0 and flw1, the ends of a link, and waits until it carries frames.
+void MakeLink();
+// Sets an interface up and waits until it carries frames; the other end is up.
+void SetLinkUp(const std::string& interface);
+
 // Nanoseconds since 1970.
 std::uint64_t TimeOfDayNow();
 

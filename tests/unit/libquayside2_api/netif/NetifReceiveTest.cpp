@@ -412,11 +412,8 @@ TEST_F(NetifWakeTest, ALinkThatComesBackGoesOn) {
     const KESTATUS status = WaitWhile(
         device,
         [&] {
-            Shell("ip link set flw1 up");
-            for (int i = 0; i < 100; ++i) { // until the link has its carrier
-                peer.Send(MakeFrame(60, 2));
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
+            SetLinkUp("flw1");
+            peer.Send(MakeFrame(60, 2));
         },
         delay);
     EXPECT_EQ(status, KESTATUS_SUCCESS);
@@ -430,7 +427,7 @@ TEST_F(NetifWakeTest, AnInterfaceThatWasDownFromTheBeginning) {
     Shell("ip link set flw1 down");
     const QBXDeviceHandle device = OpenEnabledRx("flw1");
     EXPECT_EQ(QBX_WaitForRawFrame(device, 50), KESTATUS_TIMEOUT);
-    Shell("ip link set flw1 up && sleep 0.2");
+    SetLinkUp("flw1");
     PeerSocket("flw0").Send(MakeFrame(60, 2));
     EXPECT_TRUE(Receive(device));
 }
@@ -445,7 +442,7 @@ TEST_F(NetifWakeTest, ARemovedInterfaceIsAStatus) {
     EXPECT_EQ(QBX_DisableRawRx(device), KESTATUS_SUCCESS);
     EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_DEVICE_REMOVED);
     EXPECT_EQ(QBX_WaitForRawFrame(device, -1), KESTATUS_NOT_ENABLED);
-    Shell("ip link add flw0 type veth peer name flw1 && ip link set flw0 up && ip link set flw1 up");
+    MakeLink();
     EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_DEVICE_REMOVED); // another one of the same name
     const QBXDeviceHandle again = OpenEnabledRx("flw1");
     PeerSocket("flw0").Send(MakeFrame(60, 1));

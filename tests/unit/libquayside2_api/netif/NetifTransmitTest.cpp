@@ -163,7 +163,7 @@ TEST_F(NetifTransmitTest, ALinkThatIsDownIsSurvivedAndCounted) {
         Send(device, MakeFrame(60, number));
     }
     EXPECT_EQ(LostFrames(device), 10u);
-    Shell("ip link set flw0 up");
+    SetLinkUp("flw0");
     Send(device, MakeFrame(60, 99));
     EXPECT_EQ(peer.Receive(), MakeFrame(60, 99));
     EXPECT_EQ(LostFrames(device), 10u);
@@ -174,7 +174,7 @@ TEST_F(NetifTransmitTest, ALinkThatWasDownFromTheBeginning) {
     const QBXDeviceHandle device = OpenTx("flw0");
     Send(device, MakeFrame(60, 1));
     EXPECT_EQ(LostFrames(device), 1u);
-    Shell("ip link set flw0 up");
+    SetLinkUp("flw0");
     const PeerSocket peer("flw1");
     Send(device, MakeFrame(60, 2));
     EXPECT_EQ(peer.Receive(), MakeFrame(60, 2));
@@ -190,8 +190,7 @@ TEST_F(NetifTransmitTest, FramesOfALinkWithoutCarrierAreCounted) {
         Send(device, MakeFrame(60, number));
     }
     EXPECT_EQ(LostFrames(device), 10u);
-    Shell("ip link set flw1 up && for i in $(seq 500); do ip -o link show flw0 | grep -q 'state UP' && exit "
-          "0; sleep 0.01; done; exit 1");
+    SetLinkUp("flw1");
     const PeerSocket peer("flw1");
     Send(device, MakeFrame(60, 99));
     EXPECT_EQ(peer.Receive(), MakeFrame(60, 99));
@@ -230,7 +229,7 @@ TEST_F(NetifTransmitTest, ARemovedInterfaceIsAStatus) {
     }
     EXPECT_EQ(QBX_WaitForTxResources(device, 1, -1), KESTATUS_DEVICE_REMOVED);
     // Another interface of the name is another interface.
-    Shell("ip link add flw0 type veth peer name flw1 && ip link set flw0 up && ip link set flw1 up");
+    MakeLink();
     ASSERT_EQ(Submit(device, MakeFrame(60, 1)), KESTATUS_SUCCESS);
     EXPECT_EQ(QBX_SendRawFrames(device), KESTATUS_DEVICE_REMOVED);
     EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
@@ -239,7 +238,8 @@ TEST_F(NetifTransmitTest, ARemovedInterfaceIsAStatus) {
 TEST_F(NetifTransmitTest, ARenamedInterfaceGoesOn) {
     const PeerSocket peer("flw1");
     const QBXDeviceHandle device = OpenTx("flw0");
-    Shell("ip link set flw0 down && ip link set flw0 name flw5 && ip link set flw5 up");
+    Shell("ip link set flw0 down && ip link set flw0 name flw5");
+    SetLinkUp("flw5");
     Send(device, MakeFrame(60, 1));
     EXPECT_EQ(peer.Receive(), MakeFrame(60, 1));
     Shell("ip link del flw5");
