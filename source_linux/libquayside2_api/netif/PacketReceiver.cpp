@@ -25,6 +25,12 @@ constexpr std::uint32_t cNominalFrameBytes = 2048;
 // A waiting thread looks this often whether the interface is still there: the kernel tells when it goes down,
 // but no longer when it is removed after that.
 constexpr std::int64_t cWaitSlice = 250 * cNanosecondsPerMillisecond;
+// How much later than after two block timeouts the kernel's timer may hand over a block that is not full.
+constexpr std::int64_t cTimerSlack = 20 * cNanosecondsPerMillisecond;
+
+struct timespec LessThanASecond(std::int64_t nanoseconds) noexcept {
+    return {0, static_cast<long>(nanoseconds)};
+}
 
 int SetOption(int socket, int level, int name, int value) noexcept {
     return ::setsockopt(socket, level, name, &value, sizeof(value)) == 0 ? 0 : errno;
@@ -57,6 +63,7 @@ KESTATUS PacketReceiver::Create(const RingSize& size) {
 }
 
 KESTATUS PacketReceiver::CreateRing(RingSize size) {
+    mLastBlockDelay = 2 * size.blockTimeout * cNanosecondsPerMillisecond + cTimerSlack;
     int error = 0;
     for (;;) {
         struct tpacket_req3 request = {};
@@ -121,13 +128,20 @@ std::uint32_t PacketReceiver::TakeDropCount() noexcept {
 KESTATUS PacketReceiver::Wait(std::int64_t nanoseconds) noexcept {
     nanoseconds = std::clamp<std::int64_t>(nanoseconds, 0, cWaitSlice);
     struct pollfd waitedFor[2] = {{mSocket.Descriptor(), POLLIN, 0}, {mWakeEvent.Descriptor(), POLLIN, 0}};
-    struct timespec limit = {};
-    limit.tv_nsec = static_cast<long>(nanoseconds);
+    const struct timespec limit = LessThanASecond(nanoseconds);
     const int ready = ::ppoll(waitedFor, 2, &limit, nullptr);
     if (ready < 0) {
         return errno == EINTR ? KESTATUS_SUCCESS : StatusForError(errno);
     }
-    return ready == 0 || (waitedFor[0].revents & POLLERR) != 0 ? CheckState() : KESTATUS_SUCCESS;
+    if (ready != 0 && (waitedFor[0].revents & POLLERR) == 0) {
+        return KESTATUS_SUCCESS;
+    }
+    const KESTATUS status = CheckState();
+    if (status == KESTATUS_DEVICE_REMOVED) {
+        const struct timespec rest = LessThanASecond(mLastBlockDelay);
+        ::ppoll(&waitedFor[1], 1, &rest, nullptr);
+    }
+    return status;
 }
 
 // A link that goes down says so once; reception goes on by itself when it is up again.

@@ -19,7 +19,7 @@ public:
     struct RingSize {
         std::uint32_t blockBytes;
         std::uint32_t blockCount;
-        std::uint32_t blockTimeout; // milliseconds after which a block with frames is handed over
+        std::uint32_t blockTimeout; // milliseconds after which a block with frames is handed over; below 400
     };
 
     PacketReceiver() = default;
@@ -38,7 +38,7 @@ public:
     std::uint32_t TakeDropCount() noexcept;
 
     // Sleeps until there may be frames, the waiters are woken, the time in nanoseconds is up, or a moment has
-    // passed. KESTATUS_DEVICE_REMOVED when the interface is gone.
+    // passed. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the ring then.
     KESTATUS Wait(std::int64_t nanoseconds) noexcept;
     // Every waiting thread returns soon; later waits do not sleep at all.
     void WakeWaiters() noexcept;
@@ -51,6 +51,7 @@ private:
     ProcessFile mWakeEvent;
     std::uint8_t* mMemory = nullptr;
     std::size_t mMemoryBytes = 0;
+    std::int64_t mLastBlockDelay = 0; // nanoseconds
     PacketRing mRing;
 };
 

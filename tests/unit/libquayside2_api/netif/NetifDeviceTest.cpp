@@ -5,7 +5,10 @@
 #include <filesystem>
 #include <iterator>
 #include <linux/capability.h>
+#include <linux/if_tun.h>
+#include <memory>
 #include <net/if.h>
+#include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -65,15 +68,30 @@ TEST_F(NetifDeviceTest, ByInterfaceIndexAndTheLoopbackLast) {
     Shell("ip link del flwbr && ip link del flwa");
 }
 
+// A tap interface that says it carries frames of this type (ARPHRD), as long as the result is kept.
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> MakeTap(const std::string& name, int type) {
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> tap(std::fopen("/dev/net/tun", "r+e"), &std::fclose);
+    EXPECT_TRUE(tap);
+    struct ifreq request = {};
+    name.copy(request.ifr_name, sizeof(request.ifr_name) - 1);
+    request.ifr_flags = IFF_TAP | IFF_NO_PI;
+    EXPECT_EQ(::ioctl(::fileno(tap.get()), TUNSETIFF, &request), 0);
+    EXPECT_EQ(::ioctl(::fileno(tap.get()), TUNSETLINK, type), 0);
+    return tap;
+}
+
 TEST_F(NetifDeviceTest, OnlyWhatCarriesEthernetFrames) {
     if (::access("/dev/net/tun", R_OK | W_OK) != 0) {
         GTEST_SKIP() << "this user may not make the other kind";
     }
-    Shell("ip tuntap add flwtap mode tap && ip tuntap add flwtun mode tun");
+    const auto ethernet = MakeTap("flwtap", ARPHRD_ETHER);
+    const auto other = MakeTap("flwring", ARPHRD_FDDI);
+    Shell("ip tuntap add flwtun mode tun");
     const std::string names = " " + Names() + " ";
     EXPECT_NE(names.find(" flwtap "), std::string::npos);
+    EXPECT_EQ(names.find(" flwring "), std::string::npos);
     EXPECT_EQ(names.find(" flwtun "), std::string::npos);
-    Shell("ip link del flwtap && ip link del flwtun");
+    Shell("ip link del flwtun");
 }
 
 TEST_F(NetifDeviceTest, PropertiesOfAnInterface) {

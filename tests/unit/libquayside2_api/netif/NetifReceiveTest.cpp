@@ -1,9 +1,12 @@
 // Receiving from a network interface what a packet socket sends at the other end of the link.
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <net/if.h>
 #include <thread>
 
 #include "NetifFixture.h"
+#include "netif/PacketReceiver.h"
 
 namespace {
 
@@ -126,6 +129,29 @@ TEST_F(NetifReceiveTest, ABridgeReceives) {
     Shell("ip link del flwbr");
 }
 
+// An interface that stands on another one.
+TEST_F(NetifReceiveTest, AMacvlanReceivesAndSends) {
+    const std::string answer =
+        ShellOutput("ip link add link flw1 name flwmac type macvlan mode bridge 2>&1 || true");
+    if (answer.find("Unknown device type") != std::string::npos) {
+        GTEST_SKIP() << "this kernel has no macvlan";
+    }
+    Shell("ip link set flwmac up");
+    const QBXDeviceHandle receiver = OpenEnabledRx("flwmac");
+    const QBXDeviceHandle sender = OpenTx("flwmac");
+    const PeerSocket peer("flw0");
+    Bytes frame = MakeFrame(60, 1);
+    std::fill_n(frame.begin(), 6, std::uint8_t{0xFF});
+    peer.Send(frame);
+    const auto received = Receive(receiver);
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->frame, frame);
+    Send(sender, MakeFrame(1514, 2));
+    EXPECT_EQ(peer.Receive(), MakeFrame(1514, 2));
+    EXPECT_EQ(State("flwmac"), "in use");
+    Shell("ip link del flwmac");
+}
+
 TEST_F(NetifReceiveTest, NothingBeforeEnablingOrAfterDisabling) {
     const QBXDeviceHandle device = OpenRx("flw1");
     const PeerSocket peer("flw0");
@@ -181,6 +207,8 @@ TEST_F(NetifReceiveTest, FramesLongerThanTheBufferAreMissing) {
     }
     peer.Send(MakeTaggedFrame(101, 1));
     peer.Send(MakeTaggedFrame(100, 1));
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(100)); // all are handed over, or a report may come between
     std::string seen;
     Bytes buffer(116);
     while (seen.size() < 40 && QBX_WaitForRawFrame(device, 10000) == KESTATUS_SUCCESS) {
@@ -460,6 +488,21 @@ TEST_F(NetifWakeTest, FramesOfARemovedInterfaceAreStillTaken) {
     EXPECT_EQ(QBX_WaitForRawFrame(device, -1), KESTATUS_SUCCESS);
     EXPECT_TRUE(Receive(device));
     EXPECT_EQ(QBX_WaitForRawFrame(device, -1), KESTATUS_DEVICE_REMOVED);
+}
+
+// The kernel tells of the removal before it hands over the last frames.
+TEST_F(NetifWakeTest, TheLastFramesBeforeARemovalAreTaken) {
+    quayside2::netif::PacketReceiver receiver;
+    ASSERT_EQ(receiver.Create({64u << 10, 64, 200}), KESTATUS_SUCCESS);
+    ASSERT_EQ(receiver.Start(::if_nametoindex("flw1")), KESTATUS_SUCCESS);
+    PeerSocket("flw0").Send(MakeFrame(60, 1));
+    Shell("ip link del flw1");
+    KESTATUS status = KESTATUS_SUCCESS;
+    while (status == KESTATUS_SUCCESS && !receiver.Ring().HasFrame()) {
+        status = receiver.Wait(1'000'000'000);
+    }
+    EXPECT_EQ(status, KESTATUS_DEVICE_REMOVED);
+    EXPECT_TRUE(receiver.Ring().HasFrame());
 }
 
 // Removed after it went down: the kernel says nothing any more.
