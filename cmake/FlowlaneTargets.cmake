@@ -11,6 +11,14 @@ if(FLOWLANE_SANITIZE)
   target_link_options(flowlane_options INTERFACE -fsanitize=${FLOWLANE_SANITIZE})
 endif()
 
+# flowlane_program(name): what a program needs that tests send signals to.
+function(flowlane_program name)
+  target_link_libraries(${name} PRIVATE flowlane_options)
+  if(FLOWLANE_SANITIZE MATCHES thread)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/thread_sanitizer_start.c)
+  endif()
+endfunction()
+
 # The folders of the toolbox and the operating-system layer, lowest first; they see each other's headers.
 set(FLOWLANE_TOOLBOX_INCLUDES
   ${PROJECT_SOURCE_DIR}/source_common/libkert ${PROJECT_SOURCE_DIR}/source_common/libketb
