@@ -19,27 +19,13 @@ import socket
 import statistics
 import struct
 import subprocess
+import sys
 import tempfile
 import time
 
-START = 1_700_000_000 * 10**9
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "support" / "python"))
 
-
-def block(kind, body):
-    length = 12 + len(body)
-    return struct.pack("<II", kind, length) + body + struct.pack("<I", length)
-
-
-def write_file(path, frames, spacing):
-    """A pcap-ng file; spacing in nanoseconds."""
-    with path.open("wb") as file:
-        file.write(block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)))
-        file.write(block(1, struct.pack("<HHIHHB3xI", 1, 0, 0, 9, 1, 9, 0)))
-        for number, frame in enumerate(frames):
-            when = START + number * spacing
-            header = struct.pack("<IIIII", 0, when >> 32, when & 0xFFFFFFFF, len(frame), len(frame))
-            file.write(block(6, header + frame + bytes(-len(frame) % 4)))
-    return path
+from pcapng import START, write_file
 
 
 def avtp_frame(number):

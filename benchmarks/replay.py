@@ -11,7 +11,6 @@ different origins. drift: of the mean lateness, between the first and the last t
 import argparse
 import os
 import pathlib
-import struct
 import sys
 import tempfile
 
@@ -19,19 +18,8 @@ top = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(top / "tests" / "support" / "python"))
 
 
-def block(kind, body):
-    length = 12 + len(body)
-    return struct.pack("<II", kind, length) + body + struct.pack("<I", length)
-
-
-def write_file(path, count, spacing):
-    with path.open("wb") as file:
-        file.write(block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)))
-        file.write(block(1, struct.pack("<HHIHHB3xI", 1, 0, 0, 9, 1, 9, 0)))
-        for number in range(count):
-            when = 1_700_000_000_000_000_000 + number * spacing
-            data = b"\xff" * 6 + b"\x02" * 6 + b"\x88\xb5" + number.to_bytes(4, "big") + bytes(82)
-            file.write(block(6, struct.pack("<IIIII", 0, when >> 32, when & 0xFFFFFFFF, 100, 100) + data))
+def numbered(number):
+    return b"\xff" * 6 + b"\x02" * 6 + b"\x88\xb5" + number.to_bytes(4, "big") + bytes(82)
 
 
 def main():
@@ -47,6 +35,7 @@ def main():
         LANE_DUMP_BIN=str(tools / "lane-dump"), LANE_SEND_BIN=str(tools / "lane-send"), FAKE_DEVICE_DIR="")
     import capture
     import lanes
+    import pcapng
     lanes.TIMEOUT = args.seconds + 120
 
     spacing = 1_000_000_000 // args.rate
@@ -54,7 +43,7 @@ def main():
     segment = lanes.Segment(f"replay-{os.getpid()}")
     with tempfile.TemporaryDirectory() as folder:
         path = pathlib.Path(folder) / "file.pcapng"
-        write_file(path, count, spacing)
+        pcapng.write_file(path, map(numbered, range(count)), spacing)
         captured = pathlib.Path(folder) / "frames.pcap"
         try:
             with segment.receiver(captured) as receiver:

@@ -1,5 +1,5 @@
 """playpcap replays what dumpcap and tshark have written: several interfaces, statistics and name resolution blocks.
-Runs in a network namespace of its own (tests/support/in-network-namespace)."""
+Runs in a network namespace of its own (tests/support/network-test)."""
 
 import os
 import signal

@@ -1,5 +1,5 @@
 """A sample plays on lane-1 and av2rtp forwards it from lane-2: ffmpeg receives and decodes what arrives, and
-tshark looks at it on its way. Runs in a network namespace of its own (tests/support/in-network-namespace)."""
+tshark looks at it on its way. Runs in a network namespace of its own (tests/support/network-test)."""
 
 import contextlib
 import os

@@ -1,5 +1,5 @@
 """av2rtp and what a network does: groups, no way to the receiver, a link that goes down. Runs in a network
-namespace of its own (tests/support/in-network-namespace)."""
+namespace of its own (tests/support/network-test)."""
 
 import pathlib
 import re

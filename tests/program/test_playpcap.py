@@ -15,6 +15,7 @@ import tsfile
 from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
 from lanes import (FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, TIMEOUT, Running, exit_status, run,
                    run_with_fake_device, wait_for)
+from pcapng import INTERFACE, NANOSECONDS, SECTION, START, block, packet
 from tools import tool
 
 RUNNING = "press any key to stop..."
@@ -37,26 +38,11 @@ DETAILS = [
 ]
 
 
-def block(kind, body):
-    length = 12 + len(body)
-    return struct.pack("<II", kind, length) + body + struct.pack("<I", length)
-
-
-SECTION = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1))
-NANOSECONDS = struct.pack("<HHB3x", 9, 1, 9) + bytes(4)
-INTERFACE = block(1, struct.pack("<HHI", 1, 0, 0) + NANOSECONDS)
-
-
-def packet(data, timestamp):
-    return block(6, struct.pack("<IIIII", 0, timestamp >> 32, timestamp & 0xFFFFFFFF, len(data), len(data)) +
-                 data + bytes(-len(data) % 4))
-
-
 def frame(number, length=60):
     return bytes.fromhex("ffffffffffff" "02aabbccddee" "88b5") + number.to_bytes(4, "big") + bytes(length - 18)
 
 
-def file_of(count, spacing, start=1_700_000_000_000_000_000):
+def file_of(count, spacing, start=START):
     """Numbered frames; spacing in nanoseconds."""
     return SECTION + INTERFACE + b"".join(packet(frame(i), start + i * spacing) for i in range(count))
 

@@ -260,8 +260,8 @@ void NetifFixture::Send(QBXDeviceHandle device, const Bytes& frame) {
     ASSERT_EQ(QBX_SendRawFrames(device), KESTATUS_SUCCESS);
 }
 
-std::optional<ReceivedItem> NetifFixture::Receive(QBXDeviceHandle device) {
-    Bytes buffer(70000);
+std::optional<ReceivedItem> NetifFixture::Receive(QBXDeviceHandle device, std::size_t bufferSize) {
+    Bytes buffer(bufferSize);
     std::uint32_t length = 0;
     ReceivedItem item;
     const auto take = [&] {

@@ -78,8 +78,9 @@ protected:
 
     static KESTATUS Submit(QBXDeviceHandle device, const Bytes& frame);
     static void Send(QBXDeviceHandle device, const Bytes& frame);
-    // The next item of a handle with the receive header, waited for at most ten seconds.
-    static std::optional<ReceivedItem> Receive(QBXDeviceHandle device);
+    // The next item of a handle with the receive header, waited for at most ten seconds; the buffer has so
+    // many bytes.
+    static std::optional<ReceivedItem> Receive(QBXDeviceHandle device, std::size_t bufferSize = 70000);
     static std::uint64_t LostFrames(QBXDeviceHandle device);
     static std::string State(const char* name);
 
