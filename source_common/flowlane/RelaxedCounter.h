@@ -11,9 +11,10 @@ namespace flowlane {
 class RelaxedCounter {
 public:
     // For the counting thread alone.
-    void Add(std::uint64_t count = 1) noexcept { mValue.store(Value() + count, std::memory_order_relaxed); }
-    void Subtract(std::uint64_t count) noexcept { mValue.store(Value() - count, std::memory_order_relaxed); }
-    void Clear() noexcept { mValue.store(0, std::memory_order_relaxed); }
+    void Add(std::uint64_t count = 1) noexcept { Set(Value() + count); }
+    void Subtract(std::uint64_t count) noexcept { Set(Value() - count); }
+    void Set(std::uint64_t value) noexcept { mValue.store(value, std::memory_order_relaxed); }
+    void Clear() noexcept { Set(0); }
 
     std::uint64_t Value() const noexcept { return mValue.load(std::memory_order_relaxed); }
 

@@ -5,6 +5,7 @@
 #ifndef QUAYSIDE2_SEGMENT_SEGMENTFILE_H
 #define QUAYSIDE2_SEGMENT_SEGMENTFILE_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

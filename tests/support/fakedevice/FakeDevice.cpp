@@ -49,6 +49,7 @@ void FakeDevice::Reset() {
     mSubmitted.clear();
     mSubmittedCount = 0;
     mSentCount = 0;
+    mLostFrames.reset();
     mReceived.clear();
     mNextEnumeration = cFirstEnumeration;
     mNextDevice = cFirstDevice;
@@ -85,6 +86,12 @@ void FakeDevice::QueueReceivedFrame(FakeFrame frame, QBXRawFrameType type) {
     const std::lock_guard lock(mMutex);
     mReceived.push_back({std::move(frame), type});
     mRxChanged.notify_all();
+}
+
+void FakeDevice::SetLostFrames(std::uint64_t lost, std::uint32_t size) {
+    const std::lock_guard lock(mMutex);
+    mLostFrames = lost;
+    mLostFramesSize = size;
 }
 
 void FakeDevice::SetRecording(bool isRecording) {
@@ -267,16 +274,22 @@ KESTATUS FakeDevice::GetDevicePropertyBinary(QBXDeviceHandle device, std::uint32
     if (!found) {
         return KESTATUS_INVALID_HANDLE;
     }
-    if (property != QBX_PROPERTY_MAC_ADDRESS) {
-        return KESTATUS_NOT_FOUND;
+    const auto answer = [&](const void* value, std::size_t valueSize) {
+        std::copy_n(static_cast<const std::uint8_t*>(value), std::min<std::size_t>(size, valueSize),
+                    static_cast<std::uint8_t*>(buffer));
+        if (returnedSize) {
+            *returnedSize = static_cast<std::uint32_t>(valueSize);
+        }
+        return KESTATUS_SUCCESS;
+    };
+    if (property == QBX_PROPERTY_MAC_ADDRESS) {
+        const std::vector<std::uint8_t>& address = InstanceOf(*found).macAddress;
+        return answer(address.data(), address.size());
     }
-    const std::vector<std::uint8_t>& address = InstanceOf(*found).macAddress;
-    std::copy_n(address.begin(), std::min<std::size_t>(size, address.size()),
-                static_cast<std::uint8_t*>(buffer));
-    if (returnedSize) {
-        *returnedSize = static_cast<std::uint32_t>(address.size());
+    if (property == QBX_PROPERTY_LOST_FRAMES && mLostFrames) {
+        return answer(&*mLostFrames, mLostFramesSize);
     }
-    return KESTATUS_SUCCESS;
+    return KESTATUS_NOT_FOUND;
 }
 
 KESTATUS FakeDevice::SetRxEnabled(Qbx function, QBXDeviceHandle device, bool isEnabled) {

@@ -77,6 +77,9 @@ public:
     // For the next receive: the bytes as the caller gets them, receive header included.
     void QueueReceivedFrame(FakeFrame frame, QBXRawFrameType type = QBXRawFrameType_Data);
 
+    // What QBX_PROPERTY_LOST_FRAMES answers from now on, of size bytes; until then KESTATUS_NOT_FOUND.
+    void SetLostFrames(std::uint64_t lost, std::uint32_t size = sizeof(std::uint64_t));
+
     // Without recording calls and frames are only counted, which allocates nothing.
     void SetRecording(bool isRecording);
 
@@ -150,6 +153,8 @@ private:
     std::vector<FakeFrame> mSubmitted;
     std::size_t mSubmittedCount = 0;
     std::size_t mSentCount = 0;
+    std::optional<std::uint64_t> mLostFrames;
+    std::uint32_t mLostFramesSize = 0; // bytes
     std::deque<ReceivedFrame> mReceived;
     std::uint32_t mNextEnumeration = cFirstEnumeration;
     std::uint32_t mNextDevice = cFirstDevice;

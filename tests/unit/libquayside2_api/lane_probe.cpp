@@ -7,6 +7,7 @@
 //                         or ro), in place of /dev/shm; then prints how many files are in it
 //   fill LANE             opens to send, submits 3 frames without sending, prints "ready" and sleeps
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
