@@ -13,10 +13,12 @@ def tool(*command, **options):
 
 
 def decode(path, fields, *options):
-    """What tshark says of a capture file: one dictionary a frame."""
+    """What tshark says of a capture file: one dictionary a frame. True and false are "1" and "0"."""
     output = tool("tshark", "-r", path, *options, "-T", "fields", "-E", "separator=\t", "-E", "occurrence=f",
                   *(word for field in fields for word in ("-e", field))).decode()
-    return [dict(zip(fields, line.split("\t"))) for line in output.split("\n")[:-1]]
+    numbers = {"True": "1", "False": "0"}  # as tshark prints them from version 4.2 on
+    rows = [[numbers.get(value, value) for value in line.split("\t")] for line in output.split("\n")[:-1]]
+    return [dict(zip(fields, row)) for row in rows]
 
 
 def video_hashes(path):
