@@ -17,6 +17,7 @@ import capture
 from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
 from lanes import (FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, ON_INTERFACES, PRODUCT, TIMEOUT, Running,
                    exit_status, run, run_with_fake_device, wait_for)
+from namespaces import private_mounts
 from tools import tool
 
 RUNNING = "press any key to stop..."
@@ -260,11 +261,10 @@ def test_full_disk_adds_up(segment, tmp_path, size):
 
 def test_small_disk_adds_up(segment, tmp_path):
     """A file system of a megabyte, in a mount namespace of its own; what it holds at the end is copied out."""
-    map_user = [] if os.geteuid() == 0 else ["--map-root-user"]
     script = 'mount -t tmpfs -o size=1m none "$0" && "$@" && cp "$0"/file.pcapng "$0".copy'
     disk = tmp_path / "disk"
     disk.mkdir()
-    process = subprocess.Popen(["unshare", "--mount", *map_user, "sh", "-c", script, disk, FLOWLANE, "pcap",
+    process = subprocess.Popen([*private_mounts(), "sh", "-c", script, disk, FLOWLANE, "pcap",
                                 disk / "file", "-n", LANE_2], env=segment.env, stdin=subprocess.PIPE,
                                stdout=subprocess.PIPE, text=True)
     program = Capturing.__new__(Capturing)

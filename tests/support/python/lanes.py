@@ -116,6 +116,9 @@ class Running:
         self.lines = []
         self.stderr = None
 
+    def __repr__(self):
+        return f"<{' '.join(map(str, self.process.args))}: {self.lines[-5:]}>"
+
     def read_until(self, part):
         """The next line that has this part."""
         while True:

@@ -31,6 +31,9 @@ class Receiver:
         self._thread = threading.Thread(target=self._receive)
         self._thread.start()
 
+    def __repr__(self):
+        return f"<{len(self.datagrams)} datagrams on port {self.port}>"
+
     def _receive(self):
         while not self._ended:
             with contextlib.suppress(TimeoutError):
