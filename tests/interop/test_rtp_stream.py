@@ -102,7 +102,7 @@ def capture_while(path, action):
 
 
 RTP_FIELDS = {"rtp.version": "2", "rtp.padding": "0", "rtp.ext": "0", "rtp.cc": "0", "rtp.marker": "0",
-              "rtp.p_type": "33", "rtp.timestamp": "0", "rtp.ssrc": "0x00000000"}
+              "rtp.p_type": "33", "rtp.timestamp": "0", "rtp.ssrc": "0x0"}
 
 
 def decode_rtp(path, *fields):

@@ -1,5 +1,6 @@
 """The other tools that look at what the program does."""
 
+import re
 import subprocess
 
 from lanes import TIMEOUT
@@ -13,12 +14,15 @@ def tool(*command, **options):
 
 
 def decode(path, fields, *options):
-    """What tshark says of a capture file: one dictionary a frame. True and false are "1" and "0"."""
+    """What tshark says of a capture file: one dictionary a frame. Its versions differ in how they print true, false
+    and the width of hexadecimal numbers; here they are "1", "0" and numbers without leading zeros."""
     output = tool("tshark", "-r", path, *options, "-T", "fields", "-E", "separator=\t", "-E", "occurrence=f",
                   *(word for field in fields for word in ("-e", field))).decode()
-    numbers = {"True": "1", "False": "0"}  # as tshark prints them from version 4.2 on
-    rows = [[numbers.get(value, value) for value in line.split("\t")] for line in output.split("\n")[:-1]]
-    return [dict(zip(fields, row)) for row in rows]
+    booleans = {"True": "1", "False": "0"}
+
+    def plain(value):
+        return re.sub("^0x0+(?=.)", "0x", booleans.get(value, value))
+    return [dict(zip(fields, map(plain, line.split("\t")))) for line in output.split("\n")[:-1]]
 
 
 def video_hashes(path):
