@@ -20,7 +20,10 @@ constexpr int cMaxSkips = 1024;
 } // namespace
 
 KESTATUS NetifRxDevice::Open() {
-    const KESTATUS status = MakeReceiver(); // first, so that a missing privilege is what a user hears of
+    KESTATUS status = MakeReceiver(); // first, so that a missing privilege is what a user hears of
+    if (status == KESTATUS_SUCCESS) {
+        status = mReceiver->CheckInterface(mInterfaceIndex);
+    }
     return status == KESTATUS_SUCCESS ? mLock.Take(mInterfaceIndex, InterfaceLock::Direction::Receive)
                                       : status;
 }
@@ -37,7 +40,7 @@ KESTATUS NetifRxDevice::MakeReceiver() {
 KESTATUS NetifRxDevice::GetLostFrames(std::uint64_t& count) {
     const std::lock_guard lock(mMutex);
     CountDrops();
-    count = mDroppedFrames;
+    count = mSequence.Lost();
     return KESTATUS_SUCCESS;
 }
 
@@ -55,9 +58,7 @@ KESTATUS NetifRxDevice::EnableRawRx() {
         return status;
     }
     mIsEnabled = true;
-    mSequence = 0;
-    mIsSequenceKnown = false;
-    mUnreported = 0;
+    mSequence.Start();
     return KESTATUS_SUCCESS;
 }
 
@@ -136,20 +137,22 @@ KESTATUS NetifRxDevice::GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t*
         if (!isReady || ring.TakeLossMark()) {
             CountDrops();
         }
-        // The first sequence number is what later ones are compared with, so it has to come before a loss.
-        if (mHeaderBytes != 0 && mUnreported != 0 && (!isReady || !mIsSequenceKnown)) {
-            WriteLossReport(type, buffer, receivedLength);
+        if (mHeaderBytes != 0 && mSequence.IsIdleDue(isReady)) {
+            const std::uint64_t now = TimeOfDay();
+            WriteHeader(buffer, now / cNanosecondsPerSecond,
+                        static_cast<std::uint32_t>(now % cNanosecondsPerSecond));
+            type = QBXRawFrameType_Idle;
+            receivedLength = mHeaderBytes;
             return KESTATUS_SUCCESS;
         }
         if (!isReady) {
             break;
         }
         if (frame.isCut || frame.WireBytes() > bufferSize - mHeaderBytes) {
-            ++mUnreported;
+            mSequence.Skip();
             ring.Pop();
             continue;
         }
-        mSequence += std::exchange(mUnreported, 0);
         WriteHeader(buffer, frame.seconds, frame.nanoseconds);
         frame.CopyTo(buffer + mHeaderBytes);
         type = QBXRawFrameType_Data;
@@ -162,30 +165,16 @@ KESTATUS NetifRxDevice::GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t*
 
 void NetifRxDevice::CountDrops() noexcept {
     if (mReceiver) {
-        const std::uint32_t drops = mReceiver->TakeDropCount();
-        mUnreported += drops;
-        mDroppedFrames += drops;
+        mSequence.Lose(mReceiver->TakeDropCount());
     }
 }
 
-// A header alone: its sequence number shows what was lost when no frame follows that could.
-void NetifRxDevice::WriteLossReport(QBXRawFrameType& type, std::uint8_t* buffer,
-                                    std::uint32_t& receivedLength) noexcept {
-    if (mIsSequenceKnown) {
-        mSequence += std::exchange(mUnreported, 0);
-    }
-    const std::uint64_t now = TimeOfDay();
-    WriteHeader(buffer, now / cNanosecondsPerSecond, static_cast<std::uint32_t>(now % cNanosecondsPerSecond));
-    type = QBXRawFrameType_Idle;
-    receivedLength = mHeaderBytes;
-}
-
+// Numbers what is delivered now.
 void NetifRxDevice::WriteHeader(std::uint8_t* to, std::uint64_t seconds, std::uint32_t nanoseconds) noexcept {
+    const std::uint32_t sequence = mSequence.Take();
     if (mHeaderBytes != 0) {
-        WriteReceiveHeader(to, seconds, nanoseconds, mSequence);
+        WriteReceiveHeader(to, seconds, nanoseconds, sequence);
     }
-    ++mSequence;
-    mIsSequenceKnown = true;
 }
 
 } // namespace quayside2::netif

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "../Device.h"
+#include "../ReceiveSequence.h"
 #include "InterfaceLock.h"
 #include "PacketReceiver.h"
 
@@ -23,6 +24,7 @@ public:
     // Takes the interface and the memory. Once, before anything else.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
     //   KESTATUS_IN_USE                     somebody receives from the interface
+    //   KESTATUS_DEVICE_REMOVED             the interface is gone
     KESTATUS Open();
 
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
@@ -40,7 +42,6 @@ private:
     KESTATUS MakeReceiver();
     void CountDrops() noexcept;
     void WriteHeader(std::uint8_t* to, std::uint64_t seconds, std::uint32_t nanoseconds) noexcept;
-    void WriteLossReport(QBXRawFrameType& type, std::uint8_t* buffer, std::uint32_t& receivedLength) noexcept;
 
     const DeviceProperties mProperties;
     const unsigned mInterfaceIndex;
@@ -53,10 +54,7 @@ private:
     std::shared_ptr<PacketReceiver> mReceiver;
     bool mIsEnabled = false;
     bool mIsShutdown = false;
-    std::uint32_t mSequence = 0;      // of what is delivered next
-    bool mIsSequenceKnown = false;    // something was delivered since the enabling
-    std::uint32_t mUnreported = 0;    // lost frames that no sequence number has shown yet
-    std::uint64_t mDroppedFrames = 0; // by the kernel, since the device was opened
+    ReceiveSequence mSequence;
 };
 
 } // namespace quayside2::netif

@@ -98,6 +98,11 @@ KESTATUS PacketReceiver::CreateRing(RingSize size) {
     return KESTATUS_SUCCESS;
 }
 
+KESTATUS PacketReceiver::CheckInterface(unsigned interfaceIndex) const noexcept {
+    bool isLinkUp = false;
+    return QueryIsLinkUp(mSocket.Descriptor(), interfaceIndex, isLinkUp);
+}
+
 KESTATUS PacketReceiver::Start(unsigned interfaceIndex) {
     // The kernel counts memberships and drops this one when the socket is closed.
     struct packet_mreq membership = {};

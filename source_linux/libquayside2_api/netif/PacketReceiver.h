@@ -7,8 +7,8 @@
 #include <cstddef>
 
 #include "../ProcessFile.h"
-#include "../quayside2_api.h"
 #include "PacketRing.h"
+#include "kestatus.h"
 
 namespace quayside2::netif {
 
@@ -30,6 +30,8 @@ public:
     // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
     KESTATUS Create(const RingSize& size);
+    // KESTATUS_DEVICE_REMOVED when there is no such interface.
+    KESTATUS CheckInterface(unsigned interfaceIndex) const noexcept;
     // Starts reception from an interface, whatever the frames' destination. Once.
     KESTATUS Start(unsigned interfaceIndex);
 

@@ -15,6 +15,9 @@
 
 namespace quayside2::segment {
 
+// What the system call reads where it is handed a time.
+static_assert(sizeof(struct timespec) == 2 * sizeof(long));
+
 // Sleeps while the word holds expected, at most the given time; may return earlier without a reason.
 inline void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
                       std::int64_t nanoseconds) noexcept {

@@ -10,6 +10,11 @@ namespace {
 // How often Peek follows a sender that overruns it again and again, before it leaves the rest to the
 // next call.
 constexpr int cPeekTries = 8;
+// How often Start looks again because a sender was faster. A lap of the ring takes a sender far longer than a
+// look, so more than two are damage.
+constexpr int cStartTries = 8;
+// A number that no frame has.
+constexpr std::uint64_t cUnknownCount = ~std::uint64_t{0};
 
 bool IsRecordEnd(std::uint64_t position) {
     return position % cRecordAlignment == 0;
@@ -21,11 +26,19 @@ void RingReader::Start() noexcept {
     mPeeked = false;
     mPassedOver = 0;
     mDamaged = false;
-    mHead = mSender.head.load(std::memory_order_acquire);
-    if (!IsRecordEnd(mHead)) {
-        mHead = 0;
+    mLost = 0;
+    mNextCount = cUnknownCount;
+    // Senders do not wait for this reader yet, so they may be overwriting the count that it reads.
+    for (int tries = 0; mNextCount == cUnknownCount && tries < cStartTries; ++tries) {
+        mHead = mSender.head.load(std::memory_order_acquire);
+        if (!IsRecordEnd(mHead)) {
+            mHead = 0;
+        }
+        const std::uint64_t count = CountAt(mHead);
+        if (mHead == 0 || !IsOverwritten(mHead - cWordBytes)) {
+            mNextCount = count + 1;
+        }
     }
-    mNextCount = CountAt(mHead) + 1;
     MoveTo(mHead);
 }
 
@@ -50,41 +63,47 @@ bool RingReader::Peek() noexcept {
         const Word* const record = &WordAt(mRecord);
         const std::uint64_t mark = record[0].load(std::memory_order_relaxed);
         mTime = record[1].load(std::memory_order_relaxed);
+        mLength = static_cast<std::uint32_t>(mark);
+        const bool isRecord = mark >> 32 == cRecordMark && mLength >= cMinFrameBytes &&
+                              mLength <= cMaxTaggedFrameBytes && mRecord <= mHead &&
+                              mHead - mRecord >= RecordBytes(mLength);
+        const std::uint64_t count = isRecord ? CountAt(mRecord + RecordBytes(mLength)) : 0;
         if (IsOverwritten(mRecord)) {
             Resynchronise();
             continue;
         }
-        mLength = static_cast<std::uint32_t>(mark);
-        if (mark >> 32 != cRecordMark || mLength < cMinFrameBytes || mLength > cMaxTaggedFrameBytes ||
-            mRecord > mHead || mHead - mRecord < RecordBytes(mLength)) {
+        if (!isRecord) {
             SkipDamage(mHead);
             return false;
         }
+        CountLoss(count);
         mPeeked = true;
         mPassedOver = 0;
     }
     return mPeeked;
 }
 
-bool RingReader::Take(std::uint8_t* to, std::uint32_t& lost) noexcept {
+// Counts what was lost before the frame with a number. Until that frame is taken it counts as lost too.
+void RingReader::CountLoss(std::uint64_t count) noexcept {
+    // Numbers that go back come from a sender that had to start its ring afresh: what was lost is unknown.
+    const bool unknownLoss = mDamaged || count < mNextCount;
+    const std::uint32_t lost = count > mNextCount ? static_cast<std::uint32_t>(count - mNextCount) : 0;
+    mLost += unknownLoss && lost == 0 ? 1 : lost;
+    mDamaged = false;
+    mNextCount = count;
+}
+
+bool RingReader::Take(std::uint8_t* to) noexcept {
     mPeeked = false;
     const std::uint64_t end = mRecord + RecordBytes(mLength);
     if (to != nullptr) {
         LoadBytes(to, &WordAt(mRecord + cRecordHeaderBytes), mLength);
     }
-    const std::uint64_t count = CountAt(end);
     if (IsOverwritten(mRecord)) {
         Resynchronise();
         return false;
     }
-    // Numbers that go back come from a sender that had to start its ring afresh: what was lost is unknown.
-    const bool unknownLoss = mDamaged || count < mNextCount;
-    lost = count > mNextCount ? static_cast<std::uint32_t>(count - mNextCount) : 0;
-    if (unknownLoss && lost == 0) {
-        lost = 1;
-    }
-    mDamaged = false;
-    mNextCount = count + 1;
+    ++mNextCount;
     const bool newBlock = BlockStart(end) != BlockStart(mPosition);
     MoveTo(end);
     if (newBlock || end == mHead) {

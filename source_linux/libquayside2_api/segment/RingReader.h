@@ -6,6 +6,8 @@
 #ifndef QUAYSIDE2_SEGMENT_RINGREADER_H
 #define QUAYSIDE2_SEGMENT_RINGREADER_H
 
+#include <utility>
+
 #include "SegmentLayout.h"
 
 namespace quayside2::segment {
@@ -30,12 +32,14 @@ public:
     void PassOver() noexcept { ++mPassedOver; }
     std::uint32_t PassedOver() const noexcept { return mPassedOver; }
 
-    // Copies the frame, Length() bytes, and goes on to the next. lost gets how many frames of this ring were
-    // lost directly before it. False when the frame was overwritten meanwhile: what was copied is
-    // worthless, Peek finds what comes next. Requires a successful Peek.
-    bool Take(std::uint8_t* to, std::uint32_t& lost) noexcept;
+    // How many frames of this ring were lost before the one that Peek shows; each is told once.
+    std::uint32_t TakeLoss() noexcept { return std::exchange(mLost, 0); }
+
+    // Copies the frame, Length() bytes, and goes on to the next. False when the frame was overwritten
+    // meanwhile: what was copied is worthless, Peek finds what comes next. Requires a successful Peek.
+    bool Take(std::uint8_t* to) noexcept;
     // The same without copying.
-    bool Skip(std::uint32_t& lost) noexcept { return Take(nullptr, lost); }
+    bool Skip() noexcept { return Take(nullptr); }
 
     // This reader stops: a sender that waits looks again whom it has to wait for.
     void ReleaseSender() noexcept;
@@ -45,6 +49,7 @@ private:
     // Frames sent up to a position that is the end of a record, as the record says.
     std::uint64_t CountAt(std::uint64_t position) const noexcept;
     bool IsOverwritten(std::uint64_t position) const noexcept;
+    void CountLoss(std::uint64_t count) noexcept;
     void Resynchronise() noexcept;
     void SkipDamage(std::uint64_t head) noexcept;
     void MoveTo(std::uint64_t position) noexcept;
@@ -58,6 +63,7 @@ private:
     std::uint64_t mHead = 0;      // end of the records, as seen last; not below mPosition
     std::uint64_t mNextCount = 1; // number of the frame that comes next when none is lost
     bool mDamaged = false;        // something was lost since, whatever the numbers say
+    std::uint32_t mLost = 0;      // frames before the next one, not told yet
 
     bool mPeeked = false;
     std::uint64_t mRecord = 0; // where the frame's record starts

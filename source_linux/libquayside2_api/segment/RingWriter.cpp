@@ -24,8 +24,7 @@ RingWriter::RingWriter(Ring& ring, SenderState& state) noexcept
     if (mReclaimed % cBlockBytes != 0 || mReclaimed > mEnd || mEnd - mReclaimed > cRingBytes) {
         // Start afresh with the next block; receivers find nothing before it.
         mEnd = BlockStart(mEnd) + cBlockBytes;
-        mReclaimed = mEnd;
-        mState.reclaim.store(mReclaimed, std::memory_order_release);
+        Reclaim(mEnd);
         WordAt(mEnd - cWordBytes).store(0, std::memory_order_relaxed);
         mState.head.store(mEnd, std::memory_order_release);
         mSentEnd = mEnd;
@@ -47,21 +46,21 @@ void RingWriter::Reclaim(std::uint64_t position) noexcept {
     std::atomic_thread_fence(std::memory_order_release);
 }
 
-void RingWriter::Append(TxBatch::Record& record, std::uint64_t time) noexcept {
+void RingWriter::Append(TxBatch::Record& record) noexcept {
     const std::uint64_t start = NextRecordPosition(mEnd);
-    record.words[1] = time;
+    mUnsent[mUnsentCount++] = start;
     record.words[record.wordCount - 1] = ++mFrameCount;
     StoreWords(&WordAt(start), record.words, record.wordCount);
     mEnd = start + record.wordCount * cWordBytes;
 }
 
-bool RingWriter::Publish() noexcept {
-    if (mSentEnd == mEnd) {
-        return false;
+void RingWriter::Publish(std::uint64_t time) noexcept {
+    for (std::size_t i = 0; i < mUnsentCount; ++i) {
+        WordAt(mUnsent[i] + cWordBytes).store(time, std::memory_order_relaxed);
     }
+    mUnsentCount = 0;
     mSentEnd = mEnd;
     mState.head.store(mEnd, std::memory_order_release);
-    return true;
 }
 
 } // namespace quayside2::segment

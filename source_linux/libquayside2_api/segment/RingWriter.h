@@ -5,6 +5,8 @@
 #ifndef QUAYSIDE2_SEGMENT_RINGWRITER_H
 #define QUAYSIDE2_SEGMENT_RINGWRITER_H
 
+#include <array>
+
 #include "SegmentLayout.h"
 #include "TxBatch.h"
 
@@ -27,10 +29,12 @@ public:
     std::uint64_t Reclaimed() const noexcept { return mReclaimed; }
     void Reclaim(std::uint64_t position) noexcept;
 
-    // Writes a record with this time, behind the others, not yet visible to anybody.
-    void Append(TxBatch::Record& record, std::uint64_t time) noexcept;
-    // Sends what was appended. False when there was nothing.
-    bool Publish() noexcept;
+    // Writes a record behind the others, not yet visible to anybody. Requires room for it: at most
+    // TxBatch::cMaxFrames are appended and not sent.
+    void Append(TxBatch::Record& record) noexcept;
+    bool HasUnsent() const noexcept { return mUnsentCount != 0; }
+    // Sends what was appended, with this time.
+    void Publish(std::uint64_t time) noexcept;
 
 private:
     Word& WordAt(std::uint64_t position) noexcept { return mRing[RingIndex(position)]; }
@@ -41,6 +45,9 @@ private:
     std::uint64_t mSentEnd;
     std::uint64_t mReclaimed;
     std::uint64_t mFrameCount = 0;
+    // Where the records start that are appended and not sent.
+    std::array<std::uint64_t, TxBatch::cMaxFrames> mUnsent{};
+    std::size_t mUnsentCount = 0;
 };
 
 } // namespace quayside2::segment

@@ -42,10 +42,18 @@ SegmentRxDevice::~SegmentRxDevice() {
     }
 }
 
+// As far as frames have been taken: what is lost is known when the next frame is looked at.
+KESTATUS SegmentRxDevice::GetLostFrames(std::uint64_t& count) {
+    const std::lock_guard lock(mMutex);
+    count = mSequence.Lost();
+    return KESTATUS_SUCCESS;
+}
+
 KESTATUS SegmentRxDevice::EnableRawRx() {
     const std::lock_guard lock(mMutex);
     if (mEpoch.load(std::memory_order_relaxed) % 2 == 0) {
-        mSequence = 0;
+        mSequence.Start();
+        mLastTime = 0;
         for (RingReader& reader : mReaders) {
             reader.Start();
         }
@@ -157,29 +165,53 @@ KESTATUS SegmentRxDevice::GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_
     }
     for (int skips = 0; skips < cMaxSkips; ++skips) {
         RingReader* const reader = ChooseReader();
-        if (reader == nullptr) {
+        const bool isReady = reader != nullptr;
+        if (isReady) {
+            mSequence.Lose(reader->TakeLoss());
+        }
+        if (mHeaderBytes != 0 && mSequence.IsIdleDue(isReady)) {
+            type = QBXRawFrameType_Idle;
+            receivedLength = WriteItem(buffer, isReady ? reader->Time() : TimeOfDay(), 0);
+            return KESTATUS_SUCCESS;
+        }
+        if (!isReady) {
             break;
         }
-        std::uint32_t lost = 0;
         const std::uint32_t length = reader->Length();
         const std::uint64_t time = reader->Time();
         if (length > bufferSize - mHeaderBytes) {
-            if (reader->Skip(lost)) {
-                mSequence += lost + 1;
+            if (reader->Skip()) {
+                mSequence.Skip();
             }
-        } else if (reader->Take(buffer + mHeaderBytes, lost)) {
-            mSequence += lost;
-            if (mHeaderBytes != 0) {
-                WriteReceiveHeader(buffer, time / cNanosecondsPerSecond,
-                                   static_cast<std::uint32_t>(time % cNanosecondsPerSecond), mSequence);
-            }
-            ++mSequence;
+        } else if (reader->Take(buffer + mHeaderBytes)) {
             type = QBXRawFrameType_Data;
-            receivedLength = mHeaderBytes + length;
+            receivedLength = WriteItem(buffer, time, length);
             return KESTATUS_SUCCESS;
         }
     }
     return KESTATUS_NO_DATA;
+}
+
+// Numbers what is delivered now and writes its header. Returns its length.
+std::uint32_t SegmentRxDevice::WriteItem(std::uint8_t* buffer, std::uint64_t time,
+                                         std::uint32_t frameBytes) noexcept {
+    const std::uint32_t sequence = mSequence.Take();
+    if (mHeaderBytes != 0) {
+        time = DeliveryTime(time);
+        WriteReceiveHeader(buffer, time / cNanosecondsPerSecond,
+                           static_cast<std::uint32_t>(time % cNanosecondsPerSecond), sequence);
+    }
+    return mHeaderBytes + frameBytes;
+}
+
+// The time with which a frame is delivered that was stamped with this one.
+std::uint64_t SegmentRxDevice::DeliveryTime(std::uint64_t time) noexcept {
+    // The last time is past for every clock that was not set back since, however late this frame was sent.
+    if (time < mLastTime && TimeOfDay() >= mLastTime) {
+        time = mLastTime;
+    }
+    mLastTime = time;
+    return time;
 }
 
 } // namespace quayside2::segment

@@ -1,6 +1,10 @@
 // A port of the segment opened to receive: the frames of the other ports, merged in the order of their time
 // stamps.
 //
+// The times that it delivers never go back, unless the clock of the machine was set back. A sender stamps its
+// frames just before they can be seen; when it is held up in between, frames that others stamped later may
+// have been delivered. A frame that comes so late gets the time of the one before it.
+//
 // From any thread; one lock makes taking frames exclusive. A waiting thread holds no lock.
 #ifndef QUAYSIDE2_SEGMENT_SEGMENTRXDEVICE_H
 #define QUAYSIDE2_SEGMENT_SEGMENTRXDEVICE_H
@@ -10,6 +14,7 @@
 #include <vector>
 
 #include "../Device.h"
+#include "../ReceiveSequence.h"
 #include "RingReader.h"
 #include "SegmentPort.h"
 
@@ -23,6 +28,7 @@ public:
     ~SegmentRxDevice() override;
 
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    KESTATUS GetLostFrames(std::uint64_t& count) override;
     KESTATUS EnableRawRx() override;
     KESTATUS DisableRawRx() override;
     KESTATUS WaitForRawFrame(std::int32_t timeoutMs) override;
@@ -35,6 +41,8 @@ private:
     KESTATUS WaitState(std::uint32_t epoch) const noexcept;
     RingReader* ChooseReader() noexcept;
     void ChangeEpoch() noexcept;
+    std::uint64_t DeliveryTime(std::uint64_t time) noexcept;
+    std::uint32_t WriteItem(std::uint8_t* buffer, std::uint64_t time, std::uint32_t frameBytes) noexcept;
 
     const DeviceProperties mProperties;
     const std::uint32_t mHeaderBytes; // 0 without the receive header
@@ -44,7 +52,8 @@ private:
     std::atomic<std::uint32_t> mEpoch;
     std::mutex mMutex; // everything below
     std::vector<RingReader> mReaders;
-    std::uint32_t mSequence = 0; // of the next frame
+    ReceiveSequence mSequence;
+    std::uint64_t mLastTime = 0; // that was delivered since the enabling
 };
 
 } // namespace quayside2::segment

@@ -32,6 +32,11 @@ SegmentTxDevice::SegmentTxDevice(const DeviceProperties& properties, std::unique
       mFlowControl(mPort->Control(), mPort->Number(),
                    [this](std::uint32_t number) { return mPort->File().IsPortHeld(number); }) {}
 
+KESTATUS SegmentTxDevice::GetLostFrames(std::uint64_t& count) {
+    count = 0;
+    return KESTATUS_SUCCESS;
+}
+
 KESTATUS SegmentTxDevice::CheckSubmitRawFrame(std::uint32_t length) {
     if (length < cMinFrameBytes || length > cMaxTaggedFrameBytes) {
         return KESTATUS_INVALID_LENGTH;
@@ -44,9 +49,9 @@ KESTATUS SegmentTxDevice::WaitForTxResources(std::uint32_t count, std::int32_t t
     if (count == 0 || count > TxBatch::cMaxFrames) {
         return KESTATUS_INVALID_PARAMETER;
     }
-    const std::lock_guard lock(mMutex);
+    Lock lock(mMutex);
     if (mBatch.FreeFrames() < count) {
-        MoveBatch(DeadlineAfter(timeoutMs), AtDeadline::Keep);
+        MoveBatch(lock, count, DeadlineAfter(timeoutMs), AtDeadline::Keep);
     }
     if (mBatch.FreeFrames() >= count) {
         return KESTATUS_SUCCESS;
@@ -68,11 +73,11 @@ KESTATUS SegmentTxDevice::SubmitRawFrame(const std::uint8_t* frame, std::uint32_
 }
 
 KESTATUS SegmentTxDevice::SendRawFrames() {
-    const std::lock_guard lock(mMutex);
+    Lock lock(mMutex);
     if (mBatch.IsEmpty()) {
         return KESTATUS_NO_DATA;
     }
-    MoveBatch(SteadyNow() + cSendLimit, AtDeadline::Overwrite);
+    MoveBatch(lock, TxBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Overwrite);
     return KESTATUS_SUCCESS;
 }
 
@@ -82,57 +87,60 @@ void SegmentTxDevice::Shutdown() noexcept {
 }
 
 void SegmentTxDevice::Finish() noexcept {
-    const std::lock_guard lock(mMutex);
-    MoveBatch(SteadyNow() + cSendLimit, AtDeadline::Overwrite);
+    Lock lock(mMutex);
+    MoveBatch(lock, TxBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Overwrite);
 }
 
-// Moves the batch into the ring and sends it.
-void SegmentTxDevice::MoveBatch(std::int64_t deadline, AtDeadline atDeadline) {
-    std::uint64_t time = TimeOfDay();
+// Moves the batch into the ring and sends it. Once so many frames can be submitted it does not wait for the
+// rest.
+void SegmentTxDevice::MoveBatch(Lock& lock, std::uint32_t enough, std::int64_t deadline,
+                                AtDeadline atDeadline) {
+    const bool keep = atDeadline == AtDeadline::Keep;
     while (!mBatch.IsEmpty()) {
         const std::uint64_t reclaim = mWriter.ReclaimWanted();
         if (reclaim > mWriter.Reclaimed()) {
-            if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), SteadyNow())) {
-                PublishAndWake();
-                const bool keep = atDeadline == AtDeadline::Keep;
-                if (!WaitForRoom(reclaim, deadline, keep) && keep) {
-                    return;
+            const std::int64_t now = SteadyNow();
+            if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now)) {
+                const bool isOver = now >= deadline || (keep && mShutdown.load(std::memory_order_relaxed));
+                if (mBatch.FreeFrames() >= enough || (isOver && keep)) {
+                    break;
                 }
-                time = TimeOfDay();
+                if (!isOver) {
+                    SleepForRoom(lock, reclaim, deadline);
+                    continue; // another thread may have moved frames meanwhile
+                }
             }
             mWriter.Reclaim(reclaim);
         }
-        mWriter.Append(mBatch.Front(), time);
+        mWriter.Append(mBatch.Front());
         mBatch.PopFront();
     }
     PublishAndWake();
 }
 
-// False when the deadline came first.
-bool SegmentTxDevice::WaitForRoom(std::uint64_t reclaim, std::int64_t deadline, bool stopAtShutdown) {
+// Sends what was appended and sleeps without the lock until there may be room, at most for a moment.
+void SegmentTxDevice::SleepForRoom(Lock& lock, std::uint64_t reclaim, std::int64_t deadline) {
+    PublishAndWake();
     SenderState& state = mPort->OwnSender();
-    const std::uint64_t wanted = std::min(reclaim + cRoomHysteresis, mWriter.SentEnd());
-    bool room = false;
-    for (;;) {
-        const std::uint32_t word = state.roomWord.load(std::memory_order_acquire);
-        state.roomWanted.store(wanted, std::memory_order_relaxed);
-        // Receivers move first and look for waiting senders then; the other way round here.
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-        const std::int64_t now = SteadyNow();
-        room = !mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now);
-        if (room || now >= deadline || (stopAtShutdown && mShutdown.load(std::memory_order_relaxed))) {
-            break;
-        }
+    const std::uint32_t word = state.roomWord.load(std::memory_order_acquire);
+    state.roomWanted.store(std::min(reclaim + cRoomHysteresis, mWriter.SentEnd()), std::memory_order_relaxed);
+    // Receivers move first and look for waiting senders then; the other way round here.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const std::int64_t now = SteadyNow();
+    if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now)) {
+        lock.unlock();
         FutexWait(state.roomWord, word, std::min(cRoomSlice, deadline - now));
+        lock.lock();
     }
+    // When another thread waits too, this costs it no more than its slice.
     state.roomWanted.store(0, std::memory_order_relaxed);
-    return room;
 }
 
 void SegmentTxDevice::PublishAndWake() noexcept {
-    if (!mWriter.Publish()) {
+    if (!mWriter.HasUnsent()) {
         return;
     }
+    mWriter.Publish(TimeOfDay());
     // Receivers say that they sleep and look for frames then; the other way round here.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     for (std::uint32_t port = 0; port < cPortCount; ++port) {

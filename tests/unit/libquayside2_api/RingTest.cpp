@@ -20,19 +20,21 @@ protected:
         Word cursor{0};
     };
 
+    static constexpr std::uint64_t cTime = 5;
+
     // Appends a frame of this length whose bytes are the tag, giving up what is in the way.
-    static void Append(RingWriter& writer, std::uint32_t length, std::uint8_t tag, std::uint64_t time = 5) {
+    static void Append(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
         TxBatch batch;
         const std::vector<std::uint8_t> frame(length, tag);
         batch.Add(frame.data(), length);
         if (writer.ReclaimWanted() > writer.Reclaimed()) {
             writer.Reclaim(writer.ReclaimWanted());
         }
-        writer.Append(batch.Front(), time);
+        writer.Append(batch.Front());
     }
     static void Send(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
         Append(writer, length, tag);
-        EXPECT_TRUE(writer.Publish());
+        writer.Publish(cTime);
     }
     // Takes the next frame; checks that all its bytes are the same and returns that byte, -1 for none.
     static int Take(RingReader& reader, std::uint32_t& lost) {
@@ -40,7 +42,8 @@ protected:
             return -1;
         }
         std::vector<std::uint8_t> frame(reader.Length());
-        if (!reader.Take(frame.data(), lost)) {
+        lost = reader.TakeLoss();
+        if (!reader.Take(frame.data())) {
             return -2;
         }
         for (const std::uint8_t byte : frame) {
@@ -67,15 +70,17 @@ TEST_F(RingTest, RecordSizes) {
 TEST_F(RingTest, NothingIsSeenBeforeItIsPublished) {
     RingWriter writer(mMemory->ring, mMemory->sender);
     mReader.Start();
-    EXPECT_FALSE(writer.Publish());
+    EXPECT_FALSE(writer.HasUnsent());
     Append(writer, 60, 1);
+    EXPECT_TRUE(writer.HasUnsent());
     EXPECT_FALSE(mReader.HasData());
     EXPECT_FALSE(mReader.Peek());
-    EXPECT_TRUE(writer.Publish());
+    writer.Publish(cTime);
+    EXPECT_FALSE(writer.HasUnsent());
     EXPECT_TRUE(mReader.HasData());
     EXPECT_TRUE(mReader.Peek());
     EXPECT_EQ(mReader.Length(), 60u);
-    EXPECT_EQ(mReader.Time(), 5u);
+    EXPECT_EQ(mReader.Time(), cTime);
 }
 
 TEST_F(RingTest, EveryLengthAroundTheRingSeveralTimes) {
@@ -138,13 +143,18 @@ TEST_F(RingTest, ARecordOverwrittenAfterThePeekIsNotTaken) {
     Send(writer, 1500, 1);
     ASSERT_TRUE(mReader.Peek());
     std::uint32_t sent = 1;
-    while (writer.Reclaimed() == 0) {
-        Append(writer, 1500, static_cast<std::uint8_t>(++sent)); // written over, not yet published
+    for (;;) {
+        Append(writer, 1500, static_cast<std::uint8_t>(++sent));
+        if (writer.Reclaimed() != 0) {
+            break; // written over, not yet published
+        }
+        writer.Publish(cTime);
     }
     std::vector<std::uint8_t> frame(1500);
     std::uint32_t lost = 0;
-    EXPECT_FALSE(mReader.Take(frame.data(), lost));
-    writer.Publish();
+    EXPECT_EQ(mReader.TakeLoss(), 0u);
+    EXPECT_FALSE(mReader.Take(frame.data()));
+    writer.Publish(cTime);
     const int tag = Take(mReader, lost);
     EXPECT_EQ(tag, static_cast<std::uint8_t>(lost + 1));
     EXPECT_GT(lost, 0u);
@@ -172,8 +182,8 @@ TEST_F(RingTest, SkippingCountsLikeTaking) {
     Send(writer, 60, 2);
     std::uint32_t lost = 9;
     ASSERT_TRUE(mReader.Peek());
-    EXPECT_TRUE(mReader.Skip(lost));
-    EXPECT_EQ(lost, 0u);
+    EXPECT_EQ(mReader.TakeLoss(), 0u);
+    EXPECT_TRUE(mReader.Skip());
     EXPECT_EQ(Take(mReader, lost), 2);
     EXPECT_EQ(lost, 0u);
 }

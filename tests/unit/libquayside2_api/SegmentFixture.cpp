@@ -104,21 +104,40 @@ void SegmentFixture::Send(QBXDeviceHandle device, const Bytes& frame) {
 }
 
 std::optional<Received> SegmentFixture::Receive(QBXDeviceHandle device) {
+    for (;;) {
+        if (QBX_WaitForRawFrame(device, 10000) != KESTATUS_SUCCESS) {
+            return std::nullopt;
+        }
+        const std::optional<Received> received = TakeItem(device);
+        if (!received || received->type == QBXRawFrameType_Data) {
+            return received;
+        }
+    }
+}
+
+std::optional<Received> SegmentFixture::TakeItem(QBXDeviceHandle device) {
     Bytes buffer(2048);
     std::uint32_t length = 0;
-    QBXRawFrameType type = QBXRawFrameType_Unknown;
-    if (QBX_WaitForRawFrame(device, 10000) != KESTATUS_SUCCESS ||
-        QBX_GetReceivedRawFrame(device, &type, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
-                                &length) != KESTATUS_SUCCESS ||
-        type != QBXRawFrameType_Data || length < QBX_RAW_HEADER_2_SIZE) {
+    Received received;
+    if (QBX_GetReceivedRawFrame(device, &received.type, buffer.data(),
+                                static_cast<std::uint32_t>(buffer.size()), &length) != KESTATUS_SUCCESS ||
+        length < QBX_RAW_HEADER_2_SIZE) {
         return std::nullopt;
     }
-    Received received;
     std::memcpy(&received.seconds, buffer.data() + QBX_RAW_HEADER_2_SECONDS_OFFSET, 8);
     std::memcpy(&received.nanoseconds, buffer.data() + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, 4);
     std::memcpy(&received.sequence, buffer.data() + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, 4);
     received.frame.assign(buffer.begin() + QBX_RAW_HEADER_2_SIZE, buffer.begin() + length);
     return received;
+}
+
+std::uint64_t SegmentFixture::LostFrames(QBXDeviceHandle device) {
+    std::uint64_t count = 0;
+    std::uint32_t size = 0;
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &count, sizeof(count), &size),
+              KESTATUS_SUCCESS);
+    EXPECT_EQ(size, sizeof(count));
+    return count;
 }
 
 KESTATUS SegmentFixture::Get(QBXDeviceHandle device) {

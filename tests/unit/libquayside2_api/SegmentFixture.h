@@ -16,7 +16,9 @@ using Bytes = std::vector<std::uint8_t>;
 Bytes MakeFrame(std::size_t length, std::uint8_t tag);
 
 struct Received {
-    Bytes frame;
+    QBXRawFrameType type = QBXRawFrameType_Unknown;
+    Bytes frame; // empty for an idle item
+    std::uint64_t Time() const { return seconds * 1000000000u + nanoseconds; }
     std::uint64_t seconds = 0;
     std::uint32_t nanoseconds = 0;
     std::uint32_t sequence = 0;
@@ -43,8 +45,13 @@ protected:
     static KESTATUS TryOpenControl(unsigned lane);
 
     static void Send(QBXDeviceHandle device, const Bytes& frame);
-    // The next frame of a handle with the receive header, waited for at most ten seconds.
+    // The next frame of a handle with the receive header, waited for at most ten seconds. Idle items before
+    // it are passed over.
     static std::optional<Received> Receive(QBXDeviceHandle device);
+    // What is ready on such a handle, frame or idle item.
+    static std::optional<Received> TakeItem(QBXDeviceHandle device);
+    // QBX_PROPERTY_LOST_FRAMES, which has to be known.
+    static std::uint64_t LostFrames(QBXDeviceHandle device);
     static KESTATUS Get(QBXDeviceHandle device);
 
 private:

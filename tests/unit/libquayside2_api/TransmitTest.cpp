@@ -1,6 +1,8 @@
 // Submitting and sending.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 #include "SegmentFixture.h"
 
@@ -162,16 +164,82 @@ TEST_F(TransmitTest, AStoppedReceiverIsWaitedForOnce) {
     std::uint32_t frames = 0;
     std::optional<Received> received;
     std::uint32_t previous = 0;
+    const auto first = TakeItem(rx);
+    ASSERT_TRUE(first && first->type == QBXRawFrameType_Idle) << "its loss comes before the first frame";
     while (QBX_WaitForRawFrame(rx, 0) == KESTATUS_SUCCESS && (received = Receive(rx))) {
         ASSERT_EQ(received->frame,
-                  MakeFrame(1514, static_cast<std::uint8_t>(received->sequence % cBatchFrames)));
+                  MakeFrame(1514, static_cast<std::uint8_t>((received->sequence - 1) % cBatchFrames)));
         ASSERT_TRUE(frames == 0 || received->sequence == previous + 1);
         previous = received->sequence;
         ++frames;
     }
-    EXPECT_EQ(previous, cFlushes * cBatchFrames - 1);
+    EXPECT_EQ(previous, cFlushes * cBatchFrames); // the idle item has a number of its own
     EXPECT_GE(frames, 2000u);
     EXPECT_LT(frames, cFlushes * cBatchFrames);
+}
+
+// A receiver that takes a frame now and then is waited for; nobody else waits with the waiting thread.
+TEST_F(TransmitTest, OtherCallsDoNotWaitForAWaitingThread) {
+    const QBXDeviceHandle rx = OpenEnabledRx(2);
+    const QBXDeviceHandle tx = OpenTx(1);
+    while (QBX_WaitForTxResources(tx, 1, 0) == KESTATUS_SUCCESS) {
+        ASSERT_EQ(Submit(tx, MakeFrame(1500, 1)), KESTATUS_SUCCESS);
+    }
+    std::atomic<int> isWaiting{2};
+    std::thread waiter([&] {
+        QBX_WaitForTxResources(tx, cBatchFrames, 3000);
+        --isWaiting;
+    });
+    std::thread reader([&] {
+        for (int i = 0; i < 150; ++i) {
+            Receive(rx);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        --isWaiting;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(QBX_CheckSubmitRawFrame(tx, 60), KESTATUS_NO_SPACE);
+        EXPECT_EQ(Submit(tx, MakeFrame(60, 1)), KESTATUS_NO_SPACE);
+        EXPECT_EQ(LostFrames(tx), 0u);
+    }
+    EXPECT_EQ(isWaiting.load(), 2) << "it came after the wait";
+    waiter.join();
+    reader.join();
+}
+
+// Two threads wait for room in one batch; both get it, and every frame goes out once.
+TEST_F(TransmitTest, TwoThreadsWaitForRoom) {
+    constexpr std::uint32_t cFramesEach = 20000;
+    const QBXDeviceHandle rx = OpenEnabledRx(2);
+    const QBXDeviceHandle tx = OpenTx(1);
+    const auto send = [&](std::uint8_t tag) {
+        for (std::uint32_t i = 0; i < cFramesEach; ++i) {
+            const Bytes frame = MakeFrame(1000, tag);
+            while (Submit(tx, frame) == KESTATUS_NO_SPACE) {
+                ASSERT_EQ(QBX_WaitForTxResources(tx, 1, -1), KESTATUS_SUCCESS);
+            }
+        }
+    };
+    std::thread one(send, 1);
+    std::thread other(send, 2);
+    const std::uint32_t left = cBatchFrames; // at most: nobody sends the last ones
+    std::uint32_t counts[3] = {};
+    for (std::uint32_t i = 0; i < 2 * cFramesEach - left; ++i) {
+        const auto received = Receive(rx);
+        ASSERT_TRUE(received) << i;
+        ASSERT_EQ(received->sequence, i);
+        ++counts[received->frame == MakeFrame(1000, 1) ? 1 : received->frame == MakeFrame(1000, 2) ? 2 : 0];
+    }
+    one.join();
+    other.join();
+    EXPECT_EQ(counts[0], 0u);
+    QBX_SendRawFrames(tx);
+    while (const auto item = TakeItem(rx)) {
+        ++counts[item->frame == MakeFrame(1000, 1) ? 1 : 2];
+    }
+    EXPECT_EQ(counts[1], cFramesEach);
+    EXPECT_EQ(counts[2], cFramesEach);
 }
 
 } // namespace

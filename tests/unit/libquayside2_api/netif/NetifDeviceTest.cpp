@@ -176,6 +176,12 @@ TEST_F(NetifDeviceTest, PropertiesThatAHandleDoesNotHave) {
     EXPECT_EQ(size, 8u);
 }
 
+TEST_F(NetifDeviceTest, AnInterfaceThatGoesWhileItIsOpen) {
+    const QBXDeviceHandle device = OpenRx("flw0");
+    Shell("ip link del flw0");
+    EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_DEVICE_REMOVED);
+}
+
 TEST_F(NetifDeviceTest, AnInterfaceThatIsGoneCannotBeOpened) {
     QBXEnumerationHandle list = 0;
     std::uint32_t count = 0;
@@ -186,9 +192,9 @@ TEST_F(NetifDeviceTest, AnInterfaceThatIsGoneCannotBeOpened) {
     Shell("ip link del flw0");
     QBXDeviceHandle device = 0;
     EXPECT_EQ(QBX_OpenRawTxDevice(list, 0, 0, QBXRawHeaderType_None, &device, 0), KESTATUS_DEVICE_REMOVED);
-    ASSERT_EQ(QBX_OpenRawRxDevice(list, 0, 0, QBXRawHeaderType_2, &device, 0), KESTATUS_SUCCESS);
-    EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_DEVICE_REMOVED);
-    QBX_CloseDevice(device);
+    EXPECT_EQ(device, 0u);
+    EXPECT_EQ(QBX_OpenRawRxDevice(list, 0, 0, QBXRawHeaderType_2, &device, 0), KESTATUS_DEVICE_REMOVED);
+    EXPECT_EQ(device, 0u);
     QBX_CloseEnumeration(list);
 }
 

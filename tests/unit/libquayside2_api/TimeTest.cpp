@@ -1,0 +1,205 @@
+// The times of frames that were stamped and sent by several senders, by ones that were held up, and by ones
+// whose clock was set back.
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "Clock.h"
+#include "SanitizedBuild.h"
+#include "SegmentFixture.h"
+#include "lane_frame.h"
+#include "segment/RingWriter.h"
+#include "segment/SegmentPort.h"
+
+namespace {
+
+using quayside2::TimeOfDay;
+
+constexpr std::uint64_t cSecond = 1'000'000'000;
+constexpr std::uint64_t cHour = 3600 * cSecond;
+
+// Sends with times that the test says.
+class StampingSender {
+public:
+    StampingSender(const std::string& path, unsigned lane) {
+        EXPECT_EQ(mPort.Open(path, lane - 1, quayside2::segment::SegmentPort::Rings::Own), KESTATUS_SUCCESS);
+        mWriter.emplace(mPort.OwnRing(), mPort.OwnSender());
+    }
+    void Send(std::uint64_t time) {
+        quayside2::segment::TxBatch batch;
+        const Bytes frame = MakeFrame(60, 1);
+        batch.Add(frame.data(), 60);
+        if (mWriter->ReclaimWanted() > mWriter->Reclaimed()) {
+            mWriter->Reclaim(mWriter->ReclaimWanted());
+        }
+        mWriter->Append(batch.Front());
+        mWriter->Publish(time);
+    }
+
+private:
+    quayside2::segment::SegmentPort mPort;
+    std::optional<quayside2::segment::RingWriter> mWriter;
+};
+
+class TimeTest : public SegmentFixture {
+protected:
+    static std::uint64_t TimeOfNext(QBXDeviceHandle rx) {
+        const auto received = Receive(rx);
+        return received ? received->Time() : 0;
+    }
+};
+
+TEST_F(TimeTest, AFrameThatComesLateHasTheTimeOfTheOneBeforeIt) {
+    const QBXDeviceHandle rx = OpenEnabledRx(4);
+    StampingSender one(SegmentFilePath(), 1);
+    StampingSender other(SegmentFilePath(), 2);
+    const std::uint64_t now = TimeOfDay();
+    one.Send(now);
+    EXPECT_EQ(TimeOfNext(rx), now);
+    for (const std::uint64_t late : {std::uint64_t{1}, cSecond / 1000, cSecond, cHour}) {
+        other.Send(now - late); // stamped, then held up while the other one sent
+        EXPECT_EQ(TimeOfNext(rx), now) << late;
+    }
+    one.Send(now + 1);
+    EXPECT_EQ(TimeOfNext(rx), now + 1);
+}
+
+TEST_F(TimeTest, AClockThatIsSetBackShows) {
+    const QBXDeviceHandle rx = OpenEnabledRx(4);
+    StampingSender one(SegmentFilePath(), 1);
+    StampingSender other(SegmentFilePath(), 2);
+    const std::uint64_t now = TimeOfDay();
+    one.Send(now + cHour); // before the clock was set back by an hour
+    EXPECT_EQ(TimeOfNext(rx), now + cHour);
+    one.Send(now);
+    EXPECT_EQ(TimeOfNext(rx), now);
+    other.Send(now + 1);
+    EXPECT_EQ(TimeOfNext(rx), now + 1);
+    other.Send(now);
+    EXPECT_EQ(TimeOfNext(rx), now + 1) << "late again";
+}
+
+TEST_F(TimeTest, EnablingForgetsTheLastTime) {
+    const QBXDeviceHandle rx = OpenEnabledRx(4);
+    StampingSender one(SegmentFilePath(), 1);
+    const std::uint64_t now = TimeOfDay();
+    one.Send(now);
+    EXPECT_EQ(TimeOfNext(rx), now);
+    QBX_DisableRawRx(rx);
+    QBX_EnableRawRx(rx);
+    one.Send(now - 1);
+    EXPECT_EQ(TimeOfNext(rx), now - 1);
+}
+
+// A frame whose time is far ahead does not wait until that time has come.
+TEST_F(TimeTest, AClockThatIsAheadHoldsNoFrameUpForEver) {
+    constexpr std::uint32_t cEnough = 400000; // frames of the shortest kind in two rings, and more
+    const QBXDeviceHandle rx = OpenEnabledRx(4);
+    StampingSender ahead(SegmentFilePath(), 1);
+    StampingSender right(SegmentFilePath(), 2);
+    const std::uint64_t now = TimeOfDay();
+    ahead.Send(now + cHour);
+    std::uint32_t frames = 0;
+    std::uint64_t time = 0;
+    while (time < now + cHour && frames < cEnough) {
+        right.Send(now);
+        time = TimeOfNext(rx);
+        ++frames;
+    }
+    EXPECT_LT(frames, cEnough);
+    EXPECT_EQ(TimeOfNext(rx), now) << "the others go on with theirs";
+}
+
+// Three senders flat out, and a receiver that stalls now and then for longer than it is waited for.
+class ManySenders : public SegmentFixture {
+protected:
+    // Of all senders together; another number for long runs.
+    static std::uint32_t FrameCount() {
+        const char* const set = std::getenv("FLOWLANE_STRESS_FRAMES");
+        return set != nullptr ? static_cast<std::uint32_t>(std::strtoul(set, nullptr, 10))
+                              : (cSanitizedBuild ? 150000 : 1500000);
+    }
+    static void SendNumbered(QBXDeviceHandle tx, std::uint32_t run, std::uint32_t count) {
+        for (std::uint32_t number = 0; number < count; ++number) {
+            std::uint8_t frame[LANE_FRAME_MAX];
+            const std::uint32_t length = LANE_FRAME_MIN + LaneFrameLength(run, number) % 100;
+            LaneFrameFill(frame, length, run, number);
+            ASSERT_EQ(QBX_SubmitRawFrame(tx, frame, length, nullptr), KESTATUS_SUCCESS);
+            if (number % 64 == run || number % 64 == 63 || number == count - 1) {
+                ASSERT_EQ(QBX_SendRawFrames(tx), KESTATUS_SUCCESS);
+            }
+        }
+    }
+    struct Seen {
+        std::uint64_t frames = 0;
+        std::uint64_t missing = 0; // by the sequence numbers
+        std::uint64_t idle = 0;
+        std::uint64_t wentBack = 0;
+        std::uint64_t wrong = 0; // torn, or out of its sender's order
+    };
+    void Take(const Received& item, Seen& seen) {
+        seen.missing += seen.frames + seen.idle != 0 ? item.sequence - mSequence - 1 : 0;
+        mSequence = item.sequence;
+        seen.wentBack += item.Time() < mTime ? 1 : 0;
+        mTime = item.Time();
+        if (item.type == QBXRawFrameType_Idle) {
+            ++seen.idle;
+            return;
+        }
+        ++seen.frames;
+        std::uint32_t run = 0;
+        std::uint32_t number = 0;
+        const auto length = static_cast<std::uint32_t>(item.frame.size());
+        const bool isGood = LaneFrameCheck(item.frame.data(), length, &run, &number) != 0 && run >= 1 &&
+                            run <= 3 && number >= mNext[run];
+        seen.wrong += isGood ? 0 : 1;
+        mNext[run % 4] = number + 1;
+    }
+
+    std::uint32_t mSequence = 0; // of the last item
+    std::uint64_t mTime = 0;     // of the last item
+    std::uint32_t mNext[4] = {}; // number of each sender's next frame, if none is lost
+};
+
+TEST_F(ManySenders, TakenAndToldLostIsSentAndNoTimeGoesBack) {
+    const std::uint32_t framesEach = FrameCount() / 3;
+    const QBXDeviceHandle rx = OpenEnabledRx(4);
+    std::atomic<int> sending{3};
+    std::vector<std::jthread> senders;
+    for (unsigned lane = 1; lane <= 3; ++lane) {
+        senders.emplace_back([tx = OpenTx(lane), lane, framesEach, &sending] {
+            SendNumbered(tx, lane, framesEach);
+            --sending;
+        });
+    }
+    Seen seen;
+    std::uint64_t nextStall = 0;
+    for (;;) {
+        if (seen.frames >= nextStall) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            nextStall = seen.frames + framesEach / 2;
+        }
+        const bool isLast = sending.load() == 0;
+        const auto item = TakeItem(rx);
+        if (item) {
+            Take(*item, seen);
+        } else if (isLast) {
+            break;
+        } else {
+            QBX_WaitForRawFrame(rx, 100);
+        }
+    }
+    const std::uint64_t lost = LostFrames(rx);
+    std::printf("%llu taken, %llu lost, %llu idle items\n", static_cast<unsigned long long>(seen.frames),
+                static_cast<unsigned long long>(lost), static_cast<unsigned long long>(seen.idle));
+    EXPECT_EQ(seen.wentBack, 0u);
+    EXPECT_EQ(seen.wrong, 0u);
+    EXPECT_EQ(seen.missing, lost);
+    EXPECT_EQ(seen.frames + lost, 3ull * framesEach);
+    EXPECT_GT(lost, 0u) << "the receiver did not stall";
+    EXPECT_EQ(seen.idle, 1u) << "it begins with a loss";
+}
+
+} // namespace
