@@ -20,11 +20,17 @@ constexpr std::uint32_t cTagBytes = 4;
 
 // The longest that one call of SendRawFrames waits for a busy link.
 constexpr std::int64_t cSendLimit = cNanosecondsPerSecond;
-// A waiting sender looks this often whether the handle is being closed.
+// A waiting sender looks this often by itself: whether the handle is being closed, and whether another thread
+// has sent its frames.
 constexpr std::int64_t cRoomSlice = 20 * cNanosecondsPerMillisecond;
 // A link that takes nothing is given this long to recover before frames are lost.
 constexpr std::int64_t cRetryLimit = 5 * cNanosecondsPerMillisecond;
-constexpr long cRetryPause = 200'000;
+constexpr std::int64_t cRetryPause = 200'000;
+
+// Whether the system does not take a frame now, but may soon.
+bool IsRefusal(int error) noexcept {
+    return error == ENOBUFS || error == ENOMEM || error == ENETDOWN;
+}
 
 bool IsVlanTagged(const std::uint8_t* frame) {
     return frame[12] == 0x81 && frame[13] == 0x00;
@@ -57,8 +63,7 @@ KESTATUS NetifTxDevice::Open() {
 }
 
 KESTATUS NetifTxDevice::GetLostFrames(std::uint64_t& count) {
-    const std::lock_guard lock(mMutex);
-    count = mLostFrames;
+    count = mLostFrames.load(std::memory_order_relaxed);
     return KESTATUS_SUCCESS;
 }
 
@@ -119,9 +124,9 @@ KESTATUS NetifTxDevice::WaitForTxResources(std::uint32_t count, std::int32_t tim
     if (count == 0 || count > TransmitBatch::cMaxFrames) {
         return KESTATUS_INVALID_PARAMETER;
     }
-    const std::lock_guard lock(mMutex);
+    Lock lock(mMutex);
     if (mBatch.FreeFrames() < count) {
-        const KESTATUS status = SendBatch(DeadlineAfter(timeoutMs), AtDeadline::Keep);
+        const KESTATUS status = SendBatch(lock, count, DeadlineAfter(timeoutMs), AtDeadline::Keep);
         if (status != KESTATUS_SUCCESS) {
             return status;
         }
@@ -133,8 +138,10 @@ KESTATUS NetifTxDevice::WaitForTxResources(std::uint32_t count, std::int32_t tim
 }
 
 KESTATUS NetifTxDevice::SendRawFrames() {
-    const std::lock_guard lock(mMutex);
-    return mBatch.IsEmpty() ? KESTATUS_NO_DATA : SendBatch(SteadyNow() + cSendLimit, AtDeadline::Lose);
+    Lock lock(mMutex);
+    return mBatch.IsEmpty()
+               ? KESTATUS_NO_DATA
+               : SendBatch(lock, TransmitBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Lose);
 }
 
 void NetifTxDevice::Shutdown() noexcept {
@@ -142,13 +149,15 @@ void NetifTxDevice::Shutdown() noexcept {
 }
 
 void NetifTxDevice::Finish() noexcept {
-    const std::lock_guard lock(mMutex);
-    SendBatch(SteadyNow() + cSendLimit, AtDeadline::Lose);
+    Lock lock(mMutex);
+    SendBatch(lock, TransmitBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Lose);
 }
 
 // Hands the batch to the kernel. Frames that cannot be sent are counted and are no failure, or a cable that
-// is pulled for a moment would end every stream.
-KESTATUS NetifTxDevice::SendBatch(std::int64_t deadline, AtDeadline atDeadline) {
+// is pulled for a moment would end every stream. Once so many frames can be submitted it does not wait for
+// the rest.
+KESTATUS NetifTxDevice::SendBatch(Lock& lock, std::uint32_t enough, std::int64_t deadline,
+                                  AtDeadline atDeadline) {
     if (mBatch.IsEmpty()) {
         return KESTATUS_SUCCESS;
     }
@@ -159,50 +168,50 @@ KESTATUS NetifTxDevice::SendBatch(std::int64_t deadline, AtDeadline atDeadline) 
         return result;
     }
     result = KESTATUS_SUCCESS;
-    const std::int64_t retryLimit = std::min(deadline, SteadyNow() + cRetryLimit);
+    const bool keep = atDeadline == AtDeadline::Keep;
+    std::int64_t refusedSince = cNever; // when the first frame was refused first
     while (!mBatch.IsEmpty()) {
         const int sent = ::sendmmsg(mSocket.Descriptor(), mBatch.FirstMessages(), mBatch.FirstMessageCount(),
                                     MSG_DONTWAIT);
+        const int error = sent > 0 ? 0 : errno;
         if (sent > 0) {
-            mBatch.RemoveFirst(static_cast<std::uint32_t>(sent));
             // Without a carrier the kernel takes frames and drops them.
-            mLostFrames += isLinkUp ? 0 : static_cast<std::uint32_t>(sent);
+            mLostFrames.fetch_add(isLinkUp ? 0 : static_cast<std::uint32_t>(sent), std::memory_order_relaxed);
+            mBatch.RemoveFirst(static_cast<std::uint32_t>(sent));
             mIsLosing = !isLinkUp;
+            refusedSince = cNever;
             continue;
         }
-        if (errno == EAGAIN) {
-            const bool keep = atDeadline == AtDeadline::Keep;
-            if (!WaitForRoom(deadline, keep)) {
-                if (!keep) {
-                    LoseFirst(mBatch.FrameCount());
-                }
-                break;
+        if (error != EAGAIN && !IsRefusal(error)) {
+            const KESTATUS status = LoseUnsendable(error);
+            result = status == KESTATUS_SUCCESS ? result : status;
+            continue;
+        }
+        const std::int64_t now = SteadyNow();
+        const bool isOver = now >= deadline || (keep && mShutdown.load(std::memory_order_relaxed));
+        if (IsRefusal(error)) {
+            refusedSince = std::min(refusedSince, now);
+            if (!isLinkUp || mIsLosing || now - refusedSince >= cRetryLimit || (isOver && !keep)) {
+                mIsLosing = true;
+                LoseFirst(1);
+                continue;
             }
-            continue;
         }
-        const bool mayRetry = isLinkUp && !mIsLosing && SteadyNow() < retryLimit;
-        const KESTATUS status = HandleSendError(errno, mayRetry);
-        if (status != KESTATUS_SUCCESS) {
-            result = status;
+        if (isOver && !keep) {
+            LoseFirst(mBatch.FrameCount());
+        } else if (isOver || mBatch.FreeFrames() >= enough) {
+            break;
+        } else {
+            SleepForRoom(lock, error, deadline - now);
         }
     }
     return result;
 }
 
-// The first frame was not taken: leaves it for another try, or loses it.
-KESTATUS NetifTxDevice::HandleSendError(int error, bool mayRetry) {
+// The first frame can never be sent as it is.
+KESTATUS NetifTxDevice::LoseUnsendable(int error) {
     switch (error) {
     case EINTR:
-        return KESTATUS_SUCCESS;
-    case ENOBUFS:
-    case ENETDOWN:
-        if (mayRetry) {
-            const struct timespec pause = {0, cRetryPause};
-            ::nanosleep(&pause, nullptr);
-        } else {
-            mIsLosing = true;
-            LoseFirst(1);
-        }
         return KESTATUS_SUCCESS;
     case EMSGSIZE: // the MTU has become smaller since the frame was submitted
         LoseFirst(1);
@@ -213,29 +222,25 @@ KESTATUS NetifTxDevice::HandleSendError(int error, bool mayRetry) {
         return KESTATUS_DEVICE_REMOVED;
     default:
         LoseFirst(1);
-        return StatusForError(error);
+        return KEStatusFromErrno(error);
     }
 }
 
-// False when the deadline came first.
-bool NetifTxDevice::WaitForRoom(std::int64_t deadline, bool stopAtShutdown) {
-    for (;;) {
-        const std::int64_t now = SteadyNow();
-        if (now >= deadline || (stopAtShutdown && mShutdown.load(std::memory_order_relaxed))) {
-            return false;
-        }
-        struct pollfd waitedFor = {mSocket.Descriptor(), POLLOUT, 0};
-        const std::int64_t slice = std::min(cRoomSlice, deadline - now);
-        const struct timespec limit = {0, static_cast<long>(slice)};
-        if (::ppoll(&waitedFor, 1, &limit, nullptr) > 0) {
-            return true; // there is room, or sending tells what is wrong
-        }
-    }
+// Sleeps without the lock until there may be room, or another try makes sense.
+void NetifTxDevice::SleepForRoom(Lock& lock, int error, std::int64_t nanoseconds) {
+    struct pollfd waitedFor = {mSocket.Descriptor(), POLLOUT, 0};
+    const bool isFull = error == EAGAIN;
+    const struct timespec limit = {
+        0, static_cast<long>(std::min(isFull ? cRoomSlice : cRetryPause, nanoseconds))};
+    lock.unlock();
+    // Room, or something wrong that sending tells, ends the sleep at once. A refusal says nothing of room.
+    ::ppoll(&waitedFor, isFull ? 1 : 0, &limit, nullptr);
+    lock.lock();
 }
 
 void NetifTxDevice::LoseFirst(std::uint32_t count) noexcept {
     mBatch.RemoveFirst(count);
-    mLostFrames += count;
+    mLostFrames.fetch_add(count, std::memory_order_relaxed);
 }
 
 } // namespace quayside2::netif

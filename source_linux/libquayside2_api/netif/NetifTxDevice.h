@@ -1,7 +1,6 @@
 // An interface opened to send.
 //
-// From any thread; one lock makes submitting and sending exclusive, so that a thread that submits while
-// another one sends may wait as long as sending does.
+// From any thread; one lock makes submitting and sending exclusive. A waiting thread holds no lock.
 #ifndef QUAYSIDE2_NETIF_NETIFTXDEVICE_H
 #define QUAYSIDE2_NETIF_NETIFTXDEVICE_H
 
@@ -35,14 +34,15 @@ public:
     void Finish() noexcept override;
 
 private:
+    using Lock = std::unique_lock<std::mutex>;
     // What happens to frames that could not be handed over until the deadline.
     enum class AtDeadline { Keep, Lose };
 
     KESTATUS UpdateMtu();
     KESTATUS CheckLength(std::uint32_t length);
-    KESTATUS SendBatch(std::int64_t deadline, AtDeadline atDeadline);
-    KESTATUS HandleSendError(int error, bool mayRetry);
-    bool WaitForRoom(std::int64_t deadline, bool stopAtShutdown);
+    KESTATUS SendBatch(Lock& lock, std::uint32_t enough, std::int64_t deadline, AtDeadline atDeadline);
+    KESTATUS LoseUnsendable(int error);
+    void SleepForRoom(Lock& lock, int error, std::int64_t nanoseconds);
     void LoseFirst(std::uint32_t count) noexcept;
 
     const DeviceProperties mProperties;
@@ -50,12 +50,12 @@ private:
     InterfaceLock mLock;
     ProcessFile mSocket;
     std::atomic<bool> mShutdown{false};
+    std::atomic<std::uint64_t> mLostFrames{0};
 
     std::mutex mMutex; // everything below
     TransmitBatch mBatch;
     std::uint32_t mMaxUntaggedBytes = 0; // of a frame that has no VLAN tag
     bool mIsLosing = false;              // the last frame was lost since the link was down or full
-    std::uint64_t mLostFrames = 0;
 };
 
 } // namespace quayside2::netif
