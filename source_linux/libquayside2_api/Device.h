@@ -37,7 +37,7 @@ public:
 
     virtual const DeviceProperties& Properties() const noexcept = 0;
     // QBX_PROPERTY_STATE and QBX_PROPERTY_LOST_FRAMES of quayside2_api.h.
-    virtual std::string StateText() const { return "free"; }
+    virtual KESTATUS GetState(std::string&) const { return KESTATUS_NOT_FOUND; }
     virtual KESTATUS GetLostFrames(std::uint64_t&) { return KESTATUS_NOT_FOUND; }
 
     // The functions of the same names in quayside2_api.h. Pointers that must not be null are not.

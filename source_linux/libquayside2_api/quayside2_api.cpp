@@ -63,20 +63,18 @@ KESTATUS OpenDevice(QBXEnumerationHandle enumeration, std::uint32_t index, const
     return KESTATUS_SUCCESS;
 }
 
-// False when there is no such property.
-bool ReadTextProperty(const Device& device, std::uint32_t property, std::string& text) {
+KESTATUS ReadTextProperty(const Device& device, std::uint32_t property, std::string& text) {
     switch (property) {
     case QBX_PROPERTY_PRODUCT_STRING:
         text = device.Properties().product;
-        return true;
+        return KESTATUS_SUCCESS;
     case QBX_PROPERTY_FRIENDLY_NAME:
         text = device.Properties().friendlyName;
-        return true;
+        return KESTATUS_SUCCESS;
     case QBX_PROPERTY_STATE:
-        text = device.StateText();
-        return true;
+        return device.GetState(text);
     default:
-        return false;
+        return KESTATUS_NOT_FOUND;
     }
 }
 
@@ -194,8 +192,9 @@ KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, 
             return KESTATUS_INVALID_PARAMETER;
         }
         std::string text;
-        if (!ReadTextProperty(opened, property, text)) {
-            return KESTATUS_NOT_FOUND;
+        const KESTATUS status = ReadTextProperty(opened, property, text);
+        if (status != KESTATUS_SUCCESS) {
+            return status;
         }
         if (size == 0) {
             return KESTATUS_BUFFER_TOO_SMALL;

@@ -42,13 +42,16 @@ KESTATUS InterfaceLock::Take(unsigned interfaceIndex, Direction direction) {
     return errno == EADDRINUSE ? KESTATUS_IN_USE : StatusForError(errno);
 }
 
-bool InterfaceLock::IsTaken(unsigned interfaceIndex, Direction direction) {
+KESTATUS InterfaceLock::Ask(unsigned interfaceIndex, Direction direction, bool& isTaken) {
     ProcessFile socket;
-    if (socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0) != 0) {
-        return false;
+    const int error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0);
+    if (error != 0) {
+        return StatusForError(error);
     }
     const LockAddress name(interfaceIndex, direction);
-    return ::connect(socket.Descriptor(), name.Get(), name.size) == 0;
+    // Only a name that nobody has refuses the connection; a socket of another kind has it all the same.
+    isTaken = ::connect(socket.Descriptor(), name.Get(), name.size) == 0 || errno != ECONNREFUSED;
+    return KESTATUS_SUCCESS;
 }
 
 } // namespace quayside2::netif

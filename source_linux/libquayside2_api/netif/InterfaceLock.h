@@ -6,7 +6,7 @@
 #define QUAYSIDE2_NETIF_INTERFACELOCK_H
 
 #include "../ProcessFile.h"
-#include "../quayside2_api.h"
+#include "kestatus.h"
 
 namespace quayside2::netif {
 
@@ -18,7 +18,7 @@ public:
     KESTATUS Take(unsigned interfaceIndex, Direction direction);
 
     // Asks without taking it, so that nobody is refused meanwhile.
-    static bool IsTaken(unsigned interfaceIndex, Direction direction);
+    static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
 
 private:
     ProcessFile mSocket;

@@ -1,6 +1,7 @@
 #include "NetifBackend.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <ifaddrs.h>
 #include <linux/if_arp.h>
@@ -22,29 +23,44 @@ public:
     NetifControlDevice(const DeviceProperties& properties, unsigned interfaceIndex)
         : mProperties(properties), mInterfaceIndex(interfaceIndex) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
-    std::string StateText() const override;
+    KESTATUS GetState(std::string& state) const override;
 
 private:
     const DeviceProperties mProperties;
     const unsigned mInterfaceIndex;
 };
 
-std::string NetifControlDevice::StateText() const {
+KESTATUS NetifControlDevice::GetState(std::string& state) const {
     ProcessFile socket;
-    const bool isPrivileged = socket.OpenSocket(AF_PACKET, SOCK_RAW, 0) == 0;
-    if (!isPrivileged && socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0) != 0) {
-        return {};
+    int error = socket.OpenSocket(AF_PACKET, SOCK_RAW, 0);
+    const bool isPrivileged = error == 0;
+    if (error == EPERM || error == EACCES) {
+        error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0); // good enough for asking
+    }
+    if (error != 0) {
+        return StatusForError(error);
     }
     bool isLinkUp = false;
-    if (QueryIsLinkUp(socket.Descriptor(), mInterfaceIndex, isLinkUp) == KESTATUS_DEVICE_REMOVED) {
-        return "removed";
+    KESTATUS status = QueryIsLinkUp(socket.Descriptor(), mInterfaceIndex, isLinkUp);
+    if (status == KESTATUS_DEVICE_REMOVED) {
+        state = "removed";
+        return KESTATUS_SUCCESS;
     }
-    const bool isReceiving = InterfaceLock::IsTaken(mInterfaceIndex, InterfaceLock::Direction::Receive);
-    const bool isSending = InterfaceLock::IsTaken(mInterfaceIndex, InterfaceLock::Direction::Transmit);
+    using Direction = InterfaceLock::Direction;
+    bool isReceiving = false;
+    bool isSending = false;
+    if (status == KESTATUS_SUCCESS) {
+        status = InterfaceLock::Ask(mInterfaceIndex, Direction::Receive, isReceiving);
+    }
+    if (status == KESTATUS_SUCCESS) {
+        status = InterfaceLock::Ask(mInterfaceIndex, Direction::Transmit, isSending);
+    }
     if (isReceiving || isSending) {
-        return isReceiving && isSending ? "in use" : isReceiving ? "in use (receiving)" : "in use (sending)";
+        state = isReceiving && isSending ? "in use" : isReceiving ? "in use (receiving)" : "in use (sending)";
+    } else {
+        state = !isPrivileged ? "no privilege" : isLinkUp ? "free" : "link down";
     }
-    return !isPrivileged ? "no privilege" : isLinkUp ? "free" : "link down";
+    return status;
 }
 
 template <typename OpenedDevice, typename... Arguments>

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "../quayside2_api.h"
+#include "kestatus.h"
 
 namespace quayside2::netif {
 

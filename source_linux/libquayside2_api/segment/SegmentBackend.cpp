@@ -15,6 +15,11 @@ public:
     SegmentControlDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
         : mProperties(properties), mPort(std::move(port)) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    // Whoever opened it holds it.
+    KESTATUS GetState(std::string& state) const override {
+        state = "free";
+        return KESTATUS_SUCCESS;
+    }
 
 private:
     const DeviceProperties mProperties;
@@ -27,8 +32,11 @@ public:
     SegmentInspectDevice(const DeviceProperties& properties, std::string path, std::uint32_t port)
         : mProperties(properties), mPath(std::move(path)), mPort(port) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
-    std::string StateText() const override {
-        return SegmentFile::IsPortBusy(mPath, mPort) ? "in use" : "free";
+    KESTATUS GetState(std::string& state) const override {
+        bool isBusy = false;
+        const KESTATUS status = SegmentFile::LookAtPort(mPath, mPort, isBusy);
+        state = isBusy ? "in use" : "free";
+        return status;
     }
 
 private:

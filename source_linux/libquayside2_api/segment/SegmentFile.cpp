@@ -1,9 +1,11 @@
 #include "SegmentFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -24,6 +26,7 @@ constexpr int cBriefUseTries = 200;
 // How often to start again because the file was removed while it was being opened.
 constexpr int cOpenTries = 100;
 constexpr std::uint64_t cStatBlockBytes = 512;
+constexpr std::uint64_t cReservePiece = 256u << 10;
 
 KESTATUS StatusOfOpenError(int error) {
     switch (error) {
@@ -83,13 +86,36 @@ KESTATUS TakeSetUpLock(int descriptor) {
     return KESTATUS_TIMEOUT;
 }
 
-// Reserves the file's memory, so that touching it can never fail later.
+// Reserves the file's memory, so that touching it can never fail later. Piece by piece: a signal undoes the
+// piece at hand, and a process with a fast timer would never come to the end of a large one.
 int Reserve(int descriptor) {
-    int error = 0;
-    do {
-        error = ::posix_fallocate(descriptor, 0, static_cast<off_t>(cFileBytes));
-    } while (error == EINTR);
-    return error;
+    for (std::uint64_t offset = 0; offset < cFileBytes;) {
+        const std::uint64_t bytes = std::min(cReservePiece, cFileBytes - offset);
+        const int error =
+            ::posix_fallocate(descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes));
+        if (error == 0) {
+            offset += bytes;
+        } else if (error != EINTR) {
+            return error;
+        }
+    }
+    return 0;
+}
+
+// Whether a segment could be made in the folder of this path. Makes nothing.
+KESTATUS CheckFolder(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        return StatusOfOpenError(errno);
+    }
+    struct statvfs info = {};
+    if (::statvfs(folder.c_str(), &info) != 0) {
+        return KEStatusFromErrno(errno);
+    }
+    // A file system without a limit says that it has 0 in all.
+    const bool isFull = info.f_blocks != 0 && info.f_bavail < (cFileBytes - 1) / info.f_frsize + 1;
+    const bool hasNoPlace = info.f_files != 0 && info.f_favail == 0;
+    return isFull || hasNoPlace ? KEStatusFromErrno(ENOSPC) : KESTATUS_SUCCESS;
 }
 
 bool WriteAll(int descriptor, const void* data, std::size_t size, off_t offset) {
@@ -162,7 +188,8 @@ KESTATUS SegmentFile::CheckKind() const {
     if (::fstat(mFile.Descriptor(), &info) != 0) {
         return KEStatusFromErrno(errno);
     }
-    if (!S_ISREG(info.st_mode)) {
+    // A file with a second name may be one that somebody else uses for something else.
+    if (!S_ISREG(info.st_mode) || info.st_nlink > 1) {
         return KESTATUS_INVALID_FILE;
     }
     if (info.st_uid != ::geteuid() || (info.st_mode & cOthersMode) != 0) {
@@ -192,11 +219,27 @@ KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
     if (status == KESTATUS_SUCCESS && empty) {
         status = Initialise();
         if (status != KESTATUS_SUCCESS) {
-            ::unlink(path.c_str());
+            RemoveUnfinished(path);
         }
+    }
+    // A file with holes is not one of ours, but harmless once they are filled.
+    if (status == KESTATUS_SUCCESS && !empty &&
+        static_cast<std::uint64_t>(info.st_blocks) * cStatBlockBytes < cFileBytes) {
+        const int error = Reserve(descriptor);
+        status = error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
     }
     static_cast<void>(SetLock(descriptor, F_UNLCK, cSetUpLockOffset));
     return status;
+}
+
+// Takes the file's name away, unless another file has it by now.
+void SegmentFile::RemoveUnfinished(const std::string& path) const noexcept {
+    struct stat own = {};
+    struct stat named = {};
+    if (::fstat(mFile.Descriptor(), &own) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+        own.st_dev == named.st_dev && own.st_ino == named.st_ino) {
+        ::unlink(path.c_str());
+    }
 }
 
 // empty: the file was never completed and is free to be initialised.
@@ -221,11 +264,6 @@ KESTATUS SegmentFile::CheckHeader(bool& empty) const {
     }
     if (std::memcmp(&header, &cExpectedHeader, sizeof(header)) != 0 || size != cFileBytes) {
         return KESTATUS_VERSION_MISMATCH;
-    }
-    // A file with holes is not one of ours, but harmless once they are filled.
-    if (static_cast<std::uint64_t>(info.st_blocks) * cStatBlockBytes < cFileBytes) {
-        const int error = Reserve(descriptor);
-        return error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
     }
     return KESTATUS_SUCCESS;
 }
@@ -267,10 +305,35 @@ bool SegmentFile::IsPortHeld(std::uint32_t port) const noexcept {
     return IsLocked(cPortLockOffset + port);
 }
 
-bool SegmentFile::IsPortBusy(const std::string& path, std::uint32_t port) {
+KESTATUS SegmentFile::LookAtPort(const std::string& path, std::uint32_t port, bool& isBusy) {
+    isBusy = false;
     SegmentFile segment;
-    return segment.mFile.Open(path.c_str(), O_RDWR | O_NOFOLLOW, 0) == 0 &&
-           segment.IsLocked(cTrafficLockOffset + port);
+    const int error = segment.mFile.Open(path.c_str(), cOpenFlags, 0);
+    if (error != 0) {
+        return error == ENOENT ? CheckFolder(path) : StatusOfOpenError(error);
+    }
+    KESTATUS status = segment.CheckKind();
+    if (status == KESTATUS_SUCCESS) {
+        status = segment.WaitUntilMade();
+    }
+    if (status == KESTATUS_SUCCESS) {
+        isBusy = segment.IsLocked(cTrafficLockOffset + port);
+    }
+    return status;
+}
+
+// Checks the header; while another process is making the file, waits for it as Open does.
+KESTATUS SegmentFile::WaitUntilMade() const {
+    for (int tries = 0; tries < cSetUpTries; ++tries) {
+        const bool isBeingMade = IsLocked(cSetUpLockOffset);
+        bool empty = false;
+        const KESTATUS status = CheckHeader(empty);
+        if (status != KESTATUS_SUCCESS || !empty || !isBeingMade) {
+            return status;
+        }
+        SleepMillisecond();
+    }
+    return KESTATUS_TIMEOUT;
 }
 
 bool SegmentFile::IsLocked(std::int64_t offset) const noexcept {

@@ -43,15 +43,18 @@ public:
     KESTATUS LockPort(std::uint32_t port, PortUse use);
     // Whether another object than this has a port. From any thread.
     bool IsPortHeld(std::uint32_t port) const noexcept;
-    // Whether somebody has a port of the segment at this path for its traffic. Makes and takes nothing.
-    static bool IsPortBusy(const std::string& path, std::uint32_t port);
+    // Whether somebody has a port of the segment at this path for its traffic. Makes and takes nothing. Fails
+    // with the status with which Open would fail.
+    static KESTATUS LookAtPort(const std::string& path, std::uint32_t port, bool& isBusy);
 
 private:
     KESTATUS OpenExisting(const std::string& path);
     KESTATUS SetUp(const std::string& path, bool& removed);
     KESTATUS CheckKind() const;
     KESTATUS CheckHeader(bool& empty) const;
+    KESTATUS WaitUntilMade() const;
     KESTATUS Initialise();
+    void RemoveUnfinished(const std::string& path) const noexcept;
     bool IsLocked(std::int64_t offset) const noexcept;
 
     ProcessFile mFile;

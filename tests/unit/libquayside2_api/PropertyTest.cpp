@@ -1,5 +1,6 @@
 // What a device tells of itself.
 #include <array>
+#include <cstdlib>
 
 #include "SegmentFixture.h"
 
@@ -86,6 +87,59 @@ TEST_F(PropertyTest, UnknownPropertiesAndWrongKinds) {
               KESTATUS_INVALID_PARAMETER);
     EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, nullptr, 6, nullptr),
               KESTATUS_INVALID_PARAMETER);
+}
+
+TEST_F(PropertyTest, StateIsForControlHandlesAndLossesForRawOnes) {
+    const auto statusOfState = [](QBXDeviceHandle device) {
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        return QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof(text));
+    };
+    const auto statusOfLosses = [](QBXDeviceHandle device) {
+        std::uint64_t count = 0;
+        return QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &count, sizeof(count), nullptr);
+    };
+    for (const QBXDeviceHandle device : {OpenTx(1), OpenRx(2)}) {
+        EXPECT_EQ(statusOfState(device), KESTATUS_NOT_FOUND);
+        EXPECT_EQ(statusOfLosses(device), KESTATUS_SUCCESS);
+    }
+    const QBXDeviceHandle control = OpenControl(3);
+    EXPECT_EQ(statusOfState(control), KESTATUS_SUCCESS);
+    EXPECT_EQ(statusOfLosses(control), KESTATUS_NOT_FOUND);
+}
+
+// What is no segment, or nobody's to use, is not free.
+TEST_F(PropertyTest, TheStateOfALaneThatCannotBeOpenedIsTheStatusOfOpeningIt) {
+    const std::string path = SegmentFilePath();
+    struct Row {
+        const char* what;
+        const char* command; // $0 is the path
+        KESTATUS status;
+    };
+    for (const Row& row : {
+             Row{"nothing", ":", KESTATUS_SUCCESS},
+             Row{"empty", "touch $0 && chmod 600 $0", KESTATUS_SUCCESS},
+             Row{"a folder", "mkdir $0", KESTATUS_INVALID_FILE},
+             Row{"a link", "ln -s /dev/null $0", KESTATUS_INVALID_FILE},
+             Row{"a pipe", "mkfifo -m 600 $0", KESTATUS_INVALID_FILE},
+             Row{"others may use it", "touch $0 && chmod 666 $0", KESTATUS_NOT_ALLOWED},
+             Row{"a second name", "touch $0 && chmod 600 $0 && ln $0 $0-other", KESTATUS_INVALID_FILE},
+             Row{"another's contents", "echo 12345678 >$0 && chmod 600 $0", KESTATUS_INVALID_FILE},
+             Row{"cut short", "printf QSegment >$0 && chmod 600 $0", KESTATUS_VERSION_MISMATCH},
+         }) {
+        const std::string folderCommand = "sh -c '" + std::string(row.command) + "' '" + path + "'";
+        ASSERT_EQ(std::system(folderCommand.c_str()), 0) << row.what; // NOLINT(cert-env33-c)
+        {
+            const EnvironmentChange inspect("QUAYSIDE2_INSPECT", "1");
+            const QBXDeviceHandle device = OpenControl(1);
+            char text[QBX_PROPERTY_STRING_SIZE] = "";
+            EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof(text)), row.status)
+                << row.what;
+            EXPECT_STREQ(text, row.status == KESTATUS_SUCCESS ? "free" : "") << row.what;
+            QBX_CloseDevice(device);
+        }
+        EXPECT_EQ(TryOpenControl(1), row.status) << row.what;
+        ASSERT_EQ(std::system(("rm -rf '" + path + "' '" + path + "-other'").c_str()), 0); // NOLINT
+    }
 }
 
 } // namespace
