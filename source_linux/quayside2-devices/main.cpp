@@ -60,6 +60,17 @@ std::string ReadMacAddress(QBXDeviceHandle device) {
     return text;
 }
 
+// A word, or the status with which the device cannot be opened.
+std::string ReadState(QBXDeviceHandle device) {
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    const KESTATUS status = QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof text);
+    if (status == KESTATUS_SUCCESS) {
+        return text;
+    }
+    // A library that does not tell: it could be opened.
+    return status == KESTATUS_NOT_FOUND ? "free" : StatusText(status);
+}
+
 // Takes "sending" out of "in use (sending)".
 void SplitState(DeviceLine& line) {
     const std::size_t open = line.state.find(" (");
@@ -81,13 +92,21 @@ DeviceLine ReadDevice(QBXEnumerationHandle devices, std::uint32_t index) {
     line.name = ReadText(device, QBX_PROPERTY_FRIENDLY_NAME);
     line.product = ReadText(device, QBX_PROPERTY_PRODUCT_STRING);
     line.macAddress = ReadMacAddress(device);
-    line.state = ReadText(device, QBX_PROPERTY_STATE);
-    if (line.state.empty()) { // a library that does not tell: it could be opened
-        line.state = "free";
-    }
+    line.state = ReadState(device);
     SplitState(line);
     QBX_CloseDevice(device);
     return line;
+}
+
+bool IsControl(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte < 0x20 || byte == 0x7F;
+}
+
+// The name of an interface may have any bytes. A terminal must not obey them.
+std::string Printable(std::string text) {
+    std::replace_if(text.begin(), text.end(), IsControl, '?');
+    return text;
 }
 
 void PrintTable(const std::vector<DeviceLine>& lines) {
@@ -96,7 +115,9 @@ void PrintTable(const std::vector<DeviceLine>& lines) {
     const auto stateOf = [](const DeviceLine& line) {
         return line.use.empty() ? line.state : line.state + " (" + line.use + ")";
     };
-    const auto orDash = [](const std::string& text) { return text.empty() ? std::string("-") : text; };
+    const auto orDash = [](const std::string& text) {
+        return text.empty() ? std::string("-") : Printable(text);
+    };
     for (const DeviceLine& line : lines) {
         nameWidth = std::max(nameWidth, line.name.size());
         stateWidth = std::max(stateWidth, stateOf(line).size());
@@ -108,24 +129,53 @@ void PrintTable(const std::vector<DeviceLine>& lines) {
     }
 }
 
-// RFC 8259. Text that is not known is null.
+// The length of the UTF-8 sequence (RFC 3629) at a place of a text, 0 when there is none.
+std::size_t Utf8Length(const std::string& text, std::size_t at) {
+    const auto byte = [&](std::size_t i) -> unsigned {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    const unsigned first = byte(at);
+    const std::size_t length = first < 0x80                     ? 1
+                               : first >= 0xC2 && first <= 0xDF ? 2
+                               : first >= 0xE0 && first <= 0xEF ? 3
+                               : first >= 0xF0 && first <= 0xF4 ? 4
+                                                                : 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if (byte(at + i) >> 6 != 2) {
+            return 0;
+        }
+    }
+    // Longer than it needs to be, a surrogate, or beyond the last character.
+    const unsigned second = byte(at + 1);
+    const bool isWrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
+                         (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
+    return isWrong ? 0 : length;
+}
+
+// RFC 8259. Text that is not known is null; what is not UTF-8 becomes the replacement character.
 std::string JsonText(const std::string& text) {
     if (text.empty()) {
         return "null";
     }
     std::string quoted = "\"";
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x20 || byte == 0x7F) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", byte);
-            quoted += escape;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = Utf8Length(text, at);
+        if (length == 0) {
+            quoted += "\\ufffd";
+            ++at;
             continue;
         }
-        if (character == '"' || character == '\\') {
-            quoted += '\\';
+        if (IsControl(text[at])) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(text[at]));
+            quoted += escape;
+        } else {
+            if (text[at] == '"' || text[at] == '\\') {
+                quoted += '\\';
+            }
+            quoted.append(text, at, length);
         }
-        quoted += character;
+        at += length;
     }
     return quoted + "\"";
 }
@@ -159,7 +209,8 @@ int ListDevices(bool json) {
     }
     QBX_CloseEnumeration(devices);
     json ? PrintJson(lines) : PrintTable(lines);
-    if (std::fflush(stdout) != 0) {
+    // What was written before may have failed too.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("quayside2-devices: standard output");
         return cExitFailure;
     }

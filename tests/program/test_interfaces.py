@@ -10,15 +10,16 @@ import shutil
 import signal
 import struct
 import subprocess
+import threading
 import time
 
 import pytest
 
 import capture
+import lanes
 import rtp
 import tsfile
-from lanes import (
-    FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, Running, exit_status, run, sanitized_environment, wait_for, wait_for_carriers)
+from lanes import FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, exit_status, run, sanitized_environment, wait_for_carriers
 from tools import tool
 
 DEVICES_TOOL = os.environ["DEVICES_BIN"]
@@ -54,21 +55,73 @@ def env():
     return sanitized_environment(QUAYSIDE2_DEVICES="flw0,flw1")
 
 
+def wait_until(read, is_good, what):
+    """Reads again and again until what was read is good, and returns it."""
+    deadline = time.monotonic() + TIMEOUT
+    while not is_good(seen := read()):
+        assert time.monotonic() < deadline, f"waited in vain for {what}, saw last: {seen}"
+        time.sleep(0.01)
+    return seen
+
+
+@contextlib.contextmanager
+def bounded(process):
+    """Kills a process that does not come to the end of the block, so that reading its output ends."""
+    watchdog = threading.Timer(TIMEOUT, process.kill)
+    watchdog.start()
+    try:
+        yield
+    finally:
+        watchdog.cancel()
+
+
+class Running(lanes.Running):
+    """Of which nothing is waited for without end."""
+
+    def read_until(self, part):
+        deadline = time.monotonic() + TIMEOUT
+        with bounded(self.process):
+            while True:
+                line = self.process.stdout.readline()
+                self.lines += [line.rstrip("\n")] if line else []
+                assert line and time.monotonic() < deadline, f"waited in vain for '{part}', saw last: {self.lines[-5:]}"
+                if part in line:
+                    return self.lines[-1]
+
+    def read_error(self):
+        """The next line of standard error."""
+        with bounded(self.process):
+            line = self.process.stderr.readline()
+        assert line, f"no further line on standard error, standard output was {self.lines[-5:]}"
+        return line.rstrip("\n")
+
+    def wait_for_end(self):
+        """The exit code of a program that ends by itself."""
+        with bounded(self.process):
+            stdout, self.stderr = self.process.communicate()
+        self.lines += stdout.splitlines()
+        return self.process.returncode
+
+
 # tcpdump changes its user and groups, which is not possible in the user namespace of a test that is not root's.
 DUMPING = ["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-U", "-B", "65536"] \
     if pathlib.Path("/proc/self/setgroups").read_text() == "allow\n" else ["dumpcap", "-P", "-B", "64"]
 
 
 class Dumping:
-    """tcpdump on an interface until the block ends, when it has seen so many frames or a while has passed."""
+    """tcpdump on an interface until the block ends, when it has written so many frames. What it has received in the
+    last second and not written is lost when it is ended."""
 
     def __init__(self, path, interface, count):
         self.path = path
         self.count = count
         self.process = subprocess.Popen(
             [*DUMPING, "-i", interface, "-w", path], stderr=subprocess.PIPE, text=True)
-        while not re.match("tcpdump: listening on|File:", self.process.stderr.readline()):
-            assert self.process.poll() is None
+        seen = []
+        with bounded(self.process):
+            while not seen or not re.match("tcpdump: listening on|File:", seen[-1]):
+                seen.append(self.process.stderr.readline())
+                assert seen[-1], f"{DUMPING[0]} does not listen: {seen}"
 
     def __enter__(self):
         return self
@@ -76,7 +129,8 @@ class Dumping:
     def __exit__(self, kind, *_):
         try:
             if kind is None:
-                wait_for(lambda: len(self.frames()) >= self.count, "tcpdump")
+                wait_until(lambda: len(self.frames()), lambda seen: seen >= self.count,
+                           f"{self.count} frames in {self.path}")
         finally:
             self.process.terminate()
             self.process.communicate(timeout=TIMEOUT)
@@ -114,6 +168,11 @@ TAGS = {"none": "", "802.1Q": "81002005", "802.1Q priority": "8100e000", "802.1a
         "802.1ad and 802.1Q": "88a8000781002005", "two 802.1Q": "8100000781002005", "old": "91000007"}
 
 
+def avtp_frame_count(packets):
+    """Of how many frames these packets are sent in."""
+    return -(-len(packets) // 7)
+
+
 def play_with_tcpreplay(path, *options):
     tool("tcpreplay", "-q", "-i", "flw0", *options, path)
 
@@ -125,7 +184,7 @@ def play_with_tcpreplay(path, *options):
 def test_tcpdump_sees_what_ts2av_sends(env, tmp_path, options, tci):
     sample = SAMPLES / "h264-cbr.ts"
     expected = tsfile.delivered_part(sample.read_bytes())
-    with Dumping(tmp_path / "seen.pcap", "flw1", len(expected) // 7) as seen:
+    with Dumping(tmp_path / "seen.pcap", "flw1", avtp_frame_count(expected)) as seen:
         result = run("ts2av", sample, "-n", "flw0", "-m", "91e0f0000e80", *options, env=env)
     assert (result.returncode, result.stderr) == (0, "")
     frames = [capture.AvtpFrame(frame) for _, frame in seen.frames()]
@@ -178,7 +237,7 @@ def test_pcap_records_what_tcpreplay_sends(env, tmp_path, tags):
 
 def test_av2rtp_forwards_what_tcpreplay_sends(env, tmp_path, short_file):
     expected = tsfile.delivered_part(short_file.read_bytes())
-    with Dumping(tmp_path / "stream.pcap", "flw1", len(expected) // 7):
+    with Dumping(tmp_path / "stream.pcap", "flw1", avtp_frame_count(expected)):
         assert run("ts2av", short_file, "-n", "flw0", env=env).returncode == 0
     with rtp.Receiver() as receiver, \
             Running(env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", "flw1") as program:
@@ -243,7 +302,8 @@ def test_frames_that_the_kernel_drops_are_missing(env, tmp_path):
         subprocess.run([LANE_SEND, "-n", "flw0", "-c", str(sent), "-l", "1390"], env=env, check=True,
                        stdout=subprocess.DEVNULL, timeout=TIMEOUT)
         program.process.send_signal(signal.SIGCONT)
-        wait_for(lambda: re.search(r"[1-9]\d* frames dropped", program.read_until("successfully written")), "the loss")
+        wait_until(lambda: program.read_until("successfully written"),
+                   lambda line: re.search(r"[1-9]\d* frames dropped", line), "the loss")
         time.sleep(2)
     written, dropped = (int(word) for word in re.findall(r"\d+", next(
         line for line in reversed(program.lines) if "successfully written" in line)))
@@ -321,7 +381,7 @@ def other_end(env, command):
 
 def wait_for_progress(program, command):
     before = next_count(program, command)
-    wait_for(lambda: next_count(program, command) > before, "progress")
+    wait_until(lambda: next_count(program, command), lambda count: count > before, f"a count above {before}")
 
 
 @pytest.mark.parametrize("command", COMMANDS)
@@ -354,7 +414,8 @@ def test_interface_removed(env, tmp_path, command, how):
         program = Watched(env, tmp_path, command)
         if how == "namespace":
             other = "flw1" if program.is_sender else "flw0"
-            wait_for(lambda: os.readlink(f"/proc/{holder.pid}/ns/net") != os.readlink("/proc/self/ns/net"), "a name space")
+            wait_until(lambda: os.readlink(f"/proc/{holder.pid}/ns/net"),
+                       lambda seen: seen != os.readlink("/proc/self/ns/net"), "a name space")
             ip(f"link set {other} netns {holder.pid}")
         with program:
             program.read_until(RUNNING)
@@ -371,9 +432,7 @@ def test_interface_removed(env, tmp_path, command, how):
                 assert program.processor_time() - before < MUCH_TIME
                 program.stop()
             else:
-                program.lines += program.process.stdout.read().splitlines()
-                program.stderr = program.process.stderr.read()
-                assert program.process.wait(TIMEOUT) == 0
+                assert program.wait_for_end() == 0
     finally:
         holder.kill()
         holder.wait()
@@ -392,8 +451,7 @@ def test_what_came_before_the_interface_was_removed_is_recorded(env, tmp_path):
         write_pcap(tmp_path / "file.pcap", [numbered(i) for i in range(1000)], 1000)
         play_with_tcpreplay(tmp_path / "file.pcap")
         ip("link del flw0")
-        program.lines += program.process.stdout.read().splitlines()
-        assert program.process.wait(TIMEOUT) == 0
+        assert program.wait_for_end() == 0
     assert program.lines[-1] == "1000 frames successfully written, 0 frames dropped"
     assert len(capture_frames(tmp_path / "record.pcapng")) == 1000
 
@@ -417,10 +475,9 @@ def test_mtu_becomes_too_small(env, tmp_path, command):
         program.read_until(RUNNING)
         wait_for_progress(program, command)
         ip("link set flw0 mtu 200")
-        errors = [program.process.stderr.readline().rstrip("\n") for _ in range(2)]
+        errors = [program.read_error() for _ in range(2)]
         if command == "playpcap":
-            program.process.stdout.read()
-            program.process.wait(TIMEOUT)
+            program.wait_for_end()
     lost = "Frames not sent because the link was down or busy: "
     ended = {"ts2av": "TS file source has ended", "playpcap": "PCAPNG file reader has ended"}[command]
     assert errors[0].startswith(lost) and 0 < int(errors[0][len(lost):]) <= 64
@@ -528,10 +585,47 @@ def test_states(env, segment):
             assert re.search(r"flw0 .* in use +veth\n", list_devices(env=env).stdout)
         assert re.search(r"flw0 .* in use \(sending\)  veth\n", list_devices(env=env).stdout)
     ip("link set flw0 down")
-    wait_for(lambda: states(env) == {"lane-1": free, "lane-2": free, "flw0": ("link down", None),
-                                     "flw1": ("link down", None)}, "both ends to see it")
+    down = ("link down", None)
+    wait_until(lambda: states(env), lambda seen: seen == {"lane-1": free, "lane-2": free, "flw0": down, "flw1": down},
+               "both ends to see it")
     assert states(env, without_privileges()) == {
         "lane-1": free, "lane-2": free, "flw0": ("no privilege", None), "flw1": ("no privilege", None)}
+
+
+def test_a_lane_that_cannot_be_opened_is_not_free(segment):
+    path = pathlib.Path(f"/dev/shm/quayside2-{os.geteuid()}-{segment.name}")
+    path.mkdir()
+    try:
+        env = {**segment.env, "QUAYSIDE2_DEVICES": "lane-1"}
+        status = "0xe0000055(KESTATUS_INVALID_FILE)"
+        assert states(env) == {"lane-1": (status, None)}
+        assert list_devices(env=env).stdout == f"  0  lane-1  02-51-42-58-00-01  {status}  Virtual Ethernet segment\n"
+        assert status in run("ts2av", SAMPLES / "h264-cbr.ts", "-n", "lane-1", env=env).stderr
+    finally:
+        path.rmdir()
+
+
+def test_names_of_any_bytes(env):
+    names = [b"a\x1b[31mb", b"\xc3\xa9t\xc3\xa9", b"\xff\xfe", b'q"\\u', b"\xed\xbf\xbf", b"\xc3"]
+    shown = ["a\x1b[31mb", "\u00e9t\u00e9", "\ufffd\ufffd", 'q"\\u', "\ufffd\ufffd\ufffd", "\ufffd"]
+    env = {os.fsencode(key): os.fsencode(value) for key, value in env.items()}
+    env[b"QUAYSIDE2_DEVICES"] = b",".join(names)
+    try:
+        for name in names:
+            subprocess.run([b"ip", b"link", b"add", b"name", name, b"type", b"bridge"], check=True, timeout=TIMEOUT)
+
+        def listed(*options):
+            return subprocess.run([DEVICES_TOOL, *options], env=env, capture_output=True, timeout=TIMEOUT,
+                                  check=True).stdout
+
+        assert [device["name"] for device in json.loads(listed("--json").decode("utf-8"))] == shown
+        lines = listed().splitlines()
+        assert len(lines) == len(names)
+        assert b"  a?[31mb  " in lines[0]
+        assert not any(byte < 0x20 for line in lines for byte in line)
+    finally:
+        for name in names:
+            subprocess.run([b"ip", b"link", b"del", name], check=False, timeout=TIMEOUT)
 
 
 def test_devices_that_cannot_be_listed(env):
@@ -556,8 +650,19 @@ def test_usage(env):
         assert result.stderr.startswith("usage: quayside2-devices [--json]\n")
 
 
-def test_standard_output_that_is_full(env):
-    with open("/dev/full", "w") as full:
-        result = subprocess.run([DEVICES_TOOL], env=env, stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+@pytest.mark.parametrize("is_long", [False, True])
+def test_standard_output_that_is_full(env, is_long):
+    """Also when a part of a long list fails before its end."""
+    del env["QUAYSIDE2_DEVICES"]
+    others = [f"other{number}" for number in range(60 if is_long else 0)]
+    try:
+        for name in others:
+            ip(f"link add {name} type bridge")
+        with open("/dev/full", "w") as full:
+            result = subprocess.run([DEVICES_TOOL, "--json"], env=env, stdout=full, stderr=subprocess.PIPE, text=True,
+                                    check=False, timeout=TIMEOUT)
+    finally:
+        for name in others:
+            subprocess.run(["ip", "link", "del", name], stderr=subprocess.DEVNULL, check=False, timeout=TIMEOUT)
     assert result.returncode == 1
     assert result.stderr == "quayside2-devices: standard output: No space left on device\n"
