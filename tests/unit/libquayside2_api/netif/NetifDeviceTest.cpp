@@ -1,5 +1,8 @@
 // Network interfaces as instances: how they are listed, who may hold them, what they need.
 #include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
@@ -10,8 +13,10 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -174,6 +179,84 @@ TEST_F(NetifDeviceTest, PropertiesThatAHandleDoesNotHave) {
     EXPECT_EQ(QBX_GetDevicePropertyBinary(sender, QBX_PROPERTY_LOST_FRAMES, &lost, 7, &size),
               KESTATUS_BUFFER_TOO_SMALL);
     EXPECT_EQ(size, 8u);
+}
+
+// Any program may take the name that says who holds an interface.
+TEST_F(NetifDeviceTest, ANameThatSomebodyElseHasIsInUse) {
+    const auto bindName = [](const std::string& name) {
+        const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        name.copy(address.sun_path + 1, sizeof(address.sun_path) - 1);
+        const auto size = static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + 1 + name.size());
+        EXPECT_EQ(::bind(socket, reinterpret_cast<const struct sockaddr*>(&address), size), 0);
+        // Connected to itself it refuses what others send.
+        EXPECT_EQ(::connect(socket, reinterpret_cast<const struct sockaddr*>(&address), size), 0);
+        return socket;
+    };
+    const std::string index = std::to_string(::if_nametoindex("flw0"));
+    const int holder = bindName("quayside2-interface-" + index + "-transmit");
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_IN_USE);
+    EXPECT_EQ(State("flw0"), "in use (sending)");
+    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_SUCCESS);
+    ::close(holder);
+    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
+}
+
+// Without a descriptor to ask with, nobody can say that an interface is free.
+TEST_F(NetifDeviceTest, TheStateCannotBeAskedForWithoutADescriptor) {
+    const QBXDeviceHandle device = OpenControl("flw0");
+    struct rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const struct rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof(text)),
+              KEStatusFromErrno(EMFILE));
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(State("flw0"), "free");
+}
+
+// Handles are closed while other threads use them in every way.
+TEST_F(NetifDeviceTest, ClosingUnderUse) {
+    for (int round = 0; round < 20; ++round) {
+        const QBXDeviceHandle tx = OpenTx("flw0");
+        const QBXDeviceHandle rx = OpenEnabledRx("flw1");
+        std::thread sender([tx] {
+            const Bytes frame = MakeFrame(1000, 1);
+            KESTATUS status = KESTATUS_SUCCESS;
+            while (status != KESTATUS_INVALID_HANDLE) {
+                status = Submit(tx, frame);
+                if (status == KESTATUS_NO_SPACE) {
+                    status = QBX_WaitForTxResources(tx, 1, -1);
+                }
+            }
+        });
+        std::thread receiver([rx] {
+            Bytes buffer(2048);
+            std::uint32_t length = 0;
+            KESTATUS status = KESTATUS_SUCCESS;
+            while (status != KESTATUS_INVALID_HANDLE) {
+                status = QBX_WaitForRawFrame(rx, -1);
+                QBX_GetReceivedRawFrame(rx, nullptr, buffer.data(), 2048, &length);
+            }
+        });
+        std::thread switcher([rx] {
+            KESTATUS status = KESTATUS_SUCCESS;
+            while (status != KESTATUS_INVALID_HANDLE) {
+                QBX_DisableRawRx(rx);
+                status = QBX_EnableRawRx(rx);
+            }
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(round));
+        EXPECT_EQ(QBX_CloseDevice(tx), KESTATUS_SUCCESS);
+        EXPECT_EQ(QBX_CloseDevice(rx), KESTATUS_SUCCESS);
+        sender.join();
+        receiver.join();
+        switcher.join();
+        EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
+        EXPECT_EQ(TryOpenRx("flw1"), KESTATUS_SUCCESS);
+    }
 }
 
 TEST_F(NetifDeviceTest, AnInterfaceThatGoesWhileItIsOpen) {

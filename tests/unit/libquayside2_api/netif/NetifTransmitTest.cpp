@@ -1,4 +1,5 @@
 // Sending on a network interface, seen by a packet socket at the other end of the link.
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -324,6 +325,25 @@ TEST_F(NetifTransmitTest, WaitingCostsNoProcessorTime) {
     const std::uint64_t before = ProcessorTime();
     EXPECT_EQ(QBX_WaitForTxResources(device, 64, 1500), KESTATUS_TIMEOUT);
     EXPECT_LT(ProcessorTime() - before, 300'000'000u);
+}
+
+TEST_F(NetifTransmitTest, OtherCallsDoNotWaitForAWaitingThread) {
+    Shell(cStandstill);
+    const QBXDeviceHandle device = OpenTx("flw0");
+    FillLink(device);
+    std::atomic<bool> isWaiting{true};
+    std::thread waiter([&] {
+        EXPECT_EQ(QBX_WaitForTxResources(device, 64, 5000), KESTATUS_TIMEOUT);
+        isWaiting = false;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(LostFrames(device), 0u);
+        EXPECT_EQ(QBX_CheckSubmitRawFrame(device, 13), KESTATUS_INVALID_LENGTH);
+        Submit(device, MakeFrame(60, 1));
+    }
+    EXPECT_TRUE(isWaiting) << "it came after the wait";
+    waiter.join();
 }
 
 TEST_F(NetifTransmitTest, ClosingWakesAThreadThatWaitsForRoom) {
