@@ -1,6 +1,6 @@
 // What a back end offers to the layer above: a list of instances, each of which can be opened.
 //
-// A second kind of device is added by writing another DeviceBackend and naming it in DeviceList.cpp; the
+// Another kind of device is added by writing another DeviceBackend and naming it in DeviceList.cpp; the
 // handle layer needs no change.
 #ifndef QUAYSIDE2_DEVICEBACKEND_H
 #define QUAYSIDE2_DEVICEBACKEND_H
@@ -21,8 +21,8 @@ public:
     virtual ~DeviceInstance() = default;
 
     virtual const DeviceProperties& Properties() const noexcept = 0;
-    // Takes the instance for one holder. On failure device is unchanged; KESTATUS_IN_USE when somebody
-    // holds it. The device does not need the instance afterwards.
+    // Opens the instance, and takes it where that way of opening has one holder: KESTATUS_IN_USE when
+    // somebody holds it. On failure device is unchanged. The device does not need the instance afterwards.
     virtual KESTATUS Open(const OpenMode& mode, std::unique_ptr<Device>& device) const = 0;
 };
 

@@ -3,7 +3,7 @@
 // A handle holds a kind, a generation and a slot number, so that a closed handle, a number that never was
 // one and a handle of another table are all told from a living one. The table owns the objects.
 //
-// Finding is lock-free and pins the object: Close waits until nobody uses it any more. Handles in use on
+// Finding is lock-free and pins the object: Remove waits until nobody uses it any more. Handles in use on
 // different threads never share a cache line that is written.
 #ifndef QUAYSIDE2_HANDLETABLE_H
 #define QUAYSIDE2_HANDLETABLE_H

@@ -16,8 +16,8 @@ using quayside2::ProcessState;
 
 namespace {
 
-constexpr std::uint32_t cMajorVersion = 2;
-constexpr std::uint32_t cMinorVersion = 20;
+constexpr std::uint32_t cMajorVersion = QBX_API_VERSION_MAJOR;
+constexpr std::uint32_t cMinorVersion = QBX_API_VERSION_MINOR;
 
 // Runs an operation and turns what it throws into a status.
 template <typename Operation>

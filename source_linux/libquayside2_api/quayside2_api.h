@@ -7,10 +7,14 @@
 //
 // Threads: every function may be called from several threads at once. Frames of one transmit handle
 // are sent in the order in which SubmitRawFrame took them; when several threads submit on one handle
-// their frames interleave whole. A call never keeps a pointer to the caller's memory.
+// their frames interleave whole. A call never keeps a pointer to the caller's memory. While one thread
+// waits, others can use the same handle. A thread must not be cancelled (pthread_cancel) inside a call: that
+// ends the process.
 //
 // Status: all functions but the two version queries return a KESTATUS, 0 for success. A null pointer
-// where a result is to be stored is KESTATUS_INVALID_PARAMETER.
+// where a result is to be stored is KESTATUS_INVALID_PARAMETER. Functions with a handle also return
+// KESTATUS_INVALID_HANDLE, and KESTATUS_NO_MEMORY or a code of the Linux family (kestatus.h) when the system
+// fails.
 //
 // Frames are Ethernet frames from the destination address on, without preamble and frame check
 // sequence, in wire order.
@@ -21,6 +25,10 @@
 #include <stdint.h>
 
 #include "kestatus.h"
+
+// The interface version that this header describes.
+#define QBX_API_VERSION_MAJOR 2u
+#define QBX_API_VERSION_MINOR 20u
 
 #if defined(__GNUC__)
 #define QBX_API __attribute__((visibility("default")))
@@ -83,11 +91,13 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 // Properties of this library alone; another one answers KESTATUS_NOT_FOUND.
 // Text: "free", "link down" (nothing can be sent or received now), "no privilege", "in use", "in use
 // (sending)" or "in use (receiving)" when the other direction is free, "removed". For a handle opened for
-// control.
+// control; others answer KESTATUS_NOT_FOUND. Where the device cannot be opened at all, reading the property
+// fails with the status that opening it would give.
 #define QBX_PROPERTY_STATE 0x81F0u
-// Binary: 8 bytes, native byte order. Counts the frames that a handle has lost so far: submitted frames that
-// could not be sent, or received ones for which the reader was too slow. For raw handles of devices that
-// know.
+// Binary: 8 bytes, native byte order. Counts the frames that a raw handle has lost so far: submitted frames
+// that could not be sent, or received ones for which the reader was too slow. Handles opened for control
+// answer KESTATUS_NOT_FOUND. On the virtual segment a loss is known when the frame behind it is looked at,
+// and senders lose nothing: what a receiver misses is its own loss.
 #define QBX_PROPERTY_LOST_FRAMES 0x81F1u
 
 // Buffer size, terminator included, that holds every text property.
@@ -135,6 +145,7 @@ QBX_API KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t 
 // Opens an instance to receive raw frames, not yet enabled. headerType None or 2.
 //   KESTATUS_INVALID_INDEX, KESTATUS_IN_USE, KESTATUS_NO_RESOURCES, others  as above
 //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  a network interface, and the process lacks CAP_NET_RAW
+//   KESTATUS_DEVICE_REMOVED     the device is gone since it was listed
 //   KESTATUS_NOT_SUPPORTED      header type 1 or an unknown one
 //   KESTATUS_INVALID_PARAMETER  reserved1 or reserved2 is not 0
 QBX_API KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
@@ -142,12 +153,15 @@ QBX_API KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t 
                                      uint32_t reserved2);
 
 // Closes a device. Frames submitted and not yet sent go out first, within the time limit of
-// QBX_SendRawFrames. A thread that waits on the handle wakes with KESTATUS_INVALID_HANDLE.
+// QBX_SendRawFrames. A thread that waits on the handle wakes with KESTATUS_INVALID_HANDLE. Frames that a
+// network interface does not take in that time are lost without a word: who must know calls QBX_SendRawFrames
+// first and reads QBX_PROPERTY_LOST_FRAMES.
 QBX_API KESTATUS QBX_CloseDevice(QBXDeviceHandle device);
 
 // Copies a text property, zero-terminated, into buffer of size bytes.
 //   KESTATUS_BUFFER_TOO_SMALL  it does not fit; buffer holds what fits, terminated
 //   KESTATUS_NOT_FOUND         no such text property
+//   others                     of QBX_PROPERTY_STATE alone, see there
 QBX_API KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, char* buffer,
                                              uint32_t size);
 
@@ -172,6 +186,7 @@ QBX_API KESTATUS QBX_DisableRawRx(QBXDeviceHandle device);
 // value waits without limit.
 //   KESTATUS_TIMEOUT      no frame came in time
 //   KESTATUS_NOT_ENABLED  delivery is or was stopped meanwhile
+//   KESTATUS_INVALID_HANDLE  also when the handle is closed meanwhile
 //   KESTATUS_DEVICE_REMOVED  the device is gone
 QBX_API KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs);
 
@@ -181,7 +196,7 @@ QBX_API KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs);
 //   KESTATUS_NO_DATA           nothing is ready
 //   KESTATUS_NOT_ENABLED       delivery is stopped
 //   KESTATUS_BUFFER_TOO_SMALL  the buffer cannot hold even the receive header
-// A frame longer than the buffer is skipped and counted as lost: the next sequence number shows it.
+// A frame longer than the buffer is left out; the next sequence number shows it.
 QBX_API KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType* type, void* buffer,
                                          uint32_t bufferSize, uint32_t* receivedLength);
 
@@ -193,9 +208,12 @@ QBX_API KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType
 QBX_API KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle device, uint32_t length);
 
 // Waits until count frames can be submitted (count 1 or more, at most the size of the batch), at most
-// timeoutMs milliseconds; a negative value waits without limit. Sends the batch when that makes room.
+// timeoutMs milliseconds; a negative value waits without limit. Sends the batch when that makes room; what
+// finds no room in time stays in it.
 //   KESTATUS_TIMEOUT            no room in time
 //   KESTATUS_INVALID_PARAMETER  count is 0 or above the size of the batch
+//   KESTATUS_INVALID_HANDLE     also when the handle is closed meanwhile
+//   KESTATUS_DEVICE_REMOVED, others  as QBX_SendRawFrames
 QBX_API KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, int32_t timeoutMs);
 
 // Copies a frame into the batch. reserved is null, or it is KESTATUS_INVALID_PARAMETER. Status as
@@ -204,15 +222,19 @@ QBX_API KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, 
 QBX_API KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length,
                                     uint32_t* reserved);
 
-// Hands the batch to the wire, waiting a bounded time for room. Afterwards the batch is empty: frames that a
-// network interface did not take in that time, or whose link is down, are counted (QBX_PROPERTY_LOST_FRAMES),
-// which is no failure.
+// Hands the batch to the wire, waiting a bounded time for room. Afterwards it is empty, of what other threads
+// submitted meanwhile too: frames that a network interface did not take in that time, or whose link is down,
+// are counted (QBX_PROPERTY_LOST_FRAMES), which is no failure.
 //   KESTATUS_NO_DATA         the batch was empty
 //   KESTATUS_DEVICE_REMOVED  the device is gone
+//   KESTATUS_INVALID_LENGTH, others  the system refuses a frame, which is counted; the rest is sent
 QBX_API KESTATUS QBX_SendRawFrames(QBXDeviceHandle device);
 
 #ifdef __cplusplus
 }
 #endif
+
+#undef QBX_ENUM_U32
+#undef QBX_ENUM_I32
 
 #endif

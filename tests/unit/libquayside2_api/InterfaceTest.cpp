@@ -23,6 +23,7 @@ std::string OutputOf(const std::string& command) {
 
 TEST(Interface, VersionIs2Point20) {
     EXPECT_EQ(QBX_GetApiVersion(), 0x00020014u);
+    EXPECT_EQ(QBX_GetApiVersion(), QBX_API_VERSION_MAJOR << 16 | QBX_API_VERSION_MINOR);
 }
 
 TEST(Interface, CompatibleVersions) {
@@ -37,6 +38,12 @@ TEST(Interface, CompatibleVersions) {
         EXPECT_EQ(QBX_CheckApiVersion(row.majorVersion, row.minorVersion), row.compatible)
             << row.majorVersion << '.' << row.minorVersion;
     }
+}
+
+TEST(Interface, TheHeaderLeavesNoHelpersBehind) {
+#if defined(QBX_ENUM_U32) || defined(QBX_ENUM_I32)
+    FAIL();
+#endif
 }
 
 TEST(Interface, ExportsExactlyTheFunctions) {

@@ -112,16 +112,17 @@ TEST_F(TimeTest, AClockThatIsAheadHoldsNoFrameUpForEver) {
     EXPECT_EQ(TimeOfNext(rx), now) << "the others go on with theirs";
 }
 
-// Three senders flat out, and a receiver that stalls now and then for longer than it is waited for.
+// Three senders flat out, and a receiver that stalls now and then until they have sent more than the rings
+// hold.
 class ManySenders : public SegmentFixture {
 protected:
     // Of all senders together; another number for long runs.
     static std::uint32_t FrameCount() {
         const char* const set = std::getenv("FLOWLANE_STRESS_FRAMES");
         return set != nullptr ? static_cast<std::uint32_t>(std::strtoul(set, nullptr, 10))
-                              : (cSanitizedBuild ? 150000 : 1500000);
+                              : (cSanitizedBuild ? 450000 : 1500000);
     }
-    static void SendNumbered(QBXDeviceHandle tx, std::uint32_t run, std::uint32_t count) {
+    void SendNumbered(QBXDeviceHandle tx, std::uint32_t run, std::uint32_t count) {
         for (std::uint32_t number = 0; number < count; ++number) {
             std::uint8_t frame[LANE_FRAME_MAX];
             const std::uint32_t length = LANE_FRAME_MIN + LaneFrameLength(run, number) % 100;
@@ -130,6 +131,14 @@ protected:
             if (number % 64 == run || number % 64 == 63 || number == count - 1) {
                 ASSERT_EQ(QBX_SendRawFrames(tx), KESTATUS_SUCCESS);
             }
+            mSent.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    // Reads nothing for a while; the rings hold at most 44000 frames each.
+    void Stall() {
+        const std::uint64_t until = mSent.load() + 140000;
+        while (mSent.load() < until && mSending.load() != 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     }
     struct Seen {
@@ -158,6 +167,8 @@ protected:
         mNext[run % 4] = number + 1;
     }
 
+    std::atomic<int> mSending{3};
+    std::atomic<std::uint64_t> mSent{0};
     std::uint32_t mSequence = 0; // of the last item
     std::uint64_t mTime = 0;     // of the last item
     std::uint32_t mNext[4] = {}; // number of each sender's next frame, if none is lost
@@ -166,22 +177,21 @@ protected:
 TEST_F(ManySenders, TakenAndToldLostIsSentAndNoTimeGoesBack) {
     const std::uint32_t framesEach = FrameCount() / 3;
     const QBXDeviceHandle rx = OpenEnabledRx(4);
-    std::atomic<int> sending{3};
     std::vector<std::jthread> senders;
     for (unsigned lane = 1; lane <= 3; ++lane) {
-        senders.emplace_back([tx = OpenTx(lane), lane, framesEach, &sending] {
+        senders.emplace_back([this, tx = OpenTx(lane), lane, framesEach] {
             SendNumbered(tx, lane, framesEach);
-            --sending;
+            --mSending;
         });
     }
     Seen seen;
     std::uint64_t nextStall = 0;
     for (;;) {
         if (seen.frames >= nextStall) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            Stall();
             nextStall = seen.frames + framesEach / 2;
         }
-        const bool isLast = sending.load() == 0;
+        const bool isLast = mSending.load() == 0;
         const auto item = TakeItem(rx);
         if (item) {
             Take(*item, seen);
@@ -199,7 +209,7 @@ TEST_F(ManySenders, TakenAndToldLostIsSentAndNoTimeGoesBack) {
     EXPECT_EQ(seen.missing, lost);
     EXPECT_EQ(seen.frames + lost, 3ull * framesEach);
     EXPECT_GT(lost, 0u) << "the receiver did not stall";
-    EXPECT_EQ(seen.idle, 1u) << "it begins with a loss";
+    EXPECT_LE(seen.idle, 1u) << "only before the first frame";
 }
 
 } // namespace
