@@ -43,18 +43,18 @@ KESTATUS StatusOfOpenError(int error) {
     }
 }
 
-struct flock LockOf(short type, std::int64_t offset) {
+struct flock LockOf(short type, std::int64_t offset, std::int64_t bytes = 1) {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = offset;
-    lock.l_len = 1;
+    lock.l_len = bytes;
     return lock;
 }
 
-// Takes or frees a one-byte lock without waiting.
-int SetLock(int descriptor, short type, std::int64_t offset) {
-    struct flock lock = LockOf(type, offset);
+// Takes or frees a lock without waiting.
+int SetLock(int descriptor, short type, std::int64_t offset, std::int64_t bytes = 1) {
+    struct flock lock = LockOf(type, offset, bytes);
     while (::fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
         if (errno != EINTR) {
             return errno;
@@ -87,8 +87,12 @@ KESTATUS TakeSetUpLock(int descriptor) {
 }
 
 // Reserves the file's memory, so that touching it can never fail later. Piece by piece: a signal undoes the
-// piece at hand, and a process with a fast timer would never come to the end of a large one.
+// piece at hand, and a process with a fast timer would never come to the end of a large one. The size comes
+// first, so that a file of which only a part is reserved is known for an unfinished one.
 int Reserve(int descriptor) {
+    if (::ftruncate(descriptor, static_cast<off_t>(cFileBytes)) != 0) {
+        return errno;
+    }
     for (std::uint64_t offset = 0; offset < cFileBytes;) {
         const std::uint64_t bytes = std::min(cReservePiece, cFileBytes - offset);
         const int error =
@@ -282,6 +286,14 @@ KESTATUS SegmentFile::Initialise() {
         return KESTATUS_WRITE_FILE_FAILED;
     }
     return KESTATUS_SUCCESS;
+}
+
+// A child that was forked just now may have its copy of the descriptor still open. The locks must not live as
+// long as that.
+SegmentFile::~SegmentFile() {
+    if (mFile.IsOpen()) {
+        static_cast<void>(SetLock(mFile.Descriptor(), F_UNLCK, 0, cSetUpLockOffset + 1));
+    }
 }
 
 KESTATUS SegmentFile::LockPort(std::uint32_t port, PortUse use) {

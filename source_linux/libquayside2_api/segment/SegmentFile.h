@@ -25,6 +25,11 @@ std::string SegmentPath(std::string_view directory, std::string_view name);
 
 class SegmentFile {
 public:
+    SegmentFile() = default;
+    SegmentFile(const SegmentFile&) = delete;
+    SegmentFile& operator=(const SegmentFile&) = delete;
+    ~SegmentFile(); // frees its ports
+
     // Opens the segment, which is made when there is none; a failure leaves no new file behind.
     //   KESTATUS_NOT_ALLOWED       it belongs to another user, others may use it, or access is refused
     //   KESTATUS_INVALID_FILE      there is something that is no segment: link, folder, other contents

@@ -1,4 +1,5 @@
 // A forked child has none of its parent's handles and keeps none of its ports.
+#include <atomic>
 #include <functional>
 #include <sys/wait.h>
 #include <thread>
@@ -79,6 +80,31 @@ TEST_F(ForkTest, WorksWhileAnotherThreadWaits) {
     }
     EXPECT_EQ(QBX_DisableRawRx(rx), KESTATUS_SUCCESS);
     waiter.join();
+}
+
+// Whatever the other threads have locked at the moment of the fork, the child can use the library.
+TEST_F(ForkTest, WorksWhileOtherThreadsOpenAndClose) {
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> threads;
+    for (unsigned lane = 1; lane <= 3; ++lane) {
+        threads.emplace_back([&isOver, lane] {
+            while (!isOver) {
+                EXPECT_EQ(TryOpenTx(lane), KESTATUS_SUCCESS);
+                EXPECT_EQ(TryOpenRx(lane), KESTATUS_SUCCESS);
+            }
+        });
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(InChild([] {
+            ::alarm(60); // ends a child that waits for a lock which nobody holds there
+            return TryOpenTx(4) == KESTATUS_SUCCESS;
+        })) << i;
+    }
+    isOver = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(TryOpenTx(4), KESTATUS_SUCCESS);
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 // One holder for each port: inside a process, between processes, and after a holder's death.
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "ChildProcess.h"
@@ -158,6 +160,69 @@ TEST_F(PortTest, LaneDumpWritesACaptureFile) {
     ::unlink(path.c_str());
     ChildProcess none(LANE_DUMP_PATH, {"-n", "lane-9", "-o", path});
     EXPECT_EQ(none.Wait(), 1);
+}
+
+// Descriptors and mappings of the segment that a process has, as a shell command that prints their number.
+std::string CountOpen(const std::string& process, const std::string& segment) {
+    return "ls -l /proc/" + process + "/fd | cat - /proc/" + process + "/maps | grep -c '" + segment + "'";
+}
+
+TEST_F(PortTest, NothingStaysOpenAcrossExec) {
+    const QBXDeviceHandle tx = OpenTx(1);
+    const QBXDeviceHandle rx = OpenEnabledRx(2);
+    EXPECT_NE(tx, rx);
+    ChildProcess own("/bin/sh", {"-c", CountOpen(std::to_string(::getpid()), SegmentName())});
+    EXPECT_GT(std::stoi(own.ReadLine()), 3) << "the count counts nothing";
+    ChildProcess child("/bin/sh", {"-c", CountOpen("self", SegmentName())});
+    EXPECT_EQ(child.ReadLine(), "0");
+}
+
+TEST_F(PortTest, NothingStaysOpenAfterClosing) {
+    for (const QBXDeviceHandle device : {OpenTx(1), OpenEnabledRx(2), OpenControl(3)}) {
+        EXPECT_EQ(QBX_CloseDevice(device), KESTATUS_SUCCESS);
+    }
+    ChildProcess own("/bin/sh", {"-c", CountOpen(std::to_string(::getpid()), SegmentName())});
+    EXPECT_EQ(own.ReadLine(), "0");
+}
+
+// The last place is missing when the port is held already.
+TEST_F(PortTest, APortIsFreeAgainWhenThereIsNoHandleForIt) {
+    std::vector<QBXDeviceHandle> devices;
+    {
+        const EnvironmentChange inspect("QUAYSIDE2_INSPECT", "1"); // takes nothing
+        const Enumeration list;
+        QBXDeviceHandle device = 0;
+        while (devices.size() < 1000 && QBX_OpenControlDevice(list.handle, 0, &device) == KESTATUS_SUCCESS) {
+            devices.push_back(device);
+        }
+    }
+    EXPECT_EQ(devices.size(), 256u);
+    EXPECT_EQ(TryOpenTx(1), KESTATUS_NO_RESOURCES);
+    EXPECT_EQ(TryOpenRx(1), KESTATUS_NO_RESOURCES);
+    ASSERT_FALSE(devices.empty());
+    EXPECT_EQ(QBX_CloseDevice(devices.back()), KESTATUS_SUCCESS);
+    EXPECT_EQ(TryOpenTx(1), KESTATUS_SUCCESS);
+    for (const QBXDeviceHandle device : devices) {
+        QBX_CloseDevice(device);
+    }
+}
+
+// A set-up takes some milliseconds; death comes in every phase of it.
+TEST_F(PortTest, AProgramKilledWhileItMakesTheSegment) {
+    for (int round = 0; round < 40; ++round) {
+        ::unlink(SegmentFilePath().c_str());
+        {
+            ChildProcess maker(LANE_PROBE_PATH, {"hold", "1", "tx"});
+            const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (::access(SegmentFilePath().c_str(), F_OK) != 0 &&
+                   std::chrono::steady_clock::now() < until) {
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
+            maker.Signal(SIGKILL);
+            maker.Wait();
+        }
+        ASSERT_EQ(TryOpenTx(1), KESTATUS_SUCCESS) << round;
+    }
 }
 
 } // namespace

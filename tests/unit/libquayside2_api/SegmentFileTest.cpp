@@ -2,11 +2,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -205,6 +207,8 @@ TEST_F(SegmentFileTest, ASetUpThatDoesNotEndTimesOut) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Open(), KESTATUS_TIMEOUT);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+    bool isBusy = false;
+    EXPECT_EQ(SegmentFile::LookAtPort(mPath, 1, isBusy), KESTATUS_TIMEOUT);
     ::close(other); // as when the process is killed
     EXPECT_EQ(Open(), KESTATUS_SUCCESS);
     ExpectComplete();
@@ -301,6 +305,40 @@ TEST_F(SegmentFileTest, APortHeldForItsPropertiesIsWaitedFor) {
     holder.reset();
     opener.join();
     EXPECT_EQ(status, KESTATUS_SUCCESS);
+}
+
+TEST_F(SegmentFileTest, SignalsDoNotHoldASetUpUpForEver) {
+    struct sigaction action = {};
+    struct sigaction old = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &action, &old), 0);
+    const struct itimerval often = {{0, 300}, {0, 300}}; // microseconds
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+    KESTATUS status = KESTATUS_SUCCESS;
+    for (int round = 0; status == KESTATUS_SUCCESS && round < 5; ++round) {
+        ::unlink(mPath.c_str());
+        status = Open();
+    }
+    const struct itimerval never = {};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &old, nullptr);
+    EXPECT_EQ(status, KESTATUS_SUCCESS);
+    ExpectComplete();
+}
+
+TEST_F(SegmentFileTest, LookingAtAPortMakesAndTakesNothing) {
+    bool isBusy = true;
+    EXPECT_EQ(SegmentFile::LookAtPort(mPath, 1, isBusy), KESTATUS_SUCCESS);
+    EXPECT_FALSE(isBusy);
+    EXPECT_FALSE(Exists());
+    SegmentFile holder;
+    ASSERT_EQ(holder.Open(mPath), KESTATUS_SUCCESS);
+    ASSERT_EQ(holder.LockPort(1, SegmentFile::PortUse::Traffic), KESTATUS_SUCCESS);
+    EXPECT_EQ(SegmentFile::LookAtPort(mPath, 1, isBusy), KESTATUS_SUCCESS);
+    EXPECT_TRUE(isBusy);
+    EXPECT_EQ(SegmentFile::LookAtPort(mPath, 2, isBusy), KESTATUS_SUCCESS);
+    EXPECT_FALSE(isBusy);
+    EXPECT_EQ(SegmentFile::LookAtPort(mFolder + "/none/x", 1, isBusy), KEStatusFromErrno(ENOENT));
 }
 
 } // namespace

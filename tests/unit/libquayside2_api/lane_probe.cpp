@@ -2,9 +2,9 @@
 //
 //   hold LANE KIND        opens (control, tx, rx), prints "ready" and sleeps until it is killed
 //   try LANE KIND         opens, prints the status as 0x%08x, closes
-//   folder OPTIONS LANE   as "try" for tx, with a file system of its own, mounted with these options
-//   (size=...
-//                         or ro), in place of /dev/shm; then prints how many files are in it
+//   folder OPTIONS LANE   with a file system of its own in place of /dev/shm, mounted with these options
+//                         (size=... or ro): prints the status of asking for the lane's state, then as
+//                         "try" for tx; then how many files are in the file system
 //   fill LANE             opens to send, submits 3 frames without sending, prints "ready" and sleeps
 #include <cerrno>
 #include <cstdint>
@@ -54,6 +54,20 @@ void SayStatus(KESTATUS status) {
     Say(text);
 }
 
+// The status of asking for a lane's state without taking it.
+KESTATUS StateOf(unsigned lane) {
+    ::setenv("QUAYSIDE2_INSPECT", "1", 1);
+    QBXDeviceHandle device = 0;
+    KESTATUS status = Open(lane, "control", device);
+    ::unsetenv("QUAYSIDE2_INSPECT");
+    if (status == KESTATUS_SUCCESS) {
+        char text[QBX_PROPERTY_STRING_SIZE];
+        status = QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof(text));
+        QBX_CloseDevice(device);
+    }
+    return status;
+}
+
 bool WriteFile(const char* path, const std::string& text) {
     const int file = ::open(path, O_WRONLY | O_CLOEXEC);
     const bool written =
@@ -81,6 +95,7 @@ int TryWithFolder(const std::string& options, unsigned lane) {
         return 1;
     }
     QBXDeviceHandle device = 0;
+    SayStatus(StateOf(lane));
     SayStatus(Open(lane, "tx", device));
     int files = 0;
     DIR* const folder = ::opendir("/dev/shm");
