@@ -1,5 +1,10 @@
 #include "TSFileSource.h"
 
+#include <poll.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
 #include <new>
 
 #include "KEFormatter.h"
@@ -13,6 +18,11 @@ namespace {
 
 // The longest time between two PCRs of one segment, in nanoseconds.
 constexpr TSPacketDuration cMaxTimeDiff{999999999};
+// Packets that one call of FillDeliverQueue drops, a few more if they stand in one segment: some
+// milliseconds of reading.
+constexpr std::uint32_t cMaxDroppedPackets = 10000;
+// How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it stands for.
+constexpr std::chrono::milliseconds cMaxPipeWait{10};
 
 KESTATUS Failed(const char* format, KESTATUS st) {
     KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
@@ -40,6 +50,10 @@ KESTATUS TSFileSource::CreateTSFileSource(const T_UNICHAR* fileName, SinkBase& s
     if (st != KESTATUS_SUCCESS) {
         return Failed("OpenFile failed, st={}", st);
     }
+    mIsPipe = IsPipe();
+    if (mIsPipe) {
+        mFile.DisableBuffering(); // so that what the descriptor says of its data is all there is
+    }
     st = AllocatePackets(mPacketPool, numberOfPackets);
     if (st != KESTATUS_SUCCESS) {
         return Failed("AllocatePool failed, st={}", st);
@@ -54,6 +68,7 @@ KESTATUS TSFileSource::StartSource() {
     if (state == KEOsWorkerThreadState::NotCreated || state == KEOsWorkerThreadState::Terminated) {
         mPCRTimeOffsetValid = false;
         mAddInitialOffset = true;
+        mHasToReadOn = false;
         mStats.infTsPacketsDelivered.Clear();
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         const KESTATUS st = FillDeliverQueue();
@@ -78,11 +93,21 @@ void TSFileSource::StopSource() {
 }
 
 KESTATUS TSFileSource::FillDeliverQueue() {
-    // A pass through the file that timed no packet is not followed by another one at once: a file without
-    // two PCRs would be rewound here for ever.
-    bool mayRewind = true;
+    if (!mHasToReadOn) {
+        mMayRewind = true;
+    }
+    mHasToReadOn = false;
+    mDroppedPackets = 0;
+    if (mIsPipe) {
+        mWaitEnd = mClock.Now() + cMaxPipeWait;
+    }
     while (TSPacket* packet = mPacketPool.GetItem()) {
-        const ReadResult result = ReadPacket(*packet, mayRewind);
+        const ReadResult result = ReadPacket(*packet);
+        if (result == ReadResult::NotYet) {
+            packet->ReleaseToPool();
+            mHasToReadOn = true;
+            return KESTATUS_SUCCESS;
+        }
         if (result != ReadResult::Packet) {
             packet->ReleaseToPool();
             PublishEndOfFile();
@@ -94,11 +119,15 @@ KESTATUS TSFileSource::FillDeliverQueue() {
         }
         if (!packet->HasSyncByte()) {
             KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
-            packet->ReleaseToPool();
+            DropReadPacket(*packet);
         } else if (!mPCRTimeOffsetValid && !packet->HasPCR()) {
-            packet->ReleaseToPool();
+            DropReadPacket(*packet);
         } else {
-            AppendReadPacket(*packet, mayRewind);
+            AppendReadPacket(*packet);
+        }
+        if (mDroppedPackets >= cMaxDroppedPackets) {
+            mHasToReadOn = true;
+            return KESTATUS_SUCCESS;
         }
     }
     if (mPacketsToDeliver.IsEmpty()) {
@@ -107,16 +136,35 @@ KESTATUS TSFileSource::FillDeliverQueue() {
     return KESTATUS_SUCCESS;
 }
 
-// Reads the next packet of the file, behind its end the first one again when the source loops.
-TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet, bool& mayRewind) {
+// Reading from these may wait for ever.
+bool TSFileSource::IsPipe() const noexcept {
+    struct stat status {};
+    return fstat(fileno(mFile.GetHandle()), &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+// False when reading would still wait at the end of this call's time.
+bool TSFileSource::WaitForData() noexcept {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mWaitEnd - mClock.Now());
+    pollfd descriptor{fileno(mFile.GetHandle()), POLLIN, 0};
+    return poll(&descriptor, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) > 0;
+}
+
+// Reads the next packet of the file, behind its end the first one again when the source loops. A pass
+// through the file that timed no packet is not followed by another one at once: a file without two PCRs
+// would be rewound here for ever.
+TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet) {
+    if (mIsPipe && !WaitForData()) {
+        return ReadResult::NotYet;
+    }
     while (mFile.ReadFromFile(packet.mData, sizeof packet.mData) != sizeof packet.mData) {
         if (!mFile.IsEndOfFile()) {
             return ReadResult::Failed;
         }
-        if (!mRewindFile || !mayRewind) {
+        if (!mRewindFile || !mMayRewind) {
             return ReadResult::NothingMore;
         }
-        mayRewind = false;
+        mMayRewind = false;
         if (!RewindFile()) {
             return ReadResult::Failed;
         }
@@ -130,11 +178,21 @@ bool TSFileSource::RewindFile() {
     }
     KEOutputLogMessage(logger::Global, KEINFO, "rewind done");
     mPCRTimeOffsetValid = false;
-    mReadPackets.ReleaseToPoolUntil(0);
+    DropReadPacketsUntil(0);
     return true;
 }
 
-void TSFileSource::AppendReadPacket(TSPacket& packet, bool& mayRewind) {
+void TSFileSource::DropReadPacket(TSPacket& packet) {
+    packet.ReleaseToPool();
+    ++mDroppedPackets;
+}
+
+void TSFileSource::DropReadPacketsUntil(std::uint32_t count) {
+    mDroppedPackets += mReadPackets.Count() - count;
+    mReadPackets.ReleaseToPoolUntil(count);
+}
+
+void TSFileSource::AppendReadPacket(TSPacket& packet) {
     if (!mPCRTimeOffsetValid) {
         SetTimeBase(packet);
         mReadPackets.Append(packet);
@@ -150,10 +208,10 @@ void TSFileSource::AppendReadPacket(TSPacket& packet, bool& mayRewind) {
     if (timeDiff > cMaxTimeDiff) {
         KEOutputLogMessage(logger::Global, KEERROR, "unexpected timeDiff {} ({} us)", timeDiff.count(),
                            timeDiff.count() / 1000);
-        mReadPackets.ReleaseToPoolUntil(1);
+        DropReadPacketsUntil(1);
     } else {
         TimeSegment(t0, timeDiff);
-        mayRewind = true;
+        mMayRewind = true;
     }
 }
 
@@ -206,7 +264,6 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
             break;
         }
         TSPacket& packet = *mPacketsToDeliver.RemoveHead();
-        PublishEndOfFile();
         const KESTATUS st = mSink->DeliverTSPacket(packet);
         packet.ReleaseToPool();
         if (st != KESTATUS_SUCCESS) {
@@ -220,6 +277,7 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         if (st != KESTATUS_SUCCESS) {
             return Failed("SendDeliveredPackets failed, st={}", st);
         }
+        PublishEndOfFile();
     }
     return KESTATUS_SUCCESS;
 }
@@ -239,18 +297,22 @@ void TSFileSource::DeliverUntilStopped() {
         }
         KESTATUS st = DeliverPackets(mClock.Now());
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("DeliverPackets failed, st={}, stop thread", st),
-                           std::memory_order_relaxed);
+            GiveUp("DeliverPackets failed, st={}, stop thread", st);
             return;
         }
         st = FillDeliverQueue();
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("FillDeliverQueue failed, st={}, stop thread", st),
-                           std::memory_order_relaxed);
+            GiveUp("FillDeliverQueue failed, st={}, stop thread", st);
             return;
         }
-        BlockThread();
+        if (!mHasToReadOn) {
+            BlockThread();
+        }
     }
+}
+
+void TSFileSource::GiveUp(const char* format, KESTATUS st) {
+    mFailure.store(Failed(format, st), std::memory_order_release);
 }
 
 void TSFileSource::ReleaseAllPackets() {

@@ -52,36 +52,44 @@ public:
     // Waits until the worker has ended; it looks for the request every 10 ms.
     void StopSource() override;
 
-    // True when a source that does not loop has read its whole file and no packet waits for its time any
-    // more. What stands behind the last PCR of the file is never delivered.
+    // True when a source that does not loop has read its whole file and all packets that have a time were
+    // sent or given up. What stands behind the last PCR of the file is never delivered.
     bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
     // Why the worker gave up; success while it has not. Ask after IsEndOfFileReached.
-    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
+    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
 
     // Counted since the last start.
     Statistics QuerryStatistics() const noexcept { return {mStats.infTsPacketsDelivered.Value()}; }
 
     // The parts of the worker's loop, for the thread that runs the source.
 
-    // Reads packets while there are free ones, and times those whose segment is complete.
+    // Reads packets while there are free ones, and times those whose segment is complete. So that a stop does
+    // not have to wait, it ends early when it has dropped many packets, and when a pipe brings nothing for
+    // 10 ms; the next call reads on.
     //   KESTATUS_READ_FILE_FAILED
     KESTATUS FillDeliverQueue();
     // Hands the packets that are due at now to the sink. The sink's failure is returned at once; the packet
     // that it did not take is gone.
     KESTATUS DeliverPackets(TSPacketTimePoint now);
     void ThreadRoutine();
+    // The pause between two passes of the loop.
+    void BlockThread() noexcept { mClock.Sleep(mBlockDelay); }
 
 private:
-    enum class ReadResult { Packet, NothingMore, Failed };
+    enum class ReadResult { Packet, NothingMore, NotYet, Failed };
 
-    ReadResult ReadPacket(TSPacket& packet, bool& mayRewind);
+    bool IsPipe() const noexcept;
+    bool WaitForData() noexcept;
+    ReadResult ReadPacket(TSPacket& packet);
     bool RewindFile();
-    void AppendReadPacket(TSPacket& packet, bool& mayRewind);
+    void AppendReadPacket(TSPacket& packet);
+    void DropReadPacket(TSPacket& packet);
+    void DropReadPacketsUntil(std::uint32_t count);
     void SetTimeBase(const TSPacket& packet) noexcept;
     void TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept;
     void DropUnfinishedSegment();
     void DeliverUntilStopped();
-    void BlockThread() noexcept { mClock.Sleep(mBlockDelay); }
+    void GiveUp(const char* format, KESTATUS st);
     void ReleaseAllPackets();
     void PublishEndOfFile() noexcept;
 
@@ -105,6 +113,12 @@ private:
     bool mPCRTimeOffsetValid = false; // a PCR was seen since the start or the last rewind
     bool mAddInitialOffset = false;   // the next time base is taken from the clock
     bool mRewindFile = false;
+    // Of FillDeliverQueue.
+    std::uint32_t mDroppedPackets = 0; // in this call
+    TSPacketTimePoint mWaitEnd;        // until then this call waits for a pipe
+    bool mIsPipe = false;
+    bool mHasToReadOn = false; // the last call ended early: no pause before the next one
+    bool mMayRewind = true;    // a packet was timed since the last rewind, or there was no rewind
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mIsEndOfFileReached{false}; // what IsEndOfFileReached answers to other threads
 };

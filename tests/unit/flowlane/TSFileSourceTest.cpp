@@ -8,11 +8,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "LogCapture.h"
 #include "RecordingSink.h"
+#include "SystemCallFaults.h"
 #include "TSFileSource.h"
 
 using namespace flowlane;
@@ -70,6 +78,85 @@ TEST_F(TSFileSourceTest, CreateTwiceIsRefused) {
         mLog.Messages(),
         ElementsAre(CapturedMessage{KEFATAL, "already allocated"},
                     CapturedMessage{KEERROR, "AllocatePool failed, st=0xe0000002(KESTATUS_INTERNAL_ERROR)"}));
+}
+
+TEST_F(TSFileSourceTest, AFailingCreateKeepsTheSinkAndTheWayOfPlaying) {
+    const TempFile file(cTenPackets);
+    ASSERT_EQ(Create(file.Path(), false, 100), KESTATUS_SUCCESS);
+    RecordingSink otherSink(mClock);
+    EXPECT_EQ(mSource.CreateTSFileSource(file.Path(), otherSink, true, 100), KESTATUS_INTERNAL_ERROR);
+    EXPECT_EQ(mSource.CreateTSFileSource("/no/such/file", otherSink, true, 100), KEStatusFromErrno(ENOENT));
+    EXPECT_EQ(mSource.CreateTSFileSource(file.Path(), otherSink, true, 100), KESTATUS_INTERNAL_ERROR);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitForMessage("stop thread")); // it does not play for ever
+    mSource.StopSource();
+    EXPECT_EQ(mSink.mDeliveries.size(), 10u);
+    EXPECT_TRUE(otherSink.mDeliveries.empty());
+}
+
+TEST_F(TSFileSourceTest, AThreadThatCannotBeCreatedGivesThePacketsBack) {
+    const TempFile file(cTenPackets);
+    ASSERT_EQ(Create(file.Path(), true, 11), KESTATUS_SUCCESS);
+    {
+        const SystemCallFault fault("pthread_create", EAGAIN);
+        EXPECT_EQ(mSource.StartSource(), KEStatusFromErrno(EAGAIN));
+        EXPECT_TRUE(fault.IsDelivered());
+    }
+    EXPECT_EQ(mLog.Texts().back(), KEStdStringFormat("CreateThread failed, st={}",
+                                                     KEFormatArgKEStatus(KEStatusFromErrno(EAGAIN))));
+    EXPECT_EQ(mSource.DeliverPackets(TSPacketTimePoint::max()), KESTATUS_SUCCESS);
+    EXPECT_TRUE(mSink.mDeliveries.empty());
+    // All eleven are free for the next start.
+    mClock.AllowSleeps(70);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitUntil([&] { return mClock.StoodStill() > 1; }));
+    mSource.StopSource();
+    EXPECT_GE(mSink.mDeliveries.size(), 10u);
+}
+
+// A call drops so many packets at most, for whatever reason, and the next one reads on.
+TEST_F(TSFileSourceTest, ManyDroppedPacketsEndACallOfFillDeliverQueue) {
+    TSStream gaps;
+    for (std::uint64_t i = 0; i < 25000; ++i) {
+        gaps.PCR(i * 90000);
+    }
+    const TSStream streams[] = {TSStream().Bad(25000), TSStream().Plain(25000), gaps};
+    for (const TSStream& stream : streams) {
+        const TempFile file(stream);
+        TSFileSource source(mClock);
+        ASSERT_EQ(source.CreateTSFileSource(file.Path(), mSink, false, 100), KESTATUS_SUCCESS);
+        unsigned calls = 0;
+        while (!source.IsEndOfFileReached() && calls < 10) {
+            EXPECT_EQ(source.FillDeliverQueue(), KESTATUS_SUCCESS);
+            ++calls;
+        }
+        EXPECT_EQ(calls, 3u);
+        source.ThreadRoutine(); // gives the last packet back
+    }
+}
+
+// Nothing is gained by a pause while only packets are dropped.
+TEST_F(TSFileSourceTest, ManyDroppedPacketsTakeNoTime) {
+    const TempFile file(TSStream().Bad(95000));
+    ASSERT_EQ(Create(file.Path(), false, 10), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitForMessage("stop thread"));
+    mSource.StopSource();
+    EXPECT_EQ(mLog.Count(KEWARN, "ignore invalid TS packet"), 95000u);
+    EXPECT_LE(mClock.Sleeps(), 1u);
+}
+
+// A loop pauses after each pass without a time, however long the pass is.
+TEST_F(TSFileSourceTest, APassThatTimesNothingIsFollowedByAPause) {
+    const TempFile file(TSStream().Bad(25000));
+    ASSERT_EQ(Create(file.Path(), true, 10), KESTATUS_SUCCESS);
+    mClock.AllowSleeps(4);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitUntil([&] { return mClock.StoodStill() > 1; }));
+    mSource.StopSource();
+    const std::size_t passes = mLog.Count(KEINFO, "rewind done");
+    EXPECT_GE(passes, mClock.Sleeps());
+    EXPECT_LE(passes, mClock.Sleeps() + mClock.StoodStill() + 1);
 }
 
 TEST_F(TSFileSourceTest, NothingIsReachedBeforeTheStart) {
@@ -198,14 +285,94 @@ TEST_F(TSFileSourceTest, AReadErrorStopsTheWorker) {
                                              "st=0xe0000091(KESTATUS_READ_FILE_FAILED), stop thread"}));
 }
 
-// A pipe that holds a part of a stream; reading on waits, and a signal makes the read fail.
+namespace {
+
+// A pipe that the test writes into.
+class TestPipe {
+public:
+    TestPipe() : mPath(testing::TempDir() + "flowlane-pipe-" + std::to_string(getpid())) {
+        EXPECT_EQ(mkfifo(mPath.c_str(), 0600), 0);
+        mWriter = open(mPath.c_str(), O_RDWR); // does not wait for a reader
+        EXPECT_GE(mWriter, 0);
+    }
+    ~TestPipe() {
+        Close();
+        unlink(mPath.c_str());
+    }
+    TestPipe(const TestPipe&) = delete;
+    TestPipe& operator=(const TestPipe&) = delete;
+
+    const char* Path() const { return mPath.c_str(); }
+    void Write(const std::vector<std::uint8_t>& bytes) const {
+        EXPECT_EQ(write(mWriter, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    // The end of the file for its reader.
+    void Close() {
+        if (mWriter >= 0) {
+            close(mWriter);
+            mWriter = -1;
+        }
+    }
+
+private:
+    std::string mPath;
+    int mWriter = -1;
+};
+
+} // namespace
+
+// The packets are timed from the moment at which the first reference was read, not from the start.
+TEST_F(TSFileSourceTest, TheTimeBaseIsTheClockWhenTheFirstPCRIsRead) {
+    TestPipe pipe;
+    ASSERT_EQ(Create(pipe.Path(), false, 100), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    mClock.Sleep(70);
+    pipe.Write(TSStream().PCR(0).Bad().Bytes());
+    ASSERT_TRUE(WaitUntil([&] { return mLog.Count(KEWARN, "ignore invalid TS packet") == 1; }));
+    mClock.Sleep(30);
+    pipe.Write(TSStream().Plain(2).PCR(900).Bytes());
+    pipe.Close();
+    ASSERT_TRUE(WaitForMessage("stop thread"));
+    mSource.StopSource();
+    ASSERT_EQ(mSink.mDeliveries.size(), 3u);
+    EXPECT_EQ(mSink.mDeliveries.front().deliverTime, cStart + 570 * cMs);
+}
+
+TEST_F(TSFileSourceTest, APipeThatStaysSilentIsWaitedForAndStaysStoppable) {
+    const TestPipe pipe;
+    TSFileSource source; // in real time
+    ASSERT_EQ(source.CreateTSFileSource(pipe.Path(), mSink, false, 100), KESTATUS_SUCCESS);
+    ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(source.IsEndOfFileReached());
+    source.StopSource();
+    EXPECT_EQ(source.FailureStatus(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mLog.Messages(), ElementsAre());
+}
+
+// However the writer cuts it.
+TEST_F(TSFileSourceTest, AllPacketsOfAPipeArePlayed) {
+    TestPipe pipe;
+    ASSERT_EQ(Create(pipe.Path(), false, 100), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    const std::vector<std::uint8_t> bytes = cTenPackets.Bytes();
+    for (std::size_t start = 0; start < bytes.size(); start += 150) {
+        const std::size_t end = std::min(start + 150, bytes.size());
+        pipe.Write({bytes.begin() + static_cast<std::ptrdiff_t>(start),
+                    bytes.begin() + static_cast<std::ptrdiff_t>(end)});
+        std::this_thread::sleep_for(std::chrono::milliseconds(start % 4 == 0 ? 15 : 0));
+    }
+    pipe.Close();
+    ASSERT_TRUE(WaitForMessage("stop thread"));
+    mSource.StopSource();
+    EXPECT_THAT(Ordinals(), ElementsAre(0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u));
+    EXPECT_TRUE(mSource.IsEndOfFileReached());
+}
+
+// A pipe that holds a part of a packet; reading the rest waits, and a signal makes the read fail.
 TEST(TSFileSourceFailureTest, AStartThatFailsGivesThePacketsBack) {
-    const std::string path = testing::TempDir() + "flowlane-pipe-" + std::to_string(getpid());
-    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const int writer = open(path.c_str(), O_RDWR);
-    ASSERT_GE(writer, 0);
-    const std::vector<std::uint8_t> bytes = TSStream().PCR(0).Plain(3).PCR(900).Plain(2).Bytes();
-    ASSERT_EQ(write(writer, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    const TestPipe pipe;
+    pipe.Write(TSStream().PCR(0).Plain(3).PCR(900).Plain(2).PartialPacket(100).Bytes());
     struct sigaction action {};
     struct sigaction oldAction {};
     action.sa_handler = [](int) {};
@@ -216,7 +383,7 @@ TEST(TSFileSourceFailureTest, AStartThatFailsGivesThePacketsBack) {
     LogCapture log;
     {
         TSFileSource source(clock);
-        ASSERT_EQ(source.CreateTSFileSource(path.c_str(), sink, false, 100), KESTATUS_SUCCESS);
+        ASSERT_EQ(source.CreateTSFileSource(pipe.Path(), sink, false, 100), KESTATUS_SUCCESS);
         std::atomic<bool> isOver{false};
         std::thread interrupter([&isOver, reader = pthread_self()] {
             while (!isOver.load()) {
@@ -237,8 +404,6 @@ TEST(TSFileSourceFailureTest, AStartThatFailsGivesThePacketsBack) {
             CapturedMessage{KEERROR, "ReadFromFile failed"},
             CapturedMessage{KEERROR, "FillDeliverQueue failed, st=0xe0000091(KESTATUS_READ_FILE_FAILED)"}));
     sigaction(SIGUSR1, &oldAction, nullptr);
-    close(writer);
-    unlink(path.c_str());
 }
 
 // Every packet that was delivered until then, and whether the batch of the failing one was ended.

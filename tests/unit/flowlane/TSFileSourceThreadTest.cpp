@@ -158,6 +158,57 @@ TEST(TSFileSourceThreadTest, ARestartGoesOnInTheFile) {
     EXPECT_EQ(source.QuerryStatistics().infTsPacketsDelivered, 3000u - 180u);
 }
 
+namespace {
+
+// Holds up what it is to send from some packet on until the test lets it go on.
+class HeldSink final : public SinkBase {
+public:
+    HeldSink(unsigned packets, KESTATUS status) : mPackets(packets), mStatus(status) {}
+
+    KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
+    void StopSink() override {}
+    KESTATUS DeliverTSPacket(const TSPacket&) override {
+        --mPackets;
+        return KESTATUS_SUCCESS;
+    }
+    KESTATUS SendDeliveredPackets() override {
+        if (mPackets != 0) {
+            return KESTATUS_SUCCESS;
+        }
+        mIsSending.store(true);
+        WaitUntil([&] { return mMayGoOn.load(); });
+        return mStatus;
+    }
+
+    std::atomic<bool> mIsSending{false};
+    std::atomic<bool> mMayGoOn{false};
+
+private:
+    unsigned mPackets; // that are not delivered yet
+    KESTATUS mStatus;  // of sending the last one
+};
+
+} // namespace
+
+// Who sees the end also sees whether the last packet could be sent.
+TEST(TSFileSourceThreadTest, TheEndIsReachedWhenTheLastPacketHasBeenSent) {
+    for (const KESTATUS status : {KESTATUS_SUCCESS, KESTATUS_DEVICE_REMOVED}) {
+        const TempFile file(LongStream(3));
+        LogCapture log;
+        VirtualClock clock;
+        HeldSink sink(90, status);
+        TSFileSource source(clock);
+        ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 1000), KESTATUS_SUCCESS);
+        ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+        ASSERT_TRUE(WaitUntil([&] { return sink.mIsSending.load(); }));
+        EXPECT_FALSE(source.IsEndOfFileReached());
+        sink.mMayGoOn.store(true);
+        ASSERT_TRUE(WaitUntil([&] { return source.IsEndOfFileReached(); }));
+        EXPECT_EQ(source.FailureStatus(), status);
+        source.StopSource();
+    }
+}
+
 // In real time, with other threads that look on: for the thread sanitizer.
 TEST(TSFileSourceThreadTest, OthersMayLookWhileItPlays) {
     const TempFile file(LongStream(5)); // 200 ms

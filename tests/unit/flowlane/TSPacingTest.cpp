@@ -71,12 +71,9 @@ const PacingCase cCases[] = {
 
 class TSPacingTest : public testing::TestWithParam<PacingCase> {};
 
-} // namespace
-
-TEST_P(TSPacingTest, PlaysOnce) {
-    const TSStream& stream = GetParam().stream;
+void ExpectPlaysOnce(const TSStream& stream, std::size_t deliveries) {
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
-    ASSERT_EQ(expected.deliveries.size(), GetParam().deliveries);
+    ASSERT_EQ(expected.deliveries.size(), deliveries);
 
     const TempFile file(stream);
     VirtualClock clock;
@@ -97,6 +94,12 @@ TEST_P(TSPacingTest, PlaysOnce) {
     messages.push_back({KEINFO, "all packets from file delivered, stop thread"});
     EXPECT_THAT(log.Messages(), ElementsAreArray(messages));
     EXPECT_TRUE(clock.Sleeps() == 0 || clock.LastSleep() == 10);
+}
+
+} // namespace
+
+TEST_P(TSPacingTest, PlaysOnce) {
+    ExpectPlaysOnce(GetParam().stream, GetParam().deliveries);
 }
 
 // The same with few packets: reading runs less far ahead, the times stay.
@@ -121,6 +124,12 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
         EXPECT_EQ(sink.mDeliveries[i].ordinal, expected.deliveries[i].ordinal) << i;
         EXPECT_EQ(sink.mDeliveries[i].deliverTime, expected.deliveries[i].deliverTime) << i;
     }
+}
+
+// More packets than are dropped at once, before and between the references: the others keep their times.
+TEST(TSPacingDropTest, PlaysOnceWithManyPacketsToDrop) {
+    ExpectPlaysOnce(TSStream().Bad(25000).PCR(0).Plain(3).PCR(900).Bad(12000).Plain(2).PCR(1800), 7);
+    ExpectPlaysOnce(TSStream().Plain(35000).PCR(0).Plain(3).PCR(900), 4);
 }
 
 TEST_P(TSPacingTest, Loops) {
