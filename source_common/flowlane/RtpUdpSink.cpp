@@ -80,7 +80,7 @@ KESTATUS RtpUdpSink::StartSink() {
     mMaxTsPacketCount = cMaxTsPackets;
     mRtpSequenceNumber = 0;
     mStats.infUdpPacketsSent.Clear();
-    mStats.errSendFailed.Clear();
+    mStats.errSendFailed.store(0, std::memory_order_relaxed);
     mStats.errUdpPacketsDropped.Clear();
     mStats.lastSendFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
     BeginDatagram();
@@ -119,8 +119,8 @@ KESTATUS RtpUdpSink::SendUdpPacket() {
     std::size_t sent = 0;
     const KESTATUS st = mSocket.SendData(mUdpPacket, length, sent);
     if (st != KESTATUS_SUCCESS) {
-        mStats.errSendFailed.Add();
         mStats.lastSendFailure.store(st, std::memory_order_relaxed);
+        mStats.errSendFailed.fetch_add(1, std::memory_order_release);
         if (st == KESTATUS_TIMEOUT || st == KESTATUS_WOULD_BLOCK) {
             KEOutputLogMessage(logger::Global, KEWARN, "SendData timed out, packet is dropped");
             return KESTATUS_SUCCESS;
@@ -151,13 +151,13 @@ void RtpUdpSink::DropDatagram() noexcept {
 }
 
 void RtpUdpSink::InitRtpHeader() noexcept {
-    mCurPayloadData[0] = cRtpVersion2;
-    mCurPayloadData[1] = cRtpPayloadTypeMp2t;
-    KEStoreBE16(mCurPayloadData + cRtpSequenceNumberOffset, mRtpSequenceNumber);
-    KEStoreBE32(mCurPayloadData + cRtpTimestampOffset, 0);
-    KEStoreBE32(mCurPayloadData + cRtpSsrcOffset, 0);
+    mUdpPacket[0] = cRtpVersion2;
+    mUdpPacket[1] = cRtpPayloadTypeMp2t;
+    KEStoreBE16(mUdpPacket + cRtpSequenceNumberOffset, mRtpSequenceNumber);
+    KEStoreBE32(mUdpPacket + cRtpTimestampOffset, 0);
+    KEStoreBE32(mUdpPacket + cRtpSsrcOffset, 0);
     ++mRtpSequenceNumber;
-    mCurPayloadData += cRtpHeaderSize;
+    mCurPayloadData = mUdpPacket + cRtpHeaderSize;
 }
 
 std::size_t RtpUdpSink::RtpHeaderSize() const noexcept {
@@ -165,8 +165,13 @@ std::size_t RtpUdpSink::RtpHeaderSize() const noexcept {
 }
 
 RtpUdpSink::Statistics RtpUdpSink::QuerryStatistics() const noexcept {
-    return {mStats.infUdpPacketsSent.Value(), mStats.errSendFailed.Value(),
-            mStats.errUdpPacketsDropped.Value(), mStats.lastSendFailure.load(std::memory_order_relaxed)};
+    Statistics stats;
+    stats.infUdpPacketsSent = mStats.infUdpPacketsSent.Value();
+    // Before the status, so that one belongs to it.
+    stats.errSendFailed = mStats.errSendFailed.load(std::memory_order_acquire);
+    stats.errUdpPacketsDropped = mStats.errUdpPacketsDropped.Value();
+    stats.lastSendFailure = mStats.lastSendFailure.load(std::memory_order_relaxed);
+    return stats;
 }
 
 } // namespace flowlane

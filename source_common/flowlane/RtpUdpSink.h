@@ -6,10 +6,11 @@
 // counting the datagrams sent), the timestamp (32 bits) and the SSRC (32 bits), which are both 0: a receiver
 // times the stream by its clock references.
 //
-// The socket never blocks the calling thread. A datagram that cannot be sent stays in the buffer; the next
-// packet tries it once more and drops it when that fails too, so a receiver that comes back is served at
-// once and nothing piles up. Delivering and sending are for one thread, the statistics for any. All messages
-// go to the Global logger.
+// The socket never blocks the calling thread. A datagram that cannot be sent stays in the buffer. A
+// part-filled one takes further packets, and every SendDeliveredPackets tries to send it again. A full one is
+// tried again by SendDeliveredPackets too; the next packet tries it for the last time and drops it when that
+// fails. So a receiver that comes back is served at once and nothing piles up. Delivering and sending are for
+// one thread, the statistics for any. All messages go to the Global logger.
 #ifndef FLOWLANE_RTPUDPSINK_H
 #define FLOWLANE_RTPUDPSINK_H
 
@@ -30,8 +31,8 @@ public:
 
     struct Statistics {
         std::uint64_t infUdpPacketsSent = 0;
-        std::uint64_t errSendFailed = 0;        // sends that failed or would have blocked
-        std::uint64_t errUdpPacketsDropped = 0; // datagrams given up after a second try
+        std::uint64_t errSendFailed = 0;        // tries to send that failed or would have blocked
+        std::uint64_t errUdpPacketsDropped = 0; // full datagrams given up after the last try
         KESTATUS lastSendFailure = KESTATUS_SUCCESS;
     };
 
@@ -58,13 +59,19 @@ public:
     // Counted since the start.
     Statistics QuerryStatistics() const noexcept;
 
+    // The parts of creating the sink and of building a datagram; the sink calls them itself.
+
+    // Resolves and connects, as CreateRtpUdpSink does.
+    KESTATUS ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize);
+    // Writes the header at the start of the datagram; the payload begins behind it. Uses up a sequence
+    // number.
+    void InitRtpHeader() noexcept;
+
 private:
     static constexpr std::uint32_t cMaxTsPackets = 7;
     static constexpr std::size_t cRtpHeaderSize = 12;
     static_assert(cRtpHeaderSize + cMaxTsPackets * TSPacket::cSize <= MaxUdpPayloadSize);
 
-    KESTATUS ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize);
-    void InitRtpHeader() noexcept;
     void BeginDatagram() noexcept;
     void DropDatagram() noexcept;
     KESTATUS SendUdpPacket();
@@ -78,7 +85,7 @@ private:
     std::uint32_t mTsPacketCount = 0; // in the datagram being built
     struct {
         RelaxedCounter infUdpPacketsSent;
-        RelaxedCounter errSendFailed;
+        std::atomic<std::uint64_t> errSendFailed = 0; // stored behind the failure's status
         RelaxedCounter errUdpPacketsDropped;
         std::atomic<KESTATUS> lastSendFailure = KESTATUS_SUCCESS;
     } mStats;

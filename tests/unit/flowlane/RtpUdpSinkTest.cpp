@@ -7,8 +7,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "FakeNetwork.h"
 #include "LogCapture.h"
@@ -435,6 +437,33 @@ TEST_F(RtpUdpSinkTest, ReceiverThatIsGoneIsAStatusAndNothingMore) {
     }
     EXPECT_GT(refused, 0u);
     EXPECT_EQ(mSink.QuerryStatistics().errSendFailed, refused);
+}
+
+// Another thread looks on while the first failure is counted: it never sees the count without the status.
+TEST_F(RtpUdpSinkTest, ACountedFailureHasItsStatus) {
+    mNetwork.mTakesSends = true;
+    TSPacket packet;
+    for (int i = 0; i < 300; ++i) {
+        RtpUdpSink sink;
+        ASSERT_EQ(sink.CreateRtpUdpSink("127.0.0.1", cPort, 0, true), KESTATUS_SUCCESS);
+        ASSERT_EQ(sink.StartSink(), KESTATUS_SUCCESS);
+        ASSERT_EQ(sink.DeliverTSPacket(packet), KESTATUS_SUCCESS);
+        mNetwork.mSendErrors = {ECONNREFUSED};
+        std::atomic<bool> isLooking{false};
+        RtpUdpSink::Statistics seen;
+        std::thread onlooker([&] {
+            do {
+                seen = sink.QuerryStatistics();
+                isLooking.store(true);
+            } while (seen.errSendFailed == 0);
+        });
+        while (!isLooking.load()) {
+            std::this_thread::yield();
+        }
+        EXPECT_NE(sink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+        onlooker.join();
+        ASSERT_EQ(seen.lastSendFailure, KEStatusFromErrno(ECONNREFUSED)) << i;
+    }
 }
 
 } // namespace
