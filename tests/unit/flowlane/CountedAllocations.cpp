@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
+#include <new>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define FLOWLANE_SANITIZED 1
@@ -23,6 +25,9 @@ std::atomic<std::size_t> sAllocations{0};
 void Count() noexcept {
     sAllocations.fetch_add(1, std::memory_order_relaxed);
 }
+
+constexpr std::size_t cPlenty = std::numeric_limits<std::size_t>::max();
+thread_local std::size_t sNewsLeft = cPlenty;
 
 } // namespace
 
@@ -78,10 +83,40 @@ void free(void* memory) {
 
 #endif
 
+// The sanitizers take these for what they are: malloc and free, which tell of each call.
+void* operator new(std::size_t size) {
+    if (sNewsLeft != cPlenty) {
+        if (sNewsLeft == 0) {
+            sNewsLeft = cPlenty;
+            throw std::bad_alloc();
+        }
+        --sNewsLeft;
+    }
+    void* const memory = std::malloc(size != 0 ? size : 1);
+    if (!memory) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
 namespace testsupport {
 
 std::size_t AllocationCount() noexcept {
     return sAllocations.load(std::memory_order_relaxed);
+}
+
+ScarceMemory::ScarceMemory(std::size_t allocations) noexcept {
+    sNewsLeft = allocations;
+}
+
+ScarceMemory::~ScarceMemory() {
+    sNewsLeft = cPlenty;
 }
 
 } // namespace testsupport

@@ -10,6 +10,15 @@ namespace testsupport {
 // Of all threads, since the start of the process.
 std::size_t AllocationCount() noexcept;
 
+// While it lives, operator new gives memory so often on this thread and then throws std::bad_alloc, once.
+class ScarceMemory {
+public:
+    explicit ScarceMemory(std::size_t allocations) noexcept;
+    ~ScarceMemory();
+    ScarceMemory(const ScarceMemory&) = delete;
+    ScarceMemory& operator=(const ScarceMemory&) = delete;
+};
+
 } // namespace testsupport
 
 #endif

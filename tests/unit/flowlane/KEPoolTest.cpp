@@ -134,11 +134,13 @@ TEST(KEPoolTest, AllocatesOnce) {
 
 TEST(KEPoolTest, FreeingReportsOutstandingItemsAndLeavesThemAlone) {
     LogCapture log;
-    auto pool = std::make_unique<TSPacketPool>();
+    DestructionCounter::sDestroyed = 0;
+    auto pool = std::make_unique<KEPoolT<DestructionCounter, KEEmptyLock, KEHeapMemAllocator>>();
     ASSERT_EQ(pool->AllocatePool(10000), KESTATUS_SUCCESS);
-    TSPacket* first = pool->GetItem();
-    TSPacket* second = pool->GetItem();
+    DestructionCounter* first = pool->GetItem();
+    DestructionCounter* second = pool->GetItem();
     pool->FreePool();
+    EXPECT_EQ(DestructionCounter::sDestroyed, 9998u);
     EXPECT_EQ(pool->TotalCount(), 0u);
     EXPECT_EQ(pool->CurrentCount(), 0u);
     pool->FreePool(); // nothing is left to report
@@ -146,9 +148,10 @@ TEST(KEPoolTest, FreeingReportsOutstandingItemsAndLeavesThemAlone) {
     EXPECT_THAT(log.Messages(),
                 ElementsAre(CapturedMessage{
                     KEFATAL, "There are outstanding objects, current/total count: 9998/10000"}));
+    EXPECT_EQ(DestructionCounter::sDestroyed, 9998u);
     EXPECT_EQ(first->mIndex, 0u); // still alive
-    first->~TSPacket();
-    second->~TSPacket();
+    first->~DestructionCounter();
+    second->~DestructionCounter();
     KEHeapMemAllocator::Free(first);
     KEHeapMemAllocator::Free(second);
 }

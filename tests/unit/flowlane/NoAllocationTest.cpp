@@ -12,6 +12,8 @@
 #include "CountedAllocations.h"
 #include "FakeDevice.h"
 #include "KELogging.h"
+#include "LogCapture.h"
+#include "RecordingSink.h"
 #include "TSFileSource.h"
 #include "TSStream.h"
 #include "VirtualClock.h"
@@ -94,6 +96,21 @@ TEST(NoAllocationTest, TheCountCounts) {
     void* volatile memory = std::malloc(10);
     EXPECT_EQ(AllocationCount(), before + 2);
     std::free(memory);
+}
+
+// Lack of memory is a status like any other.
+TEST(NoAllocationTest, WithoutMemoryForThePacketsTheSourceIsNotCreated) {
+    const TempFile file(EventfulStream());
+    LogCapture log;
+    VirtualClock clock;
+    RecordingSink sink(clock);
+    TSFileSource source(clock);
+    {
+        const ScarceMemory scarce(500);
+        EXPECT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 1000), KESTATUS_NO_MEMORY);
+    }
+    EXPECT_EQ(log.Count(KEERROR, "AllocatePool failed, st=0xe0000020(KESTATUS_NO_MEMORY)"), 1u);
+    EXPECT_EQ(log.Messages().size(), 1u);
 }
 
 TEST(NoAllocationTest, PlayingAFileAllocatesNothing) {
