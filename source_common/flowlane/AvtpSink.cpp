@@ -50,6 +50,7 @@ KESTATUS AvtpSink::CreateAvtpSink(QuaysideDevice& device, const TNET_EthernetMac
     std::memcpy(mStreamId.bytes, mSourceAddress.mac, cMacAddressSize);
     KEStoreBE16(mStreamId.bytes + cMacAddressSize, uniqueId);
     mVlanTCI = vlanTCI;
+    mLostFrames.Start(device, mClock.Now());
     return KESTATUS_SUCCESS;
 }
 
@@ -67,10 +68,32 @@ KESTATUS AvtpSink::StartSink() {
     return KESTATUS_SUCCESS;
 }
 
+void AvtpSink::StopSink() {
+    mLostFrames.UpdateNow();
+}
+
 KESTATUS AvtpSink::DeliverTSPacket(const TSPacket& packet) {
     if (!IsReady()) {
         return KESTATUS_NOT_INITIALIZED;
     }
+    const KESTATUS st = AppendPacket(packet);
+    if (st != KESTATUS_SUCCESS) {
+        mLostFrames.UpdateNow(); // the source gives up now, and nobody asks later
+    }
+    return st;
+}
+
+KESTATUS AvtpSink::SendDeliveredPackets() {
+    const KESTATUS st = mSourcePacketCount != 0 ? SendPartFilledFrame() : KESTATUS_SUCCESS;
+    if (st != KESTATUS_SUCCESS) {
+        mLostFrames.UpdateNow();
+        return st;
+    }
+    mLostFrames.Update(mClock.Now());
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS AvtpSink::AppendPacket(const TSPacket& packet) {
     if (mSourcePacketCount >= mMaxSourcePacketCount) {
         // A full frame was kept because the wait for transmit resources ran out: this is its last chance,
         // the buffer takes no further packet.
@@ -90,10 +113,7 @@ KESTATUS AvtpSink::DeliverTSPacket(const TSPacket& packet) {
     return mSourcePacketCount == mMaxSourcePacketCount ? CompleteFrame() : KESTATUS_SUCCESS;
 }
 
-KESTATUS AvtpSink::SendDeliveredPackets() {
-    if (mSourcePacketCount == 0) {
-        return KESTATUS_SUCCESS;
-    }
+KESTATUS AvtpSink::SendPartFilledFrame() {
     KESTATUS st = CompleteFrame();
     if (st != KESTATUS_SUCCESS) {
         return st;

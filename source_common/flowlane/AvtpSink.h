@@ -2,8 +2,9 @@
 // raw transmission. Packets are gathered in one frame buffer; a frame goes to the device when it is full or
 // when a batch ends. A device without transmit resources loses frames, which is counted and no failure.
 //
-// The device is not owned and outlives the sink. Delivering and sending are for one thread, the statistics
-// for any. All messages go to the Global logger.
+// The device and the clock are not owned and outlive the sink. Creating, starting and stopping are for the
+// owner while no source uses the sink; delivering and sending are for the thread of the source, which alone
+// uses the device then; the statistics are for any thread. All messages go to the Global logger.
 #ifndef FLOWLANE_AVTPSINK_H
 #define FLOWLANE_AVTPSINK_H
 
@@ -11,6 +12,8 @@
 
 #include "AvtpFormat.h"
 #include "KEFormatter.h"
+#include "LostFrameCounter.h"
+#include "PipelineClock.h"
 #include "QuaysideDevice.h"
 #include "RelaxedCounter.h"
 #include "SinkBase.h"
@@ -30,7 +33,7 @@ public:
         std::uint64_t errNoResourcesToSent = 0; // frames dropped or delayed for want of transmit resources
     };
 
-    AvtpSink() = default;
+    explicit AvtpSink(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
 
     // Reads the device's MAC address, which is the frames' source and the first part of the stream ID.
     // vlanTCI 0: frames without a VLAN tag. maxSourcePacketCount: packets a frame; 0, and whatever a frame
@@ -42,8 +45,8 @@ public:
 
     // Begins a new stream: sequence number and data block count start at 0. Always succeeds.
     KESTATUS StartSink() override;
-    // Does nothing: a part-filled frame is abandoned.
-    void StopSink() override {}
+    // Looks once more how many frames the device has lost. A part-filled frame is abandoned.
+    void StopSink() override;
 
     //   KESTATUS_NOT_INITIALIZED  the sink was not created or not started
     // Other failures are the device's.
@@ -52,21 +55,32 @@ public:
     // full frame that was submitted before waits for the next part-filled one or for a full queue.
     KESTATUS SendDeliveredPackets() override;
 
-    // Writes the Ethernet header, once a start.
-    void InitEthernetHeader();
-
     // Counted since construction.
     Statistics QuerryStatistics() const noexcept;
+    // Frames that were submitted and that the device did not send, since the sink was created; 0 with device
+    // libraries that do not count them. At most a second old, exact after a failure and after StopSink.
+    std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
+
+    // The parts of building a frame; the sink calls them itself.
+
+    // Writes the Ethernet header, once a start.
+    void InitEthernetHeader();
+    // Write the headers of the frame being built. Only after StartSink; the AVTP header uses up a sequence
+    // number.
+    void InitAvtpHeader() noexcept;
+    void InitCipHeader() noexcept;
 
 private:
     bool IsReady() const noexcept { return mDevice && mCurSourcePacket; }
-    void InitAvtpHeader() noexcept;
-    void InitCipHeader() noexcept;
+    KESTATUS AppendPacket(const TSPacket& packet);
+    KESTATUS SendPartFilledFrame();
     KESTATUS CompleteFrame();
     KESTATUS SubmitEthernetFrame();
     KESTATUS WaitUntilSubmittable(unsigned frameLength, bool& isDropped);
     void ResetFrame() noexcept;
 
+    PipelineClock& mClock;
+    LostFrameCounter mLostFrames;
     std::uint8_t mEthernetFrame[avtp::cEthMaxFrameSize] = {};
     QuaysideDevice* mDevice = nullptr;
     EthernetHeaderType mEthernetHeaderType = EthernetHeaderType::Undefined;

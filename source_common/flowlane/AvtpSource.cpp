@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "DeviceMacAddress.h"
 #include "KEByteOrder.h"
@@ -16,6 +17,7 @@ using namespace avtp;
 namespace {
 
 constexpr std::int32_t cWaitWithoutLimit = -1;
+constexpr PipelineClock::Duration cTakeLimit = std::chrono::seconds(1); // after a stop
 constexpr TNET_EthernetMacAddress cBroadcastAddress = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 
 bool IsAddress(const std::uint8_t* bytes, const TNET_EthernetMacAddress& address) noexcept {
@@ -52,6 +54,7 @@ KESTATUS AvtpSource::CreateAvtpSource(QuaysideDevice& device, SinkBase& sink,
     mSink = &sink;
     mUniqueID = uniqueId;
     mFilterByUniqueId = filterByUniqueId;
+    mLostFrames.Start(device, mClock.Now());
     return KESTATUS_SUCCESS;
 }
 
@@ -87,14 +90,27 @@ KESTATUS AvtpSource::StartSource() {
 
 void AvtpSource::StopSource() {
     mThread.RequestTermination();
-    if (mIsReceptionEnabled) {
-        mIsReceptionEnabled = false;
+    const bool wasReceiving = std::exchange(mIsReceptionEnabled, false);
+    if (wasReceiving) {
+        WaitUntilAllIsTaken();
         const KESTATUS st = mDevice->DisableRawRx(); // wakes the thread
         if (st != KESTATUS_SUCCESS) {
             Failed("DisableRawRx failed, st={}", st);
         }
     }
     mThread.WaitForTerminationAndDestroy(-1);
+    if (wasReceiving) {
+        mLostFrames.UpdateNow();
+    }
+}
+
+// Disabling reception discards the frames that the worker has not taken. Under full load there are always
+// some, so the time is limited.
+void AvtpSource::WaitUntilAllIsTaken() {
+    const PipelineClock::TimePoint deadline = mClock.Now() + cTakeLimit;
+    while (!mIsWaiting.load() && !mThread.HasEnded() && mClock.Now() < deadline) {
+        mClock.Sleep(1);
+    }
 }
 
 void AvtpSource::ThreadRoutine() {
@@ -105,21 +121,34 @@ void AvtpSource::ThreadRoutine() {
 
 void AvtpSource::ReceiveUntilStopped() {
     while (!mThread.IsTerminationRequested()) {
-        KESTATUS st = mDevice->WaitForRawFrame(cWaitWithoutLimit);
+        KESTATUS st = WaitForFrames();
         if (st == KESTATUS_NOT_ENABLED) {
             continue; // either this is the stop, or reception is enabled again
         }
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("WaitForRawFrame failed, st={}, stop thread", st),
-                           std::memory_order_relaxed);
+            GiveUp("WaitForRawFrame failed, st={}, stop thread", st);
             return;
         }
         st = ProcessData();
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("ProcessData failed, st={}, stop thread", st), std::memory_order_relaxed);
+            GiveUp("ProcessData failed, st={}, stop thread", st);
             return;
         }
     }
+}
+
+KESTATUS AvtpSource::WaitForFrames() {
+    mIsWaiting.store(true);
+    const KESTATUS st = mDevice->WaitForRawFrame(cWaitWithoutLimit);
+    mIsWaiting.store(false);
+    return st;
+}
+
+// Who sees the failure also sees how many frames were lost until then.
+void AvtpSource::GiveUp(const char* format, KESTATUS st) {
+    Failed(format, st);
+    mLostFrames.UpdateNow();
+    mFailure.store(st, std::memory_order_release);
 }
 
 // Takes all frames that are ready.
@@ -135,6 +164,7 @@ KESTATUS AvtpSource::ProcessData() {
             return Failed("GetReceivedRawFrame failed, st={}", st);
         }
         ProcessEthernetFrame(frame, std::min<unsigned>(length, sizeof frame));
+        mLostFrames.Update(mClock.Now());
     }
 }
 

@@ -2,9 +2,10 @@
 // frame layer by layer, puts the transport stream packets together again and hands them to its sink.
 //
 // Frames that are not for this receiver are ignored; after damage or loss the stream resumes with the next
-// source packet boundary. The device and the sink are not owned and outlive the source. Start, stop and
-// create belong to one owner thread; the sink is called from the worker thread alone; the statistics are for
-// any thread. All messages go to the Global logger.
+// source packet boundary. The device, the sink and the clock are not owned and outlive the source. Start,
+// stop and create belong to one owner thread. While started, the worker thread alone calls the sink and uses
+// the device, but for the call that disables reception and so wakes it. The statistics are for any thread.
+// All messages go to the Global logger.
 #ifndef FLOWLANE_AVTPSOURCE_H
 #define FLOWLANE_AVTPSOURCE_H
 
@@ -13,6 +14,8 @@
 
 #include "AvtpFormat.h"
 #include "KEOsWorkerThread.h"
+#include "LostFrameCounter.h"
+#include "PipelineClock.h"
 #include "QuaysideDevice.h"
 #include "RelaxedCounter.h"
 #include "SinkBase.h"
@@ -34,7 +37,7 @@ public:
         std::uint64_t infTsPacketsDelivered = 0;  // packets handed to the sink
     };
 
-    AvtpSource() = default;
+    explicit AvtpSource(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
     // Stops the source.
     ~AvtpSource();
 
@@ -49,19 +52,26 @@ public:
     //   KESTATUS_NOT_INITIALIZED  the source was not created
     //   KESTATUS_ALREADY_DONE     it was not stopped since the last start
     KESTATUS StartSource() override;
-    // Wakes the worker thread and waits without a time limit for its end.
+    // Lets the worker thread take what has been received, for at most a second; then wakes it and waits
+    // without a time limit for its end.
     void StopSource() override;
 
     Statistics QuerryStatistics() const noexcept;
     // Why the worker gave up; success while it has not. From any thread.
-    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
+    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
+    // Received frames that the device has lost since the source was created; 0 with device libraries that do
+    // not count them. At most a second old while frames come, exact after a failure and after StopSource.
+    std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
     // The worker's work; it runs on its thread.
     void ThreadRoutine();
 
 private:
     void ReceiveUntilStopped();
+    KESTATUS WaitForFrames();
     KESTATUS ProcessData();
+    void GiveUp(const char* format, KESTATUS st);
+    void WaitUntilAllIsTaken();
     void ProcessEthernetFrame(const std::uint8_t* frame, unsigned length);
     bool CheckEthernetHeader(const std::uint8_t* frame, unsigned length, unsigned& headerSize);
     bool CheckDestinationAddress(const std::uint8_t* destination) const;
@@ -71,8 +81,11 @@ private:
     void ProcessDataBlock(const std::uint8_t* block);
     void ResetTsPacketAssembler() noexcept;
 
+    PipelineClock& mClock;
+    LostFrameCounter mLostFrames;
     QuaysideDevice* mDevice = nullptr;
     kestrelon::KEOsWorkerThread mThread;
+    std::atomic<bool> mIsWaiting{false}; // the worker has taken all frames and waits for the next one
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     kestrelon::TNET_EthernetMacAddress mMacAddress{};    // the device's own
     kestrelon::TNET_EthernetMacAddress mSourceAddress{}; // the only sender accepted, or broadcast

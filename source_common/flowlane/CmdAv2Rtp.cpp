@@ -70,8 +70,7 @@ private:
 
 // Prints the statistics once a second until the user asks for the end: the stream itself has none.
 void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureReport& sendFailures,
-                LostFramesReport& lostFrames, StopRequest& stopRequest) {
-    FailureReport failure("AVTP source has ended, st={}.");
+                LostFramesReport& lostFrames, FailureReport& failure, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         const AvtpSource::Statistics sourceStats = source.QuerryStatistics();
         const RtpUdpSink::Statistics sinkStats = sink.QuerryStatistics();
@@ -79,9 +78,10 @@ void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureRep
                            "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
                            sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered,
                            sinkStats.infUdpPacketsSent);
+        const KESTATUS failureStatus = source.FailureStatus(); // what was lost before it is counted
         sendFailures.Print(sinkStats);
-        lostFrames.Print();
-        failure.Print(source.FailureStatus());
+        lostFrames.Print(source.LostFrames());
+        failure.Print(failureStatus);
         KEPosixSleep(cStatisticsInterval);
     }
 }
@@ -97,6 +97,8 @@ KESTATUS CmdAv2Rtp() {
     const std::string& hostName = gCmdLine.mArgs.front();
     const auto port = static_cast<std::uint16_t>(gCmdLine.mPortNumber);
 
+    // Before the device, so that it outlives it: a late signal does not cut the closing short.
+    StopRequest stopRequest;
     QuaysideDevice device;
     std::string description;
     st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_None);
@@ -133,18 +135,19 @@ KESTATUS CmdAv2Rtp() {
         return LogFailedStep("StartSource failed, st={}.", st);
     }
 
-    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
     SendFailureReport sendFailures;
-    LostFramesReport lostFrames(device, "Received frames lost because reading was too slow: {}");
-    WaitForEnd(source, sink, sendFailures, lostFrames, stopRequest);
+    LostFramesReport lostFrames("Received frames lost because reading was too slow: {}");
+    FailureReport failure("AVTP source has ended, st={}.");
+    WaitForEnd(source, sink, sendFailures, lostFrames, failure, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP source...");
     source.StopSource();
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop RTP sink...");
     sink.StopSink();
     sendFailures.Print(sink.QuerryStatistics());
-    lostFrames.Print();
+    lostFrames.Print(source.LostFrames());
+    failure.Print(source.FailureStatus());
     return KESTATUS_SUCCESS;
 }
 

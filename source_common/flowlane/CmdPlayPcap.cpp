@@ -5,6 +5,7 @@
 #include "DeviceSelection.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
+#include "LostFrameCounter.h"
 #include "PcapNgFileReader.h"
 #include "StopRequest.h"
 
@@ -53,12 +54,14 @@ void PrintSummary(const PcapNgFileReader& reader) {
 }
 
 // Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
-void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, StopRequest& stopRequest) {
+void WaitForEnd(const PcapNgFileReader& reader, LostFrameCounter& counter, LostFramesReport& lostFrames,
+                StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         PcapNgFileReader::Statistics stats;
         reader.QuerryStatistics(stats);
         PrintFrameCounts(stats);
-        lostFrames.Print();
+        counter.UpdateNow();
+        lostFrames.Print(counter.Value());
         if (reader.AreAllFramesSent()) {
             Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
             return;
@@ -86,6 +89,8 @@ KESTATUS CmdPlayPcap() {
         return LogFailedStep("Open device failed, st={}.", st);
     }
 
+    LostFrameCounter counter;
+    counter.Start(device, PipelineClock::System().Now());
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
     PcapNgFileReader reader;
     st = reader.StartFileReader(gCmdLine.mArgs.front().c_str(), gCmdLine.mStartFileIndex, device,
@@ -97,12 +102,13 @@ KESTATUS CmdPlayPcap() {
 
     StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
-    LostFramesReport lostFrames(device, "Frames not sent because the link was down or busy: {}");
-    WaitForEnd(reader, lostFrames, stopRequest);
+    LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
+    WaitForEnd(reader, counter, lostFrames, stopRequest);
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
-    lostFrames.Print();
+    counter.UpdateNow();
+    lostFrames.Print(counter.Value());
     PrintSummary(reader);
     return KESTATUS_SUCCESS;
 }

@@ -49,24 +49,33 @@ KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
 
 // Prints the statistics once a second until the file has been sent or the user asks for the end.
 void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, LostFramesReport& lostFrames,
-                StopRequest& stopRequest) {
-    FailureReport failure("TS file source has ended, st={}.");
+                FailureReport& failure, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         const AvtpSink::Statistics sinkStats = sink.QuerryStatistics();
         KEOutputLogMessage(logger::Cons, KEINFO,
                            "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
                            source.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
                            sinkStats.errNoResourcesToSent);
-        lostFrames.Print();
         const bool isEndReached = source.IsEndOfFileReached();
-        failure.Print(source.FailureStatus());
+        const KESTATUS failureStatus = source.FailureStatus(); // what was lost before it is counted
+        lostFrames.Print(sink.LostFrames());
+        failure.Print(failureStatus);
         if (isEndReached) {
-            if (source.FailureStatus() == KESTATUS_SUCCESS) {
+            if (failureStatus == KESTATUS_SUCCESS) {
                 KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
             }
             return;
         }
         KEPosixSleep(cStatisticsInterval);
+    }
+}
+
+// Sends the frames that wait in the device's queue: a batch that ends in a full frame is not flushed. A
+// failure is told unless that of the source has been.
+void SendLastFrames(QuaysideDevice& device, KESTATUS sourceFailure) {
+    const KESTATUS st = device.SendRawFrames();
+    if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA && sourceFailure == KESTATUS_SUCCESS) {
+        LogFailedStep("SendRawFrames failed, st={}.", st);
     }
 }
 
@@ -80,6 +89,8 @@ KESTATUS CmdTs2Av() {
     }
     const std::string& fileName = gCmdLine.mArgs.front();
 
+    // Before the device, so that it outlives it: a late signal does not cut the closing short.
+    StopRequest stopRequest;
     QuaysideDevice device;
     std::string description;
     st = OpenRawTxDevice(device, FriendlyNameOption(), description);
@@ -115,18 +126,20 @@ KESTATUS CmdTs2Av() {
         return LogFailedStep("StartSource failed, st={}.", st);
     }
 
-    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
                        fileName);
-    LostFramesReport lostFrames(device, "Frames not sent because the link was down or busy: {}");
-    WaitForEnd(source, sink, lostFrames, stopRequest);
+    LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
+    FailureReport failure("TS file source has ended, st={}.");
+    WaitForEnd(source, sink, lostFrames, failure, stopRequest);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
     source.StopSource();
+    SendLastFrames(device, source.FailureStatus());
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP sink...");
     sink.StopSink();
-    lostFrames.Print();
+    lostFrames.Print(sink.LostFrames());
+    failure.Print(source.FailureStatus());
     return KESTATUS_SUCCESS;
 }
 

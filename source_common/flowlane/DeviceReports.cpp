@@ -7,11 +7,8 @@ namespace flowlane {
 
 using namespace kestrelon;
 
-void LostFramesReport::Print() {
-    std::uint64_t lost = 0;
-    unsigned size = 0;
-    const KESTATUS st = mDevice.GetDevicePropertyBinary(QBX_PROPERTY_LOST_FRAMES, &lost, sizeof lost, &size);
-    if (st == KESTATUS_SUCCESS && size == sizeof lost && lost != mReported) {
+void LostFramesReport::Print(std::uint64_t lost) {
+    if (lost != mReported) {
         mReported = lost;
         KEOutputLogMessage(logger::Cons, KEWARN, mFormat, lost);
     }

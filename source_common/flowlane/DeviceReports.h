@@ -5,21 +5,19 @@
 
 #include <cstdint>
 
-#include "QuaysideDevice.h"
 #include "kestatus.h"
 
 namespace flowlane {
 
-// Tells of frames that the device has lost since the last call. Silent with device libraries that do not
-// count them.
+// Tells how many frames were lost, when there are more of them than at the last call.
 class LostFramesReport {
 public:
-    // format has one field, for the number of all frames lost so far. The device outlives the report.
-    LostFramesReport(QuaysideDevice& device, const char* format) : mDevice(device), mFormat(format) {}
-    void Print();
+    // format has one field, for the number.
+    explicit LostFramesReport(const char* format) : mFormat(format) {}
+    // lost: all frames lost so far.
+    void Print(std::uint64_t lost);
 
 private:
-    QuaysideDevice& mDevice;
     const char* mFormat;
     std::uint64_t mReported = 0;
 };

@@ -235,3 +235,22 @@ def test_killed_receiver_frees_its_lane(segment):
         program.process.wait()
     with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2) as program:
         program.read_until(RUNNING)
+
+
+def test_statistics_once_a_second(segment):
+    with Running(segment.env, "av2rtp", "127.0.0.1", "-n", LANE_2) as program:
+        program.read_until("AVTP packets received: ")
+        begin = time.monotonic()
+        for _ in range(4):
+            program.read_until("AVTP packets received: ")
+        assert 3.9 < time.monotonic() - begin < 11
+
+
+def test_device_library_is_called_by_one_thread_at_a_time():
+    """Whatever the library answers for properties of which it knows nothing."""
+    env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR,
+                                FAKE_QBX="any_property=1,overlaps=1,WaitForRawFrame=0,WaitForRawFrame_ms=300")
+    with Running(env, "av2rtp", "127.0.0.1") as program:
+        for _ in range(4):
+            program.read_until("AVTP packets received: ")
+    assert program.stderr == ""

@@ -10,7 +10,7 @@ import tempfile
 import pytest
 
 import tsfile
-from lanes import FLOWLANE, LANE_1, TIMEOUT, exit_status, run, sanitized_environment, wait_for
+from lanes import FLOWLANE, LANE_1, TIMEOUT, Running, exit_status, run, sanitized_environment, wait_for
 from namespaces import private_mounts
 
 
@@ -43,6 +43,40 @@ def test_files_with_nothing_to_send(segment, tmp_path, content):
     assert result.stdout.count("TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0\n") >= 1
     assert "Successfully sent content of TS file..." in result.stdout
     assert result.returncode == 0
+
+
+@pytest.fixture(params=["without end", "large", "silent pipe"])
+def endless_file(request, tmp_path):
+    """What cannot be read to its end while a test waits. No packet in it."""
+    if request.param == "without end":
+        yield "/dev/zero"
+        return
+    path = tmp_path / "endless.ts"
+    if request.param == "large":
+        path.touch()
+        os.truncate(path, 1 << 40)
+        yield path
+        return
+    os.mkfifo(path)
+    descriptor = os.open(path, os.O_RDWR)
+    yield path
+    os.close(descriptor)
+
+
+@pytest.mark.parametrize("options", [[], ["-l"]], ids=["once", "loop"])
+@pytest.mark.parametrize("stop", ["signal", "key"])
+def test_stop_while_nothing_is_found_to_send(segment, endless_file, options, stop):
+    with Running(segment.env, "ts2av", endless_file, *options, stdin=subprocess.PIPE) as program:
+        program.read_until("Start TS file source...")
+        if stop == "key":
+            program.read_until("TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0")
+            program.process.stdin.write("x")
+        else:
+            program.process.terminate()
+        output, errors = program.process.communicate(timeout=TIMEOUT)
+    assert program.process.returncode == 0
+    assert errors == ""
+    assert output.splitlines()[-2:] == ["Stop TS file source...", "Stop AVTP sink..."]
 
 
 @pytest.fixture

@@ -1,6 +1,9 @@
 """The ts2av command: its arguments, what it prints, and the frames it sends."""
 
 import re
+import signal
+import subprocess
+import time
 
 import pytest
 
@@ -8,10 +11,11 @@ import capture
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
 from arguments import VERSION_LINE, mac_failure
-from lanes import (FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, Running, exit_status, run,
-                   run_with_fake_device, sanitized_environment)
+from lanes import (FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, TIMEOUT, Running, exit_status, run,
+                   run_with_fake_device, sanitized_environment, wait_for)
 
 LANE_1_ADDRESS = "025142580001"
+LAST_LINES = ["Stop TS file source...", "Stop AVTP sink..."]
 
 
 @pytest.mark.parametrize("args, lines, status", [
@@ -174,3 +178,86 @@ def test_why_a_stream_has_ended(short_file, script):
         for _ in range(3):
             program.read_until("TS packets sent: ")
     assert program.stderr == line
+
+
+def fake_environment(script, **changes):
+    return sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX=script, **changes)
+
+
+def test_statistics_once_a_second(segment, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=300, rate=50))
+    with Running(segment.env, "ts2av", path) as program:
+        program.read_until("TS packets sent: ")
+        begin = time.monotonic()
+        for _ in range(4):
+            program.read_until("TS packets sent: ")
+        assert 3.9 < time.monotonic() - begin < 11
+
+
+def test_device_library_is_called_by_one_thread_at_a_time(short_file):
+    """Whatever the library answers for properties of which it knows nothing."""
+    result = run_with_fake_device("ts2av", short_file, script="any_property=1,overlaps=1,SendRawFrames_ms=300")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "Successfully sent content of TS file..." in result.stdout
+
+
+@pytest.fixture
+def full_frame_file(tmp_path):
+    """Seven packets for the same moment: one full frame, which ends its batch."""
+    path = tmp_path / "full.ts"
+    path.write_bytes(b"".join(tsfile.packet(i, pcr=1000 if i in (0, 7) else None) for i in range(8)))
+    return path
+
+
+def test_what_was_submitted_is_sent(full_frame_file, tmp_path):
+    frames = tmp_path / "frames"
+    result = run_with_fake_device("ts2av", full_frame_file, script="holds=1", FAKE_QBX_FRAMES=frames)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert frames.stat().st_size == 4 + 1390
+
+
+def test_last_frames_that_cannot_be_sent(full_frame_file):
+    result = run_with_fake_device("ts2av", full_frame_file, script="SendRawFrames=0xE0000031")
+    assert result.stderr == "SendRawFrames failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    assert result.stdout.splitlines()[-2:] == LAST_LINES
+    assert result.returncode == 0
+
+
+def test_failure_that_comes_with_the_stop(short_file, tmp_path):
+    """The first send fails only when the command is at its end."""
+    frames = tmp_path / "frames"
+    env = fake_environment("SendRawFrames=0xE0000031,SendRawFrames_ms=2500", FAKE_QBX_FRAMES=frames)
+    with Running(env, "ts2av", short_file) as program:
+        wait_for(frames.exists, "the first frame")
+        program.stop()
+    assert program.stderr == "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    assert program.lines[-2:] == LAST_LINES
+    assert program.process.returncode == 0
+
+
+@pytest.mark.parametrize("command, last_line", [("ts2av", "Stop AVTP sink..."), ("av2rtp", "Stop RTP sink...")])
+def test_stop_during_the_start(short_file, command, last_line):
+    env = fake_environment("OpenRawTxDevice_ms=1500,OpenRawRxDevice_ms=1500,WaitForRawFrame=0,WaitForRawFrame_ms=10")
+    argument = {"ts2av": short_file, "av2rtp": "127.0.0.1"}[command]
+    with Running(env, command, argument) as program:
+        program.read_until("Found ")
+        program.stop()
+    assert (program.process.returncode, program.stderr) == (0, "")
+    assert program.lines[-1] == last_line
+
+
+@pytest.mark.parametrize("command, last_line", [("ts2av", "Stop AVTP sink..."), ("av2rtp", "Stop RTP sink...")])
+def test_late_signal_does_not_cut_the_closing_short(short_file, command, last_line):
+    env = fake_environment("CloseDevice_ms=1500,WaitForRawFrame=0,WaitForRawFrame_ms=10")
+    argument = {"ts2av": short_file, "av2rtp": "127.0.0.1"}[command]
+    with Running(env, command, argument, stdin=subprocess.PIPE) as program:
+        program.read_until("press any key")
+        if command == "av2rtp":  # which does not end by itself
+            program.process.stdin.write("x")
+            program.process.stdin.flush()
+        program.read_until(last_line)
+        time.sleep(0.3)  # it closes the device now
+        program.process.send_signal(signal.SIGINT)
+        program.process.communicate(timeout=TIMEOUT)
+    assert program.process.returncode == 0

@@ -2,16 +2,23 @@
 // the real one: comma-separated NAME=VALUE, NAME a function without its QBX_ prefix and VALUE the status
 // it answers each time, in hexadecimal. Also: "compatible=0" (version check), "devices=N" (default 2),
 // "mac_size=N" (bytes of the MAC address property, default 6), "names=A:B" (friendly names by index,
-// default fake-1:fake-2), "NAME@INDEX=VALUE" (an open call for this index only). Frames that are sent are
-// appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
+// default fake-1:fake-2), "NAME@INDEX=VALUE" (an open call for this index only), "NAME_ms=N" (the function
+// takes so long), "any_property=1" (every binary property is there, in the size that was asked for),
+// "overlaps=1" (calls that overlap on a handle are told on standard error; DisableRawRx may overlap with
+// others), "holds=1" (frames leave with SendRawFrames, and those that are left when the device is closed are
+// lost). Frames that are sent are appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in
+// native order.
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "quayside2_api.h"
@@ -54,7 +61,42 @@ std::uint32_t Number(const std::string& name, std::uint32_t fallback) {
     return text.empty() ? fallback : static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 0));
 }
 
+void TakeTime(const char* function) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(Number(std::string(function) + "_ms", 0)));
+}
+
+// A call on a device handle, for as long as it takes.
+class DeviceCall {
+public:
+    explicit DeviceCall(const char* function) {
+        if (sCalls.fetch_add(1) != 0 && Number("overlaps", 0) != 0) {
+            std::fprintf(stderr, "QBX_%s overlaps with another call\n", function);
+        }
+        TakeTime(function);
+    }
+    ~DeviceCall() { sCalls.fetch_sub(1); }
+    DeviceCall(const DeviceCall&) = delete;
+    DeviceCall& operator=(const DeviceCall&) = delete;
+
+private:
+    static inline std::atomic<int> sCalls{0};
+};
+
+std::vector<std::string> sHeldFrames;
+
+void WriteFrame(const std::string& frame) {
+    const char* path = std::getenv("FAKE_QBX_FRAMES");
+    std::FILE* file = path ? std::fopen(path, "ab") : nullptr;
+    if (file) {
+        const auto length = static_cast<std::uint32_t>(frame.size());
+        std::fwrite(&length, sizeof length, 1, file);
+        std::fwrite(frame.data(), 1, frame.size(), file);
+        std::fclose(file);
+    }
+}
+
 KESTATUS Open(const char* function, std::uint32_t index, QBXDeviceHandle* device) {
+    TakeTime(function);
     const KESTATUS st =
         Number(std::string(function) + "@" + std::to_string(index), Number(function, KESTATUS_SUCCESS));
     *device = st == KESTATUS_SUCCESS ? index + 1 : 0;
@@ -98,6 +140,7 @@ KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle, std::uint32_t index, std::uin
 }
 
 KESTATUS QBX_CloseDevice(QBXDeviceHandle) {
+    const DeviceCall call("CloseDevice");
     return KESTATUS_SUCCESS;
 }
 
@@ -111,7 +154,13 @@ KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t, char
 
 KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle, std::uint32_t, void* buffer, std::uint32_t size,
                                      std::uint32_t* returnedSize) {
+    const DeviceCall call("GetDevicePropertyBinary");
     static const std::uint8_t sMac[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    if (Number("any_property", 0) != 0) {
+        std::memset(buffer, 2, size);
+        *returnedSize = size;
+        return KESTATUS_SUCCESS;
+    }
     std::memcpy(buffer, sMac, std::min<std::size_t>(size, sizeof sMac));
     *returnedSize = Number("mac_size", sizeof sMac);
     return Number("GetDevicePropertyBinary", KESTATUS_SUCCESS);
@@ -126,35 +175,45 @@ KESTATUS QBX_DisableRawRx(QBXDeviceHandle) {
 }
 
 KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle, std::int32_t) {
+    const DeviceCall call("WaitForRawFrame");
     return Number("WaitForRawFrame", KESTATUS_TIMEOUT);
 }
 
 KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle, QBXRawFrameType*, void*, std::uint32_t, std::uint32_t*) {
+    const DeviceCall call("GetReceivedRawFrame");
     return Number("GetReceivedRawFrame", KESTATUS_NO_DATA);
 }
 
 KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle, std::uint32_t) {
+    const DeviceCall call("CheckSubmitRawFrame");
     return Number("CheckSubmitRawFrame", KESTATUS_SUCCESS);
 }
 
 KESTATUS QBX_WaitForTxResources(QBXDeviceHandle, std::uint32_t, std::int32_t) {
+    const DeviceCall call("WaitForTxResources");
     return Number("WaitForTxResources", KESTATUS_SUCCESS);
 }
 
 KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle, const void* frame, std::uint32_t length, std::uint32_t*) {
+    const DeviceCall call("SubmitRawFrame");
     const KESTATUS st = Number("SubmitRawFrame", KESTATUS_SUCCESS);
-    const char* path = std::getenv("FAKE_QBX_FRAMES");
-    if (st == KESTATUS_SUCCESS && path) {
-        if (std::FILE* file = std::fopen(path, "ab")) {
-            std::fwrite(&length, sizeof length, 1, file);
-            std::fwrite(frame, 1, length, file);
-            std::fclose(file);
+    if (st == KESTATUS_SUCCESS) {
+        const std::string bytes(static_cast<const char*>(frame), length);
+        if (Number("holds", 0) != 0) {
+            sHeldFrames.push_back(bytes);
+        } else {
+            WriteFrame(bytes);
         }
     }
     return st;
 }
 
 KESTATUS QBX_SendRawFrames(QBXDeviceHandle) {
+    const DeviceCall call("SendRawFrames");
+    for (const std::string& frame : sHeldFrames) {
+        WriteFrame(frame);
+    }
+    sHeldFrames.clear();
     return Number("SendRawFrames", KESTATUS_SUCCESS);
 }
 

@@ -45,6 +45,8 @@ void FakeDevice::Reset() {
     mIsCompatible = true;
     mIsRecording = true;
     mIsReservedUsed = false;
+    mIsFrameTypeAsked = false;
+    mExcessLength = 0;
     mCalls.clear();
     mSubmitted.clear();
     mSubmittedCount = 0;
@@ -94,6 +96,11 @@ void FakeDevice::SetLostFrames(std::uint64_t lost, std::uint32_t size) {
     mLostFramesSize = size;
 }
 
+void FakeDevice::SetExcessLength(std::uint32_t bytes) {
+    const std::lock_guard lock(mMutex);
+    mExcessLength = bytes;
+}
+
 void FakeDevice::SetRecording(bool isRecording) {
     const std::lock_guard lock(mMutex);
     mIsRecording = isRecording;
@@ -127,6 +134,11 @@ std::size_t FakeDevice::SentFrameCount() const {
 bool FakeDevice::IsReservedUsed() const {
     const std::lock_guard lock(mMutex);
     return mIsReservedUsed;
+}
+
+bool FakeDevice::IsFrameTypeAsked() const {
+    const std::lock_guard lock(mMutex);
+    return mIsFrameTypeAsked;
 }
 
 std::size_t FakeDevice::OpenDeviceCount() const {
@@ -303,6 +315,9 @@ KESTATUS FakeDevice::SetRxEnabled(Qbx function, QBXDeviceHandle device, bool isE
         return KESTATUS_INVALID_HANDLE;
     }
     found->isRxEnabled = isEnabled;
+    if (!isEnabled) {
+        mReceived.clear();
+    }
     mRxChanged.notify_all();
     return KESTATUS_SUCCESS;
 }
@@ -342,8 +357,13 @@ KESTATUS FakeDevice::GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType
     if (const auto status = ScriptedStatus(Qbx::GetReceivedRawFrame)) {
         return *status;
     }
-    if (!Find(device)) {
+    mIsFrameTypeAsked = mIsFrameTypeAsked || type;
+    const OpenDevice* found = Find(device);
+    if (!found) {
         return KESTATUS_INVALID_HANDLE;
+    }
+    if (!found->isRxEnabled) {
+        return KESTATUS_NOT_ENABLED;
     }
     if (mReceived.empty()) {
         return KESTATUS_NO_DATA;
@@ -354,7 +374,7 @@ KESTATUS FakeDevice::GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType
         return KESTATUS_BUFFER_TOO_SMALL;
     }
     std::copy(frame.bytes.begin(), frame.bytes.end(), static_cast<std::uint8_t*>(buffer));
-    *receivedLength = static_cast<std::uint32_t>(frame.bytes.size());
+    *receivedLength = static_cast<std::uint32_t>(frame.bytes.size()) + mExcessLength;
     if (type) {
         *type = frame.type;
     }

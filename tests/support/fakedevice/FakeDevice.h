@@ -77,6 +77,8 @@ public:
     // For the next receive: the bytes as the caller gets them, receive header included.
     void QueueReceivedFrame(FakeFrame frame, QBXRawFrameType type = QBXRawFrameType_Data);
 
+    // Received lengths are told as so many bytes more than they are.
+    void SetExcessLength(std::uint32_t bytes);
     // What QBX_PROPERTY_LOST_FRAMES answers from now on, of size bytes; until then KESTATUS_NOT_FOUND.
     void SetLostFrames(std::uint64_t lost, std::uint32_t size = sizeof(std::uint64_t));
 
@@ -95,6 +97,8 @@ public:
     std::size_t SentFrameCount() const;
     // True when a SubmitRawFrame passed something else than null as its last argument.
     bool IsReservedUsed() const;
+    // True when a GetReceivedRawFrame asked for the frame's type.
+    bool IsFrameTypeAsked() const;
     std::size_t OpenDeviceCount() const;
     std::size_t OpenEnumerationCount() const;
 
@@ -149,6 +153,7 @@ private:
     bool mIsCompatible = true;
     bool mIsRecording = true;
     bool mIsReservedUsed = false;
+    bool mIsFrameTypeAsked = false;
     std::vector<std::string> mCalls;
     std::vector<FakeFrame> mSubmitted;
     std::size_t mSubmittedCount = 0;
@@ -156,6 +161,7 @@ private:
     std::optional<std::uint64_t> mLostFrames;
     std::uint32_t mLostFramesSize = 0; // bytes
     std::deque<ReceivedFrame> mReceived;
+    std::uint32_t mExcessLength = 0; // bytes
     std::uint32_t mNextEnumeration = cFirstEnumeration;
     std::uint32_t mNextDevice = cFirstDevice;
     std::map<QBXEnumerationHandle, bool> mEnumerations;

@@ -6,6 +6,7 @@ import os
 import pathlib
 import signal
 import subprocess
+import threading
 import time
 
 SOURCE = pathlib.Path(os.environ["FLOWLANE_SOURCE"])
@@ -120,10 +121,13 @@ class Running:
         return f"<{' '.join(map(str, self.process.args))}: {self.lines[-5:]}>"
 
     def read_until(self, part):
-        """The next line that has this part."""
+        """The next line that has this part. A program that prints nothing for a long while is ended."""
         while True:
+            watchdog = threading.Timer(TIMEOUT, self.process.kill)
+            watchdog.start()
             line = self.process.stdout.readline()
-            assert line, f"the program has ended, {self.lines}"
+            watchdog.cancel()
+            assert line, f"waited for '{part}', but the program has ended, {self.lines}"
             self.lines.append(line.rstrip("\n"))
             if part in line:
                 return self.lines[-1]

@@ -12,9 +12,10 @@ using testing::IsEmpty;
 
 using AvtpFrameTest = AvtpSinkTest;
 
-TEST_F(AvtpFrameTest, CreateReadsTheMacAddress) {
+TEST_F(AvtpFrameTest, CreateReadsTheMacAddressAndWhereLossesAreCountedFrom) {
     EXPECT_EQ(Create(), KESTATUS_SUCCESS);
-    EXPECT_THAT(mFake.Calls(), ElementsAre("GetDevicePropertyBinary(101, 33040, 6)")); // 0x8110
+    EXPECT_THAT(mFake.Calls(), ElementsAre("GetDevicePropertyBinary(101, 33040, 6)",   // 0x8110
+                                           "GetDevicePropertyBinary(101, 33265, 8)")); // 0x81F1
     EXPECT_THAT(mLog.Messages(), IsEmpty());
 }
 

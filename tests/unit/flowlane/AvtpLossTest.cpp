@@ -12,6 +12,7 @@
 #include "AvtpFrameBuilder.h"
 #include "AvtpSource.h"
 #include "FakeDevice.h"
+#include "KeepingSink.h"
 #include "LogCapture.h"
 
 using namespace flowlane;
@@ -87,19 +88,6 @@ std::vector<unsigned> ExpectedPackets(const std::vector<Frame>& arrived) {
     }
     return packets;
 }
-
-class KeepingSink final : public SinkBase {
-public:
-    KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
-    void StopSink() override {}
-    KESTATUS DeliverTSPacket(const TSPacket& packet) override {
-        mPackets.emplace_back(packet.mData, packet.mData + sizeof packet.mData);
-        return KESTATUS_SUCCESS;
-    }
-    KESTATUS SendDeliveredPackets() override { return KESTATUS_SUCCESS; }
-
-    std::vector<FrameBytes> mPackets;
-};
 
 struct Loss {
     const char* name;

@@ -10,6 +10,7 @@
 #include "AvtpSink.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
+#include "VirtualClock.h"
 
 namespace testsupport {
 
@@ -47,7 +48,8 @@ protected:
     FakeDevice& mFake = FakeDevice::Instance();
     flowlane::QuaysideEnumerator mEnumerator;
     flowlane::QuaysideDevice mDevice;
-    flowlane::AvtpSink mSink;
+    VirtualClock mClock;
+    flowlane::AvtpSink mSink{mClock};
     LogCapture mLog;
     unsigned mNextOrdinal = 0;
     std::uint16_t mVlanTCI = 0;

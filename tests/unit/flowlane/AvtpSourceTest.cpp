@@ -6,13 +6,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <thread>
 
 #include "AvtpFrameBuilder.h"
 #include "FakeDevice.h"
+#include "KeepingSink.h"
 #include "LogCapture.h"
+#include "SystemCallFaults.h"
+#include "VirtualClock.h"
 
 using namespace flowlane;
 using namespace kestrelon;
@@ -25,26 +30,6 @@ namespace {
 
 constexpr TNET_EthernetMacAddress cAnySender{{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 constexpr TNET_EthernetMacAddress cTalker{{0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE}};
-
-// Keeps what it is given; its records are for the test once the source has been stopped.
-class KeepingSink final : public SinkBase {
-public:
-    KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
-    void StopSink() override {}
-    KESTATUS DeliverTSPacket(const TSPacket& packet) override {
-        mPackets.emplace_back(packet.mData, packet.mData + sizeof packet.mData);
-        return mDeliverStatus;
-    }
-    KESTATUS SendDeliveredPackets() override {
-        ++mSendCalls;
-        return mSendStatus;
-    }
-
-    std::vector<FrameBytes> mPackets;
-    unsigned mSendCalls = 0;
-    KESTATUS mDeliverStatus = KESTATUS_SUCCESS;
-    KESTATUS mSendStatus = KESTATUS_SUCCESS;
-};
 
 class AvtpSourceTest : public testing::Test {
 protected:
@@ -72,10 +57,7 @@ protected:
     }
 
     static void WaitUntil(const std::function<bool()>& condition) {
-        for (int i = 0; i < 30000 && !condition(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        ASSERT_TRUE(condition());
+        ASSERT_TRUE(testsupport::WaitUntil(condition));
     }
 
     void ExpectPackets(const std::vector<unsigned>& ordinals) const {
@@ -334,6 +316,53 @@ TEST_P(AvtpSourceSplit, IsPassedOverWhenItsStartWasNotSeen) {
 
 INSTANTIATE_TEST_SUITE_P(Blocks, AvtpSourceSplit, testing::Range(0u, 8u));
 
+// Two streams at once, and nobody tells them apart: each change of stream is a jump. Only packets whose
+// blocks stand in one frame come through.
+TEST_F(AvtpSourceTest, InterleavedStreamsDisturbEachOther) {
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    Receive(
+        {AvtpFrame({.sequenceNumber = 10, .dataBlockCount = 0, .firstPacket = 0, .blocks = 12}),
+         AvtpFrame({.sequenceNumber = 90, .dataBlockCount = 80, .firstPacket = 50, .uniqueId = 0x1235}),
+         AvtpFrame(
+             {.sequenceNumber = 11, .dataBlockCount = 12, .firstPacket = 1, .firstBlock = 4, .blocks = 12}),
+         AvtpFrame({.sequenceNumber = 91, .dataBlockCount = 88, .firstPacket = 51, .uniqueId = 0x1235})});
+    ExpectPackets({0, 50, 2, 51}); // packet 1 was cut by the other stream
+    EXPECT_THAT(mLog.Messages(),
+                ElementsAre(CapturedMessage{KEWARN, "sequence number mismatch, got 90, exp. 11"},
+                            CapturedMessage{KEWARN, "sequence number mismatch, got 11, exp. 91"},
+                            CapturedMessage{KEWARN, "sequence number mismatch, got 91, exp. 12"}));
+    EXPECT_EQ(mSource.QuerryStatistics().infAvtpPacketsReceived, 4u);
+}
+
+TEST_F(AvtpSourceTest, OneOfTwoInterleavedStreamsIsFollowedByItsId) {
+    ASSERT_EQ(Create(cAnySender, true), KESTATUS_SUCCESS);
+    Receive(
+        {AvtpFrame({.sequenceNumber = 10, .dataBlockCount = 0, .firstPacket = 0, .blocks = 12}),
+         AvtpFrame({.sequenceNumber = 90, .dataBlockCount = 80, .firstPacket = 50, .uniqueId = 0x1235}),
+         AvtpFrame(
+             {.sequenceNumber = 11, .dataBlockCount = 12, .firstPacket = 1, .firstBlock = 4, .blocks = 12})});
+    ExpectPackets({0, 1, 2});
+    EXPECT_THAT(mLog.Texts(), ElementsAre("unique ID mismatch, got 4661, exp. 4660"));
+}
+
+TEST_F(AvtpSourceTest, AsksTheDeviceForFramesOfEthernetsSizeWithoutATimeLimit) {
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    Receive({AvtpFrame({})});
+    EXPECT_THAT(mFake.Calls(),
+                testing::IsSupersetOf({"WaitForRawFrame(101, -1)", "GetReceivedRawFrame(101, 1518)"}));
+    EXPECT_FALSE(mFake.IsFrameTypeAsked());
+}
+
+// A frame that fills the buffer, of which the device says that it is longer.
+TEST_F(AvtpSourceTest, ALengthBeyondTheBufferIsCutToIt) {
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    FrameBytes frame = AvtpFrame({.blocks = 61});
+    frame.resize(1518);
+    mFake.SetExcessLength(100);
+    Receive({frame});
+    EXPECT_THAT(mLog.Texts(), ElementsAre("stream data length mismatch, got 1472, exp. 1480"));
+}
+
 TEST_F(AvtpSourceTest, AFailingSinkIsReportedAndReceptionGoesOn) {
     ASSERT_EQ(Create(), KESTATUS_SUCCESS);
     mSink.mDeliverStatus = KESTATUS_FAILED;
@@ -368,6 +397,24 @@ TEST_F(AvtpSourceTest, StartReportsWhatFails) {
     EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 0u);
 }
 
+TEST_F(AvtpSourceTest, AThreadThatCannotBeCreatedLeavesReceptionOff) {
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    {
+        const SystemCallFault fault("pthread_create", EAGAIN);
+        EXPECT_EQ(mSource.StartSource(), KEStatusFromErrno(EAGAIN));
+        EXPECT_TRUE(fault.IsDelivered());
+    }
+    EXPECT_EQ(mLog.Texts().back(), KEStdStringFormat("CreateThread failed, st={}",
+                                                     KEFormatArgKEStatus(KEStatusFromErrno(EAGAIN))));
+    EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
+    mSource.StopSource();
+    EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
+    mLog.Clear();
+    Receive({AvtpFrame({.firstPacket = 3})}); // a later start works
+    ExpectPackets({3});
+    EXPECT_THAT(mLog.Messages(), IsEmpty());
+}
+
 TEST_F(AvtpSourceTest, StartingTwiceLeavesTheFirstStartAlone) {
     ASSERT_EQ(Create(), KESTATUS_SUCCESS);
     ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
@@ -397,6 +444,92 @@ TEST_F(AvtpSourceTest, StopWakesAThreadThatWaitsWithoutLimit) {
     mSource.StopSource();
     EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
     EXPECT_THAT(mLog.Messages(), IsEmpty());
+}
+
+// The worker is behind when the stop comes: disabling reception has to wait, since it discards what the
+// worker has not taken.
+TEST_F(AvtpSourceTest, WhatWasReceivedBeforeTheStopIsForwarded) {
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    std::atomic<bool> mayGoOn{false};
+    std::atomic<bool> isDelivering{false};
+    mSink.mOnDeliver = [&] {
+        isDelivering.store(true);
+        testsupport::WaitUntil([&] { return mayGoOn.load(); });
+    };
+    for (std::uint8_t i = 0; i < 20; ++i) {
+        mFake.QueueReceivedFrame(AvtpFrame(
+            {.sequenceNumber = i, .dataBlockCount = static_cast<std::uint8_t>(8 * i), .firstPacket = i}));
+    }
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    WaitUntil([&] { return isDelivering.load(); });
+    std::thread stop([&] { mSource.StopSource(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // time to do it wrong
+    mayGoOn.store(true);
+    stop.join();
+    EXPECT_EQ(mSink.mPackets.size(), 20u);
+    EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
+}
+
+// Frames that never end do not hold up the stop for ever.
+TEST_F(AvtpSourceTest, StopsWhileFramesKeepComing) {
+    VirtualClock clock; // its second passes at once
+    AvtpSource source(clock);
+    ASSERT_EQ(source.CreateAvtpSource(mDevice, mSink, cAnySender, 0, false), KESTATUS_SUCCESS);
+    const FrameBytes frame = AvtpFrame({});
+    std::atomic<unsigned> deliveries{0};
+    mSink.mOnDeliver = [&] {
+        ++deliveries;
+        mSink.mPackets.clear();
+        mFake.QueueReceivedFrame(frame);
+    };
+    mFake.QueueReceivedFrame(frame);
+    ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+    WaitUntil([&] { return deliveries.load() > 100; });
+    source.StopSource();
+    EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
+}
+
+// The number of lost frames is asked for by the worker, which alone uses the device.
+TEST_F(AvtpSourceTest, LostFramesArePublishedOnceASecond) {
+    mFake.SetLostFrames(1000); // from before: not the source's
+    VirtualClock clock;
+    AvtpSource source(clock);
+    ASSERT_EQ(source.CreateAvtpSource(mDevice, mSink, cAnySender, 0, false), KESTATUS_SUCCESS);
+    const auto asked = [&] { return mFake.CallCount(Qbx::GetDevicePropertyBinary); };
+    const std::size_t before = asked();
+    ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+    std::size_t taken = 0;
+    const auto receiveOne = [&] {
+        ++taken;
+        mFake.QueueReceivedFrame(AvtpFrame({}));
+        WaitUntil([&] { return mFake.CallCount(Qbx::WaitForRawFrame) > taken; });
+    };
+    mFake.SetLostFrames(1004);
+    clock.Sleep(999);
+    receiveOne();
+    EXPECT_EQ(asked(), before);
+    EXPECT_EQ(source.LostFrames(), 0u);
+    clock.Sleep(1);
+    EXPECT_EQ(source.LostFrames(), 0u); // who asks the source does not ask the device
+    EXPECT_EQ(asked(), before);
+    receiveOne();
+    EXPECT_EQ(asked(), before + 1);
+    EXPECT_EQ(source.LostFrames(), 4u);
+    mFake.SetLostFrames(1009);
+    source.StopSource();
+    EXPECT_EQ(source.LostFrames(), 9u);
+    EXPECT_EQ(asked(), before + 2);
+}
+
+TEST_F(AvtpSourceTest, LostFramesAreExactWhenTheWorkerGivesUp) {
+    mFake.SetLostFrames(0);
+    ASSERT_EQ(Create(), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    mFake.SetLostFrames(6);
+    mFake.Queue(Qbx::GetReceivedRawFrame, {KESTATUS_DEVICE_REMOVED});
+    mFake.QueueReceivedFrame(AvtpFrame({}));
+    WaitUntil([&] { return mSource.FailureStatus() != KESTATUS_SUCCESS; });
+    EXPECT_EQ(mSource.LostFrames(), 6u);
 }
 
 TEST_F(AvtpSourceTest, StopGoesOnWhenReceptionCannotBeDisabled) {

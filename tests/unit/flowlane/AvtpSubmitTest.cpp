@@ -299,3 +299,70 @@ TEST_F(AvtpSubmitTest, TheFrameNeverOutgrowsItsBuffer) {
         EXPECT_LE(frame.size(), 1394u);
     }
 }
+
+namespace {
+
+// The number of lost frames is asked for while the device is used, so by the thread that uses it.
+class AvtpSinkLossTest : public AvtpSinkTest {
+protected:
+    AvtpSinkLossTest() {
+        mFake.SetLostFrames(1000); // from before: not the sink's
+        CreateAndStart(0, 5);
+    }
+    KESTATUS DeliverAndSend() {
+        const KESTATUS st = Deliver();
+        return st == KESTATUS_SUCCESS ? mSink.SendDeliveredPackets() : st;
+    }
+    std::size_t Asked() const { return mFake.CallCount(Qbx::GetDevicePropertyBinary); }
+};
+
+} // namespace
+
+TEST_F(AvtpSinkLossTest, IsPublishedOnceASecond) {
+    const std::size_t before = Asked();
+    mFake.SetLostFrames(1003);
+    mClock.Sleep(990);
+    EXPECT_EQ(DeliverAndSend(), KESTATUS_SUCCESS);
+    EXPECT_EQ(Asked(), before);
+    EXPECT_EQ(mSink.LostFrames(), 0u);
+    mClock.Sleep(10);
+    EXPECT_EQ(mSink.LostFrames(), 0u); // who asks the sink does not ask the device
+    EXPECT_EQ(Asked(), before);
+    EXPECT_EQ(DeliverAndSend(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.LostFrames(), 3u);
+    EXPECT_EQ(Asked(), before + 1);
+    mClock.Sleep(1000);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS); // also with nothing to send
+    EXPECT_EQ(Asked(), before + 2);
+}
+
+TEST_F(AvtpSinkLossTest, IsExactAfterTheStop) {
+    EXPECT_EQ(DeliverAndSend(), KESTATUS_SUCCESS);
+    mFake.SetLostFrames(1001);
+    mSink.StopSink();
+    EXPECT_EQ(mSink.LostFrames(), 1u);
+}
+
+TEST_F(AvtpSinkLossTest, IsExactAfterAFailure) {
+    mFake.SetLostFrames(1002);
+    mFake.Queue(Qbx::SendRawFrames, {KESTATUS_DEVICE_REMOVED});
+    EXPECT_EQ(DeliverAndSend(), KESTATUS_DEVICE_REMOVED);
+    EXPECT_EQ(mSink.LostFrames(), 2u);
+    mFake.SetLostFrames(1007);
+    mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_INVALID_LENGTH});
+    EXPECT_EQ(Deliver(5), KESTATUS_INVALID_LENGTH);
+    EXPECT_EQ(mSink.LostFrames(), 7u);
+}
+
+TEST_F(AvtpSubmitTest, ALibraryThatCountsNoLossesIsAskedOnce) {
+    CreateAndStart(0, 5);
+    const std::size_t asked = mFake.CallCount(Qbx::GetDevicePropertyBinary);
+    for (int i = 0; i < 3; ++i) {
+        mClock.Sleep(1000);
+        EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+        EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    }
+    mSink.StopSink();
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), asked);
+    EXPECT_EQ(mSink.LostFrames(), 0u);
+}
