@@ -78,7 +78,7 @@ void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureRep
                            "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
                            sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered,
                            sinkStats.infUdpPacketsSent);
-        const KESTATUS failureStatus = source.FailureStatus(); // what was lost before it is counted
+        const KESTATUS failureStatus = source.FailureStatus(); // behind it all losses until then are seen
         sendFailures.Print(sinkStats);
         lostFrames.Print(source.LostFrames());
         failure.Print(failureStatus);

@@ -57,7 +57,7 @@ void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, LostFramesRepo
                            source.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
                            sinkStats.errNoResourcesToSent);
         const bool isEndReached = source.IsEndOfFileReached();
-        const KESTATUS failureStatus = source.FailureStatus(); // what was lost before it is counted
+        const KESTATUS failureStatus = source.FailureStatus(); // behind it all losses until then are seen
         lostFrames.Print(sink.LostFrames());
         failure.Print(failureStatus);
         if (isEndReached) {

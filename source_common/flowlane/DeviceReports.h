@@ -9,7 +9,7 @@
 
 namespace flowlane {
 
-// Tells how many frames were lost, when there are more of them than at the last call.
+// Tells how many frames were lost, when the number has changed.
 class LostFramesReport {
 public:
     // format has one field, for the number.
