@@ -14,10 +14,23 @@ namespace {
 
 constexpr std::uint64_t cMaxBlockLength = 0xFFFFFFFF;
 
+// By how much the options taken from some bytes may be longer than these bytes: as much as one option that
+// overlaps the next ones takes. A list of many of them would take thousands of times its own size.
+constexpr std::size_t cMaxOverlap = Padded(cOptionHeaderSize + cMaxOptionLength);
+
 } // namespace
 
 void PcapNgBlockBase::AddOption(PcapNgOption&& option) {
     mOptions.push_back(std::move(option));
+}
+
+PcapNgOption PcapNgBlockBase::TakeLastOption() noexcept {
+    PcapNgOption option;
+    if (!mOptions.empty()) {
+        option = std::move(mOptions.back());
+        mOptions.pop_back();
+    }
+    return option;
 }
 
 std::uint64_t PcapNgBlockBase::TotalOptionsLength() const noexcept {
@@ -31,6 +44,7 @@ std::uint64_t PcapNgBlockBase::TotalOptionsLength() const noexcept {
 KESTATUS PcapNgBlockBase::ParseOptionsData(KEConstBufferReference data) {
     const unsigned char* option = data.mData;
     std::size_t remaining = data.mLength;
+    std::size_t allowed = data.mLength + cMaxOverlap; // bytes of options still to be taken
     while (remaining != 0) {
         if (remaining < cOptionHeaderSize) {
             KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "ignore incomplete option header");
@@ -40,7 +54,8 @@ KESTATUS PcapNgBlockBase::ParseOptionsData(KEConstBufferReference data) {
         const auto length = KELoadNative<std::uint16_t>(option + cOptionLengthOffset);
         // Rounded in 16 bits, so that the longest values, from 65533 bytes on, have a span of 4.
         const std::size_t span = ((length + 3u) & 0xFFFCu) + cOptionHeaderSize;
-        if (span > remaining || cOptionHeaderSize + length > remaining) {
+        const auto taken = static_cast<std::size_t>(Padded(cOptionHeaderSize + length));
+        if (span > remaining || cOptionHeaderSize + length > remaining || taken > allowed) {
             KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "ignore incomplete option");
             return KESTATUS_SUCCESS;
         }
@@ -57,6 +72,7 @@ KESTATUS PcapNgBlockBase::ParseOptionsData(KEConstBufferReference data) {
         AddOption(std::move(parsed));
         option += span;
         remaining -= span;
+        allowed -= taken;
     }
     return KESTATUS_SUCCESS;
 }

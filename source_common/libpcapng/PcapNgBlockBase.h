@@ -29,13 +29,18 @@ public:
     // Options are written in the order in which they were added.
     void AddOption(PcapNgOption&& option);
     void RemoveAllOptions() noexcept { mOptions.clear(); }
+    // Takes the option out that was added last; one that is not valid when there is none. What it leaves
+    // behind has room for another option, so that adding one then allocates nothing.
+    PcapNgOption TakeLastOption() noexcept;
     // Of all options and the mark of their end, in bytes.
     std::uint64_t TotalOptionsLength() const noexcept;
     // The length of the block in a file: rounded up to a multiple of 4.
     std::uint64_t TotalBlockLength() const { return pcapng::Padded(BlockLength()); }
 
     // Adds the options found in these bytes up to the mark of their end. An incomplete one ends the list with
-    // a warning, which is no failure.
+    // a warning, which is no failure. The longest values overlap the options behind them; the options
+    // together are never longer than the bytes and 65540 more, since one beyond that ends the list like an
+    // incomplete one.
     KESTATUS ParseOptionsData(kestrelon::KEConstBufferReference data);
     // The first option with this code, null when there is none. It stays the block's, until its options
     // change.

@@ -1,5 +1,6 @@
 #include "PcapNgEnhPacketBlock.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "KEByteOrder.h"
@@ -25,8 +26,8 @@ KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference data, s
     mPacketData = data;
     mTimestamp = timestamp;
     mInterfaceID = interfaceID;
+    mCapturedLength = static_cast<std::uint32_t>(data.mLength);
     mOriginalLength = originalLength;
-    mIsPacketDataCut = false;
     return KESTATUS_SUCCESS;
 }
 
@@ -48,11 +49,10 @@ KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference block) 
     mTimestamp = std::uint64_t{KELoadNative<std::uint32_t>(block.mData + cTimestampHighOffset)} << 32 |
                  KELoadNative<std::uint32_t>(block.mData + cTimestampLowOffset);
     mOriginalLength = KELoadNative<std::uint32_t>(block.mData + cOriginalLengthOffset);
-    const std::size_t capturedLength = KELoadNative<std::uint32_t>(block.mData + cCapturedLengthOffset);
+    mCapturedLength = KELoadNative<std::uint32_t>(block.mData + cCapturedLengthOffset);
     const std::size_t room = block.mLength - cMinLength;
-    mIsPacketDataCut = capturedLength > room;
-    mPacketData = {block.mData + cEnhPacketFixedSize, mIsPacketDataCut ? room : capturedLength};
-    const auto paddedLength = static_cast<std::size_t>(Padded(capturedLength));
+    mPacketData = {block.mData + cEnhPacketFixedSize, std::min<std::size_t>(mCapturedLength, room)};
+    const auto paddedLength = static_cast<std::size_t>(Padded(mCapturedLength));
     if (paddedLength > room) {
         return KESTATUS_SUCCESS; // no place for options
     }

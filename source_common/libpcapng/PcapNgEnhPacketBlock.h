@@ -35,16 +35,18 @@ public:
     std::uint32_t OriginalLength() const noexcept { return mOriginalLength; }
     kestrelon::KEConstBufferReference PacketData() const noexcept { return mPacketData; }
     // Less of the packet was captured than was on the wire.
-    bool IsPacketDataTruncated() const noexcept { return mPacketData.mLength < mOriginalLength; }
+    bool IsPacketDataTruncated() const noexcept { return mCapturedLength < mOriginalLength; }
+    // Of the packet data in bytes, as the block that was read claims it.
+    std::uint32_t CapturedLength() const noexcept { return mCapturedLength; }
     // The block that was read claims more data than it has; PacketData() is what it has.
-    bool IsPacketDataCut() const noexcept { return mIsPacketDataCut; }
+    bool IsPacketDataCut() const noexcept { return mCapturedLength > mPacketData.mLength; }
 
 private:
     std::uint64_t mTimestamp = 0;
     std::uint32_t mInterfaceID = 0;
+    std::uint32_t mCapturedLength = 0;
     std::uint32_t mOriginalLength = 0;
     kestrelon::KEConstBufferReference mPacketData;
-    bool mIsPacketDataCut = false;
 };
 
 } // namespace flowlane

@@ -58,6 +58,7 @@ public:
     // the file is cut behind its last whole block: BlocksLost() tells how many they were.
     void CloseFile();
 
+    bool IsOpen() const noexcept { return mFile.IsOpen(); }
     // Bytes accepted since OpenForWrite, gathered ones included; of a file that is read, its size when
     // opened.
     std::uint64_t FileSize() const noexcept { return mFileSize; }

@@ -28,6 +28,9 @@ constexpr std::size_t cSectionHeaderFixedSize = 24;
 constexpr std::uint64_t cUnknownSectionLength = 0xFFFFFFFFFFFFFFFF;
 
 // Interface description block
+constexpr std::uint16_t cLinkTypeEthernet = 1;
+constexpr std::uint8_t cResolutionMicroseconds = 6; // 10 to the power of -6 seconds
+constexpr std::uint8_t cResolutionNanoseconds = 9;
 constexpr std::size_t cLinkTypeOffset = 8;          // 16 bits
 constexpr std::size_t cLinkTypeReservedOffset = 10; // 16 bits
 constexpr std::size_t cSnapLengthOffset = 12;       // 32 bits

@@ -21,9 +21,11 @@
 namespace {
 
 std::atomic<std::size_t> sAllocations{0};
+std::atomic<std::size_t> sBytes{0};
 
-void Count() noexcept {
+void Count(std::size_t size) noexcept {
     sAllocations.fetch_add(1, std::memory_order_relaxed);
+    sBytes.fetch_add(size, std::memory_order_relaxed);
 }
 
 constexpr std::size_t cPlenty = std::numeric_limits<std::size_t>::max();
@@ -36,8 +38,8 @@ thread_local std::size_t sNewsLeft = cPlenty;
 // The sanitizers have allocation functions of their own, which tell of each call.
 namespace {
 
-void CountMalloc(const volatile void*, std::size_t) {
-    Count();
+void CountMalloc(const volatile void*, std::size_t size) {
+    Count(size);
 }
 void IgnoreFree(const volatile void*) {}
 
@@ -56,23 +58,23 @@ void* __libc_memalign(std::size_t alignment, std::size_t size);
 void __libc_free(void* memory);
 
 void* malloc(std::size_t size) {
-    Count();
+    Count(size);
     return __libc_malloc(size);
 }
 void* calloc(std::size_t count, std::size_t size) {
-    Count();
+    Count(count * size);
     return __libc_calloc(count, size);
 }
 void* realloc(void* memory, std::size_t size) {
-    Count();
+    Count(size);
     return __libc_realloc(memory, size);
 }
 void* aligned_alloc(std::size_t alignment, std::size_t size) {
-    Count();
+    Count(size);
     return __libc_memalign(alignment, size);
 }
 int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
-    Count();
+    Count(size);
     *memory = __libc_memalign(alignment, size);
     return *memory ? 0 : ENOMEM;
 }
@@ -109,6 +111,10 @@ namespace testsupport {
 
 std::size_t AllocationCount() noexcept {
     return sAllocations.load(std::memory_order_relaxed);
+}
+
+std::size_t AllocatedBytes() noexcept {
+    return sBytes.load(std::memory_order_relaxed);
 }
 
 ScarceMemory::ScarceMemory(std::size_t allocations) noexcept {

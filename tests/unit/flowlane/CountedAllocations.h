@@ -9,6 +9,8 @@ namespace testsupport {
 
 // Of all threads, since the start of the process.
 std::size_t AllocationCount() noexcept;
+// The bytes asked for by them; what was freed since counts too.
+std::size_t AllocatedBytes() noexcept;
 
 // While it lives, operator new gives memory so often on this thread and then throws std::bad_alloc, once.
 class ScarceMemory {

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "ByteList.h"
 #include "LogExpect.h"
@@ -232,7 +234,9 @@ TEST_F(BlockParseTest, CapturedLengthBeyondTheBlock) {
         const ExactCopy block(EnhPacket(Counting(8), row.captured, cOptions));
         EXPECT_EQ(packet.InitEnhPacketBlock(block.View()), KESTATUS_SUCCESS);
         EXPECT_EQ(packet.PacketData().mLength, row.dataLength);
+        EXPECT_EQ(packet.CapturedLength(), row.captured);
         EXPECT_EQ(packet.IsPacketDataCut(), row.isCut);
+        EXPECT_EQ(packet.IsPacketDataTruncated(), row.captured < 2000);
         EXPECT_EQ(packet.LookupOptionByCode(9) != nullptr, row.hasOptions);
         EXPECT_EQ(Contents(packet.PacketData()).size(), row.dataLength); // all of it can be read
     }
@@ -314,6 +318,33 @@ TEST_F(BlockParseTest, LongestValuesHaveASpanOfFour) {
     const ByteList spanned = Concat({{2, 0, 0xFC, 0xFF}, ByteList(65532, 0), cNineOption});
     EXPECT_EQ(other.ParseOptionsData(ExactCopy(spanned).View()), KESTATUS_SUCCESS);
     EXPECT_NE(other.LookupOptionByCode(9), nullptr);
+}
+
+// Each option takes 65540 bytes and overlaps the next: together they may be longer than the bytes by one.
+TEST_F(BlockParseTest, OptionsThatOverlapAreLimited) {
+    for (const auto& [length, options] :
+         {std::pair<std::size_t, std::size_t>{70000, 2}, {131076, 2}, {131080, 3}, {1'000'000, 16}}) {
+        SCOPED_TRACE(length);
+        mLog.Clear();
+        ByteList bytes(length);
+        for (std::size_t i = 0; i < length; i += 4) {
+            std::copy_n(ByteList{2, 0, 0xFF, 0xFF}.begin(), 4, bytes.begin() + static_cast<long>(i));
+        }
+        PcapNgInterfaceDescBlock block;
+        EXPECT_EQ(block.ParseOptionsData(ExactCopy(bytes).View()), KESTATUS_SUCCESS);
+        EXPECT_EQ(block.TotalOptionsLength(), 4u + options * 65540);
+        EXPECT_THAT(mLog.Messages(),
+                    ElementsAre(IsMessageOf(KEWARN, "ParseOptionsData", "ignore incomplete option")));
+    }
+}
+
+TEST_F(BlockParseTest, LastOptionIsTakenOut) {
+    EXPECT_FALSE(mInterface.TakeLastOption().IsValid());
+    ASSERT_EQ(mInterface.ParseOptionsData(View(cOptions)), KESTATUS_SUCCESS);
+    EXPECT_EQ(mInterface.TakeLastOption().OptionCode(), 9u);
+    EXPECT_EQ(mInterface.LookupOptionByCode(9), nullptr);
+    EXPECT_EQ(mInterface.TakeLastOption().OptionCode(), 2u);
+    EXPECT_EQ(mInterface.TotalOptionsLength(), 4u);
 }
 
 TEST_F(BlockParseTest, FirstOfTwoOptionsIsFound) {
