@@ -5,7 +5,6 @@
 #include "DeviceSelection.h"
 #include "KEPosixTime.h"
 #include "LogCons.h"
-#include "LostFrameCounter.h"
 #include "PcapNgFileReader.h"
 #include "StopRequest.h"
 
@@ -54,14 +53,12 @@ void PrintSummary(const PcapNgFileReader& reader) {
 }
 
 // Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
-void WaitForEnd(const PcapNgFileReader& reader, LostFrameCounter& counter, LostFramesReport& lostFrames,
-                StopRequest& stopRequest) {
+void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
         PcapNgFileReader::Statistics stats;
         reader.QuerryStatistics(stats);
         PrintFrameCounts(stats);
-        counter.UpdateNow();
-        lostFrames.Print(counter.Value());
+        lostFrames.Print(reader.LostFrames());
         if (reader.AreAllFramesSent()) {
             Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
             return;
@@ -78,6 +75,9 @@ void WaitForEnd(const PcapNgFileReader& reader, LostFrameCounter& counter, LostF
 } // namespace
 
 KESTATUS CmdPlayPcap() {
+    // Before all else and until the device is closed, so that a signal cuts neither the start nor the end
+    // short.
+    StopRequest stopRequest;
     KESTATUS st = CheckArgumentsPresent();
     if (st != KESTATUS_SUCCESS) {
         return st;
@@ -89,26 +89,23 @@ KESTATUS CmdPlayPcap() {
         return LogFailedStep("Open device failed, st={}.", st);
     }
 
-    LostFrameCounter counter;
-    counter.Start(device, PipelineClock::System().Now());
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
     PcapNgFileReader reader;
     st = reader.StartFileReader(gCmdLine.mArgs.front().c_str(), gCmdLine.mStartFileIndex, device,
                                 gCmdLine.mFrameCount, gCmdLine.mFrameSize, gCmdLine.mReplaceSourceMacAddr,
-                                gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile);
+                                gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile,
+                                [&] { return stopRequest.IsRequested(); });
     if (st != KESTATUS_SUCCESS) {
         return LogFailedStep("StartFileReader failed, st={}.", st);
     }
 
-    StopRequest stopRequest; // until all has been stopped, so that a late signal does not cut that short
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    WaitForEnd(reader, counter, lostFrames, stopRequest);
+    WaitForEnd(reader, lostFrames, stopRequest);
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
-    counter.UpdateNow();
-    lostFrames.Print(counter.Value());
+    lostFrames.Print(reader.LostFrames());
     PrintSummary(reader);
     return KESTATUS_SUCCESS;
 }

@@ -1,5 +1,7 @@
 #include "PcapNgFileReader.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -18,13 +20,16 @@ constexpr unsigned cMacAddressSize = 6;
 constexpr std::size_t cEthernetHeaderSize = 14;
 constexpr std::size_t cEthernetSourceOffset = 6;
 constexpr std::size_t cEthernetTypeOffset = 12;
-constexpr std::uint16_t cLinkTypeEthernet = 1;
-constexpr std::uint8_t cResolutionMicroseconds = 6; // 10 to the power of -6 seconds
-constexpr std::uint8_t cResolutionNanoseconds = 9;
 constexpr std::uint32_t cNanosecondsPerMicrosecond = 1000;
 
 // The block buffer has room for a packet block of a frame, rounded up.
 constexpr std::size_t cBlockBufferUnit = 1024;
+
+// One call of FillSendQueue reads about so many bytes: files may have any number of blocks without a frame to
+// send, between which the thread has to send what is due and the user has to be heard. A short block takes
+// the time of some more bytes.
+constexpr std::size_t cMaxReadPerFill = 64u << 20;
+constexpr std::size_t cMinBlockCost = 256;
 
 // What stands for an external trigger when its length field has this value, which is not the one that
 // captures of this program have: theirs are replayed.
@@ -43,8 +48,20 @@ KESTATUS Failed(const char* format, KESTATUS st) {
 }
 
 bool IsTriggerFrame(KEConstBufferReference frame) {
-    return std::memcmp(frame.mData, cTriggerAddresses, sizeof cTriggerAddresses) == 0 &&
+    return frame.mLength >= cEthernetHeaderSize &&
+           std::memcmp(frame.mData, cTriggerAddresses, sizeof cTriggerAddresses) == 0 &&
            KELoadBE16(frame.mData + cEthernetTypeOffset) == cTriggerPayloadSize;
+}
+
+// The end of the clock's range when the sum is beyond it: a frame of that time is never due.
+RawFrameTimePoint Later(RawFrameTimePoint time, std::uint64_t units, std::uint32_t nanosecondsPerUnit) {
+    const auto start = static_cast<std::uint64_t>(time.time_since_epoch().count());
+    const auto end = static_cast<std::uint64_t>(RawFrameTimePoint::max().time_since_epoch().count());
+    if (units > (end - start) / nanosecondsPerUnit) {
+        return RawFrameTimePoint::max();
+    }
+    return RawFrameTimePoint(
+        RawFrameTimeDuration(static_cast<std::int64_t>(start + units * nanosecondsPerUnit)));
 }
 
 } // namespace
@@ -84,8 +101,10 @@ void PcapNgFileReader::SetState(State state) {
 
 KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned startFileIndex,
                                            QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
-                                           bool replaceSrcMacAddr, bool readFileSet, bool loopMode) {
+                                           bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
+                                           const StopCheck& isStopRequested) {
     if (mIsStarted) {
+        Log(KEERROR, "already started");
         return KESTATUS_ALREADY_DONE;
     }
     mDevice = &device;
@@ -93,6 +112,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
     if (st != KESTATUS_SUCCESS) {
         return st;
     }
+    mLostFrames.Start(device, mClock.Now());
     try {
         mFileName = fileName;
         mStartFileIndex = startFileIndex;
@@ -108,7 +128,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         ResetStatistics();
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         SetState(State::ExpSectionHeader);
-        st = OpenFirstFileAndStart(frameCount, frameSize);
+        st = OpenFirstFileAndStart(frameCount, frameSize, isStopRequested);
     } catch (const std::bad_alloc&) {
         st = Failed("StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
     }
@@ -137,7 +157,8 @@ KESTATUS PcapNgFileReader::ReadDeviceAddress() {
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize) {
+KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize,
+                                                 const StopCheck& isStopRequested) {
     mCurrentFilePath = CreateNextFilePath();
     if (!mCurrentFilePath.Exists()) {
         KEOutputLogMessage(logger::Cons, KEERROR, "File '{}' does not exist.", mCurrentFilePath);
@@ -164,12 +185,22 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         mBlockData = KEBufferBlock(blockSize);
     }
     mBlockData.mDataLength = 0;
-    st = FillSendQueue();
+    st = ReadAhead(isStopRequested);
     if (st != KESTATUS_SUCCESS) {
         return Failed("FillSendQueue failed, st={}", st);
     }
     st = mThread.CreateThread(this);
     return st == KESTATUS_SUCCESS ? st : Failed("CreateThread failed, st={}", st);
+}
+
+// Until there is a frame to send, since files without one are refused, or the user has had enough.
+KESTATUS PcapNgFileReader::ReadAhead(const StopCheck& isStopRequested) {
+    KESTATUS st = FillSendQueue();
+    while (st == KESTATUS_SUCCESS && mFramesToSent.IsEmpty() && !AreAllFilesRead() && !IsInErrorState() &&
+           !(isStopRequested && isStopRequested())) {
+        st = FillSendQueue();
+    }
+    return st;
 }
 
 void PcapNgFileReader::StopFileReader() {
@@ -179,6 +210,7 @@ void PcapNgFileReader::StopFileReader() {
     mIsStarted = false;
     mThread.RequestTermination();
     mThread.WaitForTerminationAndDestroy(cWithoutLimit);
+    mLostFrames.UpdateNow();
     mFile.CloseFile();
     mFramePool.FreeFramePool();
 }
@@ -251,7 +283,8 @@ KESTATUS PcapNgFileReader::OpenNextFileOfSet() {
 // --- Reading -------------------------------------------------------------------------------------
 
 KESTATUS PcapNgFileReader::FillSendQueue() {
-    while (mFramePool.CurrentCount() != 0) {
+    std::size_t cost = 0; // of what has been read, in bytes
+    while (mFramePool.CurrentCount() != 0 && cost < cMaxReadPerFill) {
         const State state = CurrentState();
         if (state == State::Done || state == State::Error) {
             return KESTATUS_SUCCESS;
@@ -260,6 +293,7 @@ KESTATUS PcapNgFileReader::FillSendQueue() {
             return KESTATUS_SUCCESS;
         }
         KESTATUS st = mFile.ReadNextBlock(mBlockData);
+        cost += std::max(mBlockData.mDataLength, cMinBlockCost);
         if (st == KESTATUS_SUCCESS) {
             ProcessBlock();
         } else if (st == KESTATUS_NO_DATA) {
@@ -325,7 +359,7 @@ void PcapNgFileReader::ProcessInterfaceDescBlock() {
 }
 
 void PcapNgFileReader::ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block) {
-    if (block.LinkType() != cLinkTypeEthernet) {
+    if (block.LinkType() != pcapng::cLinkTypeEthernet) {
         Log(KEWARN, "ignore invalid linkType {}", block.LinkType());
         mStats.errInvalidLinkType.Add();
         SetState(State::ExpInterfaceDesc);
@@ -347,9 +381,9 @@ bool PcapNgFileReader::ReadTimestampFactor(const PcapNgInterfaceDescBlock& block
         mStats.errInvalidOption.Add();
         return true;
     }
-    if (resolution == cResolutionNanoseconds) {
+    if (resolution == pcapng::cResolutionNanoseconds) {
         mTimestampFactor = 1;
-    } else if (resolution != cResolutionMicroseconds) {
+    } else if (resolution != pcapng::cResolutionMicroseconds) {
         Log(KEWARN, "unsupported timestamp resolution {}", resolution);
         mStats.errUnsupportedTimestampResolution.Add();
         return false;
@@ -365,26 +399,20 @@ void PcapNgFileReader::ProcessEnhPacketBlock() {
         mStats.errInvalidEnhPacket.Add();
         return;
     }
-    if (packet.IsPacketDataCut()) {
-        Log(KEWARN, "ignore packet with more data than its block");
-        mStats.errInvalidEnhPacket.Add();
-        return;
-    }
     ProcessEnhancedPacket(packet);
 }
 
 void PcapNgFileReader::ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet) {
-    const KEConstBufferReference data = packet.PacketData();
     if (packet.IsPacketDataTruncated()) {
         Log(KEWARN, "ignore truncated packet");
         mStats.errPacketTruncated.Add();
-    } else if (data.mLength < cEthernetHeaderSize) {
-        Log(KEWARN, "ignore frame with invalid length {}", data.mLength);
+    } else if (packet.CapturedLength() < cEthernetHeaderSize) {
+        Log(KEWARN, "ignore frame with invalid length {}", packet.CapturedLength());
         mStats.errInvalidFrameLength.Add();
-    } else if (IsTriggerFrame(data)) {
+    } else if (IsTriggerFrame(packet.PacketData())) {
         Log(KEINFO, "ignore dummy Ethernet frame for external trigger event");
     } else if (AdvanceSendTime(packet.Timestamp())) {
-        QueueFrame(data);
+        QueueFrame(packet);
     }
 }
 
@@ -396,7 +424,7 @@ bool PcapNgFileReader::AdvanceSendTime(std::uint64_t timestamp) {
             mAddInitialOffset = false;
             mCurSendTime = mClock.Now() + mInitialOffset;
         } else {
-            mCurSendTime += mLoopbackOffset;
+            mCurSendTime = Later(mCurSendTime, static_cast<std::uint64_t>(mLoopbackOffset.count()), 1);
         }
     } else if (timestamp < mLastReadTimestamp) {
         Log(KEERROR, "invalid timestamp lies before timestamp of last packet");
@@ -404,23 +432,28 @@ bool PcapNgFileReader::AdvanceSendTime(std::uint64_t timestamp) {
         SetState(State::Error);
         return false;
     } else {
-        // Unsigned, so that absurd times wrap instead of being undefined.
-        const auto sendTime = static_cast<std::uint64_t>(mCurSendTime.time_since_epoch().count()) +
-                              mTimestampFactor * (timestamp - mLastReadTimestamp);
-        mCurSendTime = RawFrameTimePoint(RawFrameTimeDuration(static_cast<std::int64_t>(sendTime)));
+        mCurSendTime = Later(mCurSendTime, timestamp - mLastReadTimestamp, mTimestampFactor);
     }
     mLastReadTimestamp = timestamp;
     return true;
 }
 
-void PcapNgFileReader::QueueFrame(KEConstBufferReference data) {
+void PcapNgFileReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
     RawFrame* const frame = mFramePool.GetRawFrame();
-    if (frame->mFrameBuffer.mLength < data.mLength) {
-        Log(KEWARN, "franme buffer too small, got {}, req. {}", frame->mFrameBuffer.mLength, data.mLength);
+    if (frame->mFrameBuffer.mLength < packet.CapturedLength()) {
+        Log(KEWARN, "franme buffer too small, got {}, req. {}", frame->mFrameBuffer.mLength,
+            packet.CapturedLength());
         mStats.errFrameBufferTooSmall.Add();
         mFramePool.PutRawFrame(frame);
         return;
     }
+    if (packet.IsPacketDataCut()) {
+        Log(KEWARN, "ignore packet with more data than its block");
+        mStats.errInvalidEnhPacket.Add();
+        mFramePool.PutRawFrame(frame);
+        return;
+    }
+    const KEConstBufferReference data = packet.PacketData();
     std::memcpy(frame->mFrameBuffer.mData, data.mData, data.mLength);
     frame->mFrameSize = static_cast<std::uint32_t>(data.mLength);
     if (mReplaceSrcMacAddr) {
@@ -496,7 +529,8 @@ void PcapNgFileReader::SendUntilStopped() {
             Log(KEWARN, "unrecoverable error occurred, stop thread");
             return;
         }
-        KESTATUS st = SendFrames(mClock.Now());
+        const RawFrameTimePoint now = mClock.Now();
+        KESTATUS st = SendFrames(now);
         if (st != KESTATUS_SUCCESS) {
             mFailure.store(Failed("SendFrames failed, st={}, stop thread", st), std::memory_order_relaxed);
             mStats.errSendFramesFailed.Add();
@@ -514,6 +548,7 @@ void PcapNgFileReader::SendUntilStopped() {
             SetState(State::Error);
             return;
         }
+        mLostFrames.Update(now);
         mClock.Sleep(mBlockDelay);
     }
 }
@@ -534,14 +569,22 @@ std::uint64_t PcapNgFileReader::Statistics::TotalErrorsOccurred() const noexcept
 }
 
 void PcapNgFileReader::QuerryStatistics(Statistics& statistics) const noexcept {
-    statistics = {mStats.infFramesSent.Value(),           mStats.errInvalidFile.Value(),
-                  mStats.errReadFileFailed.Value(),       mStats.errSendFramesFailed.Value(),
-                  mStats.errInvalidSectionHeader.Value(), mStats.errUnsupportedVersion.Value(),
-                  mStats.errInvalidInterfaceDesc.Value(), mStats.errInvalidLinkType.Value(),
-                  mStats.errInvalidEnhPacket.Value(),     mStats.errPacketTruncated.Value(),
-                  mStats.errInvalidFrameLength.Value(),   mStats.errFrameBufferTooSmall.Value(),
-                  mStats.errInvalidOption.Value(),        mStats.errUnsupportedTimestampResolution.Value(),
-                  mStats.errInvalidTimestamp.Value()};
+    // By name, so that the compiler checks their order.
+    statistics = {.infFramesSent = mStats.infFramesSent.Value(),
+                  .errInvalidFile = mStats.errInvalidFile.Value(),
+                  .errReadFileFailed = mStats.errReadFileFailed.Value(),
+                  .errSendFramesFailed = mStats.errSendFramesFailed.Value(),
+                  .errInvalidSectionHeader = mStats.errInvalidSectionHeader.Value(),
+                  .errUnsupportedVersion = mStats.errUnsupportedVersion.Value(),
+                  .errInvalidInterfaceDesc = mStats.errInvalidInterfaceDesc.Value(),
+                  .errInvalidLinkType = mStats.errInvalidLinkType.Value(),
+                  .errInvalidEnhPacket = mStats.errInvalidEnhPacket.Value(),
+                  .errPacketTruncated = mStats.errPacketTruncated.Value(),
+                  .errInvalidFrameLength = mStats.errInvalidFrameLength.Value(),
+                  .errFrameBufferTooSmall = mStats.errFrameBufferTooSmall.Value(),
+                  .errInvalidOption = mStats.errInvalidOption.Value(),
+                  .errUnsupportedTimestampResolution = mStats.errUnsupportedTimestampResolution.Value(),
+                  .errInvalidTimestamp = mStats.errInvalidTimestamp.Value()};
 }
 
 void PcapNgFileReader::ResetStatistics() noexcept {

@@ -4,18 +4,21 @@
 // that goes back and failures to read or send end the replay.
 //
 // The device is not owned and outlives the reader. Starting and stopping are for one owner thread; state and
-// statistics for any. Messages go to the Global logger.
+// statistics for any. While the thread runs, it alone uses the device. Messages go to the Global logger, but
+// for that of a file that does not exist (Cons).
 #ifndef FLOWLANE_PCAPNGFILEREADER_H
 #define FLOWLANE_PCAPNGFILEREADER_H
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "KEBuffer.h"
 #include "KEOsWorkerThread.h"
 #include "KEStdPath.h"
 #include "KEUnicode.h"
+#include "LostFrameCounter.h"
 #include "PcapNgEnhPacketBlock.h"
 #include "PcapNgFile.h"
 #include "PcapNgInterfaceDescBlock.h"
@@ -63,6 +66,8 @@ public:
         std::uint64_t TotalErrorsOccurred() const noexcept;
     };
 
+    using StopCheck = std::function<bool()>;
+
     explicit PcapNgFileReader(PipelineClock& clock = PipelineClock::System()) noexcept;
     // Stops the reader.
     ~PcapNgFileReader();
@@ -73,6 +78,9 @@ public:
     // fileName: ".pcapng" is appended when it has no extension; for a set, "_" and a number of five digits
     // from startFileIndex on stand before the extension. frameCount frames of frameSize bytes are read ahead.
     // replaceSrcMacAddr: frames are sent with the device's own address. loopMode: again and again.
+    // isStopRequested: whether the user asks for the end meanwhile; asked now and then on this thread while a
+    // long file has brought no frame yet. Reading on is left to the thread when it answers true.
+    //   KESTATUS_ALREADY_DONE       the reader was not stopped since the last start; nothing changes
     //   KESTATUS_NOT_PRESENT        the first file does not exist
     //   KESTATUS_LENGTH_MISMATCH    the device's MAC address is not one
     //   KESTATUS_INVALID_PARAMETER  no frames, or more than 4 GiB of them
@@ -80,7 +88,8 @@ public:
     // Other failures are those of opening and of reading ahead. Nothing stays open or allocated after one.
     KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
                              QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
-                             bool replaceSrcMacAddr, bool readFileSet, bool loopMode);
+                             bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
+                             const StopCheck& isStopRequested = {});
     // Ends the replay; frames that are not due yet are not sent. Does nothing without a start.
     void StopFileReader();
 
@@ -94,12 +103,16 @@ public:
     // file's contents.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
+    // Frames that the device has not sent although they were submitted, since the start, as far as its
+    // library counts them; at most a second old while the thread runs.
+    std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
+
     void QuerryStatistics(Statistics& statistics) const noexcept;
     void ResetStatistics() noexcept;
 
     // The parts of the worker's loop, for the thread that runs the reader.
 
-    // Reads blocks while there are free frames.
+    // Reads blocks while there are free frames, but no more than what takes a moment.
     KESTATUS FillSendQueue();
     // Sends the frames that are due at now.
     KESTATUS SendFrames(RawFrameTimePoint now);
@@ -107,7 +120,8 @@ public:
 
 private:
     KESTATUS ReadDeviceAddress();
-    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
+    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize, const StopCheck& isStopRequested);
+    KESTATUS ReadAhead(const StopCheck& isStopRequested);
     kestrelon::KEStdPath CreateNextFilePath();
     KESTATUS OpenCurrentFile();
     KESTATUS OpenNextFile();
@@ -122,7 +136,7 @@ private:
     bool ReadTimestampFactor(const PcapNgInterfaceDescBlock& block);
     void ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet);
     bool AdvanceSendTime(std::uint64_t timestamp);
-    void QueueFrame(kestrelon::KEConstBufferReference data);
+    void QueueFrame(const PcapNgEnhPacketBlock& packet);
     void PatchRawFrameData(RawFrame& frame) const noexcept;
     KESTATUS SubmitFrame(const RawFrame& frame);
     void SendUntilStopped();
@@ -144,8 +158,9 @@ private:
     const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
     const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
     std::uint64_t mLastReadTimestamp = 0;
-    std::uint32_t mTimestampFactor = 0; // nanoseconds of a unit
+    std::uint32_t mTimestampFactor = 1; // nanoseconds of a unit
     QuaysideDevice* mDevice = nullptr;
+    LostFrameCounter mLostFrames;
     kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
     const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
     // Each is raised by the thread that runs the reader.
@@ -172,7 +187,7 @@ private:
     bool mLoopMode = false;
     bool mReadFileSet = false;
     bool mIsStarted = false;
-    bool mIsThreadRunning = false; // as the thread sees it
+    bool mIsThreadRunning = false; // a request to end is of this run
     bool mIsFrameQueued = false;   // since the start of this pass through the file or the set
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false}; // what AreAllFramesSent answers to other threads

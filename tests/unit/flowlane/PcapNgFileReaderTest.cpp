@@ -7,9 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
+#include "AllocationGate.h"
 #include "ByteList.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
@@ -298,6 +301,46 @@ INSTANTIATE_TEST_SUITE_P(
         CellRow{"PacketHugeLength",
                 PacketOf(FrameBytes(7), 0, 60, 0xFFFFFFFF),
                 {cSection, cInterface, cPacket},
+                &Statistics::errFrameBufferTooSmall,
+                {false, false, true},
+                false,
+                KEWARN,
+                "franme buffer too small, got 1522, req. 4294967295"},
+        CellRow{"PacketBeyondItsBlockOf1522",
+                PacketOf(FrameBytes(7), 0, 1522, 1522),
+                {cSection, cInterface, cPacket},
+                &Statistics::errInvalidEnhPacket,
+                {false, false, true},
+                false,
+                KEWARN,
+                "ignore packet with more data than its block"},
+        CellRow{"PacketBeyondItsBlockOf1523",
+                PacketOf(FrameBytes(7), 0, 1523, 1523),
+                {cSection, cInterface, cPacket},
+                &Statistics::errFrameBufferTooSmall,
+                {false, false, true},
+                false,
+                KEWARN,
+                "franme buffer too small, got 1522, req. 1523"},
+        CellRow{"PacketBeyondItsBlockTruncated",
+                PacketOf(FrameBytes(7), 0, 6000, 5000),
+                {cSection, cInterface, cPacket},
+                &Statistics::errPacketTruncated,
+                {false, false, true},
+                false,
+                KEWARN,
+                "ignore truncated packet"},
+        CellRow{"PacketBeyondItsBlockOf13",
+                PacketOf({}, 0, 13, 13),
+                {cSection, cInterface, cPacket},
+                &Statistics::errInvalidFrameLength,
+                {false, false, true},
+                false,
+                KEWARN,
+                "ignore frame with invalid length 13"},
+        CellRow{"PacketBeyondItsBlockWithoutAHeader",
+                PacketOf({}, 0, 60, 60),
+                {cSection, cInterface, cPacket},
                 &Statistics::errInvalidEnhPacket,
                 {false, false, true},
                 false,
@@ -512,11 +555,101 @@ TEST_F(PcapNgFileReaderTest, TimeThatGoesBackEndsTheReplay) {
     EXPECT_FALSE(mReader.AreAllFramesSent());
 }
 
-TEST_F(PcapNgFileReaderTest, AbsurdTimesDoNoHarm) {
-    Write("file.pcapng", Concat({Section(), Interface(), Packet(1, 0), Packet(2, 0xFFFFFFFFFFFFFFFF)}));
-    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
-    ASSERT_TRUE(WaitUntil([&] { return Stats().infFramesSent >= 1; }));
-    mReader.StopFileReader();
+// Of a packet after the first, which is sent: it is due at the end of all time.
+TEST_F(PcapNgFileReaderTest, TimesBeyondTheRangeAreNeverDue) {
+    // The first frame's, and what is left from there.
+    const auto first = static_cast<std::uint64_t>(
+        (VirtualClock::cStart + std::chrono::milliseconds(500)).time_since_epoch().count());
+    const std::uint64_t room = INT64_MAX - first;
+    struct Row {
+        unsigned char resolution;
+        std::uint64_t timestamp;
+    };
+    for (const Row& row : {Row{9, room - 50'000'000}, // the next pass begins 100 ms later
+                           Row{9, room}, Row{9, room + 1}, Row{9, std::uint64_t{1} << 63}, Row{9, UINT64_MAX},
+                           Row{6, room / 1000}, Row{6, room / 1000 + 1},
+                           Row{6, 9'300'000'000'000'000},  // negative as nanoseconds
+                           Row{6, UINT64_MAX / 1000 + 1},  // a few nanoseconds when it wraps
+                           Row{6, std::uint64_t{1} << 63}, // none at all
+                           Row{6, UINT64_MAX}}) {
+        SCOPED_TRACE(testing::Message() << +row.resolution << ", " << row.timestamp);
+        for (const bool isLoop : {false, true}) {
+            mLoopMode = isLoop;
+            VirtualClock clock;
+            PcapNgFileReader reader(clock);
+            Write("file.pcapng", Concat({Section(), Interface(Resolution(row.resolution)), Packet(1, 0),
+                                         Packet(2, row.timestamp), Packet(3, row.timestamp)}));
+            ASSERT_EQ(reader.StartFileReader((mFolder / "file.pcapng").c_str(), 1, mDevice, 10, 1522, false,
+                                             false, isLoop),
+                      KESTATUS_SUCCESS);
+            ASSERT_TRUE(WaitUntil([&] { return clock.Sleeps() > 1000; })); // 10 seconds
+            Statistics stats;
+            reader.QuerryStatistics(stats);
+            EXPECT_EQ(stats.infFramesSent, 1u);
+            EXPECT_EQ(stats.TotalErrorsOccurred(), 0u);
+            EXPECT_FALSE(reader.IsInErrorState());
+            reader.StopFileReader();
+        }
+    }
+}
+
+// --- Long files ----------------------------------------------------------------------------------
+
+// Many blocks that are skipped.
+ByteList OtherBlocks(std::size_t count) {
+    const ByteList block = Block(5, {});
+    ByteList all(count * block.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        std::copy(block.begin(), block.end(), all.begin() + static_cast<std::ptrdiff_t>(i * block.size()));
+    }
+    return all;
+}
+constexpr std::size_t cManyBlocks = 600'000; // takes more than one look for the end, and not too many
+
+TEST_F(PcapNgFileReaderTest, UserMayEndTheSearchForTheFirstFrame) {
+    Write("file.pcapng", Concat({Section(), Interface(), OtherBlocks(cManyBlocks), Packet(1)}));
+    unsigned asked = 0;
+    ASSERT_EQ(mReader.StartFileReader((mFolder / "file.pcapng").c_str(), 1, mDevice, 10, 1522, false, false,
+                                      false,
+                                      [&] {
+                                          ++asked;
+                                          return true;
+                                      }),
+              KESTATUS_SUCCESS);
+    EXPECT_EQ(asked, 1u);
+    WaitForEnd(); // the thread reads on
+    EXPECT_EQ(SentPackets(), (std::vector<unsigned>{1}));
+}
+
+TEST_F(PcapNgFileReaderTest, LongFileIsReplayedAndRefusedAsAShortOne) {
+    unsigned asked = 0;
+    const auto start = [&] {
+        return mReader.StartFileReader((mFolder / "file.pcapng").c_str(), 1, mDevice, 10, 1522, false, false,
+                                       false, [&] { return ++asked > 1000; });
+    };
+    Write("file.pcapng", Concat({Section(), Interface(), OtherBlocks(cManyBlocks)}));
+    EXPECT_EQ(start(), KESTATUS_INVALID_FILE);
+    EXPECT_EQ(mLog.Count(KEERROR, "file does not contain any valid frames"), 1u);
+    EXPECT_EQ(asked, 2u);
+    Write("file.pcapng", Concat({Section(), Interface(), OtherBlocks(cManyBlocks), Packet(1)}));
+    EXPECT_EQ(start(), KESTATUS_SUCCESS);
+    EXPECT_EQ(asked, 4u);
+    WaitForEnd();
+    EXPECT_EQ(SentPackets(), (std::vector<unsigned>{1}));
+    EXPECT_EQ(Stats().TotalErrorsOccurred(), 0u);
+}
+
+// Not as many passes as it takes to fill the pool.
+TEST_F(PcapNgFileReaderTest, StartOfALoopEndsWithTheFirstFrames) {
+    Write("file.pcapng", Concat({Section(), Interface(), Packet(1), OtherBlocks(cManyBlocks)}));
+    GatedClock clock(0); // holds the thread back
+    PcapNgFileReader reader(clock);
+    ASSERT_EQ(
+        reader.StartFileReader((mFolder / "file.pcapng").c_str(), 1, mDevice, 1000, 1522, false, false, true),
+        KESTATUS_SUCCESS);
+    EXPECT_EQ(mLog.Count(KEVERBOSE, "ReadPacket --> ExpSectionHeader"), 0u);
+    clock.mGate.Open();
+    reader.StopFileReader();
 }
 
 // --- Start and stop ------------------------------------------------------------------------------
@@ -578,6 +711,7 @@ TEST_F(PcapNgFileReaderTest, FailedStartLeavesNothingBehind) {
     mFrameCount = 10;
     EXPECT_EQ(Start(), KESTATUS_SUCCESS);
     EXPECT_EQ(Start(), KESTATUS_ALREADY_DONE);
+    EXPECT_EQ(mLog.Count(KEERROR, "already started"), 1u);
     WaitForEnd();
     EXPECT_EQ(mLog.CountContaining(KEFATAL, ""), 0u); // no frame is missing from the pool
 }
@@ -666,6 +800,76 @@ TEST_F(PcapNgFileReaderTest, SourceAddressIsReplaced) {
     FakeFrame second(14, 8);
     std::copy_n(expected.begin() + 6, 6, second.begin() + 6);
     EXPECT_THAT(mFake.SubmittedFrames(), ElementsAre(expected, second));
+}
+
+// --- Statistics ----------------------------------------------------------------------------------
+
+TEST_F(PcapNgFileReaderTest, StatisticsAreReset) {
+    Replay(Concat({Section(2), Section(1, 0, 0), Section(), Interface({}, 2), Interface(Resolution(3)),
+                   Block(1, {}), Interface({9, 0, 2, 0, 9, 0, 0, 0}), Block(6, {}),
+                   PacketOf(FrameBytes(7), 0, 61, 60), PacketOf(FrameBytes(7, 13), 0, 13, 13),
+                   PacketOf(FrameBytes(7, 1523), 0, 1523, 1523), Packet(1, 100), Packet(2, 99)}));
+    const auto values = [&] {
+        std::vector<std::uint64_t> counters(sizeof(Statistics) / sizeof(std::uint64_t));
+        const Statistics stats = Stats();
+        std::memcpy(counters.data(), &stats, sizeof stats);
+        return counters;
+    };
+    // Nothing sent, and no failures to read or send; one of each of the others.
+    EXPECT_THAT(values(), ElementsAre(0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1));
+    mReader.ResetStatistics();
+    EXPECT_THAT(values(), testing::Each(0));
+}
+
+TEST_F(PcapNgFileReaderTest, AllIsReadBeforeAllIsSent) {
+    mClock.AllowSleeps(0);
+    Write("file.pcapng", Concat({Section(), Interface(), Packet(1)}));
+    EXPECT_FALSE(mReader.AreAllFilesRead());
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    EXPECT_TRUE(mReader.AreAllFilesRead());
+    EXPECT_FALSE(mReader.AreAllFramesSent());
+    mClock.AllowSleeps(100);
+    WaitForEnd();
+    EXPECT_TRUE(mReader.AreAllFilesRead());
+    EXPECT_TRUE(mReader.AreAllFramesSent());
+    mFrameCount = 1;
+    Write("file.pcapng", Concat({Section(), Interface(), Packet(1), Packet(2)}));
+    mClock.AllowSleeps(0);
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    EXPECT_FALSE(mReader.AreAllFilesRead());
+}
+
+// --- Frames that the device has lost -------------------------------------------------------------
+
+TEST_F(PcapNgFileReaderTest, LostFramesAreAskedForOnceASecond) {
+    mClock.AllowSleeps(0);
+    mFake.SetLostFrames(1000); // of others, before
+    Write("file.pcapng", Concat({Section(), Interface(), Packet(1, 0), Packet(2, 3'000'000)}));
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mReader.LostFrames(), 0u);
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 2u); // the first is for the address
+    mFake.SetLostFrames(1003);
+    mClock.AllowSleeps(150);
+    ASSERT_TRUE(WaitUntil([&] { return mClock.Sleeps() == 150; }));
+    ASSERT_TRUE(WaitUntil([&] { return mReader.LostFrames() == 3; }));
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 3u);
+    mClock.AllowSleeps(1000);
+    ASSERT_TRUE(WaitUntil([&] { return mReader.AreAllFramesSent(); })); // after 3.5 seconds
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 5u);
+    mFake.SetLostFrames(1010);
+    EXPECT_EQ(mReader.LostFrames(), 3u);
+    mReader.StopFileReader();
+    EXPECT_EQ(mReader.LostFrames(), 10u); // the last ones too
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 6u);
+    // Another start counts anew.
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mReader.LostFrames(), 0u);
+}
+
+TEST_F(PcapNgFileReaderTest, LibraryThatDoesNotCountLostFramesIsAskedOnce) {
+    Replay(Concat({Section(), Interface(), Packet(1, 0), Packet(2, 3'000'000)}));
+    EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 2u); // the first is for the address
+    EXPECT_EQ(mReader.LostFrames(), 0u);
 }
 
 // --- The device ----------------------------------------------------------------------------------

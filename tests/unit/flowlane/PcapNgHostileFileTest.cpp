@@ -1,5 +1,5 @@
-// Files that were cut anywhere, and files whose length fields say anything: the replay always ends, sends
-// only whole packets of the file in their order, and takes no memory that the file does not have.
+// Files that were cut anywhere, and files whose length fields say anything: the replay always ends, and
+// sends only whole packets of the file in their order.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
