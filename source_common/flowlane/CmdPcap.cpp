@@ -108,7 +108,9 @@ void Capture::WriteReceivedFramesToFile() {
             PrintFrameCounts(stats);
             mLastStatistics = KEPosixGetTickCount();
             if (mStopRequest.IsRequested()) {
-                TakeReceivedFrames(); // what had come before
+                if (!hasFailed) {
+                    TakeReceivedFrames(); // what had come before
+                }
                 return;
             }
         }
@@ -177,6 +179,9 @@ KESTATUS Capture::TakeFrame() {
 } // namespace
 
 KESTATUS CmdPcap() {
+    // Before all else and until the device is closed, so that a signal cuts neither the start nor the end
+    // short.
+    StopRequest stopRequest;
     KESTATUS st = CheckArguments();
     if (st != KESTATUS_SUCCESS) {
         return st;
@@ -197,7 +202,6 @@ KESTATUS CmdPcap() {
         return LogFailedStep("StartFileWriter failed, st={}.", st);
     }
 
-    StopRequest stopRequest; // until all is written, so that a late signal does not cut that short
     Capture capture(device, writer, stopRequest, frameSize);
     KEOutputLogMessage(logger::Cons, KEINFO, "Enable receiving of raw frames...");
     st = device.EnableRawRx();

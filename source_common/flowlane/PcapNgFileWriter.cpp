@@ -8,6 +8,7 @@
 
 #include "KEByteOrder.h"
 #include "KELogging.h"
+#include "KEStdFileStream.h"
 #include "LogCons.h"
 #include "RawReceiveHeader.h"
 
@@ -17,8 +18,6 @@ using namespace kestrelon;
 
 namespace {
 
-constexpr std::uint16_t cLinkTypeEthernet = 1;
-constexpr std::uint8_t cResolutionNanoseconds = 9; // 10 to the power of -9 seconds
 constexpr std::uint64_t cNanosecondsPerSecond = 1'000'000'000;
 constexpr unsigned cMacAddressSize = 6;
 constexpr KETimeoutInterval cWithoutLimit = -1;
@@ -56,6 +55,7 @@ KESTATUS PcapNgFileWriter::StartFileWriter(const T_UNICHAR* fileName, QuaysideDe
                                            unsigned frameCount, unsigned frameSize,
                                            std::uint64_t maxFileSize) {
     if (mIsStarted) {
+        Log(KEERROR, "already started");
         return KESTATUS_ALREADY_DONE;
     }
     KESTATUS st = KESTATUS_NO_MEMORY;
@@ -70,6 +70,7 @@ KESTATUS PcapNgFileWriter::StartFileWriter(const T_UNICHAR* fileName, QuaysideDe
         mSequenceNumber = 0;
         mSequenceNumberValid = false;
         ResetStatistics();
+        PreparePacketBlock();
         mFileBaseName = fileName;
         mMaxFileSize = maxFileSize;
         mFileNumber = 0;
@@ -87,7 +88,7 @@ KESTATUS PcapNgFileWriter::StartFileWriter(const T_UNICHAR* fileName, QuaysideDe
 }
 
 KESTATUS PcapNgFileWriter::InitInterfaceDescription(QuaysideDevice& device) {
-    mIfDescriptionBlock.InitInterfaceDescBlock(cLinkTypeEthernet, 0);
+    mIfDescriptionBlock.InitInterfaceDescBlock(pcapng::cLinkTypeEthernet, 0);
     AddStringOption(device, QBX_PROPERTY_FRIENDLY_NAME, pcapng::cOptionInterfaceName,
                     "GetDevicePropertyString(friendly name) failed, st={}",
                     "CreateStringOption(device name) failed, st={}");
@@ -97,7 +98,7 @@ KESTATUS PcapNgFileWriter::InitInterfaceDescription(QuaysideDevice& device) {
     AddMacAddressOption(device);
     PcapNgOption resolution;
     const KESTATUS st = resolution.CreateNumericOption<std::uint8_t>(pcapng::cOptionTimestampResolution,
-                                                                     cResolutionNanoseconds);
+                                                                     pcapng::cResolutionNanoseconds);
     if (st != KESTATUS_SUCCESS) {
         return Failed("CreateNumericOption(timestamp) failed, st={}", st);
     }
@@ -146,8 +147,7 @@ void PcapNgFileWriter::AddMacAddressOption(QuaysideDevice& device) {
 }
 
 KESTATUS PcapNgFileWriter::OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize) {
-    const std::string path = CreateNextFileName();
-    KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
+    KESTATUS st = OpenFile(CreateNextFileName());
     if (st != KESTATUS_SUCCESS) {
         return Failed("OpenForWrite failed, st={}", st);
     }
@@ -206,12 +206,29 @@ std::string PcapNgFileWriter::CreateNextFileName() {
 KESTATUS PcapNgFileWriter::OpenNextFile() {
     CloseFile();
     const std::string path = CreateNextFileName();
-    const KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
+    const KESTATUS st = OpenFile(path);
     if (st != KESTATUS_SUCCESS) {
         Log(KEERROR, "OpenForWrite(file='{}') failed, st={}", path, KEFormatArgKEStatus(st));
-        mFile.CloseFile(); // it holds no packets
     }
     return st;
+}
+
+// A file that did not get its headers is removed: nothing can read it, and a set would not end before it.
+KESTATUS PcapNgFileWriter::OpenFile(const std::string& path) {
+    const KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
+    if (st != KESTATUS_SUCCESS && mFile.IsOpen()) {
+        mFile.CloseFile();
+        KEStdFileRemove(path.c_str());
+    }
+    return st;
+}
+
+// Makes room for the option of a packet behind a gap, so that none is needed when there is a gap.
+void PcapNgFileWriter::PreparePacketBlock() {
+    mPacketBlock.RemoveAllOptions();
+    static_cast<void>(mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, 0));
+    mPacketBlock.AddOption(std::move(mDropCount));
+    mDropCount = mPacketBlock.TakeLastOption();
 }
 
 // --- The receive loop's side ---------------------------------------------------------------------
@@ -272,10 +289,15 @@ KESTATUS PcapNgFileWriter::ThreadStatus() const noexcept {
 }
 
 void PcapNgFileWriter::QuerryStatistics(Statistics& statistics) const noexcept {
-    statistics = {mStats.infFramesWritten.Value(),   mStats.infIgnoredFrames.Value(),
-                  mStats.errMissingFrames.Value(),   mStats.errPoolUnderflow.Value(),
-                  mStats.errWriteFileFailed.Value(), mStats.errInvalidFrameSize.Value(),
-                  mStats.errInitPacketBlock.Value(), mStats.errInvalidTimestamp.Value()};
+    // By name, so that the compiler checks their order.
+    statistics = {.infFramesWritten = mStats.infFramesWritten.Value(),
+                  .infIgnoredFrames = mStats.infIgnoredFrames.Value(),
+                  .errMissingFrames = mStats.errMissingFrames.Value(),
+                  .errPoolUnderflow = mStats.errPoolUnderflow.Value(),
+                  .errWriteFileFailed = mStats.errWriteFileFailed.Value(),
+                  .errInvalidFrameSize = mStats.errInvalidFrameSize.Value(),
+                  .errInitPacketBlock = mStats.errInitPacketBlock.Value(),
+                  .errInvalidTimestamp = mStats.errInvalidTimestamp.Value()};
 }
 
 void PcapNgFileWriter::ResetStatistics() noexcept {
@@ -392,14 +414,15 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
         mStats.errInitPacketBlock.Add();
         return KESTATUS_SUCCESS;
     }
-    mPacketBlock.RemoveAllOptions();
+    if (PcapNgOption last = mPacketBlock.TakeLastOption(); last.IsValid()) {
+        mDropCount = std::move(last);
+    }
     if (mFramesNotWritten != 0) {
-        PcapNgOption dropCount;
-        st = dropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, mFramesNotWritten);
+        st = mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, mFramesNotWritten);
         if (st != KESTATUS_SUCCESS) {
             Failed("CreateNumericOption(drop count) failed, st={}", st);
         } else {
-            mPacketBlock.AddOption(std::move(dropCount));
+            mPacketBlock.AddOption(std::move(mDropCount));
         }
     }
     st = mFile.WriteBlock(mPacketBlock);

@@ -8,7 +8,7 @@
 // without a frame, else set size and type, and WriteRawFrame.
 //
 // Starting and stopping are for one owner thread, the calls above for one receiving thread, the statistics
-// for any. Messages go to the Global logger.
+// for any. Messages go to the Global logger, but for that of an invalid time (Cons).
 #ifndef FLOWLANE_PCAPNGFILEWRITER_H
 #define FLOWLANE_PCAPNGFILEWRITER_H
 
@@ -99,7 +99,9 @@ private:
     void AddMacAddressOption(QuaysideDevice& device);
     KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
     KESTATUS OpenNextFile();
+    KESTATUS OpenFile(const std::string& path);
     std::string CreateNextFileName();
+    void PreparePacketBlock();
     void CloseFile();
     KESTATUS WriteUntilStopped();
     KESTATUS WriteAllFramesToFile();
@@ -123,6 +125,7 @@ private:
     bool mSequenceNumberValid = false;
     bool mIsStarted = false;
     PcapNgEnhPacketBlock mPacketBlock;
+    PcapNgOption mDropCount; // while it is not the packet block's
     // Each is raised by one thread.
     struct {
         RelaxedCounter infFramesWritten;

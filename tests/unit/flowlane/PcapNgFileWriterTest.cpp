@@ -224,8 +224,12 @@ TEST_F(PcapNgFileWriterTest, PoolThatCannotBeMade) {
 
 TEST_F(PcapNgFileWriterTest, StartedOnce) {
     ASSERT_EQ(Start(), KESTATUS_SUCCESS);
-    EXPECT_EQ(Start(), KESTATUS_ALREADY_DONE);
+    EXPECT_EQ(Start(1), KESTATUS_ALREADY_DONE); // nothing changes
+    EXPECT_EQ(mLog.Count(KEERROR, "already started"), 1u);
+    ASSERT_TRUE(Take(Received(1)));
     mWriter.StopFileWriter();
+    EXPECT_THAT(FilesOnDisk(), ElementsAre("capture.pcapng"));
+    EXPECT_EQ(ReadFile(mBase + ".pcapng").packets.size(), 1u);
     mWriter.StopFileWriter();
     EXPECT_EQ(Start(), KESTATUS_SUCCESS);
 }
@@ -524,22 +528,112 @@ TEST_F(PcapNgFileWriterTest, NextFileThatCannotBeOpenedEndsTheWriter) {
     EXPECT_EQ(ReadFile(NameOf(1)).packets.size(), 1u);
 }
 
+// The next file is a pipe, and opening it takes until somebody reads from it: the frames wait meanwhile.
+TEST_F(PcapNgFileWriterTest, FramesLeftByAWriterThatHasEndedAreCounted) {
+    ASSERT_EQ(Start(1), KESTATUS_SUCCESS);
+    ASSERT_EQ(mkfifo(NameOf(2).c_str(), 0600), 0);
+    ASSERT_EQ(mkdir(NameOf(3).c_str(), 0700), 0);
+    for (std::uint32_t number = 0; number < 5; ++number) {
+        ASSERT_TRUE(Take(Received(number)));
+    }
+    const int reader = open(NameOf(2).c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_NE(reader, -1);
+    for (int i = 0; i < 60000 && mWriter.ThreadStatus() == KESTATUS_SUCCESS; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(mWriter.ThreadStatus(), 0xE0010015);
+    mWriter.StopFileWriter();
+    close(reader);
+    EXPECT_EQ(Statistics().infFramesWritten, 2u);
+    EXPECT_EQ(Statistics().errWriteFileFailed, 3u);
+    EXPECT_EQ(mLog.CountContaining(KEFATAL, "outstanding"), 0u); // they are back in the pool
+    EXPECT_EQ(Start(), KESTATUS_SUCCESS);
+}
+
+TEST_F(PcapNgFileWriterTest, StatisticsAreReset) {
+    const LogCapture console(logger::Cons);
+    ASSERT_EQ(Start(0, 2), KESTATUS_SUCCESS);
+    Bytes received = Received(1);
+    KEStoreNative<std::uint64_t>(received.data(), 0xFFFFFFFFFFFFFFFF);
+    ASSERT_TRUE(Take(received));
+    WaitUntilWritten(1);
+    ASSERT_TRUE(Take(Received(2), QBXRawFrameType_Idle));
+    ASSERT_TRUE(Take(Received(4), QBXRawFrameType_Idle));
+    ASSERT_TRUE(Take(Bytes(3, 0)));
+    mWriter.PoolUnderflowOccurred();
+    const auto values = [&] {
+        std::vector<std::uint64_t> counters(sizeof(PcapNgFileWriter::Statistics) / sizeof(std::uint64_t));
+        const PcapNgFileWriter::Statistics stats = Statistics();
+        std::memcpy(counters.data(), &stats, sizeof stats);
+        return counters;
+    };
+    // Nothing that was not written and no block that could not be built.
+    EXPECT_THAT(values(), ElementsAre(1, 2, 1, 1, 0, 1, 0, 1));
+    mWriter.ResetStatistics();
+    EXPECT_THAT(values(), testing::Each(0));
+}
+
 // --- A full disk ---------------------------------------------------------------------------------
 
-TEST_F(PcapNgFileWriterTest, FullDiskLosesNothingUncounted) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    ASSERT_EQ(Start(0, 3000), KESTATUS_SUCCESS);
-    rlimit limit = old;
-    limit.rlim_cur = 50'000;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    for (std::uint32_t number = 0; number < 2000; ++number) {
-        ASSERT_TRUE(Take(Received(number, 64)));
+// No file grows beyond so many bytes while it lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t size) {
+        mOldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &mOld), 0);
+        rlimit limit = mOld;
+        limit.rlim_cur = size;
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &mOld);
+        std::signal(SIGXFSZ, mOldHandler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit mOld{};
+    void (*mOldHandler)(int);
+};
+
+TEST_F(PcapNgFileWriterTest, FileWithoutItsHeadersIsRemoved) {
+    {
+        const FileSizeLimit limit(50); // the headers take 112 bytes
+        EXPECT_EQ(Start(), KESTATUS_WRITE_FILE_FAILED);
+    }
+    EXPECT_THAT(FilesOnDisk(), IsEmpty());
+    ASSERT_EQ(Start(1), KESTATUS_SUCCESS);
+    {
+        const FileSizeLimit limit(50);
+        ASSERT_TRUE(Take(Received(0)));
+        for (int i = 0; i < 60000 && mWriter.ThreadStatus() == KESTATUS_SUCCESS; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    EXPECT_EQ(mWriter.ThreadStatus(), KESTATUS_WRITE_FILE_FAILED);
     mWriter.StopFileWriter();
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
-    std::signal(SIGXFSZ, SIG_DFL);
+    EXPECT_THAT(FilesOnDisk(), ElementsAre("capture_00001.pcapng"));
+    EXPECT_EQ(Statistics().errWriteFileFailed, 1u);
+    EXPECT_THAT(ReadFile(NameOf(1)).packets, IsEmpty());
+}
+
+// What is in the way of a file is not.
+TEST_F(PcapNgFileWriterTest, FolderInThePlaceOfAFileStays) {
+    ASSERT_EQ(mkdir((mBase + ".pcapng").c_str(), 0700), 0);
+    EXPECT_EQ(Start(), 0xE0010015);
+    EXPECT_THAT(FilesOnDisk(), ElementsAre("capture.pcapng"));
+}
+
+TEST_F(PcapNgFileWriterTest, FullDiskLosesNothingUncounted) {
+    ASSERT_EQ(Start(0, 3000), KESTATUS_SUCCESS);
+    {
+        const FileSizeLimit limit(50'000);
+        for (std::uint32_t number = 0; number < 2000; ++number) {
+            ASSERT_TRUE(Take(Received(number, 64)));
+        }
+        mWriter.StopFileWriter();
+    }
     const FileContents contents = ReadFile(mBase + ".pcapng"); // valid to its end
     EXPECT_EQ(contents.packets.size(), (50'000u - 112) / 100);
     EXPECT_EQ(Statistics().infFramesWritten, contents.packets.size());
@@ -549,22 +643,18 @@ TEST_F(PcapNgFileWriterTest, FullDiskLosesNothingUncounted) {
 }
 
 TEST_F(PcapNgFileWriterTest, DiskThatWasFullForAWhile) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
     ASSERT_EQ(Start(0, 3000), KESTATUS_SUCCESS);
-    rlimit limit = old;
-    limit.rlim_cur = 1000;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     std::uint32_t number = 0;
-    for (; number < 100; ++number) {
-        ASSERT_TRUE(Take(Received(number, 64)));
+    {
+        const FileSizeLimit limit(1000);
+        for (; number < 100; ++number) {
+            ASSERT_TRUE(Take(Received(number, 64)));
+        }
+        for (int i = 0; i < 60000 && Statistics().infFramesWritten + Statistics().errWriteFileFailed < 100;
+             ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
-    for (int i = 0; i < 60000 && Statistics().infFramesWritten + Statistics().errWriteFileFailed < 100; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
-    std::signal(SIGXFSZ, SIG_DFL);
     for (; number < 200; ++number) {
         ASSERT_TRUE(Take(Received(number, 64)));
     }
