@@ -8,13 +8,31 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <fstream>
+#include <optional>
 #include <utility>
 
 #include "ByteList.h"
 #include "LogExpect.h"
 #include "PcapNgEnhPacketBlock.h"
 #include "TemporaryFolder.h"
+
+// The executable is linked so that fread comes here first.
+extern "C" std::size_t __real_fread(void* data, std::size_t size, std::size_t count, std::FILE* file);
+extern "C" std::size_t __wrap_fread(void* data, std::size_t size, std::size_t count, std::FILE* file);
+
+namespace {
+
+// How many bytes the next reading gets before the device fails; none: it does not fail.
+std::optional<std::size_t> sReadFailure;
+
+} // namespace
+
+std::size_t __wrap_fread(void* data, std::size_t size, std::size_t count, std::FILE* file) {
+    const std::optional<std::size_t> failure = std::exchange(sReadFailure, std::nullopt);
+    return __real_fread(data, size, failure ? *failure / size : count, file);
+}
 
 namespace {
 
@@ -423,6 +441,20 @@ TEST_F(PcapNgFileTest, FileThatCannotBeRead) {
     EXPECT_EQ(mFile.OpenForRead(mPath.c_str()), 0xE001001D);
     EXPECT_EQ(mLog.CountContaining(KEERROR, "SeekToEnd failed, st=0xe001001d(KESTATUS_LINUX_ESPIPE)"), 1u);
     close(writer);
+}
+
+TEST_F(PcapNgFileTest, FailureToRead) {
+    PutOnDisk(HeaderBlocks());
+    for (const std::size_t length : {0u, 7u}) {
+        mLog.Clear();
+        ASSERT_EQ(mFile.OpenForRead(mPath.c_str()), KESTATUS_SUCCESS);
+        sReadFailure = length;
+        EXPECT_EQ(mFile.ReadNextBlock(mBlock), KESTATUS_INVALID_FILE);
+        EXPECT_EQ(mBlock.mDataLength, 0u);
+        EXPECT_THAT(mLog.Messages(), ElementsAre(IsMessageOf(KEERROR, "ReadNextBlock",
+                                                             "read incomplete header with " +
+                                                                 std::to_string(length) + " bytes")));
+    }
 }
 
 TEST_F(PcapNgFileTest, FolderInsteadOfAFile) {

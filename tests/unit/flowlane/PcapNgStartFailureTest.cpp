@@ -1,0 +1,95 @@
+// Starts of the writer and the reader for which the system has no thread or event.
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "ByteList.h"
+#include "FakeDevice.h"
+#include "LogCapture.h"
+#include "PcapNgFileReader.h"
+#include "PcapNgFileWriter.h"
+#include "SystemCallFaults.h"
+#include "TemporaryFolder.h"
+
+using namespace flowlane;
+using namespace kestrelon;
+using namespace testsupport;
+
+namespace {
+
+constexpr KESTATUS cTryAgain = 0xE001000B; // EAGAIN
+constexpr KESTATUS cNoMemory = 0xE001000C; // ENOMEM
+
+class PcapNgStartFailureTest : public testing::Test {
+protected:
+    PcapNgStartFailureTest() {
+        mFake.Reset();
+        unsigned count = 0;
+        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
+    }
+
+    // Fails with the status and the line, and leaves the writer so that it can be started.
+    void ExpectWriterFailure(const char* call, int error, KESTATUS status, const char* line) {
+        ASSERT_EQ(mDevice.OpenRawRxDevice(mEnumerator, 0, 0, QBXRawHeaderType_2, 0), KESTATUS_SUCCESS);
+        PcapNgFileWriter writer;
+        const auto start = [&] {
+            return writer.StartFileWriter((mFolder / "file").c_str(), mDevice, 10, 1538, 0);
+        };
+        {
+            const SystemCallFault fault(call, error);
+            EXPECT_EQ(start(), status);
+            EXPECT_TRUE(fault.IsDelivered());
+        }
+        EXPECT_EQ(mLog.Count(KEERROR, line), 1u);
+        EXPECT_EQ(writer.GetRawFrame(), nullptr); // the pool is gone
+        mLog.Clear();
+        EXPECT_EQ(start(), KESTATUS_SUCCESS);
+        EXPECT_NE(writer.GetRawFrame(), nullptr);
+        EXPECT_EQ(mLog.CountContaining(KEERROR, ""), 0u);
+    }
+
+    FakeDevice& mFake = FakeDevice::Instance();
+    QuaysideEnumerator mEnumerator;
+    QuaysideDevice mDevice;
+    const TemporaryFolder mFolder;
+    LogCapture mLog;
+};
+
+TEST_F(PcapNgStartFailureTest, WriterWithoutAnEvent) {
+    ExpectWriterFailure("pthread_cond_init", ENOMEM, cNoMemory,
+                        "InitQueue failed, st=0xe001000c(KESTATUS_LINUX_ENOMEM)");
+}
+
+TEST_F(PcapNgStartFailureTest, WriterWithoutAThread) {
+    ExpectWriterFailure("pthread_create", EAGAIN, cTryAgain,
+                        "CreateThread failed, st=0xe001000b(KESTATUS_LINUX_EAGAIN)");
+}
+
+TEST_F(PcapNgStartFailureTest, ReaderWithoutAThread) {
+    ASSERT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    const ByteList bytes =
+        Concat({Block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0})})),
+                Block(1, Concat({LE16(1), LE16(0), LE32(0)})),
+                Block(6, Concat({LE32(0), LE64(0), LE32(60), LE32(60), ByteList(60, 7)}))});
+    std::ofstream(mFolder / "file.pcapng", std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    PcapNgFileReader reader;
+    const auto start = [&] {
+        return reader.StartFileReader((mFolder / "file").c_str(), 1, mDevice, 10, 1522, false, false, false);
+    };
+    {
+        const SystemCallFault fault("pthread_create", EAGAIN);
+        EXPECT_EQ(start(), cTryAgain);
+        EXPECT_TRUE(fault.IsDelivered());
+    }
+    EXPECT_EQ(mLog.Count(KEERROR, "CreateThread failed, st=0xe001000b(KESTATUS_LINUX_EAGAIN)"), 1u);
+    mLog.Clear();
+    EXPECT_EQ(start(), KESTATUS_SUCCESS);
+    reader.StopFileReader();
+    EXPECT_EQ(mLog.CountContaining(KEFATAL, ""), 0u); // no frame was left out of the pool
+    EXPECT_EQ(mLog.CountContaining(KEERROR, ""), 0u);
+}
+
+} // namespace
