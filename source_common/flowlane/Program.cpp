@@ -87,6 +87,8 @@ int RunProgram(int argc, const char* const* argv) {
     OccupyStandardDescriptors();
     // A console whose reader has gone must not end a recording.
     std::signal(SIGPIPE, SIG_IGN);
+    // Nor a limit of the file size, which is a failed write like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return Run(argc, argv);
     } catch (const std::bad_alloc&) {

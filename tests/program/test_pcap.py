@@ -15,8 +15,8 @@ import pytest
 
 import capture
 from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
-from lanes import (FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, ON_INTERFACES, PRODUCT, TIMEOUT, Running,
-                   exit_status, run, run_with_fake_device, wait_for)
+from lanes import (FAKE_DEVICE_DIR, FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, ON_INTERFACES, PRODUCT, TIMEOUT,
+                   Running, exit_status, run, run_with_fake_device, sanitized_environment, wait_for)
 from namespaces import private_mounts
 from tools import tool
 
@@ -50,14 +50,22 @@ def test_refused_arguments(args, lines):
     ("EnableRawRx=0xE0000030", [], 0xE0000030),  # told to the log alone
     ("DisableRawRx=0xE0000030,WaitForRawFrame=0xE0000031",
      ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0xE0000030),
-    # Failures within the loop end it in good order.
+    # Failures within the loop end it in good order, and nothing is asked of the device again, though a key is
+    # waiting when the statistics are printed.
     ("WaitForRawFrame=0xE0000031", ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
     ("WaitForRawFrame=0,GetReceivedRawFrame=0xE0000031",
      ["GetReceivedRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
       "WriteReceivedFramesToFile failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
+    ("WaitForRawFrame_ms=1100,WaitForRawFrame=0xE0000031,GetReceivedRawFrame=0xE0000032",
+     ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
 ])
 def test_device_failures(tmp_path, script, lines, status):
-    result = run_with_fake_device("pcap", tmp_path / "file", script=script)
+    key = tmp_path / "key"
+    key.write_text("x")
+    with key.open() as stdin:
+        result = run_with_fake_device("pcap", tmp_path / "file", script=script, stdin=stdin)
+    if not script.startswith(("OpenRaw", "Disable", "Enable")):
+        assert result.stderr.splitlines() == lines
     assert result.stderr.splitlines()[-len(lines) or None:] == lines
     assert result.returncode == exit_status(status)
     assert (tmp_path / "file.pcapng").exists() == ("OpenRaw" not in script)
@@ -166,7 +174,7 @@ def joined(tmp_path, paths):
     return capture.frames(converted)
 
 
-@pytest.mark.parametrize("options, suffix", [([], ""), (["-maxkb", "1000"], "_?????"), (["-maxmb", "5"], "_?????")])
+@pytest.mark.parametrize("options, suffix", [([], ""), (["-maxkb", "1000"], "_?????"), (["-maxkb", "0", "-maxmb", "5"], "_?????")])
 def test_frames_are_those_that_were_sent(segment, tmp_path, options, suffix):
     reference = tmp_path / "reference.pcap"
     with segment.receiver(reference, name=LANE_3), Capturing(segment, tmp_path / "file", *options) as program:
@@ -182,7 +190,7 @@ def test_frames_are_those_that_were_sent(segment, tmp_path, options, suffix):
         assert captured == expected
     assert sum(packet_count(path) for path in paths) == 20000
     if options:
-        limit = int(options[1]) * (1000 if options[0] == "-maxkb" else 1000000)
+        limit = int(options[-1]) * (1000 if options[-2] == "-maxkb" else 1000000)
         assert [path.name for path in paths] == [f"file_{i + 1:05}.pcapng" for i in range(len(paths))]
         assert len(paths) > 2
         for path in paths[:-1]:
@@ -226,15 +234,32 @@ def test_small_pool_adds_up(segment, tmp_path):
         time.sleep(0.5)
     written, dropped = program.summary()
     assert written + dropped == 100000
-    assert program.details[1] == dropped  # all for want of a frame
+    assert program.details[1] == dropped > 0  # all for want of a frame
     assert packet_count(tmp_path / "file.pcapng") == written
 
 
+def test_no_pool_drops_all(segment, tmp_path):
+    with Capturing(segment, tmp_path / "file", "-fbs", "0") as program:
+        send(segment, 1000, "-l", "100")
+        wait_for(lambda: program.read_until("successfully written").endswith(", 1000 frames dropped"), "frames")
+    assert program.summary() == (0, 1000)
+    assert program.details == [0, 1000, 0, 0, 0]
+    assert packet_count(tmp_path / "file.pcapng") == 0
+
+
 def limit_file_size(size):
-    def limit():
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
-    return limit
+    """As ulimit -f does, in a child process: a signal tells of writes beyond it."""
+    return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+
+
+def test_file_that_cannot_get_its_headers_is_not_left_behind(tmp_path):
+    result = subprocess.run([FLOWLANE, "pcap", tmp_path / "file", "-maxkb", "1"], stdin=subprocess.DEVNULL,
+                            capture_output=True, text=True, timeout=TIMEOUT, check=False,
+                            preexec_fn=limit_file_size(20),
+                            env=sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="devices=1"))
+    assert result.stderr == "StartFileWriter failed, st=0xe0000092(KESTATUS_WRITE_FILE_FAILED).\n"
+    assert result.returncode == exit_status(0xE0000092)
+    assert not list(tmp_path.glob("file*"))
 
 
 @pytest.mark.parametrize("size", [100000, 123457])
@@ -313,11 +338,13 @@ def test_stops_at_full_speed_with_all_that_was_received(segment, tmp_path, kind)
         child.delaybeforesend = None
         child.expect_exact(RUNNING)
         child.expect("successfully written")
+        begin = time.monotonic()
         if kind == "key":
             child.send("x")
         else:
             child.kill(getattr(signal, kind))
         child.expect_exact("Stop PCAPNG file writer...")
+        assert time.monotonic() - begin < 20  # a second or two, and what others take of the machine
         rest = child.read()
         child.close()
     finally:
@@ -327,6 +354,18 @@ def test_stops_at_full_speed_with_all_that_was_received(segment, tmp_path, kind)
     written, _ = (int(number) for number in re.search(COUNTS, rest).groups())
     assert written > 0
     assert packet_count(tmp_path / "file.pcapng") == written
+
+
+def test_late_signal_does_not_cut_the_end_short(tmp_path):
+    env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="WaitForRawFrame_ms=100,CloseDevice_ms=1500")
+    with Running(env, "pcap", tmp_path / "file", stdin=subprocess.PIPE) as program:
+        program.process.stdin.write("x")
+        program.process.stdin.flush()
+        program.read_until("Stop PCAPNG file writer...")
+        program.read_until("successfully written")
+        time.sleep(0.3)
+        program.process.terminate()  # while the device is being closed
+        assert program.process.wait(timeout=TIMEOUT) == 0
 
 
 def test_what_came_before_the_key_is_in_the_file(segment, tmp_path):

@@ -6,8 +6,8 @@
 // takes so long), "any_property=1" (every binary property is there, in the size that was asked for),
 // "overlaps=1" (calls that overlap on a handle are told on standard error; DisableRawRx may overlap with
 // others), "holds=1" (frames leave with SendRawFrames, and those that are left when the device is closed are
-// lost). Frames that are sent are appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in
-// native order.
+// lost), "lost_frames=N" (QBX_PROPERTY_LOST_FRAMES is 1000 at first and N more each time). Frames that are
+// sent are appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
 
 #include <algorithm>
 #include <atomic>
@@ -152,9 +152,17 @@ KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t, char
                   Number("GetDevicePropertyString", KESTATUS_SUCCESS));
 }
 
-KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle, std::uint32_t, void* buffer, std::uint32_t size,
-                                     std::uint32_t* returnedSize) {
+KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle, std::uint32_t property, void* buffer,
+                                     std::uint32_t size, std::uint32_t* returnedSize) {
     const DeviceCall call("GetDevicePropertyBinary");
+    const std::uint32_t lostFrames = Number("lost_frames", 0);
+    if (property == QBX_PROPERTY_LOST_FRAMES && lostFrames != 0) {
+        static std::uint64_t sLost = 1000;
+        std::memcpy(buffer, &sLost, std::min<std::size_t>(size, sizeof sLost));
+        *returnedSize = sizeof sLost;
+        sLost += lostFrames;
+        return KESTATUS_SUCCESS;
+    }
     static const std::uint8_t sMac[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
     if (Number("any_property", 0) != 0) {
         std::memset(buffer, 2, size);
