@@ -428,6 +428,16 @@ TEST_F(PcapNgFileReaderTest, TriggerFramesOfAnotherLengthFieldAreReplayed) {
     EXPECT_EQ(Stats().TotalErrorsOccurred(), 0u);
 }
 
+// What stands behind the data of a packet does not make it a trigger.
+TEST_F(PcapNgFileReaderTest, PacketCutWithinItsHeaderIsNoTriggerFrame) {
+    ByteList packet = PacketOf(Concat({ByteList(6, 0), ByteList(6, 0xFF)}), 0, 60, 60);
+    packet[packet.size() - 4] = 0; // the trailing length, which is not looked at
+    packet[packet.size() - 3] = 10;
+    Replay(Concat({Section(), Interface(), packet, Packet(1)}));
+    EXPECT_EQ(Stats().errInvalidEnhPacket, 1u);
+    EXPECT_EQ(mLog.CountContaining(KEINFO, "trigger"), 0u);
+}
+
 TEST_F(PcapNgFileReaderTest, StatesAreTold) {
     Replay(Concat({Section(), Interface(), Packet(1)}));
     std::vector<std::string> changes;
