@@ -1,13 +1,17 @@
 #include "StopRequest.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "KEPosixTerminal.h"
 
@@ -21,59 +25,88 @@ constexpr int cStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 // Signals that come within this time after the first belong to it, in nanoseconds: who ends a process by
 // time limit signals the process and then its group, so that it arrives twice.
 constexpr std::int64_t cRepeatedSignalTime = 500'000'000;
-constexpr int cDeadlySignals[] = {SIGQUIT, SIGILL, SIGABRT, SIGBUS, SIGFPE, SIGSEGV};
+// What an instruction that fails raises.
+constexpr int cFaultSignals[] = {SIGILL, SIGBUS, SIGFPE, SIGSEGV};
+// These cannot be handled or do not end the process by default. All others do, the real-time ones included.
+constexpr int cOtherSignals[] = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU,
+                                 SIGCHLD, SIGCONT, SIGURG,  SIGWINCH};
 
-// What the signal handlers work with.
+template <std::size_t Count>
+bool IsOneOf(const int (&signals)[Count], int signalNumber) {
+    return std::find(std::begin(signals), std::end(signals), signalNumber) != std::end(signals);
+}
+
+using Handler = void (*)(int, siginfo_t*, void*);
+
+// What the signal handlers work with. They run on the owner's thread, but those for a fault.
+pthread_t sOwner;
 std::atomic<bool> sIsSignalled{false};
 std::atomic<std::int64_t> sFirstSignalTime{0}; // nanoseconds of the monotonic clock
 std::atomic<bool> sAreKeysDirect{false};
 termios sUsualModes; // valid while sAreKeysDirect
+struct sigaction sEarlierActions[NSIG];
+bool sIsReplaced[NSIG];
 
-bool IsForeground() {
-    return tcgetpgrp(STDIN_FILENO) == getpgrp();
-}
+// While it lives, no handler runs on this thread.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mEarlierMask);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &mEarlierMask, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
 
-// Lets the terminal deliver keys one by one and unseen. A process in the background must leave the
-// terminal alone.
+private:
+    sigset_t mEarlierMask;
+};
+
+// Handlers leave errno as they found it.
+class KeptErrno {
+public:
+    KeptErrno() = default;
+    ~KeptErrno() { errno = mValue; }
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+private:
+    int mValue = errno;
+};
+
+// Also when the keys were direct and somebody else, such as a shell, has set the modes since.
 void SwitchToDirectKeys() {
-    if (sAreKeysDirect.load() || !IsForeground() || tcgetattr(STDIN_FILENO, &sUsualModes) != 0) {
+    const BlockedSignals blocked;
+    if (sAreKeysDirect.load() && !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode()) {
         return;
     }
-    termios modes = sUsualModes;
-    modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    modes.c_cc[VMIN] = 1;
-    modes.c_cc[VTIME] = 0;
-    sAreKeysDirect.store(true);
-    if (tcsetattr(STDIN_FILENO, TCSANOW, &modes) != 0) {
-        sAreKeysDirect.store(false);
+    if (KEPosixSwitchToDirectKeys(sUsualModes) == KESTATUS_SUCCESS) {
+        sAreKeysDirect.store(true);
     }
 }
 
 void SwitchToUsualModes() {
-    if (sAreKeysDirect.exchange(false) && IsForeground()) {
-        tcsetattr(STDIN_FILENO, TCSANOW, &sUsualModes);
+    if (sAreKeysDirect.exchange(false)) {
+        KEPosixRestoreKeyModes(sUsualModes);
     }
 }
 
-void SetHandler(int signalNumber, void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    sigaction(signalNumber, &action, nullptr);
-}
-
-bool IsIgnored(int signalNumber) {
-    struct sigaction action {};
-    sigaction(signalNumber, nullptr, &action);
-    return action.sa_handler == SIG_IGN;
-}
-
-// Gives the signal its default action, which takes effect when the handler returns.
-void EndBySignal(int signalNumber) {
+void LeaveTerminal() {
+    if (sAreKeysDirect.load()) {
+        KEPosixDiscardKeys();
+    }
     SwitchToUsualModes();
-    SetHandler(signalNumber, SIG_DFL);
-    raise(signalNumber);
+}
+
+// Handlers run on the owner's thread, which blocks them while it switches modes, so that the terminal never
+// gets its direct keys behind a handler's back.
+bool IsPassedToOwner(int signalNumber) {
+    if (pthread_equal(pthread_self(), sOwner) != 0) {
+        return false;
+    }
+    pthread_kill(sOwner, signalNumber);
+    return true;
 }
 
 std::int64_t MonotonicTime() {
@@ -82,75 +115,128 @@ std::int64_t MonotonicTime() {
     return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-void OnStopSignal(int signalNumber) {
-    const int savedErrno = errno;
+void OnStopSignal(int signalNumber, siginfo_t*, void*) {
+    const KeptErrno keptErrno;
+    if (IsPassedToOwner(signalNumber)) {
+        return;
+    }
     if (!sIsSignalled.load()) {
         sFirstSignalTime.store(MonotonicTime());
         sIsSignalled.store(true);
     } else if (MonotonicTime() - sFirstSignalTime.load() >= cRepeatedSignalTime) {
-        EndBySignal(signalNumber);
+        LeaveTerminal();
+        struct sigaction defaultAction {};
+        defaultAction.sa_handler = SIG_DFL;
+        sigaction(signalNumber, &defaultAction, nullptr);
+        raise(signalNumber); // takes effect when the handler returns
     }
-    errno = savedErrno;
 }
 
-void OnSuspendSignal(int signalNumber) {
-    const int savedErrno = errno;
+void OnDeadlySignal(int signalNumber, siginfo_t* info, void*) {
+    const KeptErrno keptErrno;
+    const bool isFault = IsOneOf(cFaultSignals, signalNumber) && info->si_code > 0;
+    if (!isFault && IsPassedToOwner(signalNumber)) {
+        return;
+    }
+    LeaveTerminal();
+    sigaction(signalNumber, &sEarlierActions[signalNumber], nullptr);
+    if (!isFault) { // the instruction of a fault fails again, and so tells its address again
+        raise(signalNumber);
+    }
+}
+
+void OnSuspendSignal(int signalNumber, siginfo_t*, void*) {
+    const KeptErrno keptErrno;
+    if (IsPassedToOwner(signalNumber)) {
+        return;
+    }
     SwitchToUsualModes();
-    SetHandler(signalNumber, SIG_DFL);
+    struct sigaction ownAction {};
+    sigaction(signalNumber, &sEarlierActions[signalNumber], &ownAction);
     raise(signalNumber);
     sigset_t suspend;
     sigemptyset(&suspend);
     sigaddset(&suspend, signalNumber);
     pthread_sigmask(SIG_UNBLOCK, &suspend, nullptr); // the process stops here
-    SetHandler(signalNumber, &OnSuspendSignal);
+    sigaction(signalNumber, &ownAction, nullptr);
     SwitchToDirectKeys();
-    errno = savedErrno;
+}
+
+struct sigaction CurrentAction(int signalNumber) {
+    struct sigaction action {};
+    sigaction(signalNumber, nullptr, &action);
+    return action;
+}
+
+bool IsDefault(int signalNumber) {
+    return CurrentAction(signalNumber).sa_handler == SIG_DFL;
+}
+
+bool IsIgnored(int signalNumber) {
+    return CurrentAction(signalNumber).sa_handler == SIG_IGN;
+}
+
+void Replace(int signalNumber, Handler handler) {
+    struct sigaction action {};
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
+    sigfillset(&action.sa_mask);
+    sIsReplaced[signalNumber] = sigaction(signalNumber, &action, &sEarlierActions[signalNumber]) == 0;
+}
+
+void ReplaceDeadlySignals() {
+    for (int signalNumber = 1; signalNumber <= SIGRTMAX; ++signalNumber) {
+        if (IsOneOf(cStopSignals, signalNumber) || IsOneOf(cOtherSignals, signalNumber)) {
+            continue;
+        }
+        // A handler that is there shows that the signal does not end the process, but for faults.
+        if (IsDefault(signalNumber) || (IsOneOf(cFaultSignals, signalNumber) && !IsIgnored(signalNumber))) {
+            Replace(signalNumber, &OnDeadlySignal);
+        }
+    }
+}
+
+bool IsOurs(const struct sigaction& action) {
+    return action.sa_sigaction == &OnStopSignal || action.sa_sigaction == &OnDeadlySignal ||
+           action.sa_sigaction == &OnSuspendSignal;
 }
 
 } // namespace
 
 StopRequest::StopRequest() {
+    const BlockedSignals blocked;
+    sOwner = pthread_self();
     sIsSignalled.store(false);
     for (const int signalNumber : cStopSignals) {
         if (!IsIgnored(signalNumber)) {
-            SetHandler(signalNumber, &OnStopSignal);
+            Replace(signalNumber, &OnStopSignal);
         }
     }
     if (isatty(STDIN_FILENO) == 1) {
-        for (const int signalNumber : cDeadlySignals) {
-            SetHandler(signalNumber, &EndBySignal);
-        }
-        if (!IsIgnored(SIGTSTP)) {
-            SetHandler(SIGTSTP, &OnSuspendSignal);
+        ReplaceDeadlySignals();
+        if (IsDefault(SIGTSTP)) {
+            Replace(SIGTSTP, &OnSuspendSignal);
         }
         SwitchToDirectKeys();
     }
 }
 
 StopRequest::~StopRequest() {
-    SwitchToUsualModes();
-    const auto restoreDefault = [](int signalNumber, void (*handler)(int)) {
-        struct sigaction action {};
-        sigaction(signalNumber, nullptr, &action);
-        if (action.sa_handler == handler) {
-            SetHandler(signalNumber, SIG_DFL);
+    const BlockedSignals blocked;
+    LeaveTerminal();
+    for (int signalNumber = 1; signalNumber < NSIG; ++signalNumber) {
+        if (sIsReplaced[signalNumber] && IsOurs(CurrentAction(signalNumber))) {
+            sigaction(signalNumber, &sEarlierActions[signalNumber], nullptr);
         }
-    };
-    for (const int signalNumber : cStopSignals) {
-        restoreDefault(signalNumber, &OnStopSignal);
+        sIsReplaced[signalNumber] = false;
     }
-    for (const int signalNumber : cDeadlySignals) {
-        restoreDefault(signalNumber, &EndBySignal);
-    }
-    restoreDefault(SIGTSTP, &OnSuspendSignal);
 }
 
 bool StopRequest::IsRequested() {
-    if (!sAreKeysDirect.load() && isatty(STDIN_FILENO) == 1) {
-        SwitchToDirectKeys(); // brought to the foreground without a signal
-    }
+    SwitchToDirectKeys(); // it may have come to the foreground without a signal
     if (!mIsKeyPressed && KEPosixKbHit()) {
         KEPosixGetCh();
+        KEPosixDiscardKeys(); // some keys are several bytes
         mIsKeyPressed = true;
     }
     return mIsKeyPressed || sIsSignalled.load();

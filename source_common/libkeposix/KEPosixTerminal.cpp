@@ -9,46 +9,51 @@ namespace kestrelon {
 
 namespace {
 
-bool GetMode(tcflag_t mode) noexcept {
-    termios modes{};
-    return tcgetattr(STDIN_FILENO, &modes) == 0 && (modes.c_lflag & mode) != 0;
-}
-
-// Setting modes from the background would stop the process with SIGTTOU.
-bool IsInForeground() noexcept {
-    return tcgetpgrp(STDIN_FILENO) == getpgrp();
-}
-
-// Reading the terminal that others have in the foreground would stop the process with SIGTTIN.
+// A process in the background that sets the modes or reads would be stopped by SIGTTOU or SIGTTIN. There is
+// no background without job control: on a terminal that is not the controlling one, and without a terminal.
 bool IsInBackground() noexcept {
     const pid_t foreground = tcgetpgrp(STDIN_FILENO);
     return foreground != -1 && foreground != getpgrp();
 }
 
+KESTATUS GetModes(termios& modes) noexcept {
+    return tcgetattr(STDIN_FILENO, &modes) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+}
+
+bool GetMode(tcflag_t mode) noexcept {
+    termios modes{};
+    return GetModes(modes) == KESTATUS_SUCCESS && (modes.c_lflag & mode) != 0;
+}
+
 KESTATUS SetModes(const termios& modes) noexcept {
-    if (!IsInForeground()) {
+    if (IsInBackground()) {
         return KESTATUS_NOT_POSSIBLE;
     }
     return tcsetattr(STDIN_FILENO, TCSANOW, &modes) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
 }
 
+void SetSingleBytes(termios& modes) noexcept {
+    modes.c_lflag &= ~static_cast<tcflag_t>(ICANON);
+    // Reads wait for one byte, and only for that.
+    modes.c_cc[VMIN] = 1;
+    modes.c_cc[VTIME] = 0;
+}
+
 KESTATUS SwitchMode(tcflag_t mode, bool enable) noexcept {
     termios modes{};
-    if (tcgetattr(STDIN_FILENO, &modes) != 0) {
-        return KEStatusFromErrno(errno);
+    const KESTATUS st = GetModes(modes);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     if (((modes.c_lflag & mode) != 0) == enable) {
         return KESTATUS_SUCCESS;
     }
     if (enable) {
         modes.c_lflag |= mode;
+    } else if (mode == ICANON) {
+        SetSingleBytes(modes);
     } else {
         modes.c_lflag &= ~mode;
-        if (mode == ICANON) {
-            // Reads wait for one byte, and only for that.
-            modes.c_cc[VMIN] = 1;
-            modes.c_cc[VTIME] = 0;
-        }
     }
     return SetModes(modes);
 }
@@ -69,6 +74,46 @@ KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept {
 
 KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept {
     return SwitchMode(ECHO, enable);
+}
+
+KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept {
+    termios before{};
+    KESTATUS st = GetModes(before);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    termios modes = before;
+    SetSingleBytes(modes);
+    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    st = SetModes(modes);
+    if (st == KESTATUS_SUCCESS) {
+        found = before;
+    }
+    return st;
+}
+
+KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept {
+    termios modes{};
+    const KESTATUS st = GetModes(modes);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
+    }
+    // Only what is ours: other modes may have been changed meanwhile.
+    constexpr tcflag_t cOurModes = ICANON | ECHO;
+    if (((modes.c_lflag ^ found.c_lflag) & cOurModes) == 0 && modes.c_cc[VMIN] == found.c_cc[VMIN] &&
+        modes.c_cc[VTIME] == found.c_cc[VTIME]) {
+        return KESTATUS_SUCCESS;
+    }
+    modes.c_lflag = (modes.c_lflag & ~cOurModes) | (found.c_lflag & cOurModes);
+    modes.c_cc[VMIN] = found.c_cc[VMIN];
+    modes.c_cc[VTIME] = found.c_cc[VTIME];
+    return SetModes(modes);
+}
+
+void KEPosixDiscardKeys() noexcept {
+    if (!IsInBackground()) {
+        tcflush(STDIN_FILENO, TCIFLUSH);
+    }
 }
 
 bool KEPosixKbHit() noexcept {
@@ -97,28 +142,19 @@ int KEPosixGetCh() noexcept {
 }
 
 KEPosixTerminalMode::KEPosixTerminalMode() noexcept
-    : mIsTerminal(tcgetattr(STDIN_FILENO, &mSavedModes) == 0) {}
+    : mIsTerminal(GetModes(mSavedModes) == KESTATUS_SUCCESS) {}
 
 KEPosixTerminalMode::~KEPosixTerminalMode() {
-    termios modes{};
-    if (!mIsSwitched || !mIsTerminal || tcgetattr(STDIN_FILENO, &modes) != 0) {
-        return;
+    if (mIsTerminal) {
+        KEPosixRestoreKeyModes(mSavedModes);
     }
-    // Only what is ours: other modes may have been changed meanwhile.
-    constexpr tcflag_t cOurModes = ICANON | ECHO;
-    modes.c_lflag = (modes.c_lflag & ~cOurModes) | (mSavedModes.c_lflag & cOurModes);
-    modes.c_cc[VMIN] = mSavedModes.c_cc[VMIN];
-    modes.c_cc[VTIME] = mSavedModes.c_cc[VTIME];
-    SetModes(modes);
 }
 
 KESTATUS KEPosixTerminalMode::SwitchCanonicalMode(bool enable) noexcept {
-    mIsSwitched |= KEPosixGetCanonicalMode() != enable;
     return KEPosixSwitchCanonicalMode(enable);
 }
 
 KESTATUS KEPosixTerminalMode::SwitchEchoMode(bool enable) noexcept {
-    mIsSwitched |= KEPosixGetEchoMode() != enable;
     return KEPosixSwitchEchoMode(enable);
 }
 

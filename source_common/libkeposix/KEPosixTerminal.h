@@ -2,8 +2,8 @@
 // from one thread.
 //
 // Modes are only touched while the process is in the foreground of the terminal, so that a process in the
-// background is never stopped for it. Standard input that is no terminal has no modes, which is no fault
-// worth a message.
+// background is never stopped for it. A terminal that is not the controlling one has no background. Standard
+// input that is no terminal has no modes, which is no fault worth a message.
 #ifndef KESTRELON_KEPOSIXTERMINAL_H
 #define KESTRELON_KEPOSIXTERMINAL_H
 
@@ -21,6 +21,16 @@ bool KEPosixGetEchoMode() noexcept;
 KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
 KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
 
+// Canonical and echo mode off in one step, so that keys come one by one and unseen; found gets the modes of
+// before, on success only. And back: canonical and echo mode as in found, other modes as they are. May be
+// called by signal handlers. Statuses as above.
+KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept;
+KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept;
+
+// Throws away the keys that wait. Nothing in the background and without a terminal. May be called by signal
+// handlers.
+void KEPosixDiscardKeys() noexcept;
+
 // Whether a byte can be read from standard input, also before the line is finished. Never waits. The end
 // of the input, a closed input and a terminal that another process group has in the foreground have no
 // key.
@@ -30,7 +40,8 @@ bool KEPosixKbHit() noexcept;
 // -1 when there is none to come, when a signal cut the wait short, and in the background.
 int KEPosixGetCh() noexcept;
 
-// Remembers canonical and echo mode at construction and restores them in its destructor.
+// Remembers canonical and echo mode at construction and restores them in its destructor, whoever has changed
+// them meanwhile.
 class KEPosixTerminalMode {
 public:
     KEPosixTerminalMode() noexcept;
@@ -44,7 +55,6 @@ public:
 private:
     termios mSavedModes{};
     bool mIsTerminal; // mSavedModes is valid
-    bool mIsSwitched = false;
 };
 
 } // namespace kestrelon

@@ -161,18 +161,78 @@ TEST(TerminalTest, TheModeObjectRestoresWhatItFound) {
     }
 }
 
-TEST(TerminalTest, AModeObjectThatSwitchedNothingRestoresNothing) {
+TEST(TerminalTest, TheModeObjectRestoresWhatOthersChanged) {
     TerminalChild child([](const Reporter& reporter) {
         {
             KEPosixTerminalMode mode;
-            mode.SwitchCanonicalMode(true);
-            mode.SwitchEchoMode(true);
-            KEPosixSwitchEchoMode(false); // by somebody else
+            KEPosixSwitchEchoMode(false);
+            KEPosixSwitchCanonicalMode(false);
         }
         ReportModes(reporter);
     });
     EXPECT_EQ(child.NextLine(), "canonical=1");
-    EXPECT_EQ(child.NextLine(), "echo=0");
+    EXPECT_EQ(child.NextLine(), "echo=1");
+}
+
+TEST(TerminalTest, DirectKeysAndBack) {
+    TerminalChild child([](const Reporter& reporter) {
+        termios found{};
+        reporter.Line("switched", KEPosixSwitchToDirectKeys(found) == KESTATUS_SUCCESS);
+        ReportModes(reporter);
+        reporter.Line("found", (found.c_lflag & (ICANON | ECHO)) == (ICANON | ECHO));
+        termios modes{};
+        tcgetattr(STDIN_FILENO, &modes);
+        modes.c_lflag &= ~static_cast<tcflag_t>(ECHOCTL); // not our business, so it stays
+        tcsetattr(STDIN_FILENO, TCSANOW, &modes);
+        reporter.Line("restored", KEPosixRestoreKeyModes(found) == KESTATUS_SUCCESS);
+        ReportModes(reporter);
+        tcgetattr(STDIN_FILENO, &modes);
+        reporter.Line("echoctl", (modes.c_lflag & ECHOCTL) != 0);
+        reporter.Line("min", modes.c_cc[VMIN] == found.c_cc[VMIN]);
+    });
+    for (const char* line : {"switched=1", "canonical=0", "echo=0", "found=1", "restored=1", "canonical=1",
+                             "echo=1", "echoctl=0", "min=1", "<end>"}) {
+        EXPECT_EQ(child.NextLine(), line);
+    }
+}
+
+TEST(TerminalTest, DiscardsAllKeysThatWait) {
+    TerminalChild child([](const Reporter& reporter) {
+        reporter.Line("hit", WaitForKey());
+        KEPosixDiscardKeys();
+        reporter.Line("left", KEPosixKbHit());
+    });
+    child.Type("\x1b[A");
+    for (const char* line : {"hit=1", "left=0", "<end>"}) {
+        EXPECT_EQ(child.NextLine(), line);
+    }
+}
+
+// A terminal without job control, as a program gets it that was not started by a shell, is always ours.
+TEST(TerminalTest, SeesAKeyOnATerminalThatIsNotTheControllingOne) {
+    TerminalChild child(
+        [](const Reporter& reporter) {
+            reporter.Line("foreground", static_cast<int>(tcgetpgrp(STDIN_FILENO)));
+            reporter.Line("hit", WaitForKey());
+            reporter.Line("key", KEPosixGetCh());
+            ReportModes(reporter);
+            reporter.Line("off", KEPosixSwitchCanonicalMode(false) == KESTATUS_SUCCESS &&
+                                     KEPosixSwitchEchoMode(false) == KESTATUS_SUCCESS);
+            ReportModes(reporter);
+            reporter.Line("hit", WaitForKey());
+            KEPosixDiscardKeys();
+            reporter.Line("left", KEPosixKbHit());
+        },
+        TerminalKind::NotControlling);
+    EXPECT_EQ(child.NextLine(), "foreground=-1");
+    child.Type("x");
+    for (const char* line : {"hit=1", "key=120", "canonical=1", "echo=1", "off=1", "canonical=0", "echo=0"}) {
+        EXPECT_EQ(child.NextLine(), line);
+    }
+    child.Type("y");
+    for (const char* line : {"hit=1", "left=0", "<end>"}) {
+        EXPECT_EQ(child.NextLine(), line);
+    }
 }
 
 // The shell's job control: a process in the background that touched the modes or read the terminal would
@@ -187,6 +247,10 @@ TEST(TerminalTest, LeavesTheTerminalAloneInTheBackground) {
             reporter.Line("key", KEPosixGetCh());
             reporter.Line("canonical refused", KEPosixSwitchCanonicalMode(false) == KESTATUS_NOT_POSSIBLE);
             reporter.Line("echo refused", KEPosixSwitchEchoMode(false) == KESTATUS_NOT_POSSIBLE);
+            termios found{};
+            reporter.Line("direct refused", KEPosixSwitchToDirectKeys(found) == KESTATUS_NOT_POSSIBLE);
+            reporter.Line("nothing found", found.c_lflag == 0);
+            KEPosixDiscardKeys();
             ReportModes(reporter);
             _exit(0);
         }
@@ -200,8 +264,9 @@ TEST(TerminalTest, LeavesTheTerminalAloneInTheBackground) {
         reporter.Line("key", KEPosixGetCh()); // the key is still ours
     });
     child.Type("k");
-    for (const char* line : {"foreground=1", "hit=0", "key=-1", "canonical refused=1", "echo refused=1",
-                             "canonical=1", "echo=1", "stopped=0", "key=107", "<end>"}) {
+    for (const char* line :
+         {"foreground=1", "hit=0", "key=-1", "canonical refused=1", "echo refused=1", "direct refused=1",
+          "nothing found=1", "canonical=1", "echo=1", "stopped=0", "key=107", "<end>"}) {
         EXPECT_EQ(child.NextLine(), line);
     }
 }

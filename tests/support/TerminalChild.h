@@ -1,5 +1,5 @@
-// Runs a piece of a test in a process of its own that leads a session on a pseudo-terminal, so that its
-// standard input is a controlling terminal and the test types the keys.
+// Runs a piece of a test in a process of its own whose standard input is a pseudo-terminal, on which the test
+// types the keys.
 //
 // The child reports lines of text; the test types, waits for lines and compares. All waits are bounded:
 // a child that does not answer is killed and the test fails.
@@ -14,6 +14,10 @@
 
 namespace testsupport {
 
+// Whether the child leads a session whose terminal it is, as a shell gives it, or has the terminal without
+// job control, as other programs give it.
+enum class TerminalKind { Controlling, NotControlling };
+
 class TerminalChild {
 public:
     // The child's side. Text behind a line of what happened is what the test waits for.
@@ -27,7 +31,8 @@ public:
         int mDescriptor;
     };
 
-    explicit TerminalChild(const std::function<void(const Reporter&)>& body);
+    explicit TerminalChild(const std::function<void(const Reporter&)>& body,
+                           TerminalKind kind = TerminalKind::Controlling);
     ~TerminalChild();
     TerminalChild(const TerminalChild&) = delete;
     TerminalChild& operator=(const TerminalChild&) = delete;

@@ -18,6 +18,23 @@ namespace {
 
 constexpr int cPatienceMs = 20000;
 
+// As forkpty, but the child stays in the session it is in.
+pid_t ForkOnTerminal(int& terminal) {
+    int childSide = -1;
+    if (openpty(&terminal, &childSide, nullptr, nullptr, nullptr) != 0) {
+        return -1;
+    }
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(terminal);
+        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            dup2(childSide, descriptor);
+        }
+    }
+    close(childSide);
+    return pid;
+}
+
 } // namespace
 
 void TerminalChild::Reporter::Line(const std::string& line) const {
@@ -27,12 +44,13 @@ void TerminalChild::Reporter::Line(const std::string& line) const {
     }
 }
 
-TerminalChild::TerminalChild(const std::function<void(const Reporter&)>& body) {
+TerminalChild::TerminalChild(const std::function<void(const Reporter&)>& body, TerminalKind kind) {
     int reports[2];
     if (pipe2(reports, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
-    mPid = forkpty(&mTerminal, nullptr, nullptr, nullptr);
+    mPid = kind == TerminalKind::Controlling ? forkpty(&mTerminal, nullptr, nullptr, nullptr)
+                                             : ForkOnTerminal(mTerminal);
     if (mPid == -1) {
         throw std::runtime_error("no pseudo-terminal");
     }
