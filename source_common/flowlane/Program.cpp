@@ -25,7 +25,7 @@ constexpr std::uint32_t cApiVersionMajor = 2;
 constexpr std::uint32_t cApiVersionMinor = 20;
 
 // Gives a missing standard stream a place, so that no file opened later gets its number and with it the
-// console's lines. Reading from it is the end of the input, writing to it fails.
+// console's lines. Reading from it is the end of the input, and what is written to it is gone.
 void OccupyStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) == -1) {
@@ -85,9 +85,8 @@ int Run(int argc, const char* const* argv) {
 
 int RunProgram(int argc, const char* const* argv) {
     OccupyStandardDescriptors();
-    // A console whose reader has gone must not end a recording.
+    // A console whose reader has gone must not end a recording, and a file size limit is a write that fails.
     std::signal(SIGPIPE, SIG_IGN);
-    // Nor a limit of the file size, which is a failed write like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     try {
         return Run(argc, argv);

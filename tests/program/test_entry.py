@@ -1,10 +1,13 @@
 """From the start of the program to its exit code: version line, command line, help."""
 
 import re
+import resource
+import subprocess
 
 import pytest
 
-from lanes import exit_status, run, run_with_fake_device
+from lanes import (FAKE_DEVICE_DIR, FLOWLANE, TIMEOUT, exit_status, run, run_with_fake_device,
+                   sanitized_environment)
 
 VERSION_LINE = "Quayside library API Version 2.20."
 HINT = "For usage information, run flowlane help."
@@ -176,3 +179,13 @@ def test_incompatible_library(args):
 def test_version_line(version, text):
     result = run_with_fake_device("help", script=f"GetApiVersion={version:#x}")
     assert result.stdout.startswith(f"Quayside library API Version {text}.\n")
+
+
+def test_file_size_limit_is_a_failed_write(tmp_path):
+    """It is not the end of the process by SIGXFSZ, which subprocess leaves at its default action."""
+    result = subprocess.run([FLOWLANE, "pcap", tmp_path / "file"], stdin=subprocess.DEVNULL, capture_output=True,
+                            env=sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR), text=True, check=False,
+                            timeout=TIMEOUT,
+                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)))
+    assert result.stderr.splitlines()[-1] == "StartFileWriter failed, st=0xe0000092(KESTATUS_WRITE_FILE_FAILED)."
+    assert result.returncode == exit_status(0xE0000092)
