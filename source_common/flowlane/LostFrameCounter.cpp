@@ -25,7 +25,8 @@ void LostFrameCounter::Update(PipelineClock::TimePoint now) {
 
 void LostFrameCounter::UpdateNow() {
     std::uint64_t lost = 0;
-    if (mDevice && Read(lost)) {
+    // A number that goes back is none of lost frames.
+    if (mDevice && Read(lost) && lost >= mBase + mLost.Value()) {
         mLost.Set(lost - mBase);
     }
 }

@@ -14,23 +14,39 @@ void QuaysideDevice::CloseIfOpen() {
     }
 }
 
+// A library may leave anything in the handle of a call that failed.
+KESTATUS QuaysideDevice::Keep(QBXDeviceHandle handle, KESTATUS st) {
+    if (st == KESTATUS_SUCCESS) {
+        mHandle = handle;
+    }
+    return st;
+}
+
 KESTATUS QuaysideDevice::OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index) {
     CloseIfOpen();
-    return QBX_OpenControlDevice(enumerator.Handle(), index, &mHandle);
+    QBXDeviceHandle handle = 0;
+    const KESTATUS st = QBX_OpenControlDevice(enumerator.Handle(), index, &handle);
+    return Keep(handle, st);
 }
 
 KESTATUS QuaysideDevice::OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index,
                                          unsigned reserved1, QBXRawHeaderType headerType,
                                          unsigned reserved2) {
     CloseIfOpen();
-    return QBX_OpenRawTxDevice(enumerator.Handle(), index, reserved1, headerType, &mHandle, reserved2);
+    QBXDeviceHandle handle = 0;
+    const KESTATUS st =
+        QBX_OpenRawTxDevice(enumerator.Handle(), index, reserved1, headerType, &handle, reserved2);
+    return Keep(handle, st);
 }
 
 KESTATUS QuaysideDevice::OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index,
                                          unsigned reserved1, QBXRawHeaderType headerType,
                                          unsigned reserved2) {
     CloseIfOpen();
-    return QBX_OpenRawRxDevice(enumerator.Handle(), index, reserved1, headerType, &mHandle, reserved2);
+    QBXDeviceHandle handle = 0;
+    const KESTATUS st =
+        QBX_OpenRawRxDevice(enumerator.Handle(), index, reserved1, headerType, &handle, reserved2);
+    return Keep(handle, st);
 }
 
 KESTATUS QuaysideDevice::CloseDevice() {

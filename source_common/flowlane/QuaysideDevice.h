@@ -47,6 +47,7 @@ public:
 
 private:
     void CloseIfOpen();
+    KESTATUS Keep(QBXDeviceHandle handle, KESTATUS st);
 
     QBXDeviceHandle mHandle = 0;
 };

@@ -7,12 +7,19 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "quayside2_api.h"
+
 namespace flowlane::rawheader {
 
 constexpr std::size_t cSecondsOffset = 0;         // 64 bits, since 1970-01-01 UTC
 constexpr std::size_t cNanosecondsOffset = 8;     // 32 bits
 constexpr std::size_t cSequenceNumberOffset = 12; // 32 bits, one up for every frame
 constexpr std::size_t cSize = 16;
+
+static_assert(cSecondsOffset == QBX_RAW_HEADER_2_SECONDS_OFFSET);
+static_assert(cNanosecondsOffset == QBX_RAW_HEADER_2_NANOSECONDS_OFFSET);
+static_assert(cSequenceNumberOffset == QBX_RAW_HEADER_2_SEQUENCE_OFFSET);
+static_assert(cSize == QBX_RAW_HEADER_2_SIZE);
 
 constexpr std::uint64_t cInvalidSeconds = 0xFFFFFFFFFFFFFFFF; // there is no valid time
 

@@ -61,6 +61,15 @@ def test_failures(ts2av, script, options, out, err, status):
     assert result.returncode == exit_status(status)
 
 
+@pytest.mark.parametrize("command", ["av2rtp", "pcap"])
+def test_failed_opening_for_reception(tmp_path, command):
+    argument = "127.0.0.1" if command == "av2rtp" else tmp_path / "file"
+    result = run_with_fake_device(command, argument, "-d", "1", script="OpenRawRxDevice@1=0xE0000006")
+    assert result.stdout.splitlines() == START + ["Found 2 Quayside device(s)"]
+    assert result.stderr.splitlines() == [f"OpenRawRxDevice failed, st={IN_USE}.", f"Open device failed, st={IN_USE}."]
+    assert result.returncode == exit_status(0xE0000006)
+
+
 # The rest of a run is refused by the sink, right behind the selection.
 STOP_THERE = "mac_size=5"
 

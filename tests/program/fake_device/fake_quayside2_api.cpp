@@ -99,7 +99,7 @@ KESTATUS Open(const char* function, std::uint32_t index, QBXDeviceHandle* device
     TakeTime(function);
     const KESTATUS st =
         Number(std::string(function) + "@" + std::to_string(index), Number(function, KESTATUS_SUCCESS));
-    *device = st == KESTATUS_SUCCESS ? index + 1 : 0;
+    *device = index + 1;
     return st;
 }
 

@@ -198,6 +198,8 @@ KESTATUS FakeDevice::EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* 
                                       std::uint32_t* count) {
     const std::lock_guard lock(mMutex);
     Record(Qbx::EnumerateDevices, {type});
+    *enumeration = cNoHandle;
+    *count = cNoHandle;
     if (const auto status = ScriptedStatus(Qbx::EnumerateDevices)) {
         return *status;
     }
@@ -226,6 +228,7 @@ KESTATUS FakeDevice::Open(Qbx function, QBXEnumerationHandle enumeration, std::u
     } else {
         Record(function, {enumeration, index, reserved1, headerType, reserved2});
     }
+    *device = cNoHandle;
     if (const auto status = ScriptedStatus(function)) {
         return *status;
     }

@@ -59,6 +59,8 @@ public:
     // Enumeration handles count from 1, device handles from 101 after a Reset.
     static constexpr std::uint32_t cFirstEnumeration = 1;
     static constexpr std::uint32_t cFirstDevice = 101;
+    // What a failing call leaves in its results, as other libraries may do.
+    static constexpr std::uint32_t cNoHandle = 999;
 
     static FakeDevice& Instance();
 

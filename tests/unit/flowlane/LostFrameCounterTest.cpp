@@ -86,6 +86,19 @@ TEST_F(LostFrameCounterTest, ALaterFailureKeepsWhatWasCountedAndEndsTheQuestions
     EXPECT_EQ(mCounter.Value(), 4u);
 }
 
+TEST_F(LostFrameCounterTest, NeverGoesBack) {
+    mFake.SetLostFrames(1000);
+    mCounter.Start(mDevice, cStart);
+    mFake.SetLostFrames(999);
+    mCounter.UpdateNow();
+    EXPECT_EQ(mCounter.Value(), 0u);
+    mFake.SetLostFrames(1005);
+    mCounter.UpdateNow();
+    mFake.SetLostFrames(1004);
+    mCounter.UpdateNow();
+    EXPECT_EQ(mCounter.Value(), 5u);
+}
+
 TEST_F(LostFrameCounterTest, AsksNothingBeforeTheStart) {
     mCounter.UpdateNow();
     EXPECT_EQ(Asked(), 0u);

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include "FakeDevice.h"
 #include "QuaysideDevice.h"
@@ -32,6 +35,27 @@ protected:
 };
 
 } // namespace
+
+// Other device libraries know the numbers, not the names.
+TEST(QuaysideInterfaceTest, HasItsNumbers) {
+    EXPECT_EQ(QBXRawHeaderType_None, 0u);
+    EXPECT_EQ(QBXRawHeaderType_1, 1u);
+    EXPECT_EQ(QBXRawHeaderType_2, 2u);
+    EXPECT_EQ(QBXRawFrameType_Unknown, 0u);
+    EXPECT_EQ(QBXRawFrameType_Data, 1u);
+    EXPECT_EQ(QBXRawFrameType_Idle, 2u);
+    EXPECT_EQ(QBXRawFrameType_ExternalTrigger, 3u);
+    EXPECT_EQ(QBXDeviceType_any, -1);
+    EXPECT_EQ(QBX_PROPERTY_FRIENDLY_NAME, 0x8118u);
+    EXPECT_EQ(QBX_PROPERTY_PRODUCT_STRING, 0x0106u);
+    EXPECT_EQ(QBX_PROPERTY_MAC_ADDRESS, 0x8110u);
+    EXPECT_EQ(QBX_PROPERTY_STRING_SIZE, 256u);
+    EXPECT_EQ(sizeof(QBXRawHeaderType), 4u);
+    EXPECT_EQ(sizeof(QBXRawFrameType), 4u);
+    EXPECT_EQ(sizeof(QBXDeviceType), 4u);
+    EXPECT_EQ(sizeof(QBXEnumerationHandle), 4u);
+    EXPECT_EQ(sizeof(QBXDeviceHandle), 4u);
+}
 
 TEST_F(QuaysideDeviceTest, EnumeratorOwnsItsHandle) {
     {
