@@ -11,9 +11,6 @@ using namespace kestrelon;
 namespace {
 
 constexpr const char* cProgramName = "flowlane";
-constexpr unsigned cVersionMajor = 1;
-constexpr unsigned cVersionMinor = 16;
-constexpr unsigned cVersionPatch = 0;
 
 } // namespace
 
@@ -45,14 +42,14 @@ void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {
     parser.DefineOptionWithValue(mStartFileIndex, {"i", "index", false}, &mStartFileIndexPresent);
 }
 
-void CmdLine::PrintHelp() {
+void PrintHelp() {
     const CmdLine defaults;
     const auto line = [](const char* format, const auto&... args) {
         KEOutputLogMessage(logger::Cons, KEINFO, format, args...);
     };
     line("");
-    line("flowlane v{}.{:02}.{} ({} {})", cVersionMajor, cVersionMinor, cVersionPatch, BuildDate(),
-         BuildTimeOfDay());
+    line("flowlane v{}.{:02}.{} ({} {})", FLOWLANE_VERSION_MAJOR, FLOWLANE_VERSION_MINOR,
+         FLOWLANE_VERSION_PATCH, BuildDate(), BuildTimeOfDay());
     line("");
     line("Usage:");
     line("");
@@ -119,7 +116,7 @@ void CmdLine::PrintHelp() {
     line("");
 }
 
-void CmdLine::PrintUsageHint() {
+void PrintUsageHint() {
     KEOutputLogMessage(logger::Cons, KEERROR, "For usage information, run {} {}.", cProgramName,
                        gCommands.help);
 }

@@ -19,10 +19,9 @@ public:
     // when this returns a failure. -h replaces the command word by "help".
     KESTATUS ParseCommandLine(int argc, const char* const* argv);
 
-    // Prints the help text; the defaults it shows are the built-in ones.
-    static void PrintHelp();
-    // Tells where the help is to be found.
-    static void PrintUsageHint();
+    // Tells the parser of the command word and the options, which it writes into the members. The object
+    // outlives the parser.
+    void DefineCommandLine(kestrelon::KECmdLineParserT<char>& parser);
 
     std::string mCommand;                     // the first positional word
     bool mShowHelp = false;                   // -h
@@ -43,12 +42,14 @@ public:
     std::uint32_t mMaxFileSizeMB = 0;         // -maxmb: units of 1000000 bytes, 0: no limit
     std::uint32_t mVlanTCI = 0;               // -vtci: 0: no VLAN tag
     std::uint32_t mStartFileIndex = 1;        // -i
-
-private:
-    void DefineCommandLine(kestrelon::KECmdLineParserT<char>& parser);
 };
 
 extern CmdLine gCmdLine;
+
+// Prints the help text; the defaults it shows are the built-in ones.
+void PrintHelp();
+// Tells where the help is to be found.
+void PrintUsageHint();
 
 } // namespace flowlane
 

@@ -30,7 +30,7 @@ KESTATUS CheckArguments() {
         KEOutputLogMessage(
             logger::Cons, KEERROR,
             "Max pcap-ng file size is specified in kilobytes and memgabytes. Only one of them is allowed.");
-        CmdLine::PrintUsageHint();
+        PrintUsageHint();
         return KESTATUS_INVALID_PARAMETER;
     }
     return KESTATUS_SUCCESS;

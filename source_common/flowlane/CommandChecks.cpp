@@ -18,7 +18,7 @@ KESTATUS CheckArgumentsPresent() {
         return KESTATUS_SUCCESS;
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
-    CmdLine::PrintUsageHint();
+    PrintUsageHint();
     return KESTATUS_INVALID_PARAMETER;
 }
 

@@ -37,7 +37,7 @@ void OccupyStandardDescriptors() {
 
 KESTATUS RunCommand() {
     if (gCmdLine.mCommand == gCommands.help) {
-        CmdLine::PrintHelp();
+        PrintHelp();
         return KESTATUS_SUCCESS;
     }
     if (gCmdLine.mCommand == gCommands.ts2av) {
@@ -53,7 +53,7 @@ KESTATUS RunCommand() {
         return CmdPlayPcap();
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
-    CmdLine::PrintUsageHint();
+    PrintUsageHint();
     return KESTATUS_INVALID_COMMAND;
 }
 
@@ -72,7 +72,7 @@ int Run(int argc, const char* const* argv) {
 
     const KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
     if (st != KESTATUS_SUCCESS) {
-        CmdLine::PrintUsageHint();
+        PrintUsageHint();
         return static_cast<int>(st);
     }
     if (gCmdLine.mVerbose) {

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from lanes import (FAKE_DEVICE_DIR, FLOWLANE, TIMEOUT, exit_status, run, run_with_fake_device,
+from lanes import (FAKE_DEVICE_DIR, FLOWLANE, SOURCE, TIMEOUT, exit_status, run, run_with_fake_device,
                    sanitized_environment)
 
 VERSION_LINE = "Quayside library API Version 2.20."
@@ -71,6 +71,11 @@ Options:
     Index of the first file in the file set, default 1.
 
 """
+
+
+def test_version_is_that_of_the_project():
+    version = re.search(r"^project\(flowlane VERSION (\S+)", (SOURCE / "CMakeLists.txt").read_text(), re.M)[1]
+    assert f"\nflowlane v{version} (" in run("help").stdout
 
 
 def check_help(result):

@@ -145,6 +145,19 @@ INSTANTIATE_TEST_SUITE_P(
                                    c.mArgs = {"--", "-5", "--5"};
                                }}));
 
+TEST(CmdLine, DefinesItsOptionsForAnyParser) {
+    CmdLine c;
+    kestrelon::KECmdLineParserT<char> parser("other", &c.mArgs, nullptr);
+    c.DefineCommandLine(parser);
+    const char* const words[] = {"other", "pcap", "file", "-u", "5", "-h"};
+    ASSERT_EQ(parser.ParseCommandLine(6, words), KESTATUS_SUCCESS);
+    EXPECT_EQ(c.mCommand, "pcap"); // -h is for ParseCommandLine
+    EXPECT_TRUE(c.mShowHelp);
+    EXPECT_EQ(c.mUniqueId, 5u);
+    EXPECT_TRUE(c.mUniqueIdPresent);
+    EXPECT_EQ(c.mArgs, std::vector<std::string>{"file"});
+}
+
 TEST(CmdLine, KeepsTheCommandWordWhenParsingFails) {
     CmdLine c;
     testing::internal::CaptureStderr();

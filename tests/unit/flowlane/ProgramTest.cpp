@@ -1,0 +1,40 @@
+// The program as a whole, with a scripted device. Each run is in a process of its own, since it sets up what
+// belongs to the process.
+
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "KELogging.h"
+
+using namespace flowlane;
+using namespace kestrelon;
+
+namespace {
+
+// Runs the program and ends the process: with 0 when afterwards all loggers have this level.
+[[noreturn]] void RunAndCheckLevels(std::vector<const char*> words, KELogLevel level) {
+    words.insert(words.begin(), "flowlane");
+    RunProgram(static_cast<int>(words.size()), words.data());
+    bool areRight = true;
+    for (const KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
+        areRight = areRight && logger->Level() == level;
+    }
+    std::_Exit(areRight ? 0 : 1);
+}
+
+} // namespace
+
+TEST(ProgramTest, VerboseRaisesTheLevelOfAllLoggers) {
+    EXPECT_EXIT(RunAndCheckLevels({"ts2av", "-v"}, KEMAXLEVEL), testing::ExitedWithCode(0),
+                "Missing arguments");
+    EXPECT_EXIT(RunAndCheckLevels({"--verbose", "nonsense"}, KEMAXLEVEL), testing::ExitedWithCode(0),
+                "Invalid command nonsense");
+}
+
+TEST(ProgramTest, WithoutVerboseTheLevelIsInfo) {
+    EXPECT_EXIT(RunAndCheckLevels({"ts2av"}, KEINFO), testing::ExitedWithCode(0), "Missing arguments");
+}
