@@ -11,6 +11,7 @@
 #include "CmdLine.h"
 #include "Commands.h"
 #include "KELinuxLogging.h"
+#include "KELogTargetConsole.h"
 #include "LogCons.h"
 #include "LogTargetObjects.h"
 #include "quayside2_api.h"
@@ -33,6 +34,13 @@ void OccupyStandardDescriptors() {
             static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY));
         }
     }
+}
+
+// What the stages and the toolbox log, apart from what the program prints anyway.
+void ShowGlobalMessages() {
+    static KELogTargetConsole sTarget("Verbose", KEMAXLEVEL); // all levels go to standard error
+    KESetPrefixOptionsForLogTarget(sTarget, KELogMsgPrefixLayout::LevelName);
+    KEAttachLogTargetToLogger(sTarget, logger::Global);
 }
 
 KESTATUS RunCommand() {
@@ -77,6 +85,7 @@ int Run(int argc, const char* const* argv) {
     }
     if (gCmdLine.mVerbose) {
         KESetLevelForAllLoggers(KEMAXLEVEL);
+        ShowGlobalMessages();
     }
     return static_cast<int>(RunCommand());
 }

@@ -186,6 +186,24 @@ def test_version_line(version, text):
     assert result.stdout.startswith(f"Quayside library API Version {text}.\n")
 
 
+def test_verbose_tells_what_is_behind_a_failure():
+    script = "mac_size=5"
+    usual = run_with_fake_device("ts2av", "file", script=script)
+    failure = "CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."
+    assert usual.stderr.splitlines() == [failure]
+    verbose = run_with_fake_device("ts2av", "-v", "file", script=script)
+    assert verbose.stderr.splitlines() == ["ERROR: MAC address length mismatch, got 5, exp 6", failure]
+    assert verbose.stdout == usual.stdout
+    assert verbose.returncode == usual.returncode
+
+
+def test_verbose_shows_all_levels_on_standard_error():
+    result = run_with_fake_device("ts2av", "-v", SOURCE / "samples" / "h264-cbr.ts")
+    assert "INFO: all packets from file delivered, stop thread" in result.stderr.splitlines()
+    assert "INFO: " not in result.stdout
+    assert result.returncode == 0
+
+
 def test_file_size_limit_is_a_failed_write(tmp_path):
     """It is not the end of the process by SIGXFSZ, which subprocess leaves at its default action."""
     result = subprocess.run([FLOWLANE, "pcap", tmp_path / "file"], stdin=subprocess.DEVNULL, capture_output=True,
