@@ -38,7 +38,7 @@ bool IsOneOf(const int (&signals)[Count], int signalNumber) {
 
 using Handler = void (*)(int, siginfo_t*, void*);
 
-// What the signal handlers work with. They run on the owner's thread, but those for a fault.
+// What the signal handlers work with. They run on the owner's thread, but those for a fault or an abort.
 pthread_t sOwner;
 std::atomic<bool> sIsSignalled{false};
 std::atomic<std::int64_t> sFirstSignalTime{0}; // nanoseconds of the monotonic clock
@@ -135,7 +135,8 @@ void OnStopSignal(int signalNumber, siginfo_t*, void*) {
 void OnDeadlySignal(int signalNumber, siginfo_t* info, void*) {
     const KeptErrno keptErrno;
     const bool isFault = IsOneOf(cFaultSignals, signalNumber) && info->si_code > 0;
-    if (!isFault && IsPassedToOwner(signalNumber)) {
+    const bool isRaised = info->si_code == SI_TKILL; // by a thread that aborts, which waits for nobody
+    if (!isFault && !isRaised && IsPassedToOwner(signalNumber)) {
         return;
     }
     LeaveTerminal();

@@ -13,6 +13,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -81,12 +82,13 @@ void WithBlockedSignals(const std::function<void()>& body) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void RaiseOnAnotherThread(int number) {
-    std::thread([number] {
+// On another thread, which has no signals blocked.
+void RunUnblocked(const std::function<void()>& body) {
+    std::thread([&body] {
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
-        raise(number);
+        body();
     }).join();
 }
 
@@ -209,6 +211,21 @@ TEST(StopRequestTest, AFaultRestoresTheTerminalAndGoesOnToItsEarlierHandler) {
     }
 }
 
+// The owner has signals blocked just then, so it would not come to restore the terminal.
+TEST(StopRequestTest, AThreadThatAbortsRestoresTheTerminalItself) {
+    TerminalChild child([](const Reporter& reporter) {
+        const int status = WaitStatusOf([] {
+            TakeAwayEarlierHandlers();
+            const StopRequest stopRequest;
+            WithBlockedSignals([] { RunUnblocked([] { std::abort(); }); });
+        });
+        reporter.Line("ends", WIFSIGNALED(status) ? WTERMSIG(status) : -1);
+        ReportModes(reporter);
+    });
+    EXPECT_EQ(child.NextLine(), "ends=" + std::to_string(SIGABRT));
+    EXPECT_EQ(child.NextLine(), "modes=3");
+}
+
 TEST(StopRequestTest, WhatWasThereBeforeComesBack) {
     TerminalChild child([](const Reporter& reporter) {
         struct sigaction mine {};
@@ -280,7 +297,7 @@ TEST(StopRequestTest, TheFirstSignalIsARequestAndALaterOneEndsTheProcess) {
                 reporter.Line("early", stopRequest.IsRequested());
                 // Two at the same time are one request.
                 WithBlockedSignals([number] {
-                    RaiseOnAnotherThread(number);
+                    RunUnblocked([number] { raise(number); });
                     raise(SIGTERM);
                 });
                 reporter.Line("requested", WaitFor([&] { return stopRequest.IsRequested(); }));
@@ -382,7 +399,7 @@ TEST(StopRequestTest, ASignalOnAnotherThreadWaitsForTheOwner) {
         InAnotherGroup([&] {
             SuspendAndContinue(reporter, [&] {
                 WithBlockedSignals([&] {
-                    RaiseOnAnotherThread(SIGTSTP);
+                    RunUnblocked([] { raise(SIGTSTP); });
                     reporter.Line("not stopped yet");
                     ReportModes(reporter);
                 });
