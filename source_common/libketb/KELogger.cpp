@@ -78,7 +78,7 @@ bool KELogger::IsAttachedToTarget(const KELogTarget& target) const noexcept {
 }
 
 void KELogger::OutputMessage(KELogLevel level, KELogMessage& message) const {
-    if (!IsEnabled(level)) {
+    if (!IsHeard(level)) {
         return;
     }
     KELogMsgMetaData metaData;

@@ -40,7 +40,9 @@ public:
     bool IsAttachedToTarget(const KELogTarget& target) const noexcept;
 
     bool IsEnabled(KELogLevel level) const noexcept { return level <= Level(); }
-    // Hands the message to every attached target when the logger's level admits it.
+    // Whether a message of this level has a reader: the logger's level admits it and a target is attached.
+    bool IsHeard(KELogLevel level) const noexcept { return IsEnabled(level) && mTargets[0]; }
+    // Stamps the message and hands it to every attached target when the logger's level admits it.
     void OutputMessage(KELogLevel level, KELogMessage& message) const;
 
     KELogLevel Level() const noexcept { return mLogLevel.load(std::memory_order_relaxed); }

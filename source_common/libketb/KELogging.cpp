@@ -55,7 +55,7 @@ void KEOutputLogMessageImpl(const KELogFunctionParams& params, const char* text)
 
 void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* format,
                             const fmtimpl::ArgumentHolder* args, std::size_t count) {
-    if (!params.logger.IsEnabled(params.level)) {
+    if (!params.logger.IsHeard(params.level)) {
         return;
     }
     KELogMessage message;
@@ -66,7 +66,7 @@ void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* forma
 
 void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, std::size_t length,
                          unsigned int bytesPerLine) {
-    if (!params.logger.IsEnabled(params.level)) {
+    if (!params.logger.IsHeard(params.level)) {
         return;
     }
     if (!data) {
@@ -78,7 +78,6 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
         return;
     }
     constexpr std::size_t cMaxLengthForShortOffset = 0x10000;
-    const char* const offsetFormat = length <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:";
     const std::size_t lineLength = bytesPerLine != 0 ? bytesPerLine : 16;
     const auto* bytes = static_cast<const unsigned char*>(data);
 
@@ -90,7 +89,7 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
     for (std::size_t offset = 0; offset < length; offset += lineLength) {
         const std::size_t count = std::min(lineLength, length - offset);
         message.ResetMsg(params);
-        append(offsetFormat, offset);
+        append(length <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:", offset);
         for (std::size_t i = 0; i < lineLength; ++i) {
             if (i < count) {
                 append("{:02x} ", bytes[offset + i]);

@@ -1,9 +1,9 @@
 // The logging facility: emitting messages, and the operations on all loggers and targets.
 //
-// A call site names a logger and a level. When the logger's level admits it the text is formatted
-// (KEFormatter.h) into a buffer on the stack and handed to each target of the logger; otherwise the
-// arguments are not formatted. Logging never fails towards its caller and takes no lock: emit from any
-// thread, but construct, attach and start before other threads do.
+// A call site names a logger and a level. When the logger's level admits it and a target is attached, the
+// text is formatted (KEFormatter.h) into a buffer on the stack, stamped and handed to each target; otherwise
+// nothing is done, so that a message without a reader costs two reads. Logging never fails towards its
+// caller and takes no lock: emit from any thread, but construct, attach and start before other threads do.
 #ifndef KESTRELON_KELOGGING_H
 #define KESTRELON_KELOGGING_H
 
@@ -32,7 +32,7 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
 
 template <typename... Args>
 void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const char* format, const Args&... args) {
-    if (logger.IsEnabled(level)) {
+    if (logger.IsHeard(level)) {
         const fmtimpl::ArgumentArray<Args...> holders(args...);
         KEOutputLogMessageArgs({logger, level}, format, holders.mHolders, holders.cCount);
     }
@@ -41,7 +41,7 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const char* fo
 template <typename... Args>
 void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsgHeaderTag& header,
                         const char* format, const Args&... args) {
-    if (logger.IsEnabled(level)) {
+    if (logger.IsHeard(level)) {
         const fmtimpl::ArgumentArray<Args...> holders(args...);
         KEOutputLogMessageArgs({logger, level, &header}, format, holders.mHolders, holders.cCount);
     }
@@ -50,7 +50,7 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsg
 template <typename... Args>
 void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsgHeaderTag& header1,
                         const KELogMsgHeaderTag& header2, const char* format, const Args&... args) {
-    if (logger.IsEnabled(level)) {
+    if (logger.IsHeard(level)) {
         const fmtimpl::ArgumentArray<Args...> holders(args...);
         KEOutputLogMessageArgs({logger, level, &header1, &header2}, format, holders.mHolders, holders.cCount);
     }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -101,6 +102,35 @@ TEST(ThreadIdTest, IsTheKernelsNumber) {
     }).join();
     EXPECT_EQ(other, expected);
     EXPECT_NE(other, getpid());
+}
+
+// Which calls ask for the time, and so for the process and the thread.
+TEST(LogMetaData, NoMessageIsStampedWithoutATarget) {
+    KELogger logger("Stamped", KEINFO);
+    KELogMessage message;
+    const std::function<void()> calls[] = {
+        [&] { KEOutputLogMessage(logger, KEERROR, "{}", 1); },
+        [&] { KEOutputLogMessage(logger, KEERROR, KE_FUNCTION_TAG, "{}", 1); },
+        [&] { KEOutputLogMessageImpl({logger, KEERROR}); },
+        [&] { KEOutputLogMessageImpl({logger, KEERROR}, "text"); },
+        [&] { KEOutputHexDumpImpl({logger, KEERROR}, "ab", 2, 1); },
+        [&] { KEOutputHexDumpImpl({logger, KEERROR}, nullptr, 2, 1); },
+        [&] { logger.OutputMessage(KEERROR, message); },
+    };
+    for (const auto& call : calls) {
+        const auto number = &call - calls;
+        logger.DetachAllTargets();
+        {
+            const SystemCallFault fault("clock_gettime", EIO);
+            call();
+            EXPECT_FALSE(fault.IsDelivered()) << "call " << number;
+        }
+        StartedTarget target;
+        logger.AttachTarget(target);
+        const SystemCallFault fault("clock_gettime", EIO);
+        call();
+        EXPECT_TRUE(fault.IsDelivered()) << "call " << number;
+    }
 }
 
 } // namespace

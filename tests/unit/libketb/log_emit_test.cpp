@@ -164,10 +164,28 @@ TEST_F(LogEmit, MetaData) {
     EXPECT_EQ(metaData.mMsgLevel, KEWARN);
 }
 
-TEST_F(LogEmit, WithoutTargetsNothingHappens) {
+TEST_F(LogEmit, WithoutTargetsNothingIsFormatted) {
+    const DebugOutputCapture output;
+    const KELogMsgHeaderTag tag{"Tag"};
+    const Counting argument;
+    const auto logAll = [&] {
+        KEOutputLogMessage(mLogger, KEFATAL, "{}", argument);
+        KEOutputLogMessage(mLogger, KEFATAL, tag, "{}", argument);
+        KEOutputLogMessage(mLogger, KEFATAL, tag, tag, "{}", argument);
+        const fmtimpl::ArgumentHolder holder = fmtimpl::MakeArgument(argument);
+        KEOutputLogMessageArgs({mLogger, KEALWAYS}, "{}", &holder, 1);
+        KEOutputLogMessageImpl({mLogger, KEFATAL}, "a field without an argument: {}");
+    };
     mLogger.DetachAllTargets();
-    KEOutputLogMessage(mLogger, KEFATAL, "into the void");
+    logAll();
+    EXPECT_EQ(argument.mCalls, 0);
+    EXPECT_TRUE(output.Messages().empty());
     EXPECT_TRUE(mTarget.mLines.empty());
+    mLogger.AttachTarget(mTarget);
+    logAll();
+    EXPECT_EQ(argument.mCalls, 4);
+    EXPECT_EQ(output.Messages().size(), 2u);
+    EXPECT_EQ(mTarget.mLines.size(), 5u);
 }
 
 // --- Hex dumps -----------------------------------------------------------------------------------
