@@ -5,17 +5,28 @@
 
 namespace kestrelon {
 
-constinit KELogger* KELogger::smFirst = nullptr;
+constinit KELogger logger::Global(KELogger::FirstOfAll{}, "Global", KEINFO);
 
-namespace logger {
+constinit KELogger* KELogger::smFirst = &logger::Global;
 
-constinit KELogger Global(KEINFO);
-
-namespace {
-[[maybe_unused]] const bool sIsGlobalRegistered = (Global.ConstructImpl("Global", KEINFO), true);
+KELogger::KELogger(const char* name, KELogLevel level) noexcept {
+    // The members hold nothing yet, unless the object is on the list: nothing of it is read before that is
+    // known.
+    if (IsRegistered()) {
+        return;
+    }
+    mName = nullptr;
+    DetachAllTargets();
+    ConstructImpl(name, level);
 }
 
-} // namespace logger
+bool KELogger::IsRegistered() const noexcept {
+    const KELogger* logger = smFirst;
+    while (logger && logger != this) {
+        logger = logger->mNext;
+    }
+    return logger != nullptr;
+}
 
 void KELogger::ConstructImpl(const char* name, KELogLevel level) noexcept {
     if (mName) {

@@ -19,9 +19,14 @@ public:
     // The last slot always stays null and ends the walk of the targets.
     static constexpr unsigned MaxTargetsPerLogger = 4;
 
-    // Constant-initialised and not registered yet: usable before any constructor has run.
-    constexpr explicit KELogger(KELogLevel level) noexcept : mLogLevel(level) {}
-    KELogger(const char* name, KELogLevel level) noexcept { ConstructImpl(name, level); }
+    // For the one logger that the list of all loggers begins with: constant-initialised, so that it is on the
+    // list before any constructor has run.
+    enum class FirstOfAll {};
+    constexpr KELogger(FirstOfAll, const char* name, KELogLevel level) noexcept
+        : mLogLevel(level), mName(name), mTargets{}, mNext(nullptr) {}
+    // A static object that ConstructImpl has registered before its own constructor runs keeps its name, level
+    // and targets.
+    KELogger(const char* name, KELogLevel level) noexcept;
     // Takes the logger off the list.
     ~KELogger();
 
@@ -45,8 +50,10 @@ public:
     // Stamps the message and hands it to every attached target when the logger's level admits it.
     void OutputMessage(KELogLevel level, KELogMessage& message) const;
 
-    KELogLevel Level() const noexcept { return mLogLevel.load(std::memory_order_relaxed); }
-    void SetLevel(KELogLevel level) noexcept { mLogLevel.store(level, std::memory_order_relaxed); }
+    KELogLevel Level() const noexcept { return std::atomic_ref(mLogLevel).load(std::memory_order_relaxed); }
+    void SetLevel(KELogLevel level) noexcept {
+        std::atomic_ref(mLogLevel).store(level, std::memory_order_relaxed);
+    }
     const char* Name() const noexcept { return mName ? mName : ""; }
     KELogger* Next() const noexcept { return mNext; }
     static KELogger* First() noexcept { return smFirst; }
@@ -54,10 +61,14 @@ public:
     static void UnchainAllObjects() noexcept;
 
 private:
-    std::atomic<KELogLevel> mLogLevel{KEOFF};
-    const char* mName = nullptr;
-    KELogTarget* mTargets[MaxTargetsPerLogger] = {};
-    KELogger* mNext = nullptr;
+    bool IsRegistered() const noexcept;
+
+    // Without initialisers, for what an early registration has stored here must stay. The level is read and
+    // set by any thread, through atomic_ref alone.
+    mutable KELogLevel mLogLevel;
+    const char* mName;
+    KELogTarget* mTargets[MaxTargetsPerLogger];
+    KELogger* mNext;
 
     static KELogger* smFirst;
 };

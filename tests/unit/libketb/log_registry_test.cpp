@@ -1,7 +1,10 @@
 // Loggers and targets: their lists, attaching, finding by name.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -17,13 +20,36 @@ using testsupport::RecordingTarget;
 
 namespace {
 
+// Of the objects on the list; not all of them when it has no end.
 template <typename Object>
 std::vector<std::string> Names() {
+    constexpr std::size_t cManyObjects = 1000;
     std::vector<std::string> names;
-    for (const Object* object = Object::First(); object; object = object->Next()) {
+    for (const Object* object = Object::First(); object && names.size() < cManyObjects;
+         object = object->Next()) {
         names.emplace_back(object->Name());
     }
     return names;
+}
+
+// Looks for Global before the static objects of any other file are made.
+struct EarlyLook {
+    EarlyLook() {
+        RecordingTarget target;
+        mLogger = KEGetLoggerByName("Global", true);
+        mStatus = target.AttachToAllLoggers();
+        mIsAttached = logger::Global.IsAttachedToTarget(target);
+    }
+    KELogger* mLogger;
+    KESTATUS mStatus;
+    bool mIsAttached;
+};
+__attribute__((init_priority(101))) EarlyLook sEarlyLook;
+
+TEST(LogRegistry, GlobalIsRegisteredBeforeAnyStaticObject) {
+    EXPECT_EQ(sEarlyLook.mLogger, &logger::Global);
+    EXPECT_EQ(sEarlyLook.mStatus, KESTATUS_SUCCESS);
+    EXPECT_TRUE(sEarlyLook.mIsAttached);
 }
 
 TEST(LogRegistry, GlobalIsRegisteredAtInfo) {
@@ -61,19 +87,67 @@ TEST(LogRegistry, DestroyingInAnyOrderKeepsTheOthers) {
     EXPECT_EQ(Names<KELogTarget>()[0], "a");
 }
 
-TEST(LogRegistry, AnObjectIsRegisteredOnce) {
-    const std::size_t count = Names<KELogger>().size();
-    KELogger logger(KEINFO);
-    EXPECT_EQ(Names<KELogger>().size(), count) << "not before it has a name";
+// A logger whose memory is all zero, as that of a static object is before its constructor has run.
+class UnconstructedLogger {
+public:
+    UnconstructedLogger() : mMemory(std::calloc(1, sizeof(KELogger))) {}
+    ~UnconstructedLogger() {
+        Get().~KELogger();
+        std::free(mMemory);
+    }
+    UnconstructedLogger(const UnconstructedLogger&) = delete;
+    UnconstructedLogger& operator=(const UnconstructedLogger&) = delete;
+
+    KELogger& Get() { return *static_cast<KELogger*>(mMemory); }
+    void Construct(const char* name, KELogLevel level) { new (mMemory) KELogger(name, level); }
+
+private:
+    void* mMemory;
+};
+
+TEST(LogRegistry, ALoggerMayBeRegisteredBeforeItsConstructorRuns) {
+    const std::vector<std::string> before = Names<KELogger>();
+    UnconstructedLogger early;
+    KELogger& logger = early.Get();
     EXPECT_STREQ(logger.Name(), "");
+    EXPECT_EQ(Names<KELogger>(), before) << "not before it has a name";
     RecordingTarget target;
+    logger.ConstructImpl("early", KEWARN);
     EXPECT_EQ(logger.AttachTarget(target), KESTATUS_SUCCESS);
+    logger.SetLevel(KEDUMP);
+    const KELogger later("later", KEINFO);
+
+    early.Construct("constructed", KEINFO);
+    std::vector<std::string> after = {"later", "early"};
+    after.insert(after.end(), before.begin(), before.end());
+    EXPECT_EQ(Names<KELogger>(), after);
+    EXPECT_EQ(logger.Level(), KEDUMP);
+    EXPECT_TRUE(logger.IsAttachedToTarget(target));
+    KEOutputLogMessage(logger, KEINFO, "heard");
+    EXPECT_EQ(target.mLines, std::vector<std::string>{"heard"});
+}
+
+TEST(LogRegistry, ALoggerIsNamedOnce) {
+    const std::vector<std::string> before = Names<KELogger>();
+    UnconstructedLogger early;
+    KELogger& logger = early.Get();
     logger.ConstructImpl("first", KEWARN);
     logger.ConstructImpl("second", KEDUMP);
     EXPECT_STREQ(logger.Name(), "first");
     EXPECT_EQ(logger.Level(), KEWARN);
-    EXPECT_EQ(Names<KELogger>().size(), count + 1);
-    EXPECT_TRUE(logger.IsAttachedToTarget(target)) << "what was done before is not undone";
+    EXPECT_EQ(Names<KELogger>().size(), before.size() + 1);
+}
+
+// What stands where a logger is made does not count.
+TEST(LogRegistry, ANewLoggerIsEmptyWhateverItsMemoryHeld) {
+    alignas(KELogger) unsigned char memory[sizeof(KELogger)];
+    std::memset(memory, 0xA5, sizeof memory);
+    const auto* logger = new (memory) KELogger("new", KEWARN);
+    EXPECT_STREQ(logger->Name(), "new");
+    EXPECT_EQ(logger->Level(), KEWARN);
+    EXPECT_EQ(KELogger::First(), logger);
+    EXPECT_FALSE(logger->IsHeard(KEFATAL));
+    logger->~KELogger();
 }
 
 TEST(LogRegistry, NullNamesAreEmpty) {
