@@ -209,5 +209,9 @@ ssize_t __wrap_recv(int fd, void* data, size_t size, int flags) {
     return testsupport::IsToFail("recv") ? testsupport::FailWithErrno() : __real_recv(fd, data, size, flags);
 }
 
+ssize_t __wrap___recv_chk(int fd, void* data, size_t size, size_t /*bufferSize*/, int flags) {
+    return __wrap_recv(fd, data, size, flags);
+}
+
 } // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming,cert-dcl50-cpp)

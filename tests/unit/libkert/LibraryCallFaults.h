@@ -17,6 +17,8 @@ public:
     ~PrintfFault();
     PrintfFault(const PrintfFault&) = delete;
     PrintfFault& operator=(const PrintfFault&) = delete;
+
+    unsigned Failures() const; // calls that have failed so far
 };
 
 struct SystemLogLine {

@@ -187,6 +187,17 @@ WRAP_SETTING_ERRNO(int, pipe2, (int descriptors[2], int flags), (descriptors, fl
 WRAP_SETTING_ERRNO(ssize_t, read, (int descriptor, void* data, size_t size), (descriptor, data, size))
 WRAP_SETTING_ERRNO(ssize_t, write, (int descriptor, const void* data, size_t size), (descriptor, data, size))
 WRAP_SETTING_ERRNO(ssize_t, readlink, (const char* path, char* data, size_t size), (path, data, size))
+
+// The forms of a hardened build: the size of the buffer is not checked here.
+extern "C" ssize_t __wrap___read_chk(int descriptor, void* data, size_t size, size_t bufferSize);
+ssize_t __wrap___read_chk(int descriptor, void* data, size_t size, size_t /*bufferSize*/) {
+    return __wrap_read(descriptor, data, size);
+}
+extern "C" ssize_t __wrap___readlink_chk(const char* path, char* data, size_t size, size_t bufferSize);
+ssize_t __wrap___readlink_chk(const char* path, char* data, size_t size, size_t /*bufferSize*/) {
+    return __wrap_readlink(path, data, size);
+}
+
 WRAP_SETTING_ERRNO(long, ftell, (std::FILE * file), (file))
 
 extern "C" int __real_fcntl(int descriptor, int command, ...);
