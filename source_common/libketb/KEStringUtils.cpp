@@ -1,6 +1,7 @@
 #include "KEStringUtils.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -36,6 +37,18 @@ unsigned long ToUnsigned(const char* text, char** end, int base) {
 }
 unsigned long ToUnsigned(const wchar_t* text, wchar_t** end, int base) {
     return std::wcstoul(text, end, base);
+}
+
+// Whether text begins with 0b, behind blanks and a sign.
+template <typename charT>
+bool HasBinaryPrefix(const charT* text) noexcept {
+    while (*text != charT{} && KEFindCharInString(strimpl::cWhiteSpace<charT>, *text)) {
+        ++text;
+    }
+    if (*text == charT{'+'} || *text == charT{'-'}) {
+        ++text;
+    }
+    return text[0] == charT{'0'} && (text[1] == charT{'b'} || text[1] == charT{'B'});
 }
 
 template <typename T, typename charT>
@@ -100,11 +113,16 @@ std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept {
             text.resize(size);
             va_list argsForTry;
             va_copy(argsForTry, args);
+            errno = 0;
             const int length = std::vswprintf(text.data(), text.size(), format, argsForTry);
+            const int err = errno;
             va_end(argsForTry);
             if (length >= 0) {
                 text.resize(static_cast<std::size_t>(length));
                 return text;
+            }
+            if (err == EILSEQ || err == EINVAL || err == ENOMEM) {
+                break; // more room would not help
             }
         }
     } catch (const std::exception&) {
@@ -116,7 +134,10 @@ std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept {
 template <typename T, typename charT>
 KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept {
     const charT* const start = KEStringSkipLeadingZeros(text);
-    charT* end = nullptr;
+    if (HasBinaryPrefix(start) && (base == 0 || base == 2)) {
+        base = 10; // newer C libraries would read the binary number, others the 0 alone
+    }
+    auto* end = const_cast<charT*>(start); // where an invalid base leaves it
     if constexpr (std::is_signed_v<T>) {
         const long number = ToSigned(start, &end, base);
         return Store(value, static_cast<T>(number), start, static_cast<const charT*>(end));

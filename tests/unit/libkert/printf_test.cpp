@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <string>
 
+#include "KEStringUtils.h"
 #include "LibraryCallFaults.h"
 #include "kert_string.h"
 
@@ -128,6 +129,21 @@ TEST(StringPrintf, FailuresOfTheLibraryCall) {
         EXPECT_EQ(wide[3], L'\0');
         EXPECT_EQ(KEStringPrintf(narrow, std::size(narrow), "%d", 1), test.narrow) << test.err;
         EXPECT_EQ(KEStringPrintf(wide, std::size(wide), L"%d", 1), test.wide) << test.err;
+    }
+}
+
+// The wide call does not tell how much room it needs, so that larger and larger buffers are tried; but not
+// when more room would not help.
+TEST(StringPrintf, WideStringsGiveUpAtOnceWhenRoomIsNotTheMatter) {
+    for (const int err : {EILSEQ, EINVAL, ENOMEM}) {
+        const PrintfFault fault(err);
+        EXPECT_EQ(KEStdStringPrintf(L"%d", 1), L"");
+        EXPECT_EQ(fault.Failures(), 1u) << err;
+    }
+    for (const int err : {0, E2BIG, EOVERFLOW}) {
+        const PrintfFault fault(err);
+        EXPECT_EQ(KEStdStringPrintf(L"%d", 1), L"");
+        EXPECT_EQ(fault.Failures(), 9u) << err << ": from 256 characters to 16 million";
     }
 }
 

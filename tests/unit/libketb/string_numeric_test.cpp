@@ -53,7 +53,8 @@ TYPED_TEST(StringToInteger, CommonToAllTypes) {
         {"12abc", 0, 12},    {"00", 0, 0},    {"000", 10, 0},   {"ff", 16, 255}, {"0ff", 16, 255},
         {"101", 2, 5},       {" 7", 0, 7},    {"+7", 0, 7},     {"08", 0, 8},    {"010", 8, 8},
         {" 010", 0, 8},      {"+010", 0, 8},  {"0x", 0, 0},     {"z", 36, 35},   {"1 2", 10, 1},
-        {"32767", 0, 32767}, {"\t\n5", 0, 5},
+        {"32767", 0, 32767}, {"\t\n5", 0, 5}, {"0b11", 0, 0},   {"0B11", 2, 0},  {" +0b1", 0, 0},
+        {"-0b1", 0, 0},      {"b1", 16, 177}, {"0b1", 16, 177},
     };
     for (const auto& test : cases) {
         ExpectNumber<TypeParam>(test.text, test.base, static_cast<TypeParam>(test.value));
@@ -62,6 +63,10 @@ TYPED_TEST(StringToInteger, CommonToAllTypes) {
         ExpectInvalid<TypeParam>(text, 0);
     }
     ExpectInvalid<TypeParam>("9", 8);
+    for (const int base : {-1, 1, 37}) {
+        ExpectInvalid<TypeParam>("12", base);
+        ExpectInvalid<TypeParam>("0012", base);
+    }
 }
 
 TYPED_TEST(StringToInteger, NegativeNumbersAreCutToTheType) {
