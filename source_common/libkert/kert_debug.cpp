@@ -17,6 +17,17 @@ constinit char sModuleName[cModuleNameSize] = {};
 
 constexpr useconds_t cHaltMessageInterval = 3000000;
 
+// Where to cut text, at length or before it, so that no character of UTF-8 is divided.
+std::size_t CutBeforeCharacter(const char* text, std::size_t length) noexcept {
+    constexpr std::size_t cMaxContinuationBytes = 3;
+    for (std::size_t back = 0; back <= cMaxContinuationBytes && back <= length; ++back) {
+        if ((static_cast<unsigned char>(text[length - back]) & 0xC0) != 0x80) {
+            return length - back;
+        }
+    }
+    return length; // some other encoding
+}
+
 } // namespace
 
 void KEOutputDebugStringV(const char* fmt, va_list args) noexcept {
@@ -61,7 +72,13 @@ void KEAssertionFailed(const char* expression, const char* file, int line) noexc
 }
 
 void KESetModuleName(const char* name) noexcept {
-    std::snprintf(sModuleName, sizeof sModuleName, "%s", name ? name : "");
+    const char* const source = name ? name : "";
+    std::size_t length = strnlen(source, cModuleNameSize);
+    if (length == cModuleNameSize) {
+        length = CutBeforeCharacter(source, cModuleNameSize - 1);
+    }
+    std::memmove(sModuleName, source, length);
+    sModuleName[length] = '\0';
 }
 
 const char* KEModuleName() noexcept {

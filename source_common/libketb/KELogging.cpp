@@ -1,8 +1,9 @@
 #include "KELogging.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string>
 
+#include "KEStringUtils.h"
 #include "KEUtfConvert.h"
 #include "kert_debug.h"
 
@@ -12,19 +13,11 @@ namespace {
 
 constinit bool sIsStarted = false;
 
-bool IsNameEqual(const char* a, const char* b, bool caseSensitive) noexcept {
-    const auto fold = [caseSensitive](char c) {
-        return !caseSensitive && c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    };
-    for (; *a != '\0' && fold(*a) == fold(*b); ++a, ++b) {
-    }
-    return fold(*a) == fold(*b);
-}
-
 template <typename Object>
 Object* FindByName(const char* name, bool caseSensitive) noexcept {
+    const auto isEqual = caseSensitive ? &KEStringEqual<char> : &KEStringEqualIgnoreCase<char>;
     Object* object = Object::First();
-    while (object && !IsNameEqual(object->Name(), name, caseSensitive)) {
+    while (object && !isEqual(object->Name(), name)) {
         object = object->Next();
     }
     return object;
@@ -79,6 +72,7 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
     }
     constexpr std::size_t cMaxLengthForShortOffset = 0x10000;
     const std::size_t lineLength = bytesPerLine != 0 ? bytesPerLine : 16;
+    const std::size_t shownLength = std::min(lineLength, KELogMessage::TextSize); // more never fits
     const auto* bytes = static_cast<const unsigned char*>(data);
 
     KELogMessage message;
@@ -87,10 +81,10 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
         message.AppendFormatted(format, &holder, 1);
     };
     for (std::size_t offset = 0; offset < length; offset += lineLength) {
-        const std::size_t count = std::min(lineLength, length - offset);
+        const std::size_t count = std::min(shownLength, length - offset);
         message.ResetMsg(params);
         append(length <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:", offset);
-        for (std::size_t i = 0; i < lineLength; ++i) {
+        for (std::size_t i = 0; i < shownLength; ++i) {
             if (i < count) {
                 append("{:02x} ", bytes[offset + i]);
             } else {
@@ -110,6 +104,7 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
 }
 
 KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept {
+    name = name ? name : "";
     KELogger* logger = FindByName<KELogger>(name, caseSensitive);
     if (!logger) {
         KEOutputDebugString("%s: WARNING: %s: Logger '%s' not found\n", KEModuleName(), __PRETTY_FUNCTION__,
@@ -119,6 +114,7 @@ KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept {
 }
 
 KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept {
+    name = name ? name : "";
     KELogTarget* target = FindByName<KELogTarget>(name, caseSensitive);
     if (!target) {
         KEOutputDebugString("%s: WARNING: %s: Target '%s' not found\n", KEModuleName(), __PRETTY_FUNCTION__,
@@ -270,10 +266,17 @@ void KESetLogModuleName(const char* name) noexcept {
 
 void KESetLogModuleName(const wchar_t* name) noexcept {
     std::string narrow;
-    if (name) {
-        KEWideToUtf8(name, narrow);
+    if (!name || KEWideToUtf8(name, narrow)) {
+        KESetModuleName(narrow.c_str());
+        return;
     }
-    KESetModuleName(narrow.c_str());
+    char ascii[cModuleNameSize];
+    std::size_t length = 0;
+    for (; length < sizeof ascii - 1 && name[length] != L'\0'; ++length) {
+        ascii[length] = name[length] > 0 && name[length] < 0x80 ? static_cast<char>(name[length]) : '?';
+    }
+    ascii[length] = '\0';
+    KESetModuleName(ascii);
 }
 
 const char* KEGetLogModuleName() noexcept {

@@ -65,7 +65,7 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsg
 // --- Loggers and targets -------------------------------------------------------------------------
 
 // Null, and a line in the system log, when there is none of this name. Without caseSensitive ASCII
-// letters are folded.
+// letters are folded. A null name counts as "".
 KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept;
 KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept;
 
@@ -99,7 +99,8 @@ KESTATUS KEStartLogTargets(KELogConfiguration* config);
 // Stops all targets; does nothing unless logging was started.
 void KEStopLogging();
 
-// The process-wide name in front of the toolbox's diagnostics: at most 31 characters are kept.
+// The process-wide name in front of the toolbox's diagnostics: at most 31 bytes of UTF-8 are kept, whole
+// characters only. A wide name that cannot be converted has "?" for what is not ASCII.
 void KESetLogModuleName(const char* name) noexcept;
 void KESetLogModuleName(const wchar_t* name) noexcept;
 const char* KEGetLogModuleName() noexcept;

@@ -35,7 +35,8 @@ KESTATUS ChangePath(fs::path& path, Change change) noexcept {
 
 } // namespace
 
-KEStdPath::KEStdPath(const char* path) noexcept : KEStdPath(PathOrEmpty([path] { return fs::path(path); })) {}
+KEStdPath::KEStdPath(const char* path) noexcept
+    : KEStdPath(PathOrEmpty([path] { return fs::path(path ? path : ""); })) {}
 
 bool KEStdPath::Exists() const noexcept {
     std::error_code error;
@@ -90,11 +91,11 @@ KEStdPath KEStdPath::Extension() const noexcept {
 }
 
 KESTATUS KEStdPath::Append(const char* element) noexcept {
-    return ChangePath(mPath, [element](fs::path& path) { path /= element; });
+    return ChangePath(mPath, [element](fs::path& path) { path /= element ? element : ""; });
 }
 
 KESTATUS KEStdPath::Concat(const char* text) noexcept {
-    return ChangePath(mPath, [text](fs::path& path) { path += text; });
+    return ChangePath(mPath, [text](fs::path& path) { path += text ? text : ""; });
 }
 
 KESTATUS KEStdPath::MakeCanonicalPath() noexcept {

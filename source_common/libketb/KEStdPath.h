@@ -4,13 +4,15 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "KEFormatter.h"
 #include "kestatus.h"
 
 namespace kestrelon {
 
-// A plain value. When memory is short, a constructor or a part gives an empty path.
+// A plain value. A null text, or one for which memory is short, gives an empty path; so does a part of a
+// path.
 class KEStdPath {
 public:
     KEStdPath() noexcept = default;
@@ -39,6 +41,7 @@ public:
     KEStdPath Extension() const noexcept;
 
     // Append adds an element with a separator, an absolute one replaces the path; Concat adds text as it is.
+    // A null text counts as "".
     //   KESTATUS_FAILED  memory is short; the path is unchanged
     KESTATUS Append(const char* element) noexcept;
     KESTATUS Concat(const char* text) noexcept;

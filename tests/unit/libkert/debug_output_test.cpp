@@ -87,6 +87,20 @@ TEST(ModuleName, IsCutAt31Characters) {
     EXPECT_STREQ(KEModuleName(), "1234567890123456789012345678901");
     KESetModuleName("12345678901234567890123456789012");
     EXPECT_STREQ(KEModuleName(), "1234567890123456789012345678901");
+    const std::string begin(28, 'x');
+    KESetModuleName((begin + "\xc3\xa4"
+                             "ab")
+                        .c_str());
+    EXPECT_EQ(KEModuleName(), begin + "\xc3\xa4"
+                                      "a");
+    KESetModuleName((begin + "ab\xc3\xa4").c_str());
+    EXPECT_EQ(KEModuleName(), begin + "ab") << "no character is divided";
+    KESetModuleName((begin + "\xf0\x9f\x98\x80").c_str());
+    EXPECT_EQ(KEModuleName(), begin);
+    KESetModuleName((begin + std::string(10, '\x80')).c_str());
+    EXPECT_EQ(KEModuleName(), begin + "\x80\x80\x80") << "not UTF-8";
+    KESetModuleName(KEModuleName());
+    EXPECT_EQ(KEModuleName(), begin + "\x80\x80\x80");
     KESetModuleName("short");
     EXPECT_STREQ(KEModuleName(), "short");
     KESetModuleName(nullptr);

@@ -233,6 +233,12 @@ TEST_F(LogHexDump, OverlongLinesAreCut) {
     EXPECT_TRUE(lines[0].starts_with("0000:61 61 "));
 }
 
+TEST_F(LogHexDump, ALineOfAnyLengthIsWrittenAtOnce) {
+    const Lines lines = Dump("abc", 3, 0xFFFFFFFF);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0], "0000:61 62 63 " + std::string(511 - 14, ' '));
+}
+
 TEST_F(LogHexDump, OffsetsHaveFourDigitsUpTo64KiB) {
     const std::vector<unsigned char> data(0x10000, 0x2E);
     const Lines lines = Dump(data.data(), data.size());

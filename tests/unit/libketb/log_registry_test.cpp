@@ -270,6 +270,22 @@ TEST(LogRegistry, FindingByName) {
     EXPECT_TRUE(output.Messages().empty());
 }
 
+TEST(LogRegistry, ANullNameIsAnEmptyOne) {
+    const ModuleName module("mod");
+    const DebugOutputCapture output;
+    for (const bool caseSensitive : {false, true}) {
+        EXPECT_EQ(KEGetLoggerByName(nullptr, caseSensitive), nullptr);
+        EXPECT_EQ(KEGetLogTargetByName(nullptr, caseSensitive), nullptr);
+    }
+    EXPECT_EQ(KESetLevelForLogger(nullptr, KEINFO), 0xE0000081u);
+    ASSERT_EQ(output.Messages().size(), 5u);
+    EXPECT_TRUE(output.Messages()[0].ends_with(": Logger '' not found\n"));
+    const KELogger logger(nullptr, KEINFO);
+    const RecordingTarget target(nullptr);
+    EXPECT_EQ(KEGetLoggerByName(nullptr, true), &logger);
+    EXPECT_EQ(KEGetLogTargetByName(nullptr, true), &target);
+}
+
 TEST(LogRegistry, UnknownNamesAreReported) {
     const ModuleName module("mod");
     const DebugOutputCapture output;

@@ -183,6 +183,15 @@ TEST(LogModuleName, NarrowAndWide) {
     EXPECT_STREQ(KEGetLogModuleName(), "wide name");
     KESetLogModuleName(L"1234567890123456789012345678901x");
     EXPECT_STREQ(KEGetLogModuleName(), "1234567890123456789012345678901");
+    KESetLogModuleName((std::wstring(30, L'x') + L"\u00e4").c_str());
+    EXPECT_EQ(KEGetLogModuleName(), std::string(30, 'x')) << "no character is divided";
+    KESetLogModuleName((std::wstring(29, L'x') + L"\u00e4").c_str());
+    EXPECT_EQ(KEGetLogModuleName(), std::string(29, 'x') + "\xc3\xa4");
+    const wchar_t invalid[] = {L'a', static_cast<wchar_t>(0x110000), 0xE4, L'b', 0};
+    KESetLogModuleName(invalid);
+    EXPECT_STREQ(KEGetLogModuleName(), "a??b") << "a name all the same";
+    KESetLogModuleName((invalid + std::wstring(40, L'x')).c_str());
+    EXPECT_EQ(KEGetLogModuleName(), "a??b" + std::string(27, 'x'));
     KESetLogModuleName(static_cast<const wchar_t*>(nullptr));
     EXPECT_STREQ(KEGetLogModuleName(), "");
 }

@@ -22,6 +22,7 @@ TEST(StdPath, Construction) {
     EXPECT_STREQ(KEStdPath(std::filesystem::path("a/b")).c_str(), "a/b");
     EXPECT_TRUE(KEStdPath().IsEmpty());
     EXPECT_TRUE(KEStdPath("").IsEmpty());
+    EXPECT_TRUE(KEStdPath(static_cast<const char*>(nullptr)).IsEmpty());
     EXPECT_FALSE(KEStdPath(".").IsEmpty());
     EXPECT_EQ(KEStdPath("x").StdPath(), std::filesystem::path("x"));
     EXPECT_TRUE(KEStdPath("a") == KEStdPath("a"));
@@ -61,6 +62,14 @@ TEST(StdPath, Parts) {
         EXPECT_STREQ(path.Extension().c_str(), test.extension) << test.path;
         EXPECT_STREQ(path.c_str(), test.path) << "unchanged";
     }
+}
+
+TEST(StdPath, ANullTextAddsNothing) {
+    KEStdPath path("a");
+    EXPECT_EQ(path.Concat(nullptr), KESTATUS_SUCCESS);
+    EXPECT_STREQ(path.c_str(), "a");
+    EXPECT_EQ(path.Append(nullptr), KESTATUS_SUCCESS);
+    EXPECT_STREQ(path.c_str(), "a/");
 }
 
 TEST(StdPath, Append) {
