@@ -19,6 +19,7 @@ KESTATUS KELogFile::OpenLogFile(const T_UNICHAR* filePathAndName) noexcept {
     try {
         mFilePathAndName = filePathAndName;
     } catch (const std::bad_alloc&) {
+        mFilePathAndName.clear();
         return KESTATUS_NO_MEMORY;
     }
     if (!mAppendToExistingFile) {

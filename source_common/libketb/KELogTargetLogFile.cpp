@@ -4,6 +4,7 @@
 #include <new>
 
 #include "KELinuxWordExp.h"
+#include "KEStringUtils.h"
 #include "kert_debug.h"
 
 namespace kestrelon {
@@ -13,12 +14,6 @@ namespace {
 // True while this thread writes a line. What the layers below log meanwhile must not be written in turn:
 // it would fail as they did, and so on without end.
 thread_local bool sIsWriting = false;
-
-void TrimBlanks(std::string& text) {
-    constexpr const char* cBlanks = " \t";
-    text.erase(0, text.find_first_not_of(cBlanks));
-    text.erase(text.find_last_not_of(cBlanks) + 1);
-}
 
 } // namespace
 
@@ -88,7 +83,8 @@ KESTATUS KELogTargetLogFile::StartTargetImpl(KELogConfiguration* configuration) 
 void KELogTargetLogFile::ReadConfiguration(KELogConfiguration& configuration) {
     std::string fileName;
     if (configuration.ReadLogTargetParameter(Name(), "LogFile", fileName) == KESTATUS_SUCCESS) {
-        TrimBlanks(fileName);
+        KEStringTrimBeginEnd(fileName.data());
+        fileName.resize(KEStringLen(fileName.c_str()));
         mFilePathAndName = fileName;
     }
     int value = 0;

@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <string>
 #include <utility>
 
 #include "KELinuxFileDescriptor.h"
 #include "LogExpect.h"
+#include "TemporaryFolder.h"
 
 using namespace kestrelon;
 using namespace testsupport;
@@ -25,14 +25,8 @@ bool IsOpen(int descriptor) {
 
 class FileDescriptorTest : public testing::Test {
 protected:
-    FileDescriptorTest() {
-        char name[] = "/tmp/kelinux_fd_XXXXXX";
-        mDirectory = mkdtemp(name);
-    }
-    ~FileDescriptorTest() override { std::filesystem::remove_all(mDirectory); }
-
     LogCapture mLog;
-    std::string mDirectory;
+    TemporaryFolder mDirectory;
     KELinuxFileDescriptor mFile;
 };
 
@@ -43,7 +37,7 @@ TEST_F(FileDescriptorTest, IsInvalidAtFirst) {
 }
 
 TEST_F(FileDescriptorTest, OpensFiles) {
-    const std::string path = mDirectory + "/file";
+    const std::string path = mDirectory / "file";
     const mode_t mask = umask(0);
     ASSERT_EQ(mFile.OpenFile(path.c_str(), O_WRONLY | O_CREAT, 0640), KESTATUS_SUCCESS);
     umask(mask);
@@ -65,12 +59,12 @@ TEST_F(FileDescriptorTest, OpensFiles) {
 TEST_F(FileDescriptorTest, AFailedOpenLeavesItInvalidAndTheOldOneClosed) {
     ASSERT_EQ(mFile.OpenFile("/dev/null", O_RDONLY), KESTATUS_SUCCESS);
     const int old = mFile.GetHandle();
-    EXPECT_EQ(mFile.OpenFile((mDirectory + "/missing").c_str(), O_RDONLY), KESTATUS{0xE0010002});
+    EXPECT_EQ(mFile.OpenFile((mDirectory / "missing").c_str(), O_RDONLY), KESTATUS{0xE0010002});
     EXPECT_EQ(mFile.GetHandle(), -1);
     EXPECT_FALSE(IsOpen(old));
     EXPECT_THAT(mLog.Messages(),
                 ElementsAre(IsMessageOf(KEERROR, "KELinuxFileDescriptor::OpenFile", "open failed, err=2")));
-    EXPECT_EQ(mFile.OpenFile(mDirectory.c_str(), O_WRONLY), KESTATUS{0xE0010015}); // EISDIR
+    EXPECT_EQ(mFile.OpenFile(mDirectory.Path().c_str(), O_WRONLY), KESTATUS{0xE0010015}); // EISDIR
 }
 
 TEST_F(FileDescriptorTest, AFailingCloseIsLoggedAndStillInvalidates) {

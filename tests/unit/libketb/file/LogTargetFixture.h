@@ -12,7 +12,7 @@
 #include "KELogTargetLogFile.h"
 #include "KELogging.h"
 #include "LogExpect.h"
-#include "TempDirectory.h"
+#include "TemporaryFolder.h"
 
 namespace testsupport {
 
@@ -47,7 +47,7 @@ protected:
     LogTargetFileTest() {
         kestrelon::KESetLogModuleName("module");
         mLogger.AttachTarget(mTarget);
-        mTarget.SetLogFileName(mDirectory.File("x.log").c_str());
+        mTarget.SetLogFileName((mDirectory / "x.log").c_str());
     }
     ~LogTargetFileTest() override { kestrelon::KESetLogModuleName(""); }
 
@@ -62,7 +62,7 @@ protected:
 
     LogCapture mLog;
     DebugOutputCapture mDiagnostics;
-    TempDirectory mDirectory;
+    TemporaryFolder mDirectory;
     kestrelon::KELogger mLogger{"FileLogger", kestrelon::KEINFO};
     kestrelon::KELogTargetLogFile mTarget{"File"};
 };

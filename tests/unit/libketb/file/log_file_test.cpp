@@ -9,10 +9,11 @@
 #include <filesystem>
 #include <string>
 
+#include "AllocationFault.h"
 #include "KELogging.h"
 #include "LogExpect.h"
 #include "SystemCallFaults.h"
-#include "TempDirectory.h"
+#include "TemporaryFolder.h"
 
 using namespace kestrelon;
 using namespace testsupport;
@@ -26,12 +27,12 @@ protected:
     LogFileTest() { KESetLogModuleName("module"); }
     ~LogFileTest() override { KESetLogModuleName(""); }
 
-    KESTATUS Open(const std::string& name) { return mFile.OpenLogFile(mDirectory.File(name).c_str()); }
+    KESTATUS Open(const std::string& name) { return mFile.OpenLogFile((mDirectory / name).c_str()); }
     KESTATUS Write(const std::string& text) { return mFile.WriteToLogFile(text.data(), text.size()); }
 
     LogCapture mLog;
     DebugOutputCapture mDiagnostics;
-    TempDirectory mDirectory;
+    TemporaryFolder mDirectory;
     KELogFile mFile;
 };
 
@@ -44,6 +45,20 @@ TEST_F(LogFileTest, HasItsDefaults) {
     EXPECT_FALSE(mFile.IsOpen());
     EXPECT_EQ(mFile.CurrentFileSize(), 0u);
     EXPECT_EQ(mFile.FilePathAndName(), "");
+}
+
+TEST_F(LogFileTest, IsClosedWithoutANameWhenMemoryIsShort) {
+    ASSERT_EQ(Open("x.log"), KESTATUS_SUCCESS);
+    const std::string longer = mDirectory / std::string(200, 'y');
+    KESTATUS st = KESTATUS_SUCCESS;
+    {
+        const AllocationFault fault;
+        st = mFile.OpenLogFile(longer.c_str());
+    }
+    EXPECT_EQ(st, KESTATUS_NO_MEMORY);
+    EXPECT_FALSE(mFile.IsOpen());
+    EXPECT_EQ(mFile.FilePathAndName(), "");
+    EXPECT_EQ(Open("x.log"), KESTATUS_SUCCESS);
 }
 
 TEST_F(LogFileTest, RefusesToOpenWithoutAName) {
@@ -62,7 +77,7 @@ TEST_F(LogFileTest, BeginsANewFileAndKeepsTheOldOneAsBackup) {
     mDirectory.Write("x.log", "old\n");
     mDirectory.Write("x.log.bak", "older\n");
     ASSERT_EQ(Open("x.log"), KESTATUS_SUCCESS);
-    EXPECT_EQ(mFile.FilePathAndName(), mDirectory.File("x.log"));
+    EXPECT_EQ(mFile.FilePathAndName(), mDirectory / "x.log");
     EXPECT_EQ(mFile.CurrentFileSize(), 0u);
     EXPECT_EQ(mDirectory.Read("x.log"), "");
     EXPECT_EQ(mDirectory.Read("x.log.bak"), "old\n");
@@ -172,7 +187,7 @@ TEST_F(LogFileTest, OpeningClosesTheOpenFile) {
     ASSERT_EQ(Open("y.log"), KESTATUS_SUCCESS);
     EXPECT_EQ(mDirectory.Read("x.log"), "text");
     EXPECT_EQ(mFile.CurrentFileSize(), 0u);
-    EXPECT_EQ(mFile.FilePathAndName(), mDirectory.File("y.log"));
+    EXPECT_EQ(mFile.FilePathAndName(), mDirectory / "y.log");
 }
 
 TEST_F(LogFileTest, AFileThatCannotBeOpenedIsReported) {
@@ -180,18 +195,17 @@ TEST_F(LogFileTest, AFileThatCannotBeOpenedIsReported) {
     ASSERT_EQ(mDiagnostics.Messages().size(), 1u);
     EXPECT_THAT(mDiagnostics.Messages()[0],
                 testing::StartsWith("module: ERROR: KESTATUS kestrelon::KELogFile::"));
-    EXPECT_THAT(
-        mDiagnostics.Messages()[0],
-        testing::EndsWith(": Open file '" + mDirectory.File("missing/x.log") + "' failed, st=0xE0010002\n"));
+    EXPECT_THAT(mDiagnostics.Messages()[0], testing::EndsWith(": Open file '" + mDirectory / "missing/x.log" +
+                                                              "' failed, st=0xE0010002\n"));
     EXPECT_FALSE(mFile.IsOpen());
     EXPECT_EQ(mFile.FilePathAndName(), "");
 }
 
 TEST_F(LogFileTest, AFileThatCannotBeOpenedAgainIsReportedAndClosed) {
-    std::filesystem::create_directory(mDirectory.File("sub"));
+    std::filesystem::create_directory(mDirectory / "sub");
     mFile.mMaxFileSize = 5;
     ASSERT_EQ(Open("sub/x.log"), KESTATUS_SUCCESS);
-    std::filesystem::remove_all(mDirectory.File("sub"));
+    std::filesystem::remove_all(mDirectory / "sub");
     EXPECT_EQ(Write("12345"), KESTATUS_SUCCESS); // written, though nobody will find it
     ASSERT_EQ(mDiagnostics.Messages().size(), 1u);
     EXPECT_THAT(mDiagnostics.Messages()[0], testing::EndsWith("failed, st=0xE0010002\n"));

@@ -71,7 +71,7 @@ TEST_F(LogTargetFileTest, AFileThatReachesTheLimitExactlyIsFull) {
         EXPECT_FALSE(mDirectory.Exists("x.log.bak"));
         Log(std::string(255, 'a'));
     }
-    EXPECT_EQ(std::filesystem::file_size(mDirectory.File("x.log.bak")), 1024u);
+    EXPECT_EQ(std::filesystem::file_size(mDirectory / "x.log.bak"), 1024u);
 }
 
 TEST_F(LogTargetFileTest, AHugeLimitDoesNotWrap) {
@@ -89,6 +89,17 @@ TEST_F(LogTargetFileTest, AHugeLimitDoesNotWrap) {
         Log(std::string(500, 'a'));
     }
     EXPECT_EQ(Written().size(), 50100u);
+}
+
+TEST_F(LogTargetFileTest, ALimitOfZeroIsNone) {
+    mTarget.SetMaxFileSizeKB(1);
+    mTarget.SetMaxFileSizeKB(0);
+    ASSERT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
+    for (int i = 0; i < 10; ++i) {
+        Log(std::string(500, 'a'));
+    }
+    EXPECT_FALSE(mDirectory.Exists("x.log.bak"));
+    EXPECT_EQ(Written().size(), 5010u);
 }
 
 TEST_F(LogTargetFileTest, FlushesAfterEachLineWhenAsked) {
@@ -217,18 +228,18 @@ TEST_F(GlobalOnFileTest, AFailingCloseInTheDestructorReachesNoDeadObject) {
 }
 
 TEST_F(LogTargetFileTest, AFileThatCannotBeOpenedAgainDropsLines) {
-    std::filesystem::create_directory(mDirectory.File("sub"));
-    mTarget.SetLogFileName(mDirectory.File("sub/x.log").c_str());
+    std::filesystem::create_directory(mDirectory / "sub");
+    mTarget.SetLogFileName((mDirectory / "sub/x.log").c_str());
     mTarget.SetMaxFileSizeKB(1);
     ASSERT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
-    std::filesystem::remove_all(mDirectory.File("sub"));
+    std::filesystem::remove_all(mDirectory / "sub");
     for (int i = 0; i < 10; ++i) {
         Log(std::string(500, 'a'));
     }
     const std::vector<std::string> messages = mDiagnostics.Messages();
     ASSERT_EQ(messages.size(), 1u); // of the one attempt
     EXPECT_THAT(messages[0],
-                EndsWith(": Open file '" + mDirectory.File("sub/x.log") + "' failed, st=0xE0010002\n"));
+                EndsWith(": Open file '" + mDirectory / "sub/x.log" + "' failed, st=0xE0010002\n"));
     EXPECT_EQ(mTarget.StartTarget(nullptr), KESTATUS_ALREADY_OPEN); // still counts as started
 }
 

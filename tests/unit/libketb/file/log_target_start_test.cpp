@@ -38,7 +38,7 @@ TEST_F(LogTargetFileTest, ASecondStartChangesNothing) {
     ASSERT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
     Log("first");
     MapConfiguration configuration;
-    configuration.mTexts["File.LogFile"] = mDirectory.File("other.log");
+    configuration.mTexts["File.LogFile"] = mDirectory / "other.log";
     configuration.mNumbers["File.FlushAfterWrite"] = 1;
     EXPECT_EQ(mTarget.StartTarget(&configuration), KESTATUS{0xE0000085});
     ASSERT_EQ(mDiagnostics.Messages().size(), 1u);
@@ -90,6 +90,7 @@ TEST_P(LogFileNameTest, IsTrimmedAndExpanded) {
 INSTANTIATE_TEST_SUITE_P(Names, LogFileNameTest,
                          testing::Values(NameCase{"$DIR/a.log", "a.log"}, NameCase{"~/b.log", "b.log"},
                                          NameCase{" \t ${DIR}/c.log \t ", "c.log"},
+                                         NameCase{"\r\n\v\f$DIR/g.log\r\n\v\f", "g.log"},
                                          NameCase{"\"$DIR/d e.log\"", "d e.log"},
                                          NameCase{"$DIR/$(echo f).log", "f.log"}));
 
@@ -102,7 +103,7 @@ TEST_F(LogTargetFileTest, TheNameSetByTheProgramIsExpandedToo) {
 }
 
 TEST_F(LogTargetFileTest, OfSeveralWordsTheFirstIsUsed) {
-    mTarget.SetLogFileName((mDirectory.File("one.log") + " two three").c_str());
+    mTarget.SetLogFileName((mDirectory / "one.log" + " two three").c_str());
     ASSERT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
     ASSERT_EQ(mDiagnostics.Messages().size(), 1u);
     EXPECT_THAT(mDiagnostics.Messages()[0], StartsWith(std::string("module: WARNING: ") + cImpl));
@@ -120,7 +121,7 @@ TEST_F(LogTargetFileTest, ANameThatCannotBeExpandedIsReported) {
     EXPECT_THAT(mDiagnostics.Messages()[0], EndsWith("): ExpandString('\"open') failed, st=0xE0000001\n"));
     EXPECT_EQ(mLog.CountContaining(KEERROR, "wordexp failed, ret="), 1u);
     // Not started: a better name may follow.
-    mTarget.SetLogFileName(mDirectory.File("y.log").c_str());
+    mTarget.SetLogFileName((mDirectory / "y.log").c_str());
     EXPECT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
 }
 
@@ -148,7 +149,7 @@ TEST_P(NoLogFileNameTest, DoesNotStart) {
 INSTANTIATE_TEST_SUITE_P(Names, NoLogFileNameTest, testing::Values("", "   ", " \t"));
 
 TEST_F(LogTargetFileTest, AFileThatCannotBeOpenedIsReported) {
-    const std::string name = mDirectory.File("missing/x.log");
+    const std::string name = mDirectory / "missing/x.log";
     mTarget.SetLogFileName(name.c_str());
     EXPECT_EQ(mTarget.StartTarget(nullptr), KESTATUS{0xE0010002});
     ASSERT_EQ(mDiagnostics.Messages().size(), 2u);

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "LogExpect.h"
-#include "TempDirectory.h"
+#include "TemporaryFolder.h"
 
 using namespace kestrelon;
 using namespace testsupport;
@@ -27,7 +27,7 @@ static_assert(!std::is_copy_constructible_v<KEStdFileStream>);
 class StdFileStreamTest : public testing::Test {
 protected:
     KESTATUS Open(const std::string& name, const char* mode) {
-        return mStream.OpenFile(mDirectory.File(name).c_str(), mode);
+        return mStream.OpenFile((mDirectory / name).c_str(), mode);
     }
     // A stream that cannot be positioned.
     KESTATUS OpenPipe() {
@@ -39,7 +39,7 @@ protected:
     }
 
     LogCapture mLog;
-    TempDirectory mDirectory;
+    TemporaryFolder mDirectory;
     KEStdFileStream mStream;
     int mPipe[2] = {-1, -1};
 };
@@ -194,15 +194,14 @@ TEST_F(StdFileStreamTest, MovesWithItsFile) {
 TEST_F(StdFileStreamTest, RenamesAndRemovesFiles) {
     mDirectory.Write("old", "content");
     mDirectory.Write("new", "replaced");
-    EXPECT_EQ(KEStdFileRename(mDirectory.File("old").c_str(), mDirectory.File("new").c_str()),
-              KESTATUS_SUCCESS);
+    EXPECT_EQ(KEStdFileRename((mDirectory / "old").c_str(), (mDirectory / "new").c_str()), KESTATUS_SUCCESS);
     EXPECT_EQ(mDirectory.Read("new"), "content");
     EXPECT_FALSE(mDirectory.Exists("old"));
-    EXPECT_EQ(KEStdFileRename(mDirectory.File("old").c_str(), mDirectory.File("new").c_str()),
+    EXPECT_EQ(KEStdFileRename((mDirectory / "old").c_str(), (mDirectory / "new").c_str()),
               KESTATUS{0xE0010002});
-    EXPECT_EQ(KEStdFileRemove(mDirectory.File("new").c_str()), KESTATUS_SUCCESS);
+    EXPECT_EQ(KEStdFileRemove((mDirectory / "new").c_str()), KESTATUS_SUCCESS);
     EXPECT_FALSE(mDirectory.Exists("new"));
-    EXPECT_EQ(KEStdFileRemove(mDirectory.File("new").c_str()), KESTATUS{0xE0010002});
+    EXPECT_EQ(KEStdFileRemove((mDirectory / "new").c_str()), KESTATUS{0xE0010002});
     EXPECT_THAT(mLog.Messages(), IsEmpty());
 }
 
