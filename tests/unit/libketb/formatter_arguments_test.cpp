@@ -153,6 +153,8 @@ TEST(FormatterArguments, CharArrayWithoutTerminatorIsBounded) {
 TEST(FormatterArguments, StringUpToItsFirstZero) {
     ExpectText("abc", "{}", std::string("abc"));
     ExpectText("     abc", "{:8}", std::string("abc"));
+    ExpectText("a|", "{}|", std::string("a\0b", 3));
+    ExpectText("   a|", "{:4}|", std::string("a\0b", 3));
     ExpectText("", "{}", std::string());
 }
 
