@@ -75,15 +75,15 @@ KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
     if (!mIsCreated) {
         return KESTATUS_NOT_INITIALIZED;
     }
+    const std::lock_guard guard(mMutex);
     // One deadline for the whole wait, however often the condition wakes without the event being set.
     timespec deadline{};
-    if (timeout >= 0) {
+    if (!mIsSignaled && timeout >= 0) {
         const KESTATUS st = KEPosixGetAbsoluteTimeForTimeout(timeout, deadline);
         if (st != KESTATUS_SUCCESS) {
             return st;
         }
     }
-    const std::lock_guard guard(mMutex);
     while (!mIsSignaled) {
         const KESTATUS st = timeout < 0 ? mCondition.WaitForConditionInfinite(mMutex)
                                         : mCondition.WaitForConditionTimed(mMutex, deadline);

@@ -252,6 +252,19 @@ TEST_F(EventTest, AnUnreadableClockEndsATimedWait) {
     EXPECT_EQ(mEvent.WaitForEvent(10), KESTATUS{0xE0010016});
 }
 
+TEST_F(EventTest, ASignaledEventNeedsNoClock) {
+    for (const bool isManual : {cManual, !cManual}) {
+        ASSERT_EQ(mEvent.CreateEvent(isManual), KESTATUS_SUCCESS);
+        for (const KETimeoutInterval timeout : {0, 10}) {
+            EXPECT_EQ(mEvent.SetEvent(), KESTATUS_SUCCESS);
+            const SystemCallFault fault("clock_gettime", EINVAL);
+            EXPECT_EQ(mEvent.WaitForEvent(timeout), KESTATUS_SUCCESS);
+            EXPECT_FALSE(fault.IsDelivered());
+        }
+        mEvent.DestroyEvent();
+    }
+}
+
 TEST_F(EventTest, TheNativeEventIsTheCondition) {
     ASSERT_EQ(mEvent.CreateEvent(cManual), KESTATUS_SUCCESS);
     EXPECT_EQ(pthread_cond_signal(mEvent.NativeEvent()), 0);
