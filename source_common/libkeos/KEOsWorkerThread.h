@@ -62,11 +62,13 @@ public:
         return mIsTerminationRequested.load(std::memory_order_relaxed);
     }
 
+    // What RequestTermination() sets. Only CreateThread clears it.
+    std::atomic<bool> mIsTerminationRequested{false};
+
 protected:
     KEOsThread mThread;
     std::atomic<KEOsWorkerThreadState> mThreadState{KEOsWorkerThreadState::NotCreated};
     std::atomic<KESTATUS> mThreadStatusCode{KESTATUS_SUCCESS}; // of the routine
-    std::atomic<bool> mIsTerminationRequested{false};          // only CreateThread clears it
 
 private:
     KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object, const char* callerSignature) noexcept;

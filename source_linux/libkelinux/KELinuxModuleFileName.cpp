@@ -39,20 +39,24 @@ KESTATUS KELinuxModuleFileName::InitWithModuleName(const char* path) noexcept {
     }
     try {
         mModuleName = path;
-        return InitPathComponents();
+    } catch (const std::bad_alloc&) {
+        return KESTATUS_NO_MEMORY;
+    }
+    return InitPathComponents();
+}
+
+KESTATUS KELinuxModuleFileName::InitPathComponents() noexcept {
+    // Both calls write into their argument, so each gets a copy of its own.
+    char copy[cPathSize];
+    try {
+        std::snprintf(copy, sizeof copy, "%s", mModuleName.c_str());
+        mDirectory = dirname(copy);
+        std::snprintf(copy, sizeof copy, "%s", mModuleName.c_str());
+        mBaseName = basename(copy);
     } catch (const std::bad_alloc&) {
         Clear();
         return KESTATUS_NO_MEMORY;
     }
-}
-
-KESTATUS KELinuxModuleFileName::InitPathComponents() {
-    // Both calls write into their argument, so each gets a copy of its own.
-    char copy[cPathSize];
-    std::snprintf(copy, sizeof copy, "%s", mModuleName.c_str());
-    mDirectory = dirname(copy);
-    std::snprintf(copy, sizeof copy, "%s", mModuleName.c_str());
-    mBaseName = basename(copy);
     return KESTATUS_SUCCESS;
 }
 

@@ -18,6 +18,8 @@ public:
     KESTATUS InitWithProcessId(pid_t pid) noexcept;
     // Takes a path as it is.
     KESTATUS InitWithModuleName(const char* path) noexcept;
+    // Takes directory and base name anew from the path.
+    KESTATUS InitPathComponents() noexcept;
 
     void Clear() noexcept;
     bool IsValid() const noexcept { return !mModuleName.empty(); }
@@ -27,8 +29,6 @@ public:
     const std::string& BaseName() const noexcept { return mBaseName; }     // as basename gives it
 
 private:
-    KESTATUS InitPathComponents();
-
     std::string mModuleName;
     std::string mDirectory;
     std::string mBaseName;

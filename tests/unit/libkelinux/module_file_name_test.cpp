@@ -33,6 +33,9 @@ TEST_P(ModuleFileNameTest, SplitsPaths) {
     EXPECT_EQ(name.ModuleName(), GetParam().path);
     EXPECT_EQ(name.Directory(), GetParam().directory);
     EXPECT_EQ(name.BaseName(), GetParam().baseName);
+    EXPECT_EQ(name.InitPathComponents(), KESTATUS_SUCCESS) << "again, with the same result";
+    EXPECT_EQ(name.Directory(), GetParam().directory);
+    EXPECT_EQ(name.BaseName(), GetParam().baseName);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, ModuleFileNameTest,

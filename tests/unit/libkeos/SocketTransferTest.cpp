@@ -103,6 +103,7 @@ TEST_F(SocketTransferTest, WaitWithoutLimitEndsWhenDataArrive) {
         EXPECT_EQ(mPeer.SendData("x", 1, sent), KESTATUS_SUCCESS);
     });
     EXPECT_EQ(mSocket.WaitUntilIoPossible(0x2, -1), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSocket.WaitUntilIoPossible(0x2, 0), KESTATUS_SUCCESS) << "not before the data are there";
     sender.join();
     EXPECT_EQ(Receive(), KESTATUS_SUCCESS);
     EXPECT_EQ(mCount, 1u);

@@ -120,7 +120,8 @@ TEST(WorkerThreadTest, AFailedCreationReturnsToNotCreated) {
     const LogCapture log;
     Holder holder([](KEOsWorkerThread&) {});
     holder.mThread.SetState(State::Terminated, cAnyFailure);
-    holder.mThread.RequestTermination();
+    holder.mThread.mIsTerminationRequested = true;
+    EXPECT_TRUE(holder.mThread.IsTerminationRequested());
     const SystemCallFault fault("pthread_create", EAGAIN);
     EXPECT_EQ(holder.Start(), KESTATUS{0xE001000B});
     EXPECT_EQ(holder.mThread.State(), State::NotCreated);
