@@ -14,8 +14,7 @@ KESTATUS KEPosixCondition::CreateCondition() noexcept {
     }
     const int err = pthread_cond_init(&mCond, nullptr);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_init failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_init failed, err={}", err);
     }
     mIsCreated = true;
     return KESTATUS_SUCCESS;
@@ -28,9 +27,7 @@ KESTATUS KEPosixCondition::DestroyCondition() noexcept {
     mIsCreated = false;
     const int err = pthread_cond_destroy(&mCond);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_destroy failed, err={}",
-                           err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_destroy failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -41,9 +38,7 @@ KESTATUS KEPosixCondition::SignalCondition() noexcept {
     }
     const int err = pthread_cond_signal(&mCond);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_signal failed, err={}",
-                           err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_signal failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -54,9 +49,7 @@ KESTATUS KEPosixCondition::BroadcastCondition() noexcept {
     }
     const int err = pthread_cond_broadcast(&mCond);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_broadcast failed, err={}",
-                           err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_broadcast failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -67,8 +60,7 @@ KESTATUS KEPosixCondition::WaitForConditionInfinite(KEPosixMutex& mutex) noexcep
     }
     const int err = pthread_cond_wait(&mCond, mutex.NativeMutex());
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_wait failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_wait failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -82,9 +74,7 @@ KESTATUS KEPosixCondition::WaitForConditionTimed(KEPosixMutex& mutex, const time
         return KESTATUS_TIMEOUT;
     }
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_cond_timedwait failed, err={}",
-                           err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_cond_timedwait failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }

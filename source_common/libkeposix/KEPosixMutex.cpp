@@ -14,24 +14,21 @@ KESTATUS KEPosixMutex::CreateMutexObj(bool /*recursive*/) noexcept {
     pthread_mutexattr_t attributes;
     int err = pthread_mutexattr_init(&attributes);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutexattr_init failed, err={}",
-                           err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutexattr_init failed, err={}", err);
     }
+    KESTATUS st = KESTATUS_SUCCESS;
     err = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG,
-                           "pthread_mutexattr_settype failed, err={}", err);
+        st = KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutexattr_settype failed, err={}", err);
     } else {
         err = pthread_mutex_init(&mMutex, &attributes);
         if (err != 0) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutex_init failed, err={}",
-                               err);
+            st = KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutex_init failed, err={}", err);
         }
     }
     pthread_mutexattr_destroy(&attributes);
-    mIsCreated = err == 0;
-    return mIsCreated ? KESTATUS_SUCCESS : KEStatusFromErrno(err);
+    mIsCreated = st == KESTATUS_SUCCESS;
+    return st;
 }
 
 void KEPosixMutex::DestroyMutex() noexcept {

@@ -28,21 +28,18 @@ KESTATUS KEPosixPipe::CreatePipe(bool nonBlocking) noexcept {
     }
     if (pipe2(mFileDescriptors, O_CLOEXEC) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pipe failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pipe failed, err={}", err);
     }
     if (nonBlocking) {
         if (const int err = SetNonBlocking(ReadEnd())) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fcntl(read end) failed, err={}",
-                               err);
+            const KESTATUS st = KEOutputSystemError(KE_FUNCTION_TAG, "fcntl(read end) failed, err={}", err);
             ClosePipe();
-            return KEStatusFromErrno(err);
+            return st;
         }
         if (const int err = SetNonBlocking(WriteEnd())) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fcntl(write end) failed, err={}",
-                               err);
+            const KESTATUS st = KEOutputSystemError(KE_FUNCTION_TAG, "fcntl(write end) failed, err={}", err);
             ClosePipe();
-            return KEStatusFromErrno(err);
+            return st;
         }
     }
     return KESTATUS_SUCCESS;
@@ -63,8 +60,7 @@ KESTATUS KEPosixPipe::WriteChar(char character) noexcept {
         }
         err = errno;
     }
-    KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "write failed, err={}", err);
-    return KEStatusFromErrno(err);
+    return KEOutputSystemError(KE_FUNCTION_TAG, "write failed, err={}", err);
 }
 
 KESTATUS KEPosixPipe::ReadUntilEmpty() noexcept {
@@ -81,8 +77,7 @@ KESTATUS KEPosixPipe::ReadUntilEmpty() noexcept {
         }
         if (count == -1 && errno != EINTR) {
             const int err = errno;
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "read failed, err={}", err);
-            return KEStatusFromErrno(err);
+            return KEOutputSystemError(KE_FUNCTION_TAG, "read failed, err={}", err);
         }
     }
     return KESTATUS_SUCCESS;

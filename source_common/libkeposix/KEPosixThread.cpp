@@ -12,8 +12,7 @@ KESTATUS KEPosixThread::CreateThread(void* (*routine)(void*), void* arg,
     }
     const int ret = pthread_create(&mThread, attr, routine, arg);
     if (ret != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_create failed, ret={}", ret);
-        return KEStatusFromErrno(ret);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_create failed, ret={}", ret);
     }
     mIsCreated = true;
     return KESTATUS_SUCCESS;
@@ -27,8 +26,7 @@ KESTATUS KEPosixThread::JoinAndDestroy(KETimeoutInterval waitTimeout, void** res
     if (mIsCreated) {
         const int ret = pthread_join(mThread, result);
         if (ret != 0) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_join failed, ret={}", ret);
-            return KEStatusFromErrno(ret);
+            return KEOutputSystemError(KE_FUNCTION_TAG, "pthread_join failed, ret={}", ret);
         }
         mIsCreated = false;
     }

@@ -18,8 +18,7 @@ KESTATUS KEPosixSleep(unsigned int ms) noexcept {
                                static_cast<long>(ms % 1000) * cNanosecondsPerMillisecond};
     if (nanosleep(&duration, nullptr) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "nanosleep failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "nanosleep failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -39,8 +38,7 @@ KESTATUS KEPosixGetAbsoluteTimeForTimeout(int ms, timespec& ts) noexcept {
     timespec now{};
     if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "clock_gettime failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "clock_gettime failed, err={}", err);
     }
     ts.tv_sec = now.tv_sec + ms / 1000;
     ts.tv_nsec = now.tv_nsec + (ms % 1000) * cNanosecondsPerMillisecond;

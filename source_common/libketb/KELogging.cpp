@@ -57,6 +57,11 @@ void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* forma
     params.logger.OutputMessage(params.level, message);
 }
 
+KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* format, int err) {
+    KEOutputLogMessage(logger::Global, KEERROR, function, format, err);
+    return KEStatusFromErrno(err);
+}
+
 void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, std::size_t length,
                          unsigned int bytesPerLine) {
     if (!params.logger.IsHeard(params.level)) {

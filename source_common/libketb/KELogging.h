@@ -56,6 +56,10 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsg
     }
 }
 
+// Logs a system call that has failed with err, an error number, on Global; returns the status of that number.
+// format has one field, for err.
+KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* format, int err);
+
 // The calling function's signature as a header, for failures of system calls.
 #define KE_FUNCTION_TAG                                                                                      \
     ::kestrelon::KELogMsgHeaderTag {                                                                         \

@@ -42,8 +42,7 @@ KESTATUS KEStdFileStream::Seek(long offset, int whence) noexcept {
     }
     if (std::fseek(mHandle, offset, whence) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fseek failed, {}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "fseek failed, {}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -55,8 +54,7 @@ KESTATUS KEStdFileStream::Tell(std::size_t& position) noexcept {
     const long told = std::ftell(mHandle);
     if (told < 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "ftell failed, {}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "ftell failed, {}", err);
     }
     position = static_cast<std::size_t>(told);
     return KESTATUS_SUCCESS;
@@ -74,8 +72,7 @@ KESTATUS KEStdFileStream::TruncateFile(std::size_t length) noexcept {
     }
     if (ftruncate(fileno(mHandle), static_cast<off_t>(length)) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "ftruncate failed, {}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "ftruncate failed, {}", err);
     }
     return KESTATUS_SUCCESS;
 }
@@ -86,8 +83,7 @@ KESTATUS KEStdFileStream::FlushFile() noexcept {
     }
     if (std::fflush(mHandle) != 0) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "fflush failed, {}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "fflush failed, {}", err);
     }
     return KESTATUS_SUCCESS;
 }

@@ -27,8 +27,7 @@ KESTATUS KELinuxFileDescriptor::OpenFile(const char* path, int flags, mode_t mod
     mHandle = open(path, flags | O_CLOEXEC, mode);
     if (mHandle == InvalidHandleValue) {
         const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "open failed, err={}", err);
-        return KEStatusFromErrno(err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "open failed, err={}", err);
     }
     return KESTATUS_SUCCESS;
 }

@@ -111,10 +111,18 @@ TEST(LogMetaData, NoMessageIsStampedWithoutATarget) {
     const std::function<void()> calls[] = {
         [&] { KEOutputLogMessage(logger, KEERROR, "{}", 1); },
         [&] { KEOutputLogMessage(logger, KEERROR, KE_FUNCTION_TAG, "{}", 1); },
-        [&] { KEOutputLogMessageImpl({logger, KEERROR}); },
-        [&] { KEOutputLogMessageImpl({logger, KEERROR}, "text"); },
-        [&] { KEOutputHexDumpImpl({logger, KEERROR}, "ab", 2, 1); },
-        [&] { KEOutputHexDumpImpl({logger, KEERROR}, nullptr, 2, 1); },
+        [&] {
+            KEOutputLogMessageImpl({logger, KEERROR});
+        },
+        [&] {
+            KEOutputLogMessageImpl({logger, KEERROR}, "text");
+        },
+        [&] {
+            KEOutputHexDumpImpl({logger, KEERROR}, "ab", 2, 1);
+        },
+        [&] {
+            KEOutputHexDumpImpl({logger, KEERROR}, nullptr, 2, 1);
+        },
         [&] { logger.OutputMessage(KEERROR, message); },
     };
     for (const auto& call : calls) {
