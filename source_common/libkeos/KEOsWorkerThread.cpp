@@ -1,5 +1,7 @@
 #include "KEOsWorkerThread.h"
 
+#include <cstdint>
+
 #include "KELogging.h"
 #include "KEPosixTime.h"
 

@@ -28,8 +28,8 @@ void KEOutputAssertionFailedMessage(const char* expression, const char* file, in
 // seconds. The process goes on.
 [[noreturn]] void KEAssertionFailed(const char* expression, const char* file, int line) noexcept;
 
-// The module name: at most 31 bytes, a longer one is cut between two characters of UTF-8, null counts as "". Set
-// it before other threads start.
+// The module name: at most 31 bytes, a longer one is cut between two characters of UTF-8, null counts as "".
+// Set it before other threads start.
 inline constexpr std::size_t cModuleNameSize = 32;
 void KESetModuleName(const char* name) noexcept;
 const char* KEModuleName() noexcept;

@@ -1,6 +1,7 @@
 #include "kestatus_util.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 
 namespace kestrelon {

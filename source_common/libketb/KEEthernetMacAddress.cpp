@@ -1,6 +1,7 @@
 #include "KEEthernetMacAddress.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include "KELogging.h"

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <utility>
 
 #include "KEUtfConvert.h"
 #include "kert_debug.h"

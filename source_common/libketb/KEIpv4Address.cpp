@@ -1,5 +1,6 @@
 #include "KEIpv4Address.h"
 
+#include <cstdint>
 #include <cstdio>
 
 namespace kestrelon {

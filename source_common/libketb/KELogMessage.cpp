@@ -1,6 +1,7 @@
 #include "KELogMessage.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "KELogger.h"

@@ -1,5 +1,7 @@
 #include "KELogTarget.h"
 
+#include <string>
+
 #include "KELogger.h"
 
 namespace kestrelon {

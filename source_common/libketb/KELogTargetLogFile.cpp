@@ -1,5 +1,6 @@
 #include "KELogTargetLogFile.h"
 
+#include <cstdint>
 #include <mutex>
 #include <new>
 

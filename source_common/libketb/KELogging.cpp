@@ -1,6 +1,7 @@
 #include "KELogging.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include "KEStringUtils.h"

@@ -8,6 +8,7 @@
 #define KESTRELON_KELOGGING_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "KELogConfiguration.h"
 #include "KELogMessage.h"

@@ -220,8 +220,8 @@ const charT* KEStringSkipLeadingZeros(const charT* str) noexcept {
 template <typename charT = char>
 const charT* KESpacesStr(std::size_t count) noexcept;
 
-// printf into a string; empty when the C library fails or memory is short, and for a wide text of more than 16
-// million characters.
+// printf into a string; empty when the C library fails or memory is short, and for a wide text of more than
+// 16 million characters.
 std::string KEStdStringPrintf(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 std::wstring KEStdStringPrintf(const wchar_t* format, ...) noexcept;
 std::string KEStdStringVPrintf(const char* format, va_list args) noexcept
@@ -229,9 +229,9 @@ std::string KEStdStringVPrintf(const char* format, va_list args) noexcept
 std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept;
 
 // Numbers from text, as the C library reads them, but a leading zero never makes an integer octal, and "0b"
-// never makes it binary: that is a 0. The result is cut to the width of value without a range check; what follows
-// the number is not looked at.
-// Instantiated for int, unsigned int, long, unsigned long, short and unsigned short; char and wchar_t.
+// never makes it binary: that is a 0. The result is cut to the width of value without a range check; what
+// follows the number is not looked at. Instantiated for int, unsigned int, long, unsigned long, short and
+// unsigned short; char and wchar_t.
 //   KESTATUS_INVALID_FORMAT  there is no number, or no such base; value is unchanged
 template <typename T, typename charT>
 KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept;

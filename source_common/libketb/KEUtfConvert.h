@@ -1,9 +1,9 @@
 // Conversions between UTF-8, UTF-16 and 32-bit texts that report nothing: the formatter itself uses
 // them. With log lines: KEStringConv.h.
 //
-// Each returns false when the standard library's converter refuses the text or memory is short; result is empty
-// then. The converter takes single surrogates, except from UTF-16, so that they may come out again. text must not
-// be null.
+// Each returns false when the standard library's converter refuses the text or memory is short; result is
+// empty then. The converter takes single surrogates, except from UTF-16, so that they may come out again.
+// text must not be null.
 #ifndef KESTRELON_KEUTFCONVERT_H
 #define KESTRELON_KEUTFCONVERT_H
 

@@ -1,5 +1,7 @@
 #include "KELinuxLogging.h"
 
+#include <cstdint>
+
 #include <time.h>
 #include <unistd.h>
 

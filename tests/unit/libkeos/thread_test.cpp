@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 
 #include "KEOsThread.h"
 #include "LogExpect.h"

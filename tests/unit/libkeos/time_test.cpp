@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdint>
+#include <vector>
 
 #include "KEPosixTime.h"
 #include "LogExpect.h"

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "LogCapture.h"
 #include "TemporaryFolder.h"

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "KEEthernetMacAddress.h"
 #include "KEStdPath.h"

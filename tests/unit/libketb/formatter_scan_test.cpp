@@ -2,6 +2,7 @@
 #include "FormatExpect.h"
 
 #include <string>
+#include <vector>
 
 using namespace kestrelon;
 using testsupport::DebugOutputCapture;

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>

@@ -1,6 +1,7 @@
 // The prefix of a log line: its parts, their order, its limit.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "KELogging.h"

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "KEFilesystemGuard.h"
 #include "LogCapture.h"
