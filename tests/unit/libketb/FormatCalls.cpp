@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -169,8 +170,8 @@ struct Bracket {
     std::vector<Argument> arguments{1};
 };
 
-bool IsOneOf(const std::set<std::string_view>& names, const std::string& name) {
-    return names.count(name) != 0;
+bool IsOneOf(std::initializer_list<std::string_view> names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 bool IsKeyword(const std::string& word) {
