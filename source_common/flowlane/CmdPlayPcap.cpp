@@ -64,6 +64,7 @@ void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, St
             return;
         }
         if (reader.CurrentState() == PcapNgFileReader::State::Error) {
+            lostFrames.Print(reader.LostFrames());
             FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
             Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
             return;

@@ -534,6 +534,7 @@ void PcapNgFileReader::SendUntilStopped() {
         if (st != KESTATUS_SUCCESS) {
             mFailure.store(Failed("SendFrames failed, st={}, stop thread", st), std::memory_order_relaxed);
             mStats.errSendFramesFailed.Add();
+            mLostFrames.UpdateNow(); // whoever sees the failure sees them as well
             SetState(State::Error);
             return;
         }

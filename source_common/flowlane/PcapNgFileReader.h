@@ -104,7 +104,8 @@ public:
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
     // Frames that the device has not sent although they were submitted, since the start, as far as its
-    // library counts them; at most a second old while the thread runs.
+    // library counts them; about a second old while the thread runs, current after a failure to send and
+    // after the end.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
     void QuerryStatistics(Statistics& statistics) const noexcept;

@@ -213,7 +213,8 @@ KESTATUS PcapNgFileWriter::OpenNextFile() {
     return st;
 }
 
-// A file that did not get its headers is removed: nothing can read it, and a set would not end before it.
+// A file that did not get its headers is removed: nothing can read it, and the replay of a set would fail
+// there.
 KESTATUS PcapNgFileWriter::OpenFile(const std::string& path) {
     const KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
     if (st != KESTATUS_SUCCESS && mFile.IsOpen()) {
@@ -414,6 +415,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
         mStats.errInitPacketBlock.Add();
         return KESTATUS_SUCCESS;
     }
+    // That of the packet before, to be used again.
     if (PcapNgOption last = mPacketBlock.TakeLastOption(); last.IsValid()) {
         mDropCount = std::move(last);
     }

@@ -876,6 +876,18 @@ TEST_F(PcapNgFileReaderTest, LostFramesAreAskedForOnceASecond) {
     EXPECT_EQ(mReader.LostFrames(), 0u);
 }
 
+TEST_F(PcapNgFileReaderTest, LostFramesAreKnownWhenSendingHasFailed) {
+    mClock.AllowSleeps(0);
+    mFake.SetLostFrames(0);
+    mFake.Queue(Qbx::SubmitRawFrame, {KESTATUS_INVALID_LENGTH});
+    Write("file.pcapng", Concat({Section(), Interface(), Packet(1)}));
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    mFake.SetLostFrames(4);
+    mClock.AllowSleeps(100);
+    ASSERT_TRUE(WaitUntil([&] { return mReader.IsInErrorState(); }));
+    EXPECT_EQ(mReader.LostFrames(), 4u);
+}
+
 TEST_F(PcapNgFileReaderTest, LibraryThatDoesNotCountLostFramesIsAskedOnce) {
     Replay(Concat({Section(), Interface(), Packet(1, 0), Packet(2, 3'000'000)}));
     EXPECT_EQ(mFake.CallCount(Qbx::GetDevicePropertyBinary), 2u); // the first is for the address
