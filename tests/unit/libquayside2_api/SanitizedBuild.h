@@ -14,4 +14,14 @@ inline constexpr bool cSanitizedBuild = true;
 inline constexpr bool cSanitizedBuild = false;
 #endif
 
+// The address sanitizer's memory allocator may be locked for ever in a child that is forked while another
+// thread allocates: such tests are left out.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FLOWLANE_ADDRESS_SANITIZER
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define FLOWLANE_ADDRESS_SANITIZER
+#endif
+
 #endif
