@@ -20,7 +20,11 @@ TEST_F(SegmentFolderTest, States) {
              Row{"nr_inodes=1", "0xe001001c", "0 files"}, // no place for a file
          }) {
         ChildProcess probe(LANE_PROBE_PATH, {"folder", row.options, "1"});
-        EXPECT_EQ(probe.ReadLine(), row.status) << "state with " << row.options;
+        const std::string state = probe.ReadLine();
+        if (state.rfind("cannot mount", 0) == 0) {
+            GTEST_SKIP() << "this machine lets nobody make a mount namespace: " << state;
+        }
+        EXPECT_EQ(state, row.status) << "state with " << row.options;
         EXPECT_EQ(probe.ReadLine(), row.status) << row.options;
         EXPECT_EQ(probe.ReadLine(), row.files) << row.options;
         EXPECT_EQ(probe.Wait(), 0) << row.options;

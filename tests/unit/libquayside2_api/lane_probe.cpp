@@ -82,8 +82,11 @@ bool Unshare() {
         return true;
     }
     const std::string user = std::to_string(::geteuid());
+    const std::string group = std::to_string(::getegid());
     return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
-           WriteFile("/proc/self/uid_map", user + " " + user + " 1");
+           WriteFile("/proc/self/uid_map", user + " " + user + " 1") &&
+           WriteFile("/proc/self/setgroups", "deny") &&
+           WriteFile("/proc/self/gid_map", group + " " + group + " 1");
 }
 
 int TryWithFolder(const std::string& options, unsigned lane) {
