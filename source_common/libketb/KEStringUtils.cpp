@@ -133,11 +133,14 @@ std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept {
 
 template <typename T, typename charT>
 KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept {
+    if (base < 0 || base == 1 || base > 36) {
+        return KESTATUS_INVALID_FORMAT; // the C library need not say where it stopped then
+    }
     const charT* const start = KEStringSkipLeadingZeros(text);
     if (HasBinaryPrefix(start) && (base == 0 || base == 2)) {
         base = 10; // newer C libraries would read the binary number, others the 0 alone
     }
-    auto* end = const_cast<charT*>(start); // where an invalid base leaves it
+    charT* end = nullptr;
     if constexpr (std::is_signed_v<T>) {
         const long number = ToSigned(start, &end, base);
         return Store(value, static_cast<T>(number), start, static_cast<const charT*>(end));
