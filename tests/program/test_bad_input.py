@@ -71,12 +71,12 @@ def test_stop_while_nothing_is_found_to_send(segment, endless_file, options, sto
         if stop == "key":
             program.read_until("TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0")
             program.process.stdin.write("x")
+            program.process.stdin.flush()
         else:
             program.process.terminate()
-        output, errors = program.process.communicate(timeout=TIMEOUT)
-    assert program.process.returncode == 0
-    assert errors == ""
-    assert output.splitlines()[-2:] == ["Stop TS file source...", "Stop AVTP sink..."]
+        assert program.wait_for_end() == 0
+    assert program.stderr == ""
+    assert program.lines[-2:] == ["Stop TS file source...", "Stop AVTP sink..."]
 
 
 @pytest.fixture

@@ -10,16 +10,15 @@ import shutil
 import signal
 import struct
 import subprocess
-import threading
 import time
 
 import pytest
 
 import capture
-import lanes
 import rtp
 import tsfile
-from lanes import FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, exit_status, run, sanitized_environment, wait_for_carriers
+from lanes import (FLOWLANE, LANE_SEND, SAMPLES, TIMEOUT, Running, bounded, exit_status, run, sanitized_environment,
+                   wait_for_carriers)
 from tools import tool
 
 DEVICES_TOOL = os.environ["DEVICES_BIN"]
@@ -62,45 +61,6 @@ def wait_until(read, is_good, what):
         assert time.monotonic() < deadline, f"waited in vain for {what}, saw last: {seen}"
         time.sleep(0.01)
     return seen
-
-
-@contextlib.contextmanager
-def bounded(process):
-    """Kills a process that does not come to the end of the block, so that reading its output ends."""
-    watchdog = threading.Timer(TIMEOUT, process.kill)
-    watchdog.start()
-    try:
-        yield
-    finally:
-        watchdog.cancel()
-
-
-class Running(lanes.Running):
-    """Of which nothing is waited for without end."""
-
-    def read_until(self, part):
-        deadline = time.monotonic() + TIMEOUT
-        with bounded(self.process):
-            while True:
-                line = self.process.stdout.readline()
-                self.lines += [line.rstrip("\n")] if line else []
-                assert line and time.monotonic() < deadline, f"waited in vain for '{part}', saw last: {self.lines[-5:]}"
-                if part in line:
-                    return self.lines[-1]
-
-    def read_error(self):
-        """The next line of standard error."""
-        with bounded(self.process):
-            line = self.process.stderr.readline()
-        assert line, f"no further line on standard error, standard output was {self.lines[-5:]}"
-        return line.rstrip("\n")
-
-    def wait_for_end(self):
-        """The exit code of a program that ends by itself."""
-        with bounded(self.process):
-            stdout, self.stderr = self.process.communicate()
-        self.lines += stdout.splitlines()
-        return self.process.returncode
 
 
 # tcpdump changes its user and groups, which is not possible in the user namespace of a test that is not root's.

@@ -274,9 +274,7 @@ def test_full_disk_adds_up(segment, tmp_path, size):
         program.read_until(RUNNING)
         send(segment, 5000, "-l", "200")
         time.sleep(0.5)
-        process.terminate()
-        program.lines += process.communicate(timeout=TIMEOUT)[0].splitlines()
-    assert process.returncode == 0
+        assert program.stop() == 0
     written, dropped = program.summary()
     assert written + dropped == 5000
     assert program.details[2] == dropped
@@ -296,8 +294,9 @@ def test_small_disk_adds_up(segment, tmp_path):
     program.process, program.lines = process, []
     program.read_until(RUNNING)
     send(segment, 20000, "-l", "300", "-r", "20000")
-    program.lines += process.communicate(input="x", timeout=TIMEOUT)[0].splitlines()
-    assert process.returncode == 0
+    process.stdin.write("x")
+    process.stdin.flush()
+    assert program.wait_for_end() == 0
     written, dropped = program.summary()
     assert written + dropped == 20000
     assert program.details[2] == dropped

@@ -1,12 +1,10 @@
 """The playpcap command: its arguments, what it prints, the frames it sends and when, files of others and hostile
 files."""
 
-import contextlib
 import re
 import signal
 import struct
 import subprocess
-import threading
 import time
 
 import pytest
@@ -219,22 +217,10 @@ def stop(program, kind):
         program.process.send_signal(getattr(signal, kind))
 
 
-@contextlib.contextmanager
-def bounded(program):
-    """Kills a program that does not end in time, so that what waits for its lines fails and tells the last ones."""
-    timer = threading.Timer(TIMEOUT, program.process.kill)
-    timer.start()
-    try:
-        with program:
-            yield program
-    finally:
-        timer.cancel()
-
-
 def test_key_ends_it(segment, tmp_path):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(1000, 1_000_000_000))
-    with bounded(Running(segment.env, "playpcap", path, stdin=subprocess.PIPE)) as program:
+    with Running(segment.env, "playpcap", path, stdin=subprocess.PIPE) as program:
         program.read_until("successfully sent")
         stop(program, "key")
         program.read_until("Stop PCAPNG file reader...")
@@ -259,7 +245,7 @@ def test_stops_while_a_long_file_is_looked_through(segment, tmp_path, kind, repl
         file.write(file_of(1 if replayable else 0, 0))
         add_gap(file, 1600)
     options = ["-l"] if replayable else []
-    with bounded(Running(segment.env, "playpcap", path, "-n", LANE_1, *options, stdin=subprocess.PIPE)) as program:
+    with Running(segment.env, "playpcap", path, "-n", LANE_1, *options, stdin=subprocess.PIPE) as program:
         program.read_until("Start PCAPNG file reader")
         time.sleep(0.3)
         stop(program, kind)
@@ -275,7 +261,7 @@ def test_late_signal_does_not_cut_the_end_short(tmp_path):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(2, 0))
     env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="CloseDevice_ms=1500")
-    with bounded(Running(env, "playpcap", path)) as program:
+    with Running(env, "playpcap", path) as program:
         program.read_until("Stop PCAPNG file reader...")
         program.read_until("successfully sent")
         time.sleep(0.3)
@@ -379,7 +365,7 @@ def test_times_beyond_the_clock_are_never_due(tmp_path, difference):
     path.write_bytes(SECTION + microseconds + packet(frame(1), 0) + packet(frame(2), difference))
     sent = tmp_path / "sent"
     env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="devices=1", FAKE_QBX_FRAMES=sent)
-    with bounded(Running(env, "playpcap", path, "-l")) as program:
+    with Running(env, "playpcap", path, "-l") as program:
         program.read_until("1 frames successfully sent, 0 errors occured")
         program.read_until("successfully sent")
     assert program.lines[-1] == "1 frames successfully sent, 0 errors occured"

@@ -11,7 +11,7 @@ import capture
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
 from arguments import VERSION_LINE, mac_failure
-from lanes import (FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, TIMEOUT, Running, exit_status, run,
+from lanes import (FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_3, LANE_4, SAMPLES, Running, exit_status, run,
                    run_with_fake_device, sanitized_environment, wait_for)
 
 LANE_1_ADDRESS = "025142580001"
@@ -202,12 +202,16 @@ def test_device_library_is_called_by_one_thread_at_a_time(short_file):
     assert "Successfully sent content of TS file..." in result.stdout
 
 
+def write_one_batch(path, count):
+    """A file from which so many packets are sent, all at the same moment."""
+    path.write_bytes(b"".join(tsfile.packet(i, pcr=1000 if i in (0, count) else None) for i in range(count + 1)))
+    return path
+
+
 @pytest.fixture
 def full_frame_file(tmp_path):
-    """Seven packets for the same moment: one full frame, which ends its batch."""
-    path = tmp_path / "full.ts"
-    path.write_bytes(b"".join(tsfile.packet(i, pcr=1000 if i in (0, 7) else None) for i in range(8)))
-    return path
+    """One full frame, which ends its batch."""
+    return write_one_batch(tmp_path / "full.ts", 7)
 
 
 def test_what_was_submitted_is_sent(full_frame_file, tmp_path):
@@ -224,11 +228,12 @@ def test_last_frames_that_cannot_be_sent(full_frame_file):
     assert result.returncode == 0
 
 
-def test_failure_that_comes_with_the_stop(short_file, tmp_path):
+def test_failure_that_comes_with_the_stop(tmp_path):
     """The first send fails only when the command is at its end."""
+    path = write_one_batch(tmp_path / "batch.ts", 10)  # a full frame and a part-filled one, which is sent at once
     frames = tmp_path / "frames"
     env = fake_environment("SendRawFrames=0xE0000031,SendRawFrames_ms=2500", FAKE_QBX_FRAMES=frames)
-    with Running(env, "ts2av", short_file) as program:
+    with Running(env, "ts2av", path) as program:
         wait_for(frames.exists, "the first frame")
         program.stop()
     assert program.stderr == "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
@@ -259,5 +264,4 @@ def test_late_signal_does_not_cut_the_closing_short(short_file, command, last_li
         program.read_until(last_line)
         time.sleep(0.3)  # it closes the device now
         program.process.send_signal(signal.SIGINT)
-        program.process.communicate(timeout=TIMEOUT)
-    assert program.process.returncode == 0
+        assert program.wait_for_end() == 0

@@ -61,7 +61,8 @@ class Segment:
             [LANE_DUMP, "-n", name, "-o", str(path), *args],
             env=self.env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         try:
-            assert process.stdout.readline().strip() == "ready"
+            with bounded(process):
+                assert process.stdout.readline().strip() == "ready"
             process.summary = None
             yield process
             if process.poll() is None:
@@ -107,6 +108,17 @@ def wait_for_carriers():
     wait_for(lambda: all(" state UP " in link for link in links()), "carriers")
 
 
+@contextlib.contextmanager
+def bounded(process):
+    """Kills a process that does not come to the end of the block in time, so that reading its output ends."""
+    watchdog = threading.Timer(TIMEOUT, process.kill)
+    watchdog.start()
+    try:
+        yield
+    finally:
+        watchdog.cancel()
+
+
 class Running:
     """The program in the background. Its lines come one by one; leaving the block stops it, which it has to
     survive in good order."""
@@ -121,21 +133,33 @@ class Running:
         return f"<{' '.join(map(str, self.process.args))}: {self.lines[-5:]}>"
 
     def read_until(self, part):
-        """The next line that has this part. A program that prints nothing for a long while is ended."""
-        while True:
-            watchdog = threading.Timer(TIMEOUT, self.process.kill)
-            watchdog.start()
-            line = self.process.stdout.readline()
-            watchdog.cancel()
-            assert line, f"waited for '{part}', but the program has ended, {self.lines}"
-            self.lines.append(line.rstrip("\n"))
-            if part in line:
-                return self.lines[-1]
+        """The next line that has this part."""
+        with bounded(self.process):
+            while True:
+                line = self.process.stdout.readline()
+                assert line, f"waited in vain for '{part}', saw last: {self.lines[-5:]}"
+                self.lines.append(line.rstrip("\n"))
+                if part in line:
+                    return self.lines[-1]
+
+    def read_error(self):
+        """The next line of standard error."""
+        with bounded(self.process):
+            line = self.process.stderr.readline()
+        assert line, f"no further line on standard error, standard output was {self.lines[-5:]}"
+        return line.rstrip("\n")
+
+    def wait_for_end(self):
+        """The exit code; the remaining lines are read. (communicate() would miss what readline() has read ahead.)"""
+        with bounded(self.process):
+            self.lines += self.process.stdout.read().splitlines()
+            if self.process.stderr:
+                self.stderr = self.process.stderr.read()
+            return self.process.wait()
 
     def stop(self):
         self.process.terminate()
-        stdout, self.stderr = self.process.communicate(timeout=TIMEOUT)
-        self.lines += stdout.splitlines()
+        return self.wait_for_end()
 
     def __enter__(self):
         return self
@@ -143,8 +167,7 @@ class Running:
     def __exit__(self, kind, *_):
         try:
             if kind is None and self.process.poll() is None:
-                self.stop()
-                assert self.process.returncode == 0, self.stderr
+                assert self.stop() == 0, self.stderr
         finally:
             if self.process.poll() is None:
                 self.process.kill()
