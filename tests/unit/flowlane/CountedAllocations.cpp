@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 
+#include "OperatorNew.h"
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define FLOWLANE_SANITIZED 1
 #elif defined(__has_feature)
@@ -85,6 +87,8 @@ void free(void* memory) {
 
 #endif
 
+#ifndef FLOWLANE_OPERATOR_NEW_STAYS
+
 // The sanitizers take these for what they are: malloc and free, which tell of each call.
 void* operator new(std::size_t size) {
     if (sNewsLeft != cPlenty) {
@@ -106,6 +110,8 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
+
+#endif
 
 namespace testsupport {
 

@@ -13,6 +13,7 @@
 #include "FakeDevice.h"
 #include "KELogging.h"
 #include "LogCapture.h"
+#include "OperatorNew.h"
 #include "RecordingSink.h"
 #include "TSFileSource.h"
 #include "TSStream.h"
@@ -100,6 +101,7 @@ TEST(NoAllocationTest, TheCountCounts) {
 
 // Lack of memory is a status like any other.
 TEST(NoAllocationTest, WithoutMemoryForThePacketsTheSourceIsNotCreated) {
+    FLOWLANE_NEEDS_OPERATOR_NEW();
     const TempFile file(EventfulStream());
     LogCapture log;
     VirtualClock clock;

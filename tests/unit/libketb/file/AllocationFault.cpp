@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "OperatorNew.h"
+
 namespace testsupport {
 
 namespace {
@@ -22,6 +24,8 @@ AllocationFault::~AllocationFault() {
 
 } // namespace testsupport
 
+#ifndef FLOWLANE_OPERATOR_NEW_STAYS
+
 void* operator new(std::size_t size) {
     void* const memory = testsupport::sIsFailing ? nullptr : std::malloc(size != 0 ? size : 1);
     if (!memory) {
@@ -37,3 +41,5 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
+
+#endif

@@ -12,6 +12,7 @@
 #include "AllocationFault.h"
 #include "KELogging.h"
 #include "LogExpect.h"
+#include "OperatorNew.h"
 #include "SystemCallFaults.h"
 #include "TemporaryFolder.h"
 
@@ -48,6 +49,7 @@ TEST_F(LogFileTest, HasItsDefaults) {
 }
 
 TEST_F(LogFileTest, IsClosedWithoutANameWhenMemoryIsShort) {
+    FLOWLANE_NEEDS_OPERATOR_NEW();
     ASSERT_EQ(Open("x.log"), KESTATUS_SUCCESS);
     const std::string longer = mDirectory / std::string(200, 'y');
     KESTATUS st = KESTATUS_SUCCESS;
