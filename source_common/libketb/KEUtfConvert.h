@@ -2,8 +2,8 @@
 // them. With log lines: KEStringConv.h.
 //
 // Each returns false when the standard library's converter refuses the text or memory is short; result is
-// empty then. The converter takes single surrogates, except from UTF-16, so that they may come out again.
-// text must not be null.
+// empty then. Newer libraries refuse single surrogates, older ones only those of UTF-16. text must not be
+// null.
 #ifndef KESTRELON_KEUTFCONVERT_H
 #define KESTRELON_KEUTFCONVERT_H
 
