@@ -83,9 +83,11 @@ TEST_F(ForkTest, WorksWhileAnotherThreadWaits) {
     waiter.join();
 }
 
-#ifndef FLOWLANE_ADDRESS_SANITIZER
 // Whatever the other threads have locked at the moment of the fork, the child can use the library.
 TEST_F(ForkTest, WorksWhileOtherThreadsOpenAndClose) {
+    if (cAddressSanitizedBuild) {
+        GTEST_SKIP() << "the address sanitizer's allocator may stay locked in a forked child";
+    }
     std::atomic<bool> isOver{false};
     std::vector<std::thread> threads;
     for (unsigned lane = 1; lane <= 3; ++lane) {
@@ -108,6 +110,5 @@ TEST_F(ForkTest, WorksWhileOtherThreadsOpenAndClose) {
     }
     EXPECT_EQ(TryOpenTx(4), KESTATUS_SUCCESS);
 }
-#endif
 
 } // namespace
