@@ -19,15 +19,10 @@ function(flowlane_program name)
   endif()
 endfunction()
 
-# The folders of the toolbox and the operating-system layer, lowest first; they see each other's headers.
-set(FLOWLANE_TOOLBOX_INCLUDES
-  ${PROJECT_SOURCE_DIR}/source_common/libkert ${PROJECT_SOURCE_DIR}/source_common/libketb
-  ${PROJECT_SOURCE_DIR}/source_common/libkeos ${PROJECT_SOURCE_DIR}/source_common/libkeposix
-  ${PROJECT_SOURCE_DIR}/source_linux/libkelinux)
-
-# flowlane_toolbox_library(name source...): the objects of one toolbox folder.
+# flowlane_toolbox_library(name source...): the objects of one toolbox folder. What it may include is what it is linked
+# to.
 function(flowlane_toolbox_library name)
   add_library(${name} OBJECT ${ARGN})
-  target_include_directories(${name} PUBLIC ${FLOWLANE_TOOLBOX_INCLUDES})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC flowlane_options Threads::Threads)
 endfunction()

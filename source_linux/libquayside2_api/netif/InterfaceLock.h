@@ -5,7 +5,7 @@
 #ifndef QUAYSIDE2_NETIF_INTERFACELOCK_H
 #define QUAYSIDE2_NETIF_INTERFACELOCK_H
 
-#include "../ProcessFile.h"
+#include "common/ProcessFile.h"
 #include "kestatus.h"
 
 namespace quayside2::netif {

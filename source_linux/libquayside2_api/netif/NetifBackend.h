@@ -4,7 +4,7 @@
 #ifndef QUAYSIDE2_NETIF_NETIFBACKEND_H
 #define QUAYSIDE2_NETIF_NETIFBACKEND_H
 
-#include "../DeviceBackend.h"
+#include "common/DeviceBackend.h"
 
 namespace quayside2::netif {
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "../Clock.h"
-#include "../ReceiveHeader.h"
+#include "common/Clock.h"
+#include "common/ReceiveHeader.h"
 
 namespace quayside2::netif {
 

@@ -7,8 +7,8 @@
 #include <memory>
 #include <mutex>
 
-#include "../Device.h"
-#include "../ReceiveSequence.h"
+#include "common/Device.h"
+#include "common/ReceiveSequence.h"
 #include "InterfaceLock.h"
 #include "PacketReceiver.h"
 

@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <time.h>
 
-#include "../Clock.h"
+#include "common/Clock.h"
 #include "NetifQuery.h"
 
 namespace quayside2::netif {

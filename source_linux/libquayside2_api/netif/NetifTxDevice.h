@@ -7,7 +7,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "../Device.h"
+#include "common/Device.h"
 #include "InterfaceLock.h"
 #include "TransmitBatch.h"
 

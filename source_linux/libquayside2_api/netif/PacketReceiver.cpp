@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "../Clock.h"
+#include "common/Clock.h"
 #include "NetifQuery.h"
 
 namespace quayside2::netif {

@@ -6,7 +6,7 @@
 
 #include <cstddef>
 
-#include "../ProcessFile.h"
+#include "common/ProcessFile.h"
 #include "PacketRing.h"
 #include "kestatus.h"
 

@@ -11,7 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "../Clock.h"
+#include "common/Clock.h"
 
 namespace quayside2::segment {
 

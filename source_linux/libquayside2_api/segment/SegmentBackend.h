@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "../DeviceBackend.h"
+#include "common/DeviceBackend.h"
 #include "SegmentFile.h"
 
 namespace quayside2::segment {

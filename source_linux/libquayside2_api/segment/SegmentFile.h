@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "../ProcessFile.h"
+#include "common/ProcessFile.h"
 #include "kestatus.h"
 
 namespace quayside2::segment {

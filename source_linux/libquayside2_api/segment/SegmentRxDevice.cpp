@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "../Clock.h"
-#include "../ReceiveHeader.h"
+#include "common/Clock.h"
+#include "common/ReceiveHeader.h"
 #include "Futex.h"
 
 namespace quayside2::segment {

@@ -13,8 +13,8 @@
 #include <mutex>
 #include <vector>
 
-#include "../Device.h"
-#include "../ReceiveSequence.h"
+#include "common/Device.h"
+#include "common/ReceiveSequence.h"
 #include "RingReader.h"
 #include "SegmentPort.h"
 

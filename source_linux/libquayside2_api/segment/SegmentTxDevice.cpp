@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "../Clock.h"
+#include "common/Clock.h"
 #include "Futex.h"
 
 namespace quayside2::segment {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <mutex>
 
-#include "../Device.h"
+#include "common/Device.h"
 #include "FlowControl.h"
 #include "RingWriter.h"
 #include "SegmentPort.h"
