@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "AvtpSink.h"
-#include "TSFileSource.h"
+#include "streaming/AvtpSink.h"
+#include "streaming/TSFileSource.h"
 
 using namespace flowlane;
 

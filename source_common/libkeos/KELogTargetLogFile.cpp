@@ -5,8 +5,8 @@
 #include <new>
 
 #include "KELinuxWordExp.h"
-#include "KEStringUtils.h"
 #include "kert_debug.h"
+#include "text/KEStringUtils.h"
 
 namespace kestrelon {
 

@@ -13,9 +13,9 @@
 
 #include <string>
 
-#include "KELogFile.h"
-#include "KELogTarget.h"
 #include "KEOsThreadMutex.h"
+#include "files/KELogFile.h"
+#include "log/KELogTarget.h"
 
 namespace kestrelon {
 

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "KELogging.h"
 #include "KEOsSocketAddressInfo.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

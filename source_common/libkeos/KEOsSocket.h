@@ -14,7 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "KETimeoutInterval.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

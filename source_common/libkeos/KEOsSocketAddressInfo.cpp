@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "KELogging.h"
 #include "kert_string.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -4,7 +4,7 @@
 
 #include <exception>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -2,8 +2,8 @@
 #ifndef KESTRELON_KEOSTHREADMUTEX_H
 #define KESTRELON_KEOSTHREADMUTEX_H
 
-#include "KELogging.h"
 #include "KEPosixMutex.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -13,9 +13,9 @@
 
 #include <atomic>
 
-#include "KEDList.h"
 #include "KEOsEvent.h"
-#include "KETimeoutInterval.h"
+#include "base/KEDList.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -15,7 +15,7 @@
 #include <atomic>
 
 #include "KEOsThread.h"
-#include "KETimeoutInterval.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

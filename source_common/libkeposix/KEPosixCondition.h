@@ -10,7 +10,7 @@
 #include <time.h>
 
 #include "KEPosixMutex.h"
-#include "KETimeoutInterval.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

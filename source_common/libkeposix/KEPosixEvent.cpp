@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-#include "KELogging.h"
 #include "KEPosixTime.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

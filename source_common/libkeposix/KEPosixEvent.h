@@ -8,7 +8,7 @@
 
 #include "KEPosixCondition.h"
 #include "KEPosixMutex.h"
-#include "KETimeoutInterval.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -1,6 +1,6 @@
 #include "KEPosixThread.h"
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -5,7 +5,7 @@
 
 #include <pthread.h>
 
-#include "KETimeoutInterval.h"
+#include "base/KETimeoutInterval.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "KEByteOrder.h"
+#include "base/KEByteOrder.h"
 
 namespace flowlane {
 

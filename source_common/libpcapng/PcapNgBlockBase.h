@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "KEBuffer.h"
-#include "KELogging.h"
 #include "PcapNgFormat.h"
 #include "PcapNgOption.h"
+#include "base/KEBuffer.h"
 #include "kestatus.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

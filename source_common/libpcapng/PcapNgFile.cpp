@@ -4,8 +4,8 @@
 #include <cstring>
 #include <utility>
 
-#include "KEByteOrder.h"
-#include "KELogging.h"
+#include "base/KEByteOrder.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

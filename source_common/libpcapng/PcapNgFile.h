@@ -11,13 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "KEBuffer.h"
-#include "KEStdFileStream.h"
-#include "KEUnicode.h"
 #include "PcapNgBlockBase.h"
 #include "PcapNgInterfaceDescBlock.h"
 #include "PcapNgSectionHeaderBlock.h"
+#include "base/KEBuffer.h"
+#include "files/KEStdFileStream.h"
 #include "kestatus.h"
+#include "text/KEUnicode.h"
 
 namespace flowlane {
 

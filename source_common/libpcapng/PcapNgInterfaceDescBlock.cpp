@@ -1,6 +1,6 @@
 #include "PcapNgInterfaceDescBlock.h"
 
-#include "KEByteOrder.h"
+#include "base/KEByteOrder.h"
 
 namespace flowlane {
 

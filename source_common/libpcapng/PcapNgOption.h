@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "KEBuffer.h"
-#include "KEByteOrder.h"
-#include "KELogging.h"
 #include "PcapNgFormat.h"
+#include "base/KEBuffer.h"
+#include "base/KEByteOrder.h"
 #include "kestatus.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

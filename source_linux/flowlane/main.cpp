@@ -1,4 +1,4 @@
-#include "Program.h"
+#include "program/Program.h"
 
 int main(int argc, char** argv) {
     return flowlane::RunProgram(argc, argv);

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -4,7 +4,7 @@
 
 #include <sys/types.h>
 
-#include "KEUniqueHandle.h"
+#include "base/KEUniqueHandle.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -7,8 +7,8 @@
 
 #include "KELinuxModuleFileName.h"
 #include "KELinuxThreadId.h"
-#include "KELogging.h"
 #include "kert_debug.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -1,6 +1,6 @@
 #include "KELinuxWordExp.h"
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "KEBuffer.h"
+#include "base/KEBuffer.h"
 
 namespace testsupport {
 

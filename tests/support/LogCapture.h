@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace testsupport {
 

@@ -8,7 +8,7 @@
 #include <limits>
 #include <thread>
 
-#include "PipelineClock.h"
+#include "base/PipelineClock.h"
 
 namespace testsupport {
 

@@ -3,7 +3,7 @@
 #ifndef FLOWLANE_LOGCONS_H
 #define FLOWLANE_LOGCONS_H
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon::logger {
 

@@ -1,4 +1,4 @@
-#include "PipelineClock.h"
+#include "base/PipelineClock.h"
 
 #include "KEPosixTime.h"
 

@@ -1,13 +1,13 @@
-#include "PcapNgFileReader.h"
+#include "capture/PcapNgFileReader.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
 
-#include "KEByteOrder.h"
-#include "KELogging.h"
-#include "LogCons.h"
+#include "base/KEByteOrder.h"
+#include "base/LogCons.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

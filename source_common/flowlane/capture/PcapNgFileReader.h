@@ -14,20 +14,20 @@
 #include <functional>
 #include <string>
 
-#include "KEBuffer.h"
 #include "KEOsWorkerThread.h"
-#include "KEStdPath.h"
-#include "KEUnicode.h"
-#include "LostFrameCounter.h"
 #include "PcapNgEnhPacketBlock.h"
 #include "PcapNgFile.h"
 #include "PcapNgInterfaceDescBlock.h"
 #include "PcapNgSectionHeaderBlock.h"
-#include "PipelineClock.h"
-#include "QuaysideDevice.h"
-#include "RawFramePool.h"
-#include "RelaxedCounter.h"
-#include "TNetAddress.h"
+#include "base/KEBuffer.h"
+#include "base/PipelineClock.h"
+#include "base/RelaxedCounter.h"
+#include "capture/RawFramePool.h"
+#include "device/LostFrameCounter.h"
+#include "device/QuaysideDevice.h"
+#include "files/KEStdPath.h"
+#include "text/KEUnicode.h"
+#include "values/TNetAddress.h"
 
 namespace flowlane {
 

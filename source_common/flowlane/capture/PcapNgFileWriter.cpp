@@ -1,4 +1,4 @@
-#include "PcapNgFileWriter.h"
+#include "capture/PcapNgFileWriter.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,11 +6,11 @@
 #include <mutex>
 #include <utility>
 
-#include "KEByteOrder.h"
-#include "KELogging.h"
-#include "KEStdFileStream.h"
-#include "LogCons.h"
-#include "RawReceiveHeader.h"
+#include "base/KEByteOrder.h"
+#include "base/LogCons.h"
+#include "device/RawReceiveHeader.h"
+#include "files/KEStdFileStream.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

@@ -15,19 +15,19 @@
 #include <cstdint>
 #include <string>
 
-#include "KEBuffer.h"
-#include "KEEmptyLock.h"
 #include "KEOsThreadMutex.h"
 #include "KEOsWaitableQueue.h"
 #include "KEOsWorkerThread.h"
-#include "KEUnicode.h"
 #include "PcapNgEnhPacketBlock.h"
 #include "PcapNgFile.h"
 #include "PcapNgInterfaceDescBlock.h"
 #include "PcapNgSectionHeaderBlock.h"
-#include "QuaysideDevice.h"
-#include "RawFramePool.h"
-#include "RelaxedCounter.h"
+#include "base/KEBuffer.h"
+#include "base/KEEmptyLock.h"
+#include "base/RelaxedCounter.h"
+#include "capture/RawFramePool.h"
+#include "device/QuaysideDevice.h"
+#include "text/KEUnicode.h"
 
 namespace flowlane {
 

@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
-#include "KEBuffer.h"
-#include "KEDList.h"
-#include "PipelineClock.h"
+#include "base/KEBuffer.h"
+#include "base/KEDList.h"
+#include "base/PipelineClock.h"
 #include "quayside2_api.h"
 
 namespace flowlane {

@@ -1,8 +1,8 @@
-#include "RawFramePool.h"
+#include "capture/RawFramePool.h"
 
 #include <utility>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

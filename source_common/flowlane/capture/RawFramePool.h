@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "RawFrame.h"
+#include "capture/RawFrame.h"
 #include "kestatus.h"
 
 namespace flowlane {

@@ -1,4 +1,4 @@
-#include "BuildTime.h"
+#include "commands/BuildTime.h"
 
 namespace flowlane {
 

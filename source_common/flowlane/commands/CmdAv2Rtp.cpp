@@ -1,17 +1,17 @@
 #include <string>
 #include <system_error>
 
-#include "AvtpSource.h"
-#include "CmdLine.h"
-#include "CommandChecks.h"
-#include "Commands.h"
-#include "DeviceReports.h"
-#include "DeviceSelection.h"
 #include "KEPosixTime.h"
-#include "LogCons.h"
-#include "RtpUdpSink.h"
-#include "StopRequest.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
+#include "commands/Commands.h"
+#include "commands/DeviceReports.h"
+#include "commands/DeviceSelection.h"
+#include "commands/StopRequest.h"
 #include "kestatus_util.h"
+#include "streaming/AvtpSource.h"
+#include "streaming/RtpUdpSink.h"
 
 namespace flowlane {
 

@@ -1,8 +1,8 @@
-#include "CmdLine.h"
+#include "commands/CmdLine.h"
 
-#include "BuildTime.h"
-#include "Commands.h"
-#include "LogCons.h"
+#include "base/LogCons.h"
+#include "commands/BuildTime.h"
+#include "commands/Commands.h"
 
 namespace flowlane {
 

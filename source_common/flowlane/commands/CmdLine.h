@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "KECmdLineParser.h"
-#include "KEUnicode.h"
 #include "kestatus.h"
+#include "text/KEUnicode.h"
+#include "values/KECmdLineParser.h"
 
 namespace flowlane {
 

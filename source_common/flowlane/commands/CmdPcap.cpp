@@ -1,14 +1,14 @@
 #include <memory>
 
-#include "CmdLine.h"
-#include "CommandChecks.h"
-#include "Commands.h"
-#include "DeviceSelection.h"
 #include "KEPosixTime.h"
-#include "LogCons.h"
-#include "PcapNgFileWriter.h"
-#include "RawReceiveHeader.h"
-#include "StopRequest.h"
+#include "base/LogCons.h"
+#include "capture/PcapNgFileWriter.h"
+#include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
+#include "commands/Commands.h"
+#include "commands/DeviceSelection.h"
+#include "commands/StopRequest.h"
+#include "device/RawReceiveHeader.h"
 
 namespace flowlane {
 

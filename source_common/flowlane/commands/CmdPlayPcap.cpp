@@ -1,12 +1,12 @@
-#include "CmdLine.h"
-#include "CommandChecks.h"
-#include "Commands.h"
-#include "DeviceReports.h"
-#include "DeviceSelection.h"
 #include "KEPosixTime.h"
-#include "LogCons.h"
-#include "PcapNgFileReader.h"
-#include "StopRequest.h"
+#include "base/LogCons.h"
+#include "capture/PcapNgFileReader.h"
+#include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
+#include "commands/Commands.h"
+#include "commands/DeviceReports.h"
+#include "commands/DeviceSelection.h"
+#include "commands/StopRequest.h"
 
 namespace flowlane {
 

@@ -1,13 +1,13 @@
-#include "AvtpSink.h"
-#include "CmdLine.h"
-#include "CommandChecks.h"
-#include "Commands.h"
-#include "DeviceReports.h"
-#include "DeviceSelection.h"
 #include "KEPosixTime.h"
-#include "LogCons.h"
-#include "StopRequest.h"
-#include "TSFileSource.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
+#include "commands/Commands.h"
+#include "commands/DeviceReports.h"
+#include "commands/DeviceSelection.h"
+#include "commands/StopRequest.h"
+#include "streaming/AvtpSink.h"
+#include "streaming/TSFileSource.h"
 
 namespace flowlane {
 

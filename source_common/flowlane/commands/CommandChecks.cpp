@@ -1,7 +1,7 @@
-#include "CommandChecks.h"
+#include "commands/CommandChecks.h"
 
-#include "CmdLine.h"
-#include "LogCons.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
 
 namespace flowlane {
 

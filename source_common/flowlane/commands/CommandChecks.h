@@ -3,8 +3,8 @@
 #ifndef FLOWLANE_COMMANDCHECKS_H
 #define FLOWLANE_COMMANDCHECKS_H
 
-#include "KEEthernetMacAddress.h"
 #include "kestatus.h"
+#include "values/KEEthernetMacAddress.h"
 
 namespace flowlane {
 

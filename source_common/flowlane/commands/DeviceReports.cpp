@@ -1,7 +1,7 @@
-#include "DeviceReports.h"
+#include "commands/DeviceReports.h"
 
-#include "CommandChecks.h"
-#include "LogCons.h"
+#include "base/LogCons.h"
+#include "commands/CommandChecks.h"
 
 namespace flowlane {
 

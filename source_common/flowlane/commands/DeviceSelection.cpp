@@ -1,10 +1,10 @@
-#include "DeviceSelection.h"
+#include "commands/DeviceSelection.h"
 
 #include <cstring>
 
-#include "CmdLine.h"
-#include "KEFormatter.h"
-#include "LogCons.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "text/KEFormatter.h"
 
 namespace flowlane {
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "QuaysideDevice.h"
-#include "QuaysideEnumerator.h"
+#include "device/QuaysideDevice.h"
+#include "device/QuaysideEnumerator.h"
 #include "kestatus.h"
 
 namespace flowlane {

@@ -1,4 +1,4 @@
-#include "StopRequest.h"
+#include "commands/StopRequest.h"
 
 #include <pthread.h>
 #include <signal.h>

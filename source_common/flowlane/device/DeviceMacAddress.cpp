@@ -1,7 +1,7 @@
-#include "DeviceMacAddress.h"
+#include "device/DeviceMacAddress.h"
 
-#include "KEFormatter.h"
-#include "KELogging.h"
+#include "log/KELogging.h"
+#include "text/KEFormatter.h"
 
 namespace flowlane {
 

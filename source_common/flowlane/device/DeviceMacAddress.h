@@ -2,9 +2,9 @@
 #ifndef FLOWLANE_DEVICEMACADDRESS_H
 #define FLOWLANE_DEVICEMACADDRESS_H
 
-#include "QuaysideDevice.h"
-#include "TNetAddress.h"
+#include "device/QuaysideDevice.h"
 #include "kestatus.h"
+#include "values/TNetAddress.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "LostFrameCounter.h"
+#include "device/LostFrameCounter.h"
 
 namespace flowlane {
 

@@ -10,9 +10,9 @@
 
 #include <cstdint>
 
-#include "PipelineClock.h"
-#include "QuaysideDevice.h"
-#include "RelaxedCounter.h"
+#include "base/PipelineClock.h"
+#include "base/RelaxedCounter.h"
+#include "device/QuaysideDevice.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "QuaysideDevice.h"
+#include "device/QuaysideDevice.h"
 
 #include <utility>
 

@@ -7,7 +7,7 @@
 #ifndef FLOWLANE_QUAYSIDEDEVICE_H
 #define FLOWLANE_QUAYSIDEDEVICE_H
 
-#include "QuaysideEnumerator.h"
+#include "device/QuaysideEnumerator.h"
 #include "quayside2_api.h"
 
 namespace flowlane {

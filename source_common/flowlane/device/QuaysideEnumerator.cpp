@@ -1,4 +1,4 @@
-#include "QuaysideEnumerator.h"
+#include "device/QuaysideEnumerator.h"
 
 #include <utility>
 

@@ -1,10 +1,10 @@
 // The program's global objects. They stand in one file because their order of construction matters: the
 // settings and command words first, then what prints messages.
 
-#include "CmdLine.h"
-#include "Commands.h"
-#include "LogCons.h"
-#include "LogTargetObjects.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "commands/Commands.h"
+#include "program/LogTargetObjects.h"
 
 namespace flowlane {
 

@@ -2,7 +2,7 @@
 #ifndef FLOWLANE_LOGTARGETOBJECTS_H
 #define FLOWLANE_LOGTARGETOBJECTS_H
 
-#include "KELogTargetConsole.h"
+#include "log/KELogTargetConsole.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "Program.h"
+#include "program/Program.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,12 +8,12 @@
 #include <exception>
 #include <new>
 
-#include "CmdLine.h"
-#include "Commands.h"
 #include "KELinuxLogging.h"
-#include "KELogTargetConsole.h"
-#include "LogCons.h"
-#include "LogTargetObjects.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "commands/Commands.h"
+#include "log/KELogTargetConsole.h"
+#include "program/LogTargetObjects.h"
 #include "quayside2_api.h"
 
 namespace flowlane {

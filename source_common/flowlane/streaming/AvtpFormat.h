@@ -13,7 +13,7 @@
 
 #include <cstdint>
 
-#include "TSPacket.h"
+#include "streaming/TSPacket.h"
 
 namespace flowlane {
 

@@ -1,11 +1,11 @@
-#include "AvtpSink.h"
+#include "streaming/AvtpSink.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "DeviceMacAddress.h"
-#include "KEByteOrder.h"
-#include "KELogging.h"
+#include "base/KEByteOrder.h"
+#include "device/DeviceMacAddress.h"
+#include "log/KELogging.h"
 
 namespace kestrelon::fmtimpl {
 

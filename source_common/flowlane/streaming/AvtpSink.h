@@ -10,14 +10,14 @@
 
 #include <cstdint>
 
-#include "AvtpFormat.h"
-#include "KEFormatter.h"
-#include "LostFrameCounter.h"
-#include "PipelineClock.h"
-#include "QuaysideDevice.h"
-#include "RelaxedCounter.h"
-#include "SinkBase.h"
-#include "TNetAddress.h"
+#include "base/PipelineClock.h"
+#include "base/RelaxedCounter.h"
+#include "device/LostFrameCounter.h"
+#include "device/QuaysideDevice.h"
+#include "streaming/AvtpFormat.h"
+#include "streaming/SinkBase.h"
+#include "text/KEFormatter.h"
+#include "values/TNetAddress.h"
 
 namespace flowlane {
 

@@ -1,13 +1,13 @@
-#include "AvtpSource.h"
+#include "streaming/AvtpSource.h"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
-#include "DeviceMacAddress.h"
-#include "KEByteOrder.h"
-#include "KEFormatter.h"
-#include "KELogging.h"
+#include "base/KEByteOrder.h"
+#include "device/DeviceMacAddress.h"
+#include "log/KELogging.h"
+#include "text/KEFormatter.h"
 
 namespace flowlane {
 

@@ -12,16 +12,16 @@
 #include <atomic>
 #include <cstdint>
 
-#include "AvtpFormat.h"
 #include "KEOsWorkerThread.h"
-#include "LostFrameCounter.h"
-#include "PipelineClock.h"
-#include "QuaysideDevice.h"
-#include "RelaxedCounter.h"
-#include "SinkBase.h"
-#include "SourceBase.h"
-#include "TNetAddress.h"
-#include "TSPacket.h"
+#include "base/PipelineClock.h"
+#include "base/RelaxedCounter.h"
+#include "device/LostFrameCounter.h"
+#include "device/QuaysideDevice.h"
+#include "streaming/AvtpFormat.h"
+#include "streaming/SinkBase.h"
+#include "streaming/SourceBase.h"
+#include "streaming/TSPacket.h"
+#include "values/TNetAddress.h"
 
 namespace flowlane {
 

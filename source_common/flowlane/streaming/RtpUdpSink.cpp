@@ -1,13 +1,13 @@
-#include "RtpUdpSink.h"
+#include "streaming/RtpUdpSink.h"
 
 #include <netdb.h>
 
 #include <cstring>
 
-#include "KEByteOrder.h"
-#include "KELogging.h"
 #include "KEOsSocketAddressInfo.h"
 #include "KEOsSocketName.h"
+#include "base/KEByteOrder.h"
+#include "log/KELogging.h"
 
 namespace flowlane {
 

@@ -20,8 +20,8 @@
 #include <string>
 
 #include "KEOsSocket.h"
-#include "RelaxedCounter.h"
-#include "SinkBase.h"
+#include "base/RelaxedCounter.h"
+#include "streaming/SinkBase.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "SinkBase.h"
+#include "streaming/SinkBase.h"
 
 namespace flowlane {
 

@@ -3,8 +3,8 @@
 #ifndef FLOWLANE_SINKBASE_H
 #define FLOWLANE_SINKBASE_H
 
-#include "TSPacket.h"
 #include "kestatus.h"
+#include "streaming/TSPacket.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "TSFileSource.h"
+#include "streaming/TSFileSource.h"
 
 #include <poll.h>
 #include <sys/stat.h>
@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <new>
 
-#include "KEFormatter.h"
-#include "KELogging.h"
+#include "log/KELogging.h"
+#include "text/KEFormatter.h"
 
 namespace flowlane {
 

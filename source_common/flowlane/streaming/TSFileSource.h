@@ -13,13 +13,13 @@
 #include <cstdint>
 
 #include "KEOsWorkerThread.h"
-#include "KEStdFileStream.h"
-#include "KEUnicode.h"
-#include "PipelineClock.h"
-#include "RelaxedCounter.h"
-#include "SinkBase.h"
-#include "SourceBase.h"
-#include "TSPacketQueue.h"
+#include "base/PipelineClock.h"
+#include "base/RelaxedCounter.h"
+#include "files/KEStdFileStream.h"
+#include "streaming/SinkBase.h"
+#include "streaming/SourceBase.h"
+#include "streaming/TSPacketQueue.h"
+#include "text/KEUnicode.h"
 
 namespace flowlane {
 

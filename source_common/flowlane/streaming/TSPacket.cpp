@@ -1,6 +1,6 @@
-#include "TSPacket.h"
+#include "streaming/TSPacket.h"
 
-#include "KEByteOrder.h"
+#include "base/KEByteOrder.h"
 
 namespace flowlane {
 

@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "KEBuffer.h"
-#include "KEEmptyLock.h"
-#include "KEPool.h"
-#include "PipelineClock.h"
+#include "base/KEBuffer.h"
+#include "base/KEEmptyLock.h"
+#include "base/PipelineClock.h"
+#include "pool/KEPool.h"
 
 namespace flowlane {
 

@@ -1,4 +1,4 @@
-#include "TSPacketQueue.h"
+#include "streaming/TSPacketQueue.h"
 
 namespace flowlane {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "TSPacket.h"
+#include "streaming/TSPacket.h"
 
 namespace flowlane {
 

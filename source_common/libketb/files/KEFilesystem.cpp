@@ -1,6 +1,6 @@
-#include "KEFilesystem.h"
+#include "files/KEFilesystem.h"
 
-#include "KEFilesystemGuard.h"
+#include "files/KEFilesystemGuard.h"
 
 namespace kestrelon {
 

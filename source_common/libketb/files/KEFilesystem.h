@@ -6,7 +6,7 @@
 #ifndef KESTRELON_KEFILESYSTEM_H
 #define KESTRELON_KEFILESYSTEM_H
 
-#include "KEStdPath.h"
+#include "files/KEStdPath.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
-#include "KELogging.h"
 #include "kestatus_util.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

@@ -1,4 +1,4 @@
-#include "KELogFile.h"
+#include "files/KELogFile.h"
 
 #include <new>
 

@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <string>
 
-#include "KEStdFileStream.h"
-#include "KEUnicode.h"
+#include "files/KEStdFileStream.h"
 #include "kestatus.h"
+#include "text/KEUnicode.h"
 
 namespace kestrelon {
 

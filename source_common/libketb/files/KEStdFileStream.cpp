@@ -1,10 +1,10 @@
-#include "KEStdFileStream.h"
+#include "files/KEStdFileStream.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

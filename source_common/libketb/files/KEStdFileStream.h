@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "KEUniqueHandle.h"
+#include "base/KEUniqueHandle.h"
 #include "kestatus.h"
 
 namespace kestrelon {

@@ -1,10 +1,10 @@
-#include "KEStdPath.h"
+#include "files/KEStdPath.h"
 
 #include <exception>
 #include <system_error>
 #include <utility>
 
-#include "KEFilesystemGuard.h"
+#include "files/KEFilesystemGuard.h"
 
 namespace kestrelon {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "KEFormatter.h"
 #include "kestatus.h"
+#include "text/KEFormatter.h"
 
 namespace kestrelon {
 

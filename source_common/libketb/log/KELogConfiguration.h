@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "KELogLevel.h"
 #include "kestatus.h"
+#include "log/KELogLevel.h"
 
 namespace kestrelon {
 

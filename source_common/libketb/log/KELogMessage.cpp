@@ -1,11 +1,11 @@
-#include "KELogMessage.h"
+#include "log/KELogMessage.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-#include "KELogger.h"
 #include "kert_debug.h"
+#include "log/KELogger.h"
 
 namespace kestrelon {
 

@@ -5,9 +5,9 @@
 
 #include <cstddef>
 
-#include "KEFormatter.h"
-#include "KELogMsgMetaData.h"
-#include "KELogMsgPrefixLayout.h"
+#include "log/KELogMsgMetaData.h"
+#include "log/KELogMsgPrefixLayout.h"
+#include "text/KEFormatter.h"
 
 namespace kestrelon {
 

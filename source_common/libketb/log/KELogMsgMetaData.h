@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "KELogLevel.h"
+#include "log/KELogLevel.h"
 
 namespace kestrelon {
 

@@ -1,8 +1,8 @@
-#include "KELogTarget.h"
+#include "log/KELogTarget.h"
 
 #include <string>
 
-#include "KELogger.h"
+#include "log/KELogger.h"
 
 namespace kestrelon {
 

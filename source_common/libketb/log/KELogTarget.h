@@ -4,10 +4,10 @@
 #ifndef KESTRELON_KELOGTARGET_H
 #define KESTRELON_KELOGTARGET_H
 
-#include "KELogConfiguration.h"
-#include "KELogMessage.h"
-#include "KELogMsgPrefixLayout.h"
 #include "kestatus.h"
+#include "log/KELogConfiguration.h"
+#include "log/KELogMessage.h"
+#include "log/KELogMsgPrefixLayout.h"
 
 namespace kestrelon {
 

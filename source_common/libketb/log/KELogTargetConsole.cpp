@@ -1,4 +1,4 @@
-#include "KELogTargetConsole.h"
+#include "log/KELogTargetConsole.h"
 
 #include <cstdio>
 

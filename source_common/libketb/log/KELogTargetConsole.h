@@ -3,7 +3,7 @@
 #ifndef KESTRELON_KELOGTARGETCONSOLE_H
 #define KESTRELON_KELOGTARGETCONSOLE_H
 
-#include "KELogTarget.h"
+#include "log/KELogTarget.h"
 
 namespace kestrelon {
 

@@ -1,7 +1,7 @@
-#include "KELogger.h"
+#include "log/KELogger.h"
 
-#include "KELogMessage.h"
-#include "KELogTarget.h"
+#include "log/KELogMessage.h"
+#include "log/KELogTarget.h"
 
 namespace kestrelon {
 

@@ -6,8 +6,8 @@
 
 #include <atomic>
 
-#include "KELogLevel.h"
 #include "kestatus.h"
+#include "log/KELogLevel.h"
 
 namespace kestrelon {
 

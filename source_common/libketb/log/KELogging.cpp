@@ -1,12 +1,12 @@
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <string>
 
-#include "KEStringUtils.h"
-#include "KEUtfConvert.h"
 #include "kert_debug.h"
+#include "text/KEStringUtils.h"
+#include "text/KEUtfConvert.h"
 
 namespace kestrelon {
 

@@ -10,11 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "KELogConfiguration.h"
-#include "KELogMessage.h"
-#include "KELogTarget.h"
-#include "KELogger.h"
 #include "kestatus.h"
+#include "log/KELogConfiguration.h"
+#include "log/KELogMessage.h"
+#include "log/KELogTarget.h"
+#include "log/KELogger.h"
 
 namespace kestrelon {
 

@@ -8,9 +8,9 @@
 #include <new>
 #include <type_traits>
 
-#include "KELogging.h"
-#include "KEPoolBase.h"
 #include "kestatus.h"
+#include "log/KELogging.h"
+#include "pool/KEPoolBase.h"
 
 namespace kestrelon {
 

@@ -1,4 +1,4 @@
-#include "KEPoolBase.h"
+#include "pool/KEPoolBase.h"
 
 namespace kestrelon {
 

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "KEDList.h"
+#include "base/KEDList.h"
 
 namespace kestrelon {
 

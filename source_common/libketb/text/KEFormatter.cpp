@@ -1,4 +1,4 @@
-#include "KEFormatter.h"
+#include "text/KEFormatter.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -7,9 +7,9 @@
 #include <limits>
 #include <utility>
 
-#include "KEUtfConvert.h"
 #include "kert_debug.h"
 #include "kestatus_util.h"
+#include "text/KEUtfConvert.h"
 
 namespace kestrelon {
 

@@ -17,8 +17,8 @@
 #include <string>
 #include <type_traits>
 
-#include "KEFormatSpec.h"
 #include "kestatus.h"
+#include "text/KEFormatSpec.h"
 
 namespace kestrelon {
 

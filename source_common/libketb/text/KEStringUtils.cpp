@@ -1,4 +1,4 @@
-#include "KEStringUtils.h"
+#include "text/KEStringUtils.h"
 
 #include <algorithm>
 #include <cerrno>

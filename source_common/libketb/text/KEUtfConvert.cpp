@@ -1,7 +1,7 @@
 // The standard library's converters are deprecated without a replacement; they are used here alone.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-#include "KEUtfConvert.h"
+#include "text/KEUtfConvert.h"
 
 #include <codecvt>
 #include <exception>

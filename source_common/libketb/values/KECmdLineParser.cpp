@@ -1,12 +1,12 @@
-#include "KECmdLineParser.h"
+#include "values/KECmdLineParser.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <exception>
 
-#include "KELogging.h"
-#include "KEStringConv.h"
-#include "KEStringUtils.h"
+#include "log/KELogging.h"
+#include "text/KEStringUtils.h"
+#include "values/KEStringConv.h"
 
 namespace kestrelon {
 

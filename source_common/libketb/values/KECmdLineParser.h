@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "KEFormatter.h"
 #include "kestatus.h"
+#include "text/KEFormatter.h"
 
 namespace kestrelon {
 

@@ -1,4 +1,4 @@
-#include "KEDateTime.h"
+#include "values/KEDateTime.h"
 
 #include <cstdio>
 

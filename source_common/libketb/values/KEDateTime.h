@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "KEFormatter.h"
+#include "text/KEFormatter.h"
 
 namespace kestrelon {
 

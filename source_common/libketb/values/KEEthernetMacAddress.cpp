@@ -1,10 +1,10 @@
-#include "KEEthernetMacAddress.h"
+#include "values/KEEthernetMacAddress.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <string>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 namespace kestrelon {
 

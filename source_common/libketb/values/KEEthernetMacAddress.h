@@ -4,9 +4,9 @@
 
 #include <cstddef>
 
-#include "KEFormatter.h"
-#include "TNetAddress.h"
 #include "kestatus.h"
+#include "text/KEFormatter.h"
+#include "values/TNetAddress.h"
 
 namespace kestrelon {
 

@@ -1,4 +1,4 @@
-#include "KEIpv4Address.h"
+#include "values/KEIpv4Address.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "KEFormatter.h"
-#include "TNetAddress.h"
+#include "text/KEFormatter.h"
+#include "values/TNetAddress.h"
 
 namespace kestrelon {
 

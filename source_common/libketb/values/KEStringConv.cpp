@@ -1,7 +1,7 @@
-#include "KEStringConv.h"
+#include "values/KEStringConv.h"
 
-#include "KELogging.h"
-#include "KEUtfConvert.h"
+#include "log/KELogging.h"
+#include "text/KEUtfConvert.h"
 
 namespace kestrelon {
 

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "KEUnicode.h"
+#include "text/KEUnicode.h"
 
 namespace kestrelon {
 

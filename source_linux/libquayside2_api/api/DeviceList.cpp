@@ -1,4 +1,4 @@
-#include "DeviceList.h"
+#include "api/DeviceList.h"
 
 #include <algorithm>
 #include <cstdlib>

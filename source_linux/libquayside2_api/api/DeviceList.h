@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "DeviceBackend.h"
+#include "common/DeviceBackend.h"
 
 namespace quayside2 {
 

@@ -1,10 +1,10 @@
-#include "ProcessState.h"
+#include "api/ProcessState.h"
 
 #include <chrono>
 #include <pthread.h>
 #include <unistd.h>
 
-#include "ProcessFile.h"
+#include "common/ProcessFile.h"
 
 namespace quayside2 {
 

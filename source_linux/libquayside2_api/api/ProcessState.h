@@ -3,8 +3,8 @@
 #ifndef QUAYSIDE2_PROCESSSTATE_H
 #define QUAYSIDE2_PROCESSSTATE_H
 
-#include "DeviceBackend.h"
-#include "HandleTable.h"
+#include "api/HandleTable.h"
+#include "common/DeviceBackend.h"
 
 namespace quayside2 {
 

@@ -6,8 +6,8 @@
 #include <new>
 #include <string>
 
-#include "DeviceList.h"
-#include "ProcessState.h"
+#include "api/DeviceList.h"
+#include "api/ProcessState.h"
 
 using quayside2::Device;
 using quayside2::DeviceInstances;

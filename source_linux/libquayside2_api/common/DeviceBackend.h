@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "Device.h"
+#include "common/Device.h"
 
 namespace quayside2 {
 

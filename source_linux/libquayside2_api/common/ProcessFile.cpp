@@ -1,4 +1,4 @@
-#include "ProcessFile.h"
+#include "common/ProcessFile.h"
 
 #include <cerrno>
 #include <fcntl.h>

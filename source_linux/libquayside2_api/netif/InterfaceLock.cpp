@@ -1,4 +1,4 @@
-#include "InterfaceLock.h"
+#include "netif/InterfaceLock.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "NetifQuery.h"
+#include "netif/NetifQuery.h"
 
 namespace quayside2::netif {
 

@@ -1,4 +1,4 @@
-#include "NetifBackend.h"
+#include "netif/NetifBackend.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,10 +8,10 @@
 #include <linux/if_packet.h>
 #include <sys/socket.h>
 
-#include "InterfaceLock.h"
-#include "NetifQuery.h"
-#include "NetifRxDevice.h"
-#include "NetifTxDevice.h"
+#include "netif/InterfaceLock.h"
+#include "netif/NetifQuery.h"
+#include "netif/NetifRxDevice.h"
+#include "netif/NetifTxDevice.h"
 
 namespace quayside2::netif {
 

@@ -1,4 +1,4 @@
-#include "NetifQuery.h"
+#include "netif/NetifQuery.h"
 
 #include <algorithm>
 #include <cerrno>

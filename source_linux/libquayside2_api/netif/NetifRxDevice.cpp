@@ -1,4 +1,4 @@
-#include "NetifRxDevice.h"
+#include "netif/NetifRxDevice.h"
 
 #include <utility>
 

@@ -9,8 +9,8 @@
 
 #include "common/Device.h"
 #include "common/ReceiveSequence.h"
-#include "InterfaceLock.h"
-#include "PacketReceiver.h"
+#include "netif/InterfaceLock.h"
+#include "netif/PacketReceiver.h"
 
 namespace quayside2::netif {
 

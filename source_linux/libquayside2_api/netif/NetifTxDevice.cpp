@@ -1,4 +1,4 @@
-#include "NetifTxDevice.h"
+#include "netif/NetifTxDevice.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -9,7 +9,7 @@
 #include <time.h>
 
 #include "common/Clock.h"
-#include "NetifQuery.h"
+#include "netif/NetifQuery.h"
 
 namespace quayside2::netif {
 

@@ -8,8 +8,8 @@
 #include <mutex>
 
 #include "common/Device.h"
-#include "InterfaceLock.h"
-#include "TransmitBatch.h"
+#include "netif/InterfaceLock.h"
+#include "netif/TransmitBatch.h"
 
 namespace quayside2::netif {
 

@@ -1,4 +1,4 @@
-#include "PacketReceiver.h"
+#include "netif/PacketReceiver.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "common/Clock.h"
-#include "NetifQuery.h"
+#include "netif/NetifQuery.h"
 
 namespace quayside2::netif {
 

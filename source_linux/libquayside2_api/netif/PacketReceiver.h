@@ -7,8 +7,8 @@
 #include <cstddef>
 
 #include "common/ProcessFile.h"
-#include "PacketRing.h"
 #include "kestatus.h"
+#include "netif/PacketRing.h"
 
 namespace quayside2::netif {
 

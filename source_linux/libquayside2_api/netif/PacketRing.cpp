@@ -1,4 +1,4 @@
-#include "PacketRing.h"
+#include "netif/PacketRing.h"
 
 #include <cstring>
 #include <linux/if_ether.h>

@@ -1,4 +1,4 @@
-#include "TransmitBatch.h"
+#include "netif/TransmitBatch.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "FlowControl.h"
+#include "segment/FlowControl.h"
 
 namespace quayside2::segment {
 

@@ -9,7 +9,7 @@
 #include <array>
 #include <functional>
 
-#include "SegmentLayout.h"
+#include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
 

@@ -1,7 +1,7 @@
-#include "RingReader.h"
+#include "segment/RingReader.h"
 
-#include "Futex.h"
-#include "RingWords.h"
+#include "segment/Futex.h"
+#include "segment/RingWords.h"
 
 namespace quayside2::segment {
 

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "SegmentLayout.h"
+#include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
 

@@ -1,6 +1,6 @@
-#include "RingWriter.h"
+#include "segment/RingWriter.h"
 
-#include "RingWords.h"
+#include "segment/RingWords.h"
 
 namespace quayside2::segment {
 

@@ -7,8 +7,8 @@
 
 #include <array>
 
-#include "SegmentLayout.h"
-#include "TxBatch.h"
+#include "segment/SegmentLayout.h"
+#include "segment/TxBatch.h"
 
 namespace quayside2::segment {
 

@@ -1,9 +1,9 @@
-#include "SegmentBackend.h"
+#include "segment/SegmentBackend.h"
 
 #include <cstdlib>
 
-#include "SegmentRxDevice.h"
-#include "SegmentTxDevice.h"
+#include "segment/SegmentRxDevice.h"
+#include "segment/SegmentTxDevice.h"
 
 namespace quayside2::segment {
 

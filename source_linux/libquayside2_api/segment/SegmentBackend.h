@@ -8,7 +8,7 @@
 #include <string>
 
 #include "common/DeviceBackend.h"
-#include "SegmentFile.h"
+#include "segment/SegmentFile.h"
 
 namespace quayside2::segment {
 

@@ -1,4 +1,4 @@
-#include "SegmentFile.h"
+#include "segment/SegmentFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "SegmentLayout.h"
+#include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
 

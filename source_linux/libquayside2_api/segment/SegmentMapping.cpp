@@ -1,4 +1,4 @@
-#include "SegmentMapping.h"
+#include "segment/SegmentMapping.h"
 
 #include <cerrno>
 #include <sys/mman.h>

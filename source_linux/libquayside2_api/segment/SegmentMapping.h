@@ -5,8 +5,8 @@
 #ifndef QUAYSIDE2_SEGMENT_SEGMENTMAPPING_H
 #define QUAYSIDE2_SEGMENT_SEGMENTMAPPING_H
 
-#include "SegmentLayout.h"
 #include "kestatus.h"
+#include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
 

@@ -1,4 +1,4 @@
-#include "SegmentPort.h"
+#include "segment/SegmentPort.h"
 
 namespace quayside2::segment {
 

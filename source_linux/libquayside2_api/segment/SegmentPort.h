@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "SegmentFile.h"
-#include "SegmentMapping.h"
+#include "segment/SegmentFile.h"
+#include "segment/SegmentMapping.h"
 
 namespace quayside2::segment {
 

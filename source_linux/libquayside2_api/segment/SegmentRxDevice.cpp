@@ -1,10 +1,10 @@
-#include "SegmentRxDevice.h"
+#include "segment/SegmentRxDevice.h"
 
 #include <algorithm>
 
 #include "common/Clock.h"
 #include "common/ReceiveHeader.h"
-#include "Futex.h"
+#include "segment/Futex.h"
 
 namespace quayside2::segment {
 

@@ -15,8 +15,8 @@
 
 #include "common/Device.h"
 #include "common/ReceiveSequence.h"
-#include "RingReader.h"
-#include "SegmentPort.h"
+#include "segment/RingReader.h"
+#include "segment/SegmentPort.h"
 
 namespace quayside2::segment {
 

@@ -1,9 +1,9 @@
-#include "SegmentTxDevice.h"
+#include "segment/SegmentTxDevice.h"
 
 #include <algorithm>
 
 #include "common/Clock.h"
-#include "Futex.h"
+#include "segment/Futex.h"
 
 namespace quayside2::segment {
 

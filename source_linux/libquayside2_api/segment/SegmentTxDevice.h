@@ -8,10 +8,10 @@
 #include <mutex>
 
 #include "common/Device.h"
-#include "FlowControl.h"
-#include "RingWriter.h"
-#include "SegmentPort.h"
-#include "TxBatch.h"
+#include "segment/FlowControl.h"
+#include "segment/RingWriter.h"
+#include "segment/SegmentPort.h"
+#include "segment/TxBatch.h"
 
 namespace quayside2::segment {
 

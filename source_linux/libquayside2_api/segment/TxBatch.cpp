@@ -1,4 +1,4 @@
-#include "TxBatch.h"
+#include "segment/TxBatch.h"
 
 #include <cstring>
 

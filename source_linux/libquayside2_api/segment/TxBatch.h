@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "SegmentLayout.h"
+#include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
 

@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "KELinuxThreadId.h"
-#include "KELogging.h"
 #include "LogCapture.h"
 #include "SystemCallFaults.h"
+#include "log/KELogging.h"
 
 using namespace kestrelon;
 using namespace testsupport;

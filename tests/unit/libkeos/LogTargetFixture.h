@@ -10,9 +10,9 @@
 #include <string>
 
 #include "KELogTargetLogFile.h"
-#include "KELogging.h"
 #include "LogExpect.h"
 #include "TemporaryFolder.h"
+#include "log/KELogging.h"
 
 namespace testsupport {
 

@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 
-#include "KEEmptyLock.h"
 #include "KEOsThreadMutex.h"
 #include "KEOsWaitableQueue.h"
 #include "LogExpect.h"
 #include "SystemCallFaults.h"
+#include "base/KEEmptyLock.h"
 
 using namespace kestrelon;
 using namespace testsupport;

@@ -6,10 +6,10 @@
 #include <thread>
 #include <vector>
 
-#include "KEEmptyLock.h"
 #include "KEOsThreadMutex.h"
 #include "LogExpect.h"
 #include "SystemCallFaults.h"
+#include "base/KEEmptyLock.h"
 
 using namespace kestrelon;
 using namespace testsupport;

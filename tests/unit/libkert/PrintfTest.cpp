@@ -7,9 +7,9 @@
 #include <cwchar>
 #include <string>
 
-#include "KEStringUtils.h"
 #include "LibraryCallFaults.h"
 #include "kert_string.h"
+#include "text/KEStringUtils.h"
 
 using namespace kestrelon;
 using testsupport::PrintfFault;

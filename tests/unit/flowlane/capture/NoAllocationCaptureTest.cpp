@@ -9,17 +9,17 @@
 #include <utility>
 
 #include "AllocationGate.h"
-#include "AvtpFrameBuilder.h"
-#include "AvtpSource.h"
 #include "ByteList.h"
 #include "CountedAllocations.h"
 #include "FakeDevice.h"
-#include "KEByteOrder.h"
-#include "PcapNgFileReader.h"
-#include "PcapNgFileWriter.h"
-#include "RtpUdpSink.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "base/KEByteOrder.h"
+#include "capture/PcapNgFileReader.h"
+#include "capture/PcapNgFileWriter.h"
+#include "streaming/AvtpFrameBuilder.h"
+#include "streaming/AvtpSource.h"
+#include "streaming/RtpUdpSink.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -9,14 +9,14 @@
 #include <cstdint>
 #include <thread>
 
-#include "CmdLine.h"
-#include "Commands.h"
 #include "FakeDevice.h"
-#include "KEByteOrder.h"
 #include "LogCapture.h"
-#include "LogCons.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "base/KEByteOrder.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
+#include "commands/Commands.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -1,7 +1,7 @@
 // What the reader makes of every kind of block in every state, when it sends the packets, and how it goes
 // from file to file. Time is virtual.
 
-#include "PcapNgFileReader.h"
+#include "capture/PcapNgFileReader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,9 +16,9 @@
 #include "ByteList.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
-#include "LogCons.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "base/LogCons.h"
 
 namespace {
 

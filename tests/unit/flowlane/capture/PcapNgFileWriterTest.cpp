@@ -1,6 +1,6 @@
 // The writer fed as the receive loop does it, and what stands in the files afterwards.
 
-#include "PcapNgFileWriter.h"
+#include "capture/PcapNgFileWriter.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -18,10 +18,10 @@
 #include <thread>
 
 #include "FakeDevice.h"
-#include "KEByteOrder.h"
 #include "LogCapture.h"
-#include "LogCons.h"
 #include "TemporaryFolder.h"
+#include "base/KEByteOrder.h"
+#include "base/LogCons.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 
 #include "ByteList.h"
 #include "FakeDevice.h"
-#include "KEByteOrder.h"
 #include "LogCapture.h"
-#include "PcapNgFileReader.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "base/KEByteOrder.h"
+#include "capture/PcapNgFileReader.h"
 
 namespace {
 

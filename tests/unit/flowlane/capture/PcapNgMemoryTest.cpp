@@ -8,9 +8,9 @@
 #include "CountedAllocations.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
-#include "PcapNgFileReader.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "capture/PcapNgFileReader.h"
 
 using namespace flowlane;
 using namespace kestrelon;

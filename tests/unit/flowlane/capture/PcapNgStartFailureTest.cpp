@@ -8,10 +8,10 @@
 #include "ByteList.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
-#include "PcapNgFileReader.h"
-#include "PcapNgFileWriter.h"
 #include "SystemCallFaults.h"
 #include "TemporaryFolder.h"
+#include "capture/PcapNgFileReader.h"
+#include "capture/PcapNgFileWriter.h"
 
 using namespace flowlane;
 using namespace kestrelon;

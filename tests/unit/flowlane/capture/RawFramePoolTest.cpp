@@ -1,4 +1,4 @@
-#include "RawFramePool.h"
+#include "capture/RawFramePool.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "CmdLine.h"
+#include "commands/CmdLine.h"
 
 #include <gtest/gtest.h>
 

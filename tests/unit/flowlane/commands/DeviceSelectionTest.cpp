@@ -1,7 +1,7 @@
 // Choosing and opening a device: every call of the device library with its arguments, and what is closed
 // again on each way out. The lines that the user sees are in the program's tests.
 
-#include "DeviceSelection.h"
+#include "commands/DeviceSelection.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "CmdLine.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
-#include "LogCons.h"
+#include "base/LogCons.h"
+#include "commands/CmdLine.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -1,7 +1,7 @@
 // What the user's keys and signals do while a command runs, and what they leave behind. Each test runs in a
 // process of its own on a terminal of its own; where a process has to die or to stop, its parent reports.
 
-#include "StopRequest.h"
+#include "commands/StopRequest.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeDevice.h"
-#include "LostFrameCounter.h"
+#include "device/LostFrameCounter.h"
 
 using namespace flowlane;
 using namespace testsupport;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "FakeDevice.h"
-#include "QuaysideDevice.h"
+#include "device/QuaysideDevice.h"
 
 using namespace flowlane;
 using namespace testsupport;

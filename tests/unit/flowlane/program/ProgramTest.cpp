@@ -1,14 +1,14 @@
 // The program as a whole, with a scripted device. Each run is in a process of its own, since it sets up what
 // belongs to the process.
 
-#include "Program.h"
+#include "program/Program.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <vector>
 
-#include "KELogging.h"
+#include "log/KELogging.h"
 
 using namespace flowlane;
 using namespace kestrelon;

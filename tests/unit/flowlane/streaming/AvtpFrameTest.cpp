@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "AvtpSinkFixture.h"
+#include "streaming/AvtpSinkFixture.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -9,11 +9,11 @@
 #include <random>
 #include <thread>
 
-#include "AvtpFrameBuilder.h"
-#include "AvtpSource.h"
 #include "FakeDevice.h"
-#include "KeepingSink.h"
 #include "LogCapture.h"
+#include "streaming/AvtpFrameBuilder.h"
+#include "streaming/AvtpSource.h"
+#include "streaming/KeepingSink.h"
 
 using namespace flowlane;
 using namespace kestrelon;

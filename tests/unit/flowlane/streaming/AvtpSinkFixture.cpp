@@ -1,4 +1,4 @@
-#include "AvtpSinkFixture.h"
+#include "streaming/AvtpSinkFixture.h"
 
 namespace testsupport {
 

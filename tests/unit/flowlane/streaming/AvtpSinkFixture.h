@@ -7,10 +7,10 @@
 
 #include <vector>
 
-#include "AvtpSink.h"
 #include "FakeDevice.h"
 #include "LogCapture.h"
 #include "VirtualClock.h"
+#include "streaming/AvtpSink.h"
 
 namespace testsupport {
 

@@ -1,6 +1,6 @@
 // What the AVTP source makes of every kind of frame: log line, counters, and the packets that reach the sink.
 
-#include "AvtpSource.h"
+#include "streaming/AvtpSource.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,12 +12,12 @@
 #include <functional>
 #include <thread>
 
-#include "AvtpFrameBuilder.h"
 #include "FakeDevice.h"
-#include "KeepingSink.h"
 #include "LogCapture.h"
 #include "SystemCallFaults.h"
 #include "VirtualClock.h"
+#include "streaming/AvtpFrameBuilder.h"
+#include "streaming/KeepingSink.h"
 
 using namespace flowlane;
 using namespace kestrelon;

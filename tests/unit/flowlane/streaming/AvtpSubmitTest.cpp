@@ -1,6 +1,6 @@
 // What the AVTP sink does with every answer of the device.
 
-#include "AvtpSinkFixture.h"
+#include "streaming/AvtpSinkFixture.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -5,8 +5,8 @@
 #include <functional>
 #include <vector>
 
-#include "AvtpFrameBuilder.h"
-#include "SinkBase.h"
+#include "streaming/AvtpFrameBuilder.h"
+#include "streaming/SinkBase.h"
 
 namespace testsupport {
 

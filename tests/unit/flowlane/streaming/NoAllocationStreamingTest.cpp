@@ -8,16 +8,16 @@
 #include <memory>
 
 #include "AllocationGate.h"
-#include "AvtpSink.h"
 #include "CountedAllocations.h"
 #include "FakeDevice.h"
-#include "KELogging.h"
 #include "LogCapture.h"
 #include "OperatorNew.h"
-#include "RecordingSink.h"
-#include "TSFileSource.h"
-#include "TSStream.h"
 #include "VirtualClock.h"
+#include "log/KELogging.h"
+#include "streaming/AvtpSink.h"
+#include "streaming/RecordingSink.h"
+#include "streaming/TSFileSource.h"
+#include "streaming/TSStream.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -1,4 +1,4 @@
-#include "PacingOracle.h"
+#include "streaming/PacingOracle.h"
 
 #include <algorithm>
 #include <set>

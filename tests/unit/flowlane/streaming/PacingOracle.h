@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "LogCapture.h"
-#include "RecordingSink.h"
-#include "TSStream.h"
+#include "streaming/RecordingSink.h"
+#include "streaming/TSStream.h"
 
 namespace testsupport {
 

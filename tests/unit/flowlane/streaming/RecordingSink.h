@@ -5,9 +5,9 @@
 #include <atomic>
 #include <vector>
 
-#include "SinkBase.h"
-#include "TSStream.h"
 #include "VirtualClock.h"
+#include "streaming/SinkBase.h"
+#include "streaming/TSStream.h"
 
 namespace testsupport {
 

@@ -1,4 +1,4 @@
-#include "RtpUdpSink.h"
+#include "streaming/RtpUdpSink.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "LogCapture.h"
-#include "RecordingSink.h"
 #include "SystemCallFaults.h"
-#include "TSFileSource.h"
+#include "streaming/RecordingSink.h"
+#include "streaming/TSFileSource.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "LogCapture.h"
-#include "RecordingSink.h"
-#include "TSFileSource.h"
+#include "streaming/RecordingSink.h"
+#include "streaming/TSFileSource.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "PacingOracle.h"
-#include "TSFileSource.h"
+#include "streaming/PacingOracle.h"
+#include "streaming/TSFileSource.h"
 
 using namespace flowlane;
 using namespace kestrelon;

@@ -6,10 +6,10 @@
 #include <memory>
 #include <new>
 
-#include "KEEmptyLock.h"
-#include "KEPool.h"
 #include "LogCapture.h"
-#include "TSPacket.h"
+#include "base/KEEmptyLock.h"
+#include "pool/KEPool.h"
+#include "streaming/TSPacket.h"
 
 using namespace flowlane;
 using namespace kestrelon;

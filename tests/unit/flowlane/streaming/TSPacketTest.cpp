@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "SinkBase.h"
-#include "SourceBase.h"
-#include "TSPacketQueue.h"
-#include "TSStream.h"
+#include "streaming/SinkBase.h"
+#include "streaming/SourceBase.h"
+#include "streaming/TSPacketQueue.h"
+#include "streaming/TSStream.h"
 
 using namespace flowlane;
 using namespace testsupport;

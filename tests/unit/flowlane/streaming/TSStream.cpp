@@ -1,4 +1,4 @@
-#include "TSStream.h"
+#include "streaming/TSStream.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "TSPacket.h"
+#include "streaming/TSPacket.h"
 
 namespace testsupport {
 

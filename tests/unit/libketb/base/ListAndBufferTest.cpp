@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "KEBuffer.h"
-#include "KEByteOrder.h"
-#include "KEDList.h"
+#include "base/KEBuffer.h"
+#include "base/KEByteOrder.h"
+#include "base/KEDList.h"
 
 using namespace kestrelon;
 

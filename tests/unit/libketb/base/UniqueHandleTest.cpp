@@ -1,4 +1,4 @@
-#include "KEUniqueHandle.h"
+#include "base/KEUniqueHandle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

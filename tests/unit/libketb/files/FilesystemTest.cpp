@@ -1,4 +1,4 @@
-#include "KEFilesystem.h"
+#include "files/KEFilesystem.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

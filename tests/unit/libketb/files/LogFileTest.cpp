@@ -1,4 +1,4 @@
-#include "KELogFile.h"
+#include "files/KELogFile.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,11 +10,11 @@
 #include <string>
 
 #include "AllocationFault.h"
-#include "KELogging.h"
 #include "LogExpect.h"
 #include "OperatorNew.h"
 #include "SystemCallFaults.h"
 #include "TemporaryFolder.h"
+#include "log/KELogging.h"
 
 using namespace kestrelon;
 using namespace testsupport;

@@ -1,4 +1,4 @@
-#include "KEStdFileStream.h"
+#include "files/KEStdFileStream.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

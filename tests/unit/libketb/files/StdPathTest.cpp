@@ -1,4 +1,4 @@
-#include "KEStdPath.h"
+#include "files/KEStdPath.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "KEFilesystemGuard.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
+#include "files/KEFilesystemGuard.h"
 
 using namespace kestrelon;
 using testsupport::LogCapture;

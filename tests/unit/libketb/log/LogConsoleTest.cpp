@@ -11,10 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include "KELogTargetConsole.h"
-#include "KELogging.h"
 #include "LogCapture.h"
-#include "RecordingTarget.h"
+#include "log/KELogTargetConsole.h"
+#include "log/KELogging.h"
+#include "log/RecordingTarget.h"
 
 using namespace kestrelon;
 using testsupport::LogCapture;

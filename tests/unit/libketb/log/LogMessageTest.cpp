@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string>
 
-#include "KELogging.h"
 #include "LogCapture.h"
+#include "log/KELogging.h"
 
 using namespace kestrelon;
 using testsupport::DebugOutputCapture;

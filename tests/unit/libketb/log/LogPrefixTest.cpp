@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
-#include "KELogging.h"
 #include "LogCapture.h"
-#include "RecordingTarget.h"
+#include "log/KELogging.h"
+#include "log/RecordingTarget.h"
 
 using namespace kestrelon;
 using testsupport::DebugOutputCapture;

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "KELogging.h"
 #include "LogCapture.h"
-#include "RecordingTarget.h"
+#include "log/KELogging.h"
+#include "log/RecordingTarget.h"
 
 using namespace kestrelon;
 using testsupport::DebugOutputCapture;

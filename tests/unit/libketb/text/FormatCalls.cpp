@@ -1,4 +1,4 @@
-#include "FormatCalls.h"
+#include "text/FormatCalls.h"
 
 #include <algorithm>
 #include <cctype>

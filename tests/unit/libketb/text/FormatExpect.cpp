@@ -1,4 +1,4 @@
-#include "FormatExpect.h"
+#include "text/FormatExpect.h"
 
 namespace testsupport {
 

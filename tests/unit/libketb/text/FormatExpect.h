@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "KEFormatter.h"
 #include "LogCapture.h"
 #include "kert_debug.h"
+#include "text/KEFormatter.h"
 
 namespace testsupport {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "FormatCalls.h"
-#include "KEFormatter.h"
 #include "LogCapture.h"
+#include "text/FormatCalls.h"
+#include "text/KEFormatter.h"
 
 using namespace kestrelon;
 using namespace testsupport;

@@ -1,5 +1,5 @@
 // Width, fill, alignment, sign, prefix and grouping.
-#include "FormatExpect.h"
+#include "text/FormatExpect.h"
 
 #include <cstdint>
 #include <string>

@@ -1,5 +1,5 @@
 // Every kind of argument, with its default and with the type letters that matter to it.
-#include "FormatExpect.h"
+#include "text/FormatExpect.h"
 
 #include <bit>
 #include <cstdint>
@@ -8,8 +8,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "KEEthernetMacAddress.h"
-#include "KEStdPath.h"
+#include "files/KEStdPath.h"
+#include "values/KEEthernetMacAddress.h"
 
 using namespace kestrelon;
 using testsupport::ExpectFaults;

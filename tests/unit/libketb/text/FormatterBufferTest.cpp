@@ -1,5 +1,5 @@
 // Where the formatted characters go: fixed buffers of every size, the counting range, strings.
-#include "FormatExpect.h"
+#include "text/FormatExpect.h"
 
 #include <algorithm>
 #include <string>

@@ -1,5 +1,5 @@
 // The scanner of format strings: literals, fields, indexes, and every fault it reports.
-#include "FormatExpect.h"
+#include "text/FormatExpect.h"
 
 #include <string>
 #include <vector>

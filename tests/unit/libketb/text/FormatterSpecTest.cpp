@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "KEFormatter.h"
+#include "text/KEFormatter.h"
 
 using namespace kestrelon;
 using fmtimpl::FormatSpecError;

@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "KEStringUtils.h"
+#include "text/KEStringUtils.h"
 
 using namespace kestrelon;
 

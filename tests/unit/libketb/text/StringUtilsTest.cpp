@@ -1,5 +1,5 @@
 // The bounded string operations, for both character widths from one table each.
-#include "KEStringUtils.h"
+#include "text/KEStringUtils.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "KECmdLineParser.h"
+#include "values/KECmdLineParser.h"
 
 #include <gtest/gtest.h>
 

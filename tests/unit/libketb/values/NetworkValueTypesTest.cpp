@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <string>
 
-#include "FormatExpect.h"
-#include "KEDateTime.h"
-#include "KEEthernetMacAddress.h"
-#include "KEIpv4Address.h"
 #include "LogCapture.h"
+#include "text/FormatExpect.h"
+#include "values/KEDateTime.h"
+#include "values/KEEthernetMacAddress.h"
+#include "values/KEIpv4Address.h"
 
 using namespace kestrelon;
 using testsupport::ExpectText;

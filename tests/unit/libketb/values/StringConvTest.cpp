@@ -1,13 +1,13 @@
 // Conversions between encodings, silent and with a log line.
-#include "KEStringConv.h"
+#include "values/KEStringConv.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "KEUtfConvert.h"
 #include "LogCapture.h"
+#include "text/KEUtfConvert.h"
 
 using namespace kestrelon;
 using testsupport::DebugOutputCapture;

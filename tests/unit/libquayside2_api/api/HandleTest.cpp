@@ -3,8 +3,8 @@
 #include <functional>
 #include <thread>
 
-#include "HandleTable.h"
 #include "SegmentFixture.h"
+#include "api/HandleTable.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The numbers of what a receive handle delivers.
 #include <gtest/gtest.h>
 
-#include "ReceiveSequence.h"
+#include "common/ReceiveSequence.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "NetifFixture.h"
+#include "netif/NetifFixture.h"
 
 namespace {
 

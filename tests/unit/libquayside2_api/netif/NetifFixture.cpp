@@ -1,4 +1,4 @@
-#include "NetifFixture.h"
+#include "netif/NetifFixture.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -5,7 +5,7 @@
 #include <net/if.h>
 #include <thread>
 
-#include "NetifFixture.h"
+#include "netif/NetifFixture.h"
 #include "netif/PacketReceiver.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-#include "NetifFixture.h"
+#include "netif/NetifFixture.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <thread>
 
-#include "Clock.h"
 #include "SanitizedBuild.h"
 #include "SegmentFixture.h"
+#include "common/Clock.h"
 #include "lane_frame.h"
 #include "segment/RingWriter.h"
 #include "segment/SegmentPort.h"
