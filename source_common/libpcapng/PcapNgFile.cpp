@@ -14,11 +14,6 @@ using namespace pcapng;
 
 namespace {
 
-KESTATUS Failed(const KELogMsgHeaderTag& function, const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Global, KEERROR, function, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 KESTATUS LogIncompleteBlock(const KELogMsgHeaderTag& function, std::uint64_t length, std::uint64_t expected) {
     KEOutputLogMessage(logger::Global, KEERROR, function,
                        "read incomplete block with {} bytes, exp. {} bytes", length, expected);
@@ -57,7 +52,7 @@ KESTATUS PcapNgFile::OpenForWrite(const T_UNICHAR* path, const PcapNgSectionHead
     CloseFile();
     KESTATUS st = mFile.OpenFile(path, "wb");
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
     }
     mFile.DisableBuffering();
     if (mFileBuffer.mBufferSize < FileBufferSize) {
@@ -65,16 +60,16 @@ KESTATUS PcapNgFile::OpenForWrite(const T_UNICHAR* path, const PcapNgSectionHead
     }
     st = shb.AddToBuffer(mFileBuffer);
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "AddToBuffer(SHB) failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "AddToBuffer(SHB) failed, st={}", st);
     }
     st = idb.AddToBuffer(mFileBuffer);
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "AddToBuffer(IDB) failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "AddToBuffer(IDB) failed, st={}", st);
     }
     mFileSize += mFileBuffer.mDataLength;
     st = FlushFileBuffer();
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
     }
     return KESTATUS_SUCCESS;
 }
@@ -83,7 +78,7 @@ KESTATUS PcapNgFile::OpenForRead(const T_UNICHAR* path) {
     CloseFile();
     KESTATUS st = mFile.OpenFile(path, "rb");
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "OpenFile failed, st={}", st);
     }
     st = MeasureFile(mFileSize);
     if (st != KESTATUS_SUCCESS) {
@@ -100,12 +95,12 @@ KESTATUS PcapNgFile::OpenForRead(const T_UNICHAR* path) {
 KESTATUS PcapNgFile::MeasureFile(std::uint64_t& size) noexcept {
     KESTATUS st = mFile.SeekToEnd();
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "SeekToEnd failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "SeekToEnd failed, st={}", st);
     }
     std::size_t position = 0;
     st = mFile.Tell(position);
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "Tell failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "Tell failed, st={}", st);
     }
     size = position;
     return KESTATUS_SUCCESS;
@@ -116,14 +111,14 @@ KESTATUS PcapNgFile::WriteBlock(const PcapNgBlockBase& block) {
     if (mFileBuffer.mBufferSize - mFileBuffer.mDataLength < length) {
         const KESTATUS st = FlushFileBuffer();
         if (st != KESTATUS_SUCCESS) {
-            return Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+            return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
         }
     }
     const std::size_t gathered = mFileBuffer.mDataLength;
     const KESTATUS st = block.AddToBuffer(mFileBuffer);
     if (st != KESTATUS_SUCCESS) {
         mFileBuffer.mDataLength = gathered;
-        return Failed(KE_FUNCTION_TAG, "AddToBuffer failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "AddToBuffer failed, st={}", st);
     }
     mFileSize += length;
     return KESTATUS_SUCCESS;
@@ -167,7 +162,7 @@ void PcapNgFile::CloseFile() {
     if (mFile.IsOpen()) {
         const KESTATUS st = FlushFileBuffer();
         if (st != KESTATUS_SUCCESS) {
-            Failed(KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
+            KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
             GiveUpBuffer();
         }
         mFile.CloseFile();
@@ -235,7 +230,7 @@ KESTATUS PcapNgFile::MeasureRest(std::uint64_t& rest) noexcept {
     std::size_t position = 0;
     KESTATUS st = mFile.Tell(position);
     if (st != KESTATUS_SUCCESS) {
-        return Failed(KE_FUNCTION_TAG, "Tell failed, st={}", st);
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "Tell failed, st={}", st);
     }
     std::uint64_t size = 0;
     st = MeasureFile(size);

@@ -42,11 +42,6 @@ void Log(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Global, level, format, args...);
 }
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    Log(KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 bool IsTriggerFrame(KEConstBufferReference frame) {
     return frame.mLength >= cEthernetHeaderSize &&
            std::memcmp(frame.mData, cTriggerAddresses, sizeof cTriggerAddresses) == 0 &&
@@ -130,7 +125,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         SetState(State::ExpSectionHeader);
         st = OpenFirstFileAndStart(frameCount, frameSize, isStopRequested);
     } catch (const std::bad_alloc&) {
-        st = Failed("StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
+        st = KEOutputFailure(logger::Global, "StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
     }
     if (st != KESTATUS_SUCCESS) {
         ClearSendList();
@@ -148,7 +143,7 @@ KESTATUS PcapNgFileReader::ReadDeviceAddress() {
     const KESTATUS st = mDevice->GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, mDeviceMacAddress.mac,
                                                          cMacAddressSize, &size);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("GetDevicePropertyBinary failed, st={}", st);
+        return KEOutputFailure(logger::Global, "GetDevicePropertyBinary failed, st={}", st);
     }
     if (size != cMacAddressSize) {
         Log(KEERROR, "MAC address size mismatch, got {}, exp. {}", size, cMacAddressSize);
@@ -176,7 +171,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         st = KESTATUS_NO_MEMORY;
     }
     if (st != KESTATUS_SUCCESS) {
-        return Failed("AllocateFramePool failed, st={}", st);
+        return KEOutputFailure(logger::Global, "AllocateFramePool failed, st={}", st);
     }
     const std::size_t blockSize =
         (std::size_t{frameSize} + pcapng::cEnhPacketFixedSize + cBlockBufferUnit - 1) &
@@ -187,10 +182,10 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
     mBlockData.mDataLength = 0;
     st = ReadAhead(isStopRequested);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("FillSendQueue failed, st={}", st);
+        return KEOutputFailure(logger::Global, "FillSendQueue failed, st={}", st);
     }
     st = mThread.CreateThread(this);
-    return st == KESTATUS_SUCCESS ? st : Failed("CreateThread failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
 }
 
 // Until there is a frame to send, since files without one are refused, or the user has had enough.
@@ -232,7 +227,7 @@ KEStdPath PcapNgFileReader::CreateNextFilePath() {
 
 KESTATUS PcapNgFileReader::OpenCurrentFile() {
     const KESTATUS st = mFile.OpenForRead(mCurrentFilePath.c_str());
-    return st == KESTATUS_SUCCESS ? st : Failed("OpenForRead failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "OpenForRead failed, st={}", st);
 }
 
 // Whether the pass that has ended has brought no frame at all, so that there is nothing to go on with.
@@ -300,11 +295,11 @@ KESTATUS PcapNgFileReader::FillSendQueue() {
             st = OpenNextFile();
             if (st != KESTATUS_SUCCESS) {
                 mStats.errInvalidFile.Add();
-                return Failed("OpenNextFile failed, st={}", st);
+                return KEOutputFailure(logger::Global, "OpenNextFile failed, st={}", st);
             }
         } else {
             mStats.errReadFileFailed.Add();
-            return Failed("ReadNextBlock failed, st={}", st);
+            return KEOutputFailure(logger::Global, "ReadNextBlock failed, st={}", st);
         }
     }
     return KESTATUS_SUCCESS;
@@ -327,7 +322,7 @@ void PcapNgFileReader::ProcessSectionHeaderBlock() {
     PcapNgSectionHeaderBlock block;
     const KESTATUS st = block.InitSectionHeaderBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
-        Failed("InitSectionHeaderBlock failed, st={}", st);
+        KEOutputFailure(logger::Global, "InitSectionHeaderBlock failed, st={}", st);
         mStats.errInvalidSectionHeader.Add();
         SetState(State::ExpSectionHeader);
         return;
@@ -350,7 +345,7 @@ void PcapNgFileReader::ProcessInterfaceDescBlock() {
     PcapNgInterfaceDescBlock block;
     const KESTATUS st = block.InitInterfaceDescBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
-        Failed("InitInterfaceDescBlock failed, st={}", st);
+        KEOutputFailure(logger::Global, "InitInterfaceDescBlock failed, st={}", st);
         mStats.errInvalidInterfaceDesc.Add();
         SetState(State::ExpInterfaceDesc);
         return;
@@ -395,7 +390,7 @@ void PcapNgFileReader::ProcessEnhPacketBlock() {
     PcapNgEnhPacketBlock packet;
     const KESTATUS st = packet.InitEnhPacketBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
-        Failed("InitEnhPacketBlock failed, st={}", st);
+        KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}", st);
         mStats.errInvalidEnhPacket.Add();
         return;
     }
@@ -477,14 +472,14 @@ KESTATUS PcapNgFileReader::SendFrames(RawFrameTimePoint now) {
         const KESTATUS st = SubmitFrame(*frame);
         mFramePool.PutRawFrame(frame);
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SubmitFrame failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SubmitFrame failed, st={}", st);
         }
         isSubmitted = true;
     }
     if (isSubmitted) {
         const KESTATUS st = mDevice->SendRawFrames();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SendRawFrames failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
         }
     }
     return KESTATUS_SUCCESS;
@@ -497,14 +492,14 @@ KESTATUS PcapNgFileReader::SubmitFrame(const RawFrame& frame) {
     if (st == KESTATUS_NO_SPACE) {
         st = mDevice->SendRawFrames();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SendRawFrames failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
         }
     } else if (st != KESTATUS_SUCCESS) {
-        return Failed("CheckSubmitRawFrame failed, st={}", st);
+        return KEOutputFailure(logger::Global, "CheckSubmitRawFrame failed, st={}", st);
     }
     st = mDevice->SubmitRawFrame(data.mData, length, nullptr);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("SubmitRawFrame failed, st={}", st);
+        return KEOutputFailure(logger::Global, "SubmitRawFrame failed, st={}", st);
     }
     mStats.infFramesSent.Add();
     return KESTATUS_SUCCESS;
@@ -532,7 +527,8 @@ void PcapNgFileReader::SendUntilStopped() {
         const RawFrameTimePoint now = mClock.Now();
         KESTATUS st = SendFrames(now);
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("SendFrames failed, st={}, stop thread", st), std::memory_order_relaxed);
+            mFailure.store(KEOutputFailure(logger::Global, "SendFrames failed, st={}, stop thread", st),
+                           std::memory_order_relaxed);
             mStats.errSendFramesFailed.Add();
             mLostFrames.UpdateNow(); // whoever sees the failure sees them as well
             SetState(State::Error);
@@ -545,7 +541,8 @@ void PcapNgFileReader::SendUntilStopped() {
             mStats.errReadFileFailed.Add();
         }
         if (st != KESTATUS_SUCCESS) {
-            mFailure.store(Failed("FillSendQueue failed, st={}, stop thread", st), std::memory_order_relaxed);
+            mFailure.store(KEOutputFailure(logger::Global, "FillSendQueue failed, st={}, stop thread", st),
+                           std::memory_order_relaxed);
             SetState(State::Error);
             return;
         }

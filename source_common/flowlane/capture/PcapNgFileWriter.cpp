@@ -36,11 +36,6 @@ void Log(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Global, level, format, args...);
 }
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    Log(KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 } // namespace
 
 PcapNgFileWriter::PcapNgFileWriter() noexcept : mPendingFrames(&RawFrame::mListEntry) {}
@@ -76,7 +71,7 @@ KESTATUS PcapNgFileWriter::StartFileWriter(const T_UNICHAR* fileName, QuaysideDe
         mFileNumber = 0;
         st = OpenFirstFileAndStart(frameCount, frameSize);
     } catch (const std::bad_alloc&) {
-        Failed("StartFileWriter failed, st={}", st);
+        KEOutputFailure(logger::Global, "StartFileWriter failed, st={}", st);
     }
     if (st != KESTATUS_SUCCESS) {
         mFile.CloseFile(); // it holds no packets
@@ -100,7 +95,7 @@ KESTATUS PcapNgFileWriter::InitInterfaceDescription(QuaysideDevice& device) {
     const KESTATUS st = resolution.CreateNumericOption<std::uint8_t>(pcapng::cOptionTimestampResolution,
                                                                      pcapng::cResolutionNanoseconds);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("CreateNumericOption(timestamp) failed, st={}", st);
+        return KEOutputFailure(logger::Global, "CreateNumericOption(timestamp) failed, st={}", st);
     }
     mIfDescriptionBlock.AddOption(std::move(resolution));
     return KESTATUS_SUCCESS;
@@ -112,14 +107,14 @@ void PcapNgFileWriter::AddStringOption(QuaysideDevice& device, unsigned property
     char text[QBX_PROPERTY_STRING_SIZE] = {};
     KESTATUS st = device.GetDevicePropertyString(property, text, sizeof text);
     if (st != KESTATUS_SUCCESS) {
-        Failed(propertyFailed, st);
+        KEOutputFailure(logger::Global, propertyFailed, st);
         return;
     }
     text[sizeof text - 1] = '\0';
     PcapNgOption option;
     st = option.CreateStringOption(code, text);
     if (st != KESTATUS_SUCCESS) {
-        Failed(optionFailed, st);
+        KEOutputFailure(logger::Global, optionFailed, st);
         return;
     }
     mIfDescriptionBlock.AddOption(std::move(option));
@@ -130,7 +125,7 @@ void PcapNgFileWriter::AddMacAddressOption(QuaysideDevice& device) {
     unsigned size = 0;
     KESTATUS st = device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, address, sizeof address, &size);
     if (st != KESTATUS_SUCCESS) {
-        Failed("GetDevicePropertyBinary(MAC address) failed, st={}", st);
+        KEOutputFailure(logger::Global, "GetDevicePropertyBinary(MAC address) failed, st={}", st);
         return;
     }
     if (size != cMacAddressSize) {
@@ -140,7 +135,7 @@ void PcapNgFileWriter::AddMacAddressOption(QuaysideDevice& device) {
     PcapNgOption option;
     st = option.CreateOption(pcapng::cOptionMacAddress, {address, sizeof address});
     if (st != KESTATUS_SUCCESS) {
-        Failed("CreateOption(MAC address) failed, st={}", st);
+        KEOutputFailure(logger::Global, "CreateOption(MAC address) failed, st={}", st);
         return;
     }
     mIfDescriptionBlock.AddOption(std::move(option));
@@ -149,7 +144,7 @@ void PcapNgFileWriter::AddMacAddressOption(QuaysideDevice& device) {
 KESTATUS PcapNgFileWriter::OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize) {
     KESTATUS st = OpenFile(CreateNextFileName());
     if (st != KESTATUS_SUCCESS) {
-        return Failed("OpenForWrite failed, st={}", st);
+        return KEOutputFailure(logger::Global, "OpenForWrite failed, st={}", st);
     }
     try {
         st = mFramePool.AllocateFramePool(frameCount, frameSize);
@@ -157,14 +152,14 @@ KESTATUS PcapNgFileWriter::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         st = KESTATUS_NO_MEMORY;
     }
     if (st != KESTATUS_SUCCESS) {
-        return Failed("AllocateFramePool failed, st={}", st);
+        return KEOutputFailure(logger::Global, "AllocateFramePool failed, st={}", st);
     }
     st = mPendingFrames.InitQueue();
     if (st != KESTATUS_SUCCESS) {
-        return Failed("InitQueue failed, st={}", st);
+        return KEOutputFailure(logger::Global, "InitQueue failed, st={}", st);
     }
     st = mThread.CreateThread(this);
-    return st == KESTATUS_SUCCESS ? st : Failed("CreateThread failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
 }
 
 void PcapNgFileWriter::StopFileWriter() {
@@ -348,7 +343,7 @@ KESTATUS PcapNgFileWriter::WriteAllFramesToFile() {
             try {
                 st = OpenNextFile();
             } catch (const std::bad_alloc&) {
-                Failed("OpenNextFile failed, st={}", st);
+                KEOutputFailure(logger::Global, "OpenNextFile failed, st={}", st);
             }
             if (st != KESTATUS_SUCCESS) {
                 return st;
@@ -361,7 +356,7 @@ void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
     mFramesNotWritten += frame.mFramesDroppedBefore;
     const KEConstBufferReference received = frame.FrameData();
     if (received.mLength < rawheader::cSize) {
-        Failed("InitEnhPacketBlock failed, st={}.", KESTATUS_INVALID_LENGTH);
+        KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", KESTATUS_INVALID_LENGTH);
         ++mFramesNotWritten;
         mStats.errInitPacketBlock.Add();
         return;
@@ -388,7 +383,7 @@ void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
         // The next packet may be smaller.
     }
     if (st != KESTATUS_SUCCESS) {
-        Failed("WriteBlock failed, st={}.", st);
+        KEOutputFailure(logger::Global, "WriteBlock failed, st={}.", st);
         ++mFramesNotWritten;
         mStats.errWriteFileFailed.Add();
     }
@@ -410,7 +405,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     KESTATUS st =
         mPacketBlock.InitEnhPacketBlock(data, timestamp, 0, static_cast<std::uint32_t>(data.mLength));
     if (st != KESTATUS_SUCCESS) {
-        Failed("InitEnhPacketBlock failed, st={}.", st);
+        KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", st);
         ++mFramesNotWritten;
         mStats.errInitPacketBlock.Add();
         return KESTATUS_SUCCESS;
@@ -422,7 +417,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     if (mFramesNotWritten != 0) {
         st = mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, mFramesNotWritten);
         if (st != KESTATUS_SUCCESS) {
-            Failed("CreateNumericOption(drop count) failed, st={}", st);
+            KEOutputFailure(logger::Global, "CreateNumericOption(drop count) failed, st={}", st);
         } else {
             mPacketBlock.AddOption(std::move(mDropCount));
         }

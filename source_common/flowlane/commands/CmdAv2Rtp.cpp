@@ -103,14 +103,14 @@ KESTATUS CmdAv2Rtp() {
     std::string description;
     st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_None);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("Open device failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Create RTP sink, host name='{}', port={}...", hostName, port);
     RtpUdpSink sink;
     st = sink.CreateRtpUdpSink(hostName.c_str(), port, 0, true);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("CreateRtpUdpSink failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "CreateRtpUdpSink failed, st={}.", st);
     }
     KEOutputLogMessage(logger::Cons, KEINFO, "Host name '{}' resolved to address {}", hostName,
                        sink.SocketAddress());
@@ -120,19 +120,19 @@ KESTATUS CmdAv2Rtp() {
     st = source.CreateAvtpSource(device, sink, sourceAddress.mMacAddr,
                                  static_cast<std::uint16_t>(gCmdLine.mUniqueId), gCmdLine.mUniqueIdPresent);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("CreateAvtpSource failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "CreateAvtpSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start RTP sink...");
     st = sink.StartSink();
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartSink failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP source on device {}...", description);
     st = source.StartSource();
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartSource failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");

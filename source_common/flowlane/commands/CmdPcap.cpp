@@ -44,8 +44,8 @@ std::uint64_t MaxFileSizeOption() {
 }
 
 KESTATUS LogFailedReception(const char* format, KESTATUS st) {
-    LogFailedStep(format, st);
-    return LogFailedStep("WriteReceivedFramesToFile failed, st={}.", st);
+    KEOutputFailure(logger::Cons, format, st);
+    return KEOutputFailure(logger::Cons, "WriteReceivedFramesToFile failed, st={}.", st);
 }
 
 void PrintFrameCounts(const PcapNgFileWriter::Statistics& stats) {
@@ -121,7 +121,7 @@ void Capture::WriteReceivedFramesToFile() {
         if (st == KESTATUS_SUCCESS) {
             hasFailed = TakeReceivedFrames() != KESTATUS_SUCCESS;
         } else if (st != KESTATUS_TIMEOUT) {
-            LogFailedStep("WaitForRawFrame failed, st={}.", st);
+            KEOutputFailure(logger::Cons, "WaitForRawFrame failed, st={}.", st);
             hasFailed = true;
         }
     }
@@ -169,7 +169,7 @@ KESTATUS Capture::TakeFrame() {
     st = mWriter.WriteRawFrame(frame);
     if (st != KESTATUS_SUCCESS) {
         if (mWriter.ThreadStatus() != KESTATUS_SUCCESS) {
-            LogFailedStep("PCAPNG file writer has ended, st={}.", mWriter.ThreadStatus());
+            KEOutputFailure(logger::Cons, "PCAPNG file writer has ended, st={}.", mWriter.ThreadStatus());
         }
         LogFailedReception("WriteRawFrame failed, st={}.", st);
     }
@@ -190,7 +190,7 @@ KESTATUS CmdPcap() {
     std::string description;
     st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_2);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("Open device failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start PCAPNG file writer on device {}...", description);
@@ -199,15 +199,14 @@ KESTATUS CmdPcap() {
     st = writer.StartFileWriter(gCmdLine.mArgs.front().c_str(), device, gCmdLine.mFrameCount, frameSize,
                                 MaxFileSizeOption());
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartFileWriter failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartFileWriter failed, st={}.", st);
     }
 
     Capture capture(device, writer, stopRequest, frameSize);
     KEOutputLogMessage(logger::Cons, KEINFO, "Enable receiving of raw frames...");
     st = device.EnableRawRx();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, "EnableRawRx failed, st={}.", KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, "EnableRawRx failed, st={}.", st);
     }
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Write received frames to PCAPNG file, press any key to stop...");
@@ -216,8 +215,7 @@ KESTATUS CmdPcap() {
     KEOutputLogMessage(logger::Cons, KEINFO, "Disable receiving of raw frames...");
     st = device.DisableRawRx();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, "DisableRawRx failed, st={}.", KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, "DisableRawRx failed, st={}.", st);
     }
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop PCAPNG file writer...");
     writer.StopFileWriter();

@@ -87,7 +87,7 @@ KESTATUS CmdPlayPcap() {
     std::string description;
     st = OpenRawTxDevice(device, FriendlyNameOption(), description);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("Open device failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
 
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
@@ -97,7 +97,7 @@ KESTATUS CmdPlayPcap() {
                                 gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile,
                                 [&] { return stopRequest.IsRequested(); });
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartFileReader failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartFileReader failed, st={}.", st);
     }
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");

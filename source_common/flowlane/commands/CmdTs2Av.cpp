@@ -75,7 +75,7 @@ void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, LostFramesRepo
 void SendLastFrames(QuaysideDevice& device, KESTATUS sourceFailure) {
     const KESTATUS st = device.SendRawFrames();
     if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA && sourceFailure == KESTATUS_SUCCESS) {
-        LogFailedStep("SendRawFrames failed, st={}.", st);
+        KEOutputFailure(logger::Cons, "SendRawFrames failed, st={}.", st);
     }
 }
 
@@ -95,7 +95,7 @@ KESTATUS CmdTs2Av() {
     std::string description;
     st = OpenRawTxDevice(device, FriendlyNameOption(), description);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("Open device failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
@@ -103,7 +103,7 @@ KESTATUS CmdTs2Av() {
     st = sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
                              static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("CreateAvtpSink failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
@@ -111,19 +111,19 @@ KESTATUS CmdTs2Av() {
     st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
                                    TSFileSource::cDefaultNumberOfPackets);
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("CreateTSFileSource failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP sink on device {}...", description);
     st = sink.StartSink();
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartSink failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
     st = source.StartSource();
     if (st != KESTATUS_SUCCESS) {
-        return LogFailedStep("StartSource failed, st={}.", st);
+        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO,

@@ -47,9 +47,4 @@ const char* FriendlyNameOption() {
     return gCmdLine.mFriendlyName.empty() ? nullptr : gCmdLine.mFriendlyName.c_str();
 }
 
-KESTATUS LogFailedStep(const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Cons, KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 } // namespace flowlane

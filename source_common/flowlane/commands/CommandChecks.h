@@ -20,9 +20,6 @@ KESTATUS CheckUniqueIdOption();
 // The name of option -n, null without the option.
 const char* FriendlyNameOption();
 
-// Logs a failed step, whose format has one field, for the status, and returns the status.
-KESTATUS LogFailedStep(const char* format, KESTATUS st);
-
 } // namespace flowlane
 
 #endif

@@ -17,7 +17,7 @@ void LostFramesReport::Print(std::uint64_t lost) {
 void FailureReport::Print(KESTATUS failure) {
     if (failure != KESTATUS_SUCCESS && !mIsReported) {
         mIsReported = true;
-        LogFailedStep(mFormat, failure);
+        KEOutputFailure(logger::Cons, mFormat, failure);
     }
 }
 

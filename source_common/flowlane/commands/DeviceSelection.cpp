@@ -20,8 +20,7 @@ KESTATUS SelectDevice(QuaysideEnumerator& enumerator, QuaysideDevice& device, co
     unsigned count = 0;
     KESTATUS st = enumerator.EnumerateDevices(QBXDeviceType_any, count);
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Cons, KEERROR, "EnumerateDevices failed, st={}.", KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Cons, "EnumerateDevices failed, st={}.", st);
     }
     if (count == 0) {
         KEOutputLogMessage(logger::Cons, KEINFO, "No Quayside device connected, please connect a device");
@@ -33,9 +32,7 @@ KESTATUS SelectDevice(QuaysideEnumerator& enumerator, QuaysideDevice& device, co
     if (friendlyName) {
         st = LookupDeviceIndexForFriendlyName(enumerator, count, friendlyName, index);
         if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Cons, KEERROR, "LookupDeviceIndexForFriendlyName failed, st={}.",
-                               KEFormatArgKEStatus(st));
-            return st;
+            return KEOutputFailure(logger::Cons, "LookupDeviceIndexForFriendlyName failed, st={}.", st);
         }
         description = KEStdStringFormat("{}({})", friendlyName, index);
     } else {
@@ -60,9 +57,7 @@ KESTATUS LookupDeviceIndexForFriendlyName(const QuaysideEnumerator& enumerator, 
             continue;
         }
         if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Cons, KEERROR, "OpenControlDevice failed, st={}.",
-                               KEFormatArgKEStatus(st));
-            return st;
+            return KEOutputFailure(logger::Cons, "OpenControlDevice failed, st={}.", st);
         }
         char candidateName[QBX_PROPERTY_STRING_SIZE] = {};
         st = device.GetDevicePropertyString(QBX_PROPERTY_FRIENDLY_NAME, candidateName, sizeof candidateName);

@@ -13,9 +13,7 @@ KESTATUS ReadDeviceMacAddress(QuaysideDevice& device, TNET_EthernetMacAddress& a
     unsigned length = 0;
     const KESTATUS st = device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, found.mac, cSize, &length);
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, "GetDevicePropertyBinary failed, st={}",
-                           KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, "GetDevicePropertyBinary failed, st={}", st);
     }
     if (length != cSize) {
         KEOutputLogMessage(logger::Global, KEERROR, "MAC address length mismatch, got {}, exp {}", length,

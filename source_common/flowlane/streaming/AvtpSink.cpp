@@ -25,14 +25,7 @@ namespace flowlane {
 using namespace kestrelon;
 using namespace avtp;
 
-namespace {
-
-KESTATUS Failed(const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
-} // namespace
+namespace {} // namespace
 
 KESTATUS AvtpSink::CreateAvtpSink(QuaysideDevice& device, const TNET_EthernetMacAddress& destinationAddress,
                                   std::uint16_t uniqueId, std::uint16_t vlanTCI,
@@ -120,7 +113,7 @@ KESTATUS AvtpSink::SendPartFilledFrame() {
     }
     st = mDevice->SendRawFrames();
     if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA) {
-        return Failed("SendRawFrames failed, st={}", st);
+        return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
     }
     return KESTATUS_SUCCESS;
 }
@@ -129,7 +122,8 @@ KESTATUS AvtpSink::CompleteFrame() {
     InitAvtpHeader();
     InitCipHeader();
     const KESTATUS st = SubmitEthernetFrame();
-    return st == KESTATUS_SUCCESS ? st : Failed("SubmitEthernetFrame failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st
+                                  : KEOutputFailure(logger::Global, "SubmitEthernetFrame failed, st={}", st);
 }
 
 void AvtpSink::InitEthernetHeader() {
@@ -184,7 +178,7 @@ KESTATUS AvtpSink::SubmitEthernetFrame() {
             return KESTATUS_SUCCESS;
         }
         if (st != KESTATUS_SUCCESS) {
-            return Failed("WaitForTxResources failed, st={}", st);
+            return KEOutputFailure(logger::Global, "WaitForTxResources failed, st={}", st);
         }
         mWaitForResources = false;
     }
@@ -196,7 +190,7 @@ KESTATUS AvtpSink::SubmitEthernetFrame() {
     }
     st = mDevice->SubmitRawFrame(mEthernetFrame, frameLength, nullptr);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("SubmitRawFrame failed, st={}", st);
+        return KEOutputFailure(logger::Global, "SubmitRawFrame failed, st={}", st);
     }
     mStats.infAvtpPacketsSent.Add();
     ResetFrame();
@@ -219,11 +213,11 @@ KESTATUS AvtpSink::WaitUntilSubmittable(unsigned frameLength, bool& isDropped) {
             return KESTATUS_SUCCESS;
         }
         if (st != KESTATUS_NO_SPACE) {
-            return Failed("CheckSubmitRawFrame failed, st={}", st);
+            return KEOutputFailure(logger::Global, "CheckSubmitRawFrame failed, st={}", st);
         }
         st = mDevice->SendRawFrames();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SendRawFrames failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
         }
     }
 }

@@ -29,11 +29,6 @@ void Log(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Global, level, format, args...);
 }
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    Log(KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 } // namespace
 
 AvtpSource::~AvtpSource() {
@@ -73,7 +68,7 @@ KESTATUS AvtpSource::StartSource() {
         mSequenceNumberValid = false;
         const KESTATUS st = mDevice->EnableRawRx();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("EnableRawRx failed, st={}", st);
+            return KEOutputFailure(logger::Global, "EnableRawRx failed, st={}", st);
         }
         mIsReceptionEnabled = true;
     }
@@ -83,7 +78,7 @@ KESTATUS AvtpSource::StartSource() {
             mIsReceptionEnabled = false;
             mDevice->DisableRawRx();
         }
-        return Failed("CreateThread failed, st={}", st);
+        return KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
     }
     return KESTATUS_SUCCESS;
 }
@@ -95,7 +90,7 @@ void AvtpSource::StopSource() {
         WaitUntilAllIsTaken();
         const KESTATUS st = mDevice->DisableRawRx(); // wakes the thread
         if (st != KESTATUS_SUCCESS) {
-            Failed("DisableRawRx failed, st={}", st);
+            KEOutputFailure(logger::Global, "DisableRawRx failed, st={}", st);
         }
     }
     mThread.WaitForTerminationAndDestroy(-1);
@@ -146,7 +141,7 @@ KESTATUS AvtpSource::WaitForFrames() {
 
 // Who sees the failure also sees how many frames were lost until then.
 void AvtpSource::GiveUp(const char* format, KESTATUS st) {
-    Failed(format, st);
+    KEOutputFailure(logger::Global, format, st);
     mLostFrames.UpdateNow();
     mFailure.store(st, std::memory_order_release);
 }
@@ -161,7 +156,7 @@ KESTATUS AvtpSource::ProcessData() {
             return KESTATUS_SUCCESS;
         }
         if (st != KESTATUS_SUCCESS) {
-            return Failed("GetReceivedRawFrame failed, st={}", st);
+            return KEOutputFailure(logger::Global, "GetReceivedRawFrame failed, st={}", st);
         }
         ProcessEthernetFrame(frame, std::min<unsigned>(length, sizeof frame));
         mLostFrames.Update(mClock.Now());
@@ -197,7 +192,7 @@ void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length
     }
     const KESTATUS st = mSink->SendDeliveredPackets();
     if (st != KESTATUS_SUCCESS) {
-        Failed("SendDeliveredPackets failed, st={}", st);
+        KEOutputFailure(logger::Global, "SendDeliveredPackets failed, st={}", st);
     }
 }
 
@@ -344,7 +339,7 @@ void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
     if (mDataBlockCount % cDataBlocksPerSourcePacket == 0) {
         const KESTATUS st = mSink->DeliverTSPacket(mTsPacket);
         if (st != KESTATUS_SUCCESS) {
-            Failed("DeliverTSPacket failed, st={}", st);
+            KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
         }
         mStats.infTsPacketsDelivered.Add();
         mCurTsPacketData = mTsPacket.mData;

@@ -21,18 +21,13 @@ constexpr std::size_t cRtpSequenceNumberOffset = 2; // 16 bits
 constexpr std::size_t cRtpTimestampOffset = 4;      // 32 bits
 constexpr std::size_t cRtpSsrcOffset = 8;           // 32 bits
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 } // namespace
 
 KESTATUS RtpUdpSink::CreateRtpUdpSink(const char* hostName, std::uint16_t port, unsigned sendBufferSize,
                                       bool rtpHeaderContained) {
     const KESTATUS st = ConfigureSocket(hostName, port, sendBufferSize);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("ConfigureSocket failed, st={}", st);
+        return KEOutputFailure(logger::Global, "ConfigureSocket failed, st={}", st);
     }
     mRtpHeaderContained = rtpHeaderContained;
     BeginDatagram();
@@ -47,30 +42,30 @@ KESTATUS RtpUdpSink::ConfigureSocket(const char* hostName, std::uint16_t port, u
     KEOsSocketAddressInfo addresses;
     KESTATUS st = addresses.GetAddressInfo(hostName, port, &hints);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("GetAddressInfo failed, st={}", st);
+        return KEOutputFailure(logger::Global, "GetAddressInfo failed, st={}", st);
     }
     const addrinfo& address = *addresses.AddressInfo();
     st = KEOsGetSocketHostName(*address.ai_addr, address.ai_addrlen, mSocketAddrStr,
                                NI_NUMERICHOST | NI_DGRAM);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("KEOsGetSocketHostName failed, st={}", st);
+        return KEOutputFailure(logger::Global, "KEOsGetSocketHostName failed, st={}", st);
     }
     st = mSocket.CreateSocket(address.ai_family, address.ai_socktype, address.ai_protocol);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("CreateSocket failed, st={}", st);
+        return KEOutputFailure(logger::Global, "CreateSocket failed, st={}", st);
     }
     st = mSocket.Connect(*address.ai_addr, address.ai_addrlen);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("Connect failed, st={}", st);
+        return KEOutputFailure(logger::Global, "Connect failed, st={}", st);
     }
     st = mSocket.EnableNonBlockingMode(true);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("EnableNonBlockingMode failed, st={}", st);
+        return KEOutputFailure(logger::Global, "EnableNonBlockingMode failed, st={}", st);
     }
     if (sendBufferSize != 0) {
         st = mSocket.SetSocketOption(SOL_SOCKET, SO_SNDBUF, &sendBufferSize, sizeof sendBufferSize);
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SetSendBufferSize failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SetSendBufferSize failed, st={}", st);
         }
     }
     return KESTATUS_SUCCESS;
@@ -102,7 +97,7 @@ KESTATUS RtpUdpSink::DeliverTSPacket(const TSPacket& packet) {
     if (mTsPacketCount == mMaxTsPacketCount) {
         st = SendUdpPacket();
     }
-    return st == KESTATUS_SUCCESS ? st : Failed("SendUdpPacket failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "SendUdpPacket failed, st={}", st);
 }
 
 KESTATUS RtpUdpSink::SendDeliveredPackets() {
@@ -110,7 +105,7 @@ KESTATUS RtpUdpSink::SendDeliveredPackets() {
         return KESTATUS_SUCCESS;
     }
     const KESTATUS st = SendUdpPacket();
-    return st == KESTATUS_SUCCESS ? st : Failed("SendUdpPacket failed, st={}", st);
+    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "SendUdpPacket failed, st={}", st);
 }
 
 // The datagram stays in the buffer unless it was sent.
@@ -125,7 +120,7 @@ KESTATUS RtpUdpSink::SendUdpPacket() {
             KEOutputLogMessage(logger::Global, KEWARN, "SendData timed out, packet is dropped");
             return KESTATUS_SUCCESS;
         }
-        return Failed("SendData failed, st={}", st);
+        return KEOutputFailure(logger::Global, "SendData failed, st={}", st);
     }
     if (sent != length) {
         KEOutputLogMessage(logger::Global, KEWARN, "unexpected length {}, exp. {}", sent, length);

@@ -24,11 +24,6 @@ constexpr std::uint32_t cMaxDroppedPackets = 10000;
 // How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it stands for.
 constexpr std::chrono::milliseconds cMaxPipeWait{10};
 
-KESTATUS Failed(const char* format, KESTATUS st) {
-    KEOutputLogMessage(logger::Global, KEERROR, format, KEFormatArgKEStatus(st));
-    return st;
-}
-
 KESTATUS AllocatePackets(TSPacketPool& pool, unsigned count) noexcept {
     try {
         return pool.AllocatePool(count);
@@ -48,7 +43,7 @@ KESTATUS TSFileSource::CreateTSFileSource(const T_UNICHAR* fileName, SinkBase& s
     KESTATUS st = mFile.OpenFile(fileName, "rb");
     PublishEndOfFile();
     if (st != KESTATUS_SUCCESS) {
-        return Failed("OpenFile failed, st={}", st);
+        return KEOutputFailure(logger::Global, "OpenFile failed, st={}", st);
     }
     mIsPipe = IsPipe();
     if (mIsPipe) {
@@ -56,7 +51,7 @@ KESTATUS TSFileSource::CreateTSFileSource(const T_UNICHAR* fileName, SinkBase& s
     }
     st = AllocatePackets(mPacketPool, numberOfPackets);
     if (st != KESTATUS_SUCCESS) {
-        return Failed("AllocatePool failed, st={}", st);
+        return KEOutputFailure(logger::Global, "AllocatePool failed, st={}", st);
     }
     mSink = &sink;
     mRewindFile = rewindFile;
@@ -74,7 +69,7 @@ KESTATUS TSFileSource::StartSource() {
         const KESTATUS st = FillDeliverQueue();
         if (st != KESTATUS_SUCCESS) {
             ReleaseAllPackets();
-            return Failed("FillDeliverQueue failed, st={}", st);
+            return KEOutputFailure(logger::Global, "FillDeliverQueue failed, st={}", st);
         }
     }
     const KESTATUS st = mThread.CreateThread(this);
@@ -82,7 +77,7 @@ KESTATUS TSFileSource::StartSource() {
         if (st != KESTATUS_ALREADY_DONE) { // otherwise everything belongs to the running worker
             ReleaseAllPackets();
         }
-        return Failed("CreateThread failed, st={}", st);
+        return KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
     }
     return KESTATUS_SUCCESS;
 }
@@ -267,7 +262,7 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         const KESTATUS st = mSink->DeliverTSPacket(packet);
         packet.ReleaseToPool();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("DeliverTSPacket failed, st={}", st);
+            return KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
         }
         mStats.infTsPacketsDelivered.Add();
         isAnyDelivered = true;
@@ -275,7 +270,7 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
     if (isAnyDelivered) {
         const KESTATUS st = mSink->SendDeliveredPackets();
         if (st != KESTATUS_SUCCESS) {
-            return Failed("SendDeliveredPackets failed, st={}", st);
+            return KEOutputFailure(logger::Global, "SendDeliveredPackets failed, st={}", st);
         }
         PublishEndOfFile();
     }
@@ -312,7 +307,7 @@ void TSFileSource::DeliverUntilStopped() {
 }
 
 void TSFileSource::GiveUp(const char* format, KESTATUS st) {
-    mFailure.store(Failed(format, st), std::memory_order_release);
+    mFailure.store(KEOutputFailure(logger::Global, format, st), std::memory_order_release);
 }
 
 void TSFileSource::ReleaseAllPackets() {

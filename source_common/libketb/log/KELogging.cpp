@@ -58,6 +58,17 @@ void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* forma
     params.logger.OutputMessage(params.level, message);
 }
 
+KESTATUS KEOutputFailure(const KELogger& logger, const char* format, KESTATUS st) {
+    KEOutputLogMessage(logger, KEERROR, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
+KESTATUS KEOutputFailure(const KELogger& logger, const KELogMsgHeaderTag& function, const char* format,
+                         KESTATUS st) {
+    KEOutputLogMessage(logger, KEERROR, function, format, KEFormatArgKEStatus(st));
+    return st;
+}
+
 KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* format, int err) {
     KEOutputLogMessage(logger::Global, KEERROR, function, format, err);
     return KEStatusFromErrno(err);

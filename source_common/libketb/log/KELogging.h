@@ -57,6 +57,11 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsg
     }
 }
 
+// Logs a step that has failed with st as an error; returns st. format has one field, for st.
+KESTATUS KEOutputFailure(const KELogger& logger, const char* format, KESTATUS st);
+KESTATUS KEOutputFailure(const KELogger& logger, const KELogMsgHeaderTag& function, const char* format,
+                         KESTATUS st);
+
 // Logs a system call that has failed with err, an error number, on Global; returns the status of that number.
 // format has one field, for err.
 KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* format, int err);

@@ -1,4 +1,5 @@
 // Emitting messages: levels, headers, arguments, what the targets get; hex dumps.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <time.h>
@@ -104,6 +105,19 @@ TEST_F(LogEmit, FunctionTagIsTheSignature) {
     ASSERT_EQ(mTarget.mLines.size(), 1u);
     EXPECT_NE(mTarget.mLines[0].find("TestBody()"), std::string::npos);
     EXPECT_TRUE(mTarget.mLines[0].ends_with(": nanosleep failed, err=22"));
+}
+
+TEST_F(LogEmit, AFailedStepIsAnErrorAndItsStatusIsReturned) {
+    EXPECT_EQ(KEOutputFailure(mLogger, "Step failed, st={}", KESTATUS_TIMEOUT), KESTATUS_TIMEOUT);
+    EXPECT_EQ(KEOutputFailure(mLogger, KELogMsgHeaderTag{"Tag"}, "Step failed, st={}.", KESTATUS_FAILED),
+              KESTATUS_FAILED);
+    const std::string failed = KEStdStringFormat("{}", KEFormatArgKEStatus(KESTATUS_FAILED));
+    EXPECT_EQ(mTarget.mLines[1], "Tag: Step failed, st=" + failed + ".");
+    ASSERT_EQ(mTarget.mMetaData.size(), 2u);
+    EXPECT_EQ(mTarget.mMetaData[0].mMsgLevel, KEERROR);
+    EXPECT_EQ(mTarget.mMetaData[1].mMsgLevel, KEERROR);
+    EXPECT_THAT(mTarget.mLines[0], testing::AllOf(testing::StartsWith("Step failed, st="),
+                                                  testing::HasSubstr("KESTATUS_TIMEOUT")));
 }
 
 TEST_F(LogEmit, HeadersAlone) {
