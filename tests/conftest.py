@@ -3,7 +3,7 @@ import pathlib
 import subprocess
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support" / "python"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support" / "python"))
 
 import pytest
 
