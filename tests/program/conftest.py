@@ -13,7 +13,7 @@ import tsfile
 
 @pytest.fixture(scope="session", autouse=True)
 def interfaces():
-    """Four ends of veth pairs whose other ends are in one hub. They go with the network namespace."""
+    """Four ends of veth pairs. Their other ends are in one hub. They end with the network namespace."""
     if not lanes.ON_INTERFACES:
         return
     commands = ["link add hub type bridge ageing_time 0 mcast_snooping 0", "link set hub up"]
@@ -35,7 +35,7 @@ def segment(request):
 
 @pytest.fixture
 def short_file(tmp_path):
-    """A second of a stream of 1000 packets/s."""
+    """One second of a stream of 1000 packets/s."""
     path = tmp_path / "short.ts"
     path.write_bytes(tsfile.stream(seconds=1, rate=1000))
     return path

@@ -1,5 +1,5 @@
-"""The commands on two ends of a veth pair, flw0 and flw1, in a network namespace of their own; seen by and fed
-from tools that others wrote."""
+"""The commands on the ends of a veth pair, flw0 and flw1, together with tcpdump, tcpreplay and other tools. Runs in
+its own network namespace."""
 
 import contextlib
 import json
@@ -27,7 +27,7 @@ KESTATUS_IN_USE = 0xE0000006
 KESTATUS_ADMIN_PRIVILEGES_REQUIRED = 0xE0000110
 REMOVED = "0xe0000071(KESTATUS_DEVICE_REMOVED)"
 
-# What a command prints when it runs.
+# The line that a command prints when it runs.
 RUNNING = "press any key to stop..."
 
 
@@ -55,7 +55,7 @@ def env():
 
 
 def wait_until(read, is_good, what):
-    """Reads again and again until what was read is good, and returns it."""
+    """Reads again and again until the value is good, and returns it."""
     deadline = time.monotonic() + TIMEOUT
     while not is_good(seen := read()):
         assert time.monotonic() < deadline, f"waited in vain for {what}, saw last: {seen}"
@@ -63,14 +63,14 @@ def wait_until(read, is_good, what):
     return seen
 
 
-# tcpdump changes its user and groups, which is not possible in the user namespace of a test that is not root's.
+# tcpdump changes its user and groups. That is not possible in a user namespace, when the test does not run as root.
 DUMPING = ["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-U", "-B", "65536"] \
     if pathlib.Path("/proc/self/setgroups").read_text() == "allow\n" else ["dumpcap", "-P", "-B", "64"]
 
 
 class Dumping:
-    """tcpdump on an interface until the block ends, when it has written so many frames. What it has received in the
-    last second and not written is lost when it is ended."""
+    """Runs tcpdump on an interface. The end of the block waits until it has written the expected number of frames: when
+    tcpdump is ended, it loses what it received in the last second and did not write."""
 
     def __init__(self, path, interface, count):
         self.path = path
@@ -96,14 +96,14 @@ class Dumping:
             self.process.communicate(timeout=TIMEOUT)
 
     def frames(self):
-        """(time, frame) for each frame that is whole in the file so far."""
+        """(time, frame) of each whole frame in the file so far."""
         with contextlib.suppress(struct.error):
             return capture.frames(self.path)
         return []
 
 
 def capture_frames(path):
-    """(time, frame) of a pcap-ng file, by way of editcap."""
+    """(time, frame) of each frame in a pcap-ng file, read through editcap."""
     converted = path.with_suffix(".pcap")
     tool("editcap", "-F", "nsecpcap", path, converted)
     return capture.frames(converted)
@@ -129,7 +129,7 @@ TAGS = {"none": "", "802.1Q": "81002005", "802.1Q priority": "8100e000", "802.1a
 
 
 def avtp_frame_count(packets):
-    """Of how many frames these packets are sent in."""
+    """The number of frames in which these packets are sent."""
     return -(-len(packets) // 7)
 
 
@@ -169,7 +169,7 @@ def test_tcpdump_sees_what_playpcap_sends(env, tmp_path):
     assert f"{len(sent)} frames successfully sent, 0 errors occured" in result.stdout
     assert [frame for _, frame in seen.frames()] == sent
     times = [moment for moment, _ in seen.frames()]
-    # Late by the round of the sender, and by what else the machine does; never early, and never drifting.
+    # Late by a round of the sender, and by the load of the machine. Never early, without drift.
     late = [moment - times[0] - i * 20_000_000 for i, moment in enumerate(times)]
     assert sorted(late)[len(late) // 2] - min(late) < 25_000_000
     assert max(late) - min(late) < 500_000_000
@@ -191,7 +191,7 @@ def test_pcap_records_what_tcpreplay_sends(env, tmp_path, tags):
     assert [frame for _, frame in recorded] == sent
     times = [moment for moment, _ in recorded]
     assert times == sorted(times)
-    assert before <= times[0] and times[-1] <= after  # of the arrival: it was read up to a second later
+    assert before <= times[0] and times[-1] <= after  # the time of arrival, although reading can be a second later
     assert any(moment % 1000 for moment in times)
 
 
@@ -209,7 +209,7 @@ def test_av2rtp_forwards_what_tcpreplay_sends(env, tmp_path, short_file):
 
 
 def test_a_burst_at_a_high_rate(env, tmp_path):
-    """20000 frames/s for three seconds: nothing is lost."""
+    """Nothing is lost at 20000 frames/s for three seconds."""
     write_pcap(tmp_path / "file.pcap", [numbered(i, 1390) for i in range(20000)])
     with Running(env, "pcap", tmp_path / "record", "-n", "flw1", "-fbs", "40000") as program:
         program.read_until(RUNNING)
@@ -222,7 +222,7 @@ def test_a_burst_at_a_high_rate(env, tmp_path):
 
 @pytest.mark.parametrize("lengths", [(9014, 60, 1523, 60), (60, 1522, 1523), (5000, 9014)])
 def test_jumbo_frames_are_missing_in_a_capture(env, tmp_path, lengths):
-    """Its frame buffers hold 1522 bytes."""
+    """The frame buffers of pcap hold 1522 bytes."""
     ip("link set flw0 mtu 9000")
     ip("link set flw1 mtu 9000")
     sent = [numbered(i, length) for i, length in enumerate(lengths)]
@@ -246,7 +246,7 @@ def test_a_frame_that_the_link_cannot_carry_ends_a_replay(env, tmp_path):
     assert "2 frames successfully sent, 1 errors occured" in result.stdout
 
 
-# --- Losses are told ------------------------------------------------------------------------------
+# --- Losses are reported ------------------------------------------------------------------------------
 
 
 def summary_counts(lines, label):
@@ -254,7 +254,7 @@ def summary_counts(lines, label):
 
 
 def test_frames_that_the_kernel_drops_are_missing(env, tmp_path):
-    """Also when no frame follows that would show it."""
+    """Also when no later frame shows the gap."""
     sent = 90000
     with Running(env, "pcap", tmp_path / "record", "-n", "flw1", "-fbs", str(sent)) as program:
         program.read_until(RUNNING)
@@ -288,8 +288,8 @@ def test_frames_that_av2rtp_was_too_slow_for(env):
 
 # --- The link and the interface change while a command runs ---------------------------------------
 
-# Processor seconds that a command may take for a few seconds of a quiet run, here and with the sanitizers: far
-# above what it takes, far below a loop that does not sleep.
+# Limit, in seconds, of a command's processor time in a quiet run of a few seconds, also with the sanitizers. It is far
+# above the normal value and far below that of a loop that does not sleep.
 MUCH_TIME = 2.0
 
 
@@ -300,7 +300,7 @@ def recording(tmp_path):
 
 
 class Watched(Running):
-    """One of the commands, with the processor time that it takes."""
+    """A running command and its processor time."""
 
     def __init__(self, env, tmp_path, command):
         self.is_sender = command in ("ts2av", "playpcap")
@@ -333,7 +333,7 @@ def next_count(program, command):
 
 
 def other_end(env, command):
-    """What has to run at the other end so that something is received."""
+    """Sends at the other end, so that a receiving command gets frames."""
     if command in ("ts2av", "playpcap"):
         return contextlib.nullcontext()
     return Running(env, "ts2av", SAMPLES / "h264-cbr.ts", "-l", "-n", "flw0")
@@ -368,7 +368,7 @@ def test_link_down_and_up_again(env, tmp_path, command):
 @pytest.mark.parametrize("how", ["interface", "namespace"])
 @pytest.mark.parametrize("command", COMMANDS)
 def test_interface_removed(env, tmp_path, command, how):
-    """The interface itself, or with the name space that its other end is in."""
+    """The interface is removed, or the namespace of its other end is."""
     holder = subprocess.Popen(["unshare", "--net", "sleep", str(TIMEOUT)])
     try:
         program = Watched(env, tmp_path, command)
@@ -471,12 +471,12 @@ def test_one_sender_and_one_receiver(env, tmp_path):
                     "Open device failed, st=0xe0000006(KESTATUS_IN_USE)."]
                 assert result.returncode == exit_status(KESTATUS_IN_USE)
         time.sleep(1)
-    # Own transmissions are not received.
+    # An interface does not receive its own frames.
     assert receiver.lines[-1] == "0 frames successfully written, 0 frames dropped"
 
 
 def without_privileges(*command):
-    """A command line whose program has only the privileges that its file gives."""
+    """A command line that starts the program with only the privileges of its file."""
     return ["setpriv", "--securebits", "+noroot", "--inh-caps", "-all", "--ambient-caps", "-all", *map(str, command)]
 
 
@@ -532,7 +532,7 @@ def test_states(env, segment):
     env = {**segment.env, "QUAYSIDE2_DEVICES": "lane-1,lane-2,flw0,flw1"}
     free = ("free", None)
     assert states(env) == {"lane-1": free, "lane-2": free, "flw0": free, "flw1": free}
-    assert segment.files() == []  # looking makes nothing
+    assert segment.files() == []  # looking creates nothing
     sample = SAMPLES / "h264-cbr.ts"
     with Running(env, "ts2av", sample, "-l", "-n", "lane-2") as first, \
             Running(env, "ts2av", sample, "-l", "-n", "flw0") as second:
@@ -612,7 +612,7 @@ def test_usage(env):
 
 @pytest.mark.parametrize("is_long", [False, True])
 def test_standard_output_that_is_full(env, is_long):
-    """Also when a part of a long list fails before its end."""
+    """Also when a long list fails before its last part."""
     del env["QUAYSIDE2_DEVICES"]
     others = [f"other{number}" for number in range(60 if is_long else 0)]
     try:
