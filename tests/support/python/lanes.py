@@ -121,11 +121,11 @@ def bounded(process):
 
 class Running:
     """The program in the background. Its lines come one by one; leaving the block stops it, which it has to
-    survive in good order."""
+    survive in good order. prefix: a command that runs another."""
 
-    def __init__(self, env, *args, stdin=subprocess.DEVNULL):
-        self.process = subprocess.Popen([FLOWLANE, *map(str, args)], env=env, stdin=stdin, text=True,
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    def __init__(self, env, *args, prefix=(), stdin=subprocess.DEVNULL, **options):
+        self.process = subprocess.Popen([*prefix, FLOWLANE, *map(str, args)], env=env, stdin=stdin, text=True,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
         self.lines = []
         self.stderr = None
 

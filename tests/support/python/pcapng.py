@@ -1,4 +1,4 @@
-"""Makes pcap-ng files, little-endian, with one Ethernet interface of nanosecond times."""
+"""Makes pcap-ng files, little-endian, with one Ethernet interface of nanosecond times, and takes others apart."""
 
 import struct
 
@@ -27,3 +27,30 @@ def write_file(path, frames, spacing):
         for number, frame in enumerate(frames):
             file.write(packet(frame, START + number * spacing))
     return path
+
+
+def blocks(path):
+    """The whole blocks of a pcap-ng file as (type, bytes), and how many bytes are left."""
+    data = path.read_bytes()
+    found = []
+    offset = 0
+    while offset + 12 <= len(data):
+        kind, length = struct.unpack_from("<II", data, offset)
+        assert length % 4 == 0 and length >= 12
+        if offset + length > len(data):
+            break
+        assert struct.unpack_from("<I", data, offset + length - 4)[0] == length
+        found.append((kind, data[offset:offset + length]))
+        offset += length
+    return found, len(data) - offset
+
+
+def options(packet_block):
+    """The options of a packet block, by code."""
+    offset = 28 + -(-struct.unpack_from("<I", packet_block, 20)[0] // 4) * 4
+    found = {}
+    while offset + 4 <= len(packet_block) - 4:
+        code, length = struct.unpack_from("<HH", packet_block, offset)
+        found[code] = packet_block[offset + 4:offset + 4 + length]
+        offset += 4 + -(-length // 4) * 4
+    return found

@@ -1,19 +1,25 @@
 import os
-import pathlib
 import subprocess
-import sys
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support" / "python"))
 
 import pytest
 
+from interfaces import make_link
 import lanes
+import namespaces
 import tsfile
 
 
+def pytest_collection_modifyitems(config, items):
+    """On interfaces run only the cases that use the devices: the others would do the same again."""
+    if lanes.ON_INTERFACES:
+        config.hook.pytest_deselected(items=[item for item in items if "segment" not in item.fixturenames])
+        items[:] = [item for item in items if "segment" in item.fixturenames]
+
+
 @pytest.fixture(scope="session", autouse=True)
-def interfaces():
+def network():
     """Four ends of veth pairs. Their other ends are in one hub. They end with the network namespace."""
+    namespaces.enter_own_network()
     if not lanes.ON_INTERFACES:
         return
     commands = ["link add hub type bridge ageing_time 0 mcast_snooping 0", "link set hub up"]
@@ -23,6 +29,20 @@ def interfaces():
     for command in commands:
         subprocess.run(["ip", *command.split()], check=True)
     lanes.wait_for_carriers()
+
+
+@pytest.fixture
+def link():
+    """A veth pair, flw0 and flw1."""
+    make_link()
+    yield
+    subprocess.run(["ip", "link", "del", "flw0"], stderr=subprocess.DEVNULL, check=False)
+
+
+@pytest.fixture
+def env(link):
+    """The environment of a program that sees the veth pair alone."""
+    return lanes.sanitized_environment(QUAYSIDE2_DEVICES="flw0,flw1")
 
 
 @pytest.fixture
