@@ -18,7 +18,7 @@ def pytest_collection_modifyitems(config, items):
 
 @pytest.fixture(scope="session", autouse=True)
 def network():
-    """Four ends of veth pairs whose other ends are in one hub. They go with the network namespace."""
+    """Four ends of veth pairs. Their other ends are in one hub. They end with the network namespace."""
     namespaces.enter_own_network()
     if not lanes.ON_INTERFACES:
         return
@@ -55,7 +55,7 @@ def segment(request):
 
 @pytest.fixture
 def short_file(tmp_path):
-    """A second of a stream of 1000 packets/s."""
+    """One second of a stream of 1000 packets/s."""
     path = tmp_path / "short.ts"
     path.write_bytes(tsfile.stream(seconds=1, rate=1000))
     return path

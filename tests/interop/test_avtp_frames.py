@@ -8,7 +8,7 @@ from tools import decode, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
 
-# Field, and the value that every frame must have; a function of the run's options where it depends on them.
+# Each field with the value that every frame must have. Where the value depends on the run's options, a function.
 FIELDS = {
     "eth.src": "02:51:42:58:00:01",
     "ieee1722.subtype": "0x0",
@@ -79,7 +79,7 @@ def test_tshark_decodes_every_field(segment, tmp_path, name, options, expected):
         source_packets += [video[i:i + 192] for i in range(0, len(video), 192)]
 
     assert [packet[4:] for packet in source_packets] == tsfile.delivered_part(sample.read_bytes())
-    # The source packet headers are the low 32 bits of times that only go up, here by far less than 2^31 ns.
+    # The source packet headers are the low 32 bits of times that only increase, here by far less than 2^31 ns.
     times = [int.from_bytes(packet[:4], "big") for packet in source_packets]
     assert all((later - earlier) % 2**32 < 2**31 for earlier, later in zip(times, times[1:]))
 
@@ -98,7 +98,7 @@ def test_ffmpeg_decodes_the_video_that_arrived(segment, tmp_path, name):
     cut.write_bytes(b"".join(tsfile.delivered_part(sample.read_bytes())))
     hashes = video_hashes(received)
     assert hashes == video_hashes(cut)
-    # Against the whole file: the last packets, which are not sent, belong to the last pictures in decoding
+    # Compared with the whole file: the last packets are not sent. They belong to the last pictures in decoding
     # order, which are among the last ones shown.
     original = video_hashes(sample)
     complete = len(original) - 4

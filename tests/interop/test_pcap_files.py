@@ -1,5 +1,5 @@
-"""playpcap replays what dumpcap and tshark have written: several interfaces, statistics and name resolution blocks.
-Runs in a network namespace of its own (tests/support/network-test)."""
+"""playpcap replays files of dumpcap and tshark: several interfaces, statistics and name resolution blocks. Runs in its
+own network namespace (tests/support/network-test)."""
 
 import os
 import signal
@@ -26,7 +26,7 @@ def block_types(path):
 
 
 def record(path, *options):
-    """Some datagrams over the loopback interface, as dumpcap records them."""
+    """Records some datagrams on the loopback interface with dumpcap."""
     dumpcap = subprocess.Popen(["dumpcap", "-q", "-i", "lo", "-f", f"udp port {PORT}", *options, "-w", str(path)],
                                stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
@@ -85,7 +85,7 @@ def test_name_resolution_blocks(segment, tmp_path):
 
 
 def test_what_we_recorded_goes_through_their_tools_and_back(segment, tmp_path):
-    """Cut, split and joined by editcap and mergecap, and replayed."""
+    """editcap and mergecap cut, split and join a capture, and playpcap replays it."""
     recorded = tmp_path / "dumpcap.pcapng"
     record(recorded)
     parts = tmp_path / "part.pcapng"

@@ -1,5 +1,5 @@
-"""A sample plays on lane-1 and av2rtp forwards it from lane-2: ffmpeg receives and decodes what arrives, and
-tshark looks at it on its way. Runs in a network namespace of its own (tests/support/network-test)."""
+"""ts2av plays a sample on lane-1 and av2rtp forwards it from lane-2. ffmpeg receives and decodes the stream, and
+tshark checks its datagrams. Runs in its own network namespace (tests/support/network-test)."""
 
 import contextlib
 import os
@@ -84,7 +84,7 @@ def play(segment, sample):
 
 
 def capture_while(path, action):
-    """What tshark captures on the loopback interface meanwhile."""
+    """Captures the loopback interface with tshark while action runs."""
     with subprocess.Popen(["tshark", "-q", "-i", "lo", "-f", f"udp port {PORT} or udp port {PROBE_PORT}", "-w",
                            str(path)], stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True) as tshark:
         try:
@@ -129,7 +129,7 @@ def test_tshark_decodes_the_stream(segment, tmp_path, name):
 
 
 def test_tshark_would_see_a_lost_datagram(tmp_path):
-    """So that no continuity error above means that there was none."""
+    """Proves that the tests above would see a continuity error."""
     captured = tmp_path / "rtp.pcapng"
     packets = tsfile.packets((SAMPLES / "h264-cbr.ts").read_bytes())
 

@@ -1,4 +1,4 @@
-"""What the tests of the commands' arguments share."""
+"""Statuses and texts that the tests of the commands' arguments share."""
 
 KESTATUS_INVALID_PARAMETER = 0xE0000041
 KESTATUS_INVALID_LENGTH = 0xE0000042

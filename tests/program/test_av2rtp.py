@@ -22,17 +22,17 @@ LANE_1_ADDRESS = "025142580001"
 
 @pytest.mark.parametrize("args, lines, status", [
     ([], ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
-    # Before everything else.
+    # The missing argument is checked first.
     (["-m", "x", "-u", "65536", "-p", "65536"],
      ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
     (["127.0.0.1", "-m", "11223344556"],
      [mac_failure("11223344556", KESTATUS_INVALID_LENGTH, "KESTATUS_INVALID_LENGTH")],
      KESTATUS_INVALID_LENGTH),
-    # The address is looked at before the numbers.
+    # The address is checked before the numbers.
     (["127.0.0.1", "-m", "0a:1b:2c:3d:4e:5f", "-u", "65536", "-p", "65536"],
      [mac_failure("0a:1b:2c:3d:4e:5f", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
      KESTATUS_INVALID_FORMAT),
-    # The ID before the port.
+    # The ID is checked before the port.
     (["127.0.0.1", "-u", "65536", "-p", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF."],
      KESTATUS_INVALID_PARAMETER),
     (["127.0.0.1", "-p", "65536"], ["port number 0x00010000 exceeds max. 0xFFFF."],
@@ -88,7 +88,7 @@ def test_lines_of_a_run(segment):
         "Stop AVTP source...",
         "Stop RTP sink...",
     ]
-    # Once a second, also when nothing is received.
+    # Once per second, also when nothing is received.
     statistics = [line for line in program.lines if line.startswith("AVTP packets received: ")]
     assert set(statistics) == {"AVTP packets received: 0, TS packets sent: 0, UDP packets sent: 0"}
     first = program.lines.index(statistics[0])
@@ -97,8 +97,8 @@ def test_lines_of_a_run(segment):
 
 
 def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=(), expected=0):
-    """Plays a file on lane-1 while av2rtp forwards from lane-2. Returns the statistics once so many TS
-    packets have been forwarded, or a while later."""
+    """Plays a file on lane-1 while av2rtp forwards from lane-2. Returns the statistics when the expected number
+    of TS packets has been forwarded, or after a time limit."""
     with Running(segment.env, "av2rtp", host, "-p", receiver.port, "-n", LANE_2, *options) as program:
         program.read_until(RUNNING)
         sent = segment.run("ts2av", path, "-n", LANE_1, *send_options)
@@ -122,7 +122,7 @@ def test_forwards_every_packet(segment, short_file, host, address):
     assert rtp.split(receiver.datagrams) == expected
     assert ts_count == len(expected)
     assert udp_count == len(receiver.datagrams)
-    assert avtp_count == udp_count  # each frame's packets leave at once
+    assert avtp_count == udp_count  # the packets of a frame leave at once
 
 
 @pytest.mark.parametrize("options, send_options, arrives", [
@@ -133,11 +133,11 @@ def test_forwards_every_packet(segment, short_file, host, address):
     (["-u", "0x1234"], ["-u", "0x1234"], True),
     (["-u", "0x1234"], ["-u", "0x1235"], False),
     (["-u", "0"], ["-u", "0"], True),
-    (["-u", "0"], ["-u", "1"], False),  # the ID 0 is an ID like any other
+    (["-u", "0"], ["-u", "1"], False),  # 0 is an ordinary ID
     ([], ["-vtci", "0x6002"], True),
     ([], ["-m", "025142580002"], True),  # lane-2's own address
     ([], ["-m", "025142580003"], False),
-    ([], ["-m", "91e0f0000e80"], False),  # a group
+    ([], ["-m", "91e0f0000e80"], False),  # a multicast address
 ])
 def test_filters(segment, tmp_path, options, send_options, arrives):
     path = tmp_path / "short.ts"
@@ -159,7 +159,7 @@ def test_receiver_that_goes_and_comes_back(segment, tmp_path):
     port = rtp.closed_port()
     with Running(segment.env, "av2rtp", "127.0.0.1", "-p", port, "-n", LANE_2) as program, \
             Running(segment.env, "ts2av", path, "-n", LANE_1):
-        # On standard error, with the level of a warning.
+        # A warning, so on standard error.
         failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe001006f\(unknown\): " \
                    r"Connection refused\n$"
         lines = iter(program.process.stderr.readline, "")
@@ -172,13 +172,13 @@ def test_receiver_that_goes_and_comes_back(segment, tmp_path):
         numbers = [int.from_bytes(packet[4:8], "big") for packet in packets
                    if tsfile.pcr_of(packet) is None]
         assert numbers == sorted(numbers)
-        assert re.match(failures, next(lines))  # it is gone again
+        assert re.match(failures, next(lines))  # the receiver is gone again
         program.process.stderr.close()
         program.process.stderr = None
 
 
 def test_dead_device_is_told_and_ends_nothing():
-    """The worker has ended; the statistics go on until the user asks for the end."""
+    """The worker has ended. The statistics go on until the user ends the command."""
     env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR, FAKE_QBX="WaitForRawFrame=0xE0000031")
     with Running(env, "av2rtp", "127.0.0.1") as program:
         for _ in range(3):
@@ -206,7 +206,7 @@ def test_stops_while_frames_arrive_at_full_speed(segment):
             program.read_until("AVTP packets received: ")
             begin = time.monotonic()
             program.stop()
-            # The statistics come once a second; the rest is for a busy machine.
+            # The statistics come once per second. The rest is reserve for a busy machine.
             assert time.monotonic() - begin < 10
             assert program.lines[-1] == "Stop RTP sink..."
             assert program.process.returncode == 0
@@ -216,7 +216,7 @@ def test_stops_while_frames_arrive_at_full_speed(segment):
 
 
 def test_sender_that_starts_again(segment, short_file):
-    """The new stream begins with other counters; it is one jump and no packet is lost by it."""
+    """The new stream begins with other counters. That is one jump, and it loses no packet."""
     expected = tsfile.delivered_part(short_file.read_bytes())
     with rtp.Receiver() as receiver:
         with Running(segment.env, "av2rtp", "127.0.0.1", "-p", receiver.port, "-n", LANE_2) as program:
@@ -247,7 +247,7 @@ def test_statistics_once_a_second(segment):
 
 
 def test_device_library_is_called_by_one_thread_at_a_time():
-    """Whatever the library answers for properties of which it knows nothing."""
+    """Also when the library answers oddly for unknown properties."""
     env = sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR,
                                 FAKE_QBX="any_property=1,overlaps=1,WaitForRawFrame=0,WaitForRawFrame_ms=300")
     with Running(env, "av2rtp", "127.0.0.1") as program:

@@ -1,5 +1,5 @@
-"""av2rtp and what a network does: groups, no way to the receiver, a link that goes down. Runs in a network
-namespace of its own (tests/support/network-test)."""
+"""av2rtp on a network: multicast groups, no route to the receiver, a link that goes down. Runs in its own network
+namespace (tests/support/network-test)."""
 
 import pathlib
 import re
@@ -20,7 +20,7 @@ def ip(*words):
 
 @pytest.fixture
 def interface():
-    """A link with addresses and the way to all groups; without one to anywhere else."""
+    """A link with addresses and a route to all groups, but to nothing else."""
     ip("link", "add", "link0", "type", "veth", "peer", "name", "link1")
     ip("link", "set", "link1", "up")
     pathlib.Path("/proc/sys/net/ipv6/conf/link0/disable_ipv6").write_text("0")
@@ -68,7 +68,7 @@ def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
         before = len(receiver.datagrams)
         ip("address", "add", "203.0.113.1/32", "dev", interface)
         wait_for(lambda: len(receiver.datagrams) > before + 20, "datagrams again")
-    # What was not sent has used no sequence number.
+    # Datagrams that were not sent have used no sequence number.
     numbers = [int.from_bytes(packet[4:8], "big") for packet in rtp.split(receiver.datagrams)
                if tsfile.pcr_of(packet) is None]
     assert numbers == sorted(set(numbers))

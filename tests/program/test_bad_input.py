@@ -1,5 +1,5 @@
-"""Files that are none, ports that are taken, shared memory that cannot be had: a clear line, the right
-status, and nothing left behind."""
+"""Files that are not valid, ports in use, shared memory that is not available: a clear line, the right status, and
+nothing left behind."""
 
 import os
 import pathlib
@@ -31,7 +31,7 @@ def test_files_that_cannot_be_read(segment, tmp_path, make, line, status):
     b"",
     b"\x47" * 100,                                      # less than a packet
     tsfile.packet(0),                                   # no clock reference
-    tsfile.packet(0, pcr=1),                            # a single one
+    tsfile.packet(0, pcr=1),                            # a single clock reference
     b"x" + tsfile.stream(seconds=1, rate=100),          # not aligned to packets
     bytes(188 * 50),                                    # no packets at all
 ], ids=["empty", "short", "no PCR", "one PCR", "misaligned", "zeros"])
@@ -47,7 +47,7 @@ def test_files_with_nothing_to_send(segment, tmp_path, content):
 
 @pytest.fixture(params=["without end", "large", "silent pipe"])
 def endless_file(request, tmp_path):
-    """What cannot be read to its end while a test waits. No packet in it."""
+    """A file without packets that a test cannot read to its end."""
     if request.param == "without end":
         yield "/dev/zero"
         return
@@ -81,7 +81,7 @@ def test_stop_while_nothing_is_found_to_send(segment, endless_file, options, sto
 
 @pytest.fixture
 def installed():
-    """The program and its library where every user can reach them."""
+    """The program and its library in a folder that every user can read."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="flowlane-test-"))
     folder.chmod(0o755)
     library = pathlib.Path(FLOWLANE).parent.parent / "libquayside2_api" / "libquayside2_api.so"
@@ -133,13 +133,13 @@ def test_port_in_use(segment, tmp_path):
     assert f"No device found for friendly name '{LANE_1}'\n" in by_name.stdout
     assert by_name.returncode == exit_status(0xE0000039)
 
-    # A killed holder's port is free again.
+    # The port of a killed holder is free again.
     path.write_bytes(tsfile.stream(seconds=0.1, rate=100))
     wait_for(lambda: segment.run("ts2av", path, "-d", "0").returncode == 0, "the port to be free")
 
 
 def run_with_shared_memory(mount_options, script, env):
-    """Runs a shell script in a mount namespace of its own, with a small file system for shared memory."""
+    """Runs a shell script in its own mount namespace, with a small file system for shared memory."""
     return subprocess.run([*private_mounts(), "sh", "-euc", f"mount -t tmpfs {mount_options} tmpfs /dev/shm; {script}"],
                           stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIMEOUT,
                           check=False, env=env)
@@ -157,12 +157,12 @@ def test_shared_memory_full_or_read_only(segment, tmp_path, mount_options, statu
     assert result.returncode == exit_status(status), result.stderr
     lines = result.stderr.splitlines()
     assert lines[-1] == f"Open device failed, st=0x{status:08x}({name})."
-    # Nothing is left behind: the listing of the folder adds no line.
+    # Nothing is left behind: the list of the folder is empty.
     assert result.stdout.splitlines()[-1].startswith(("Found ", "Enumerate "))
 
 
 def test_segment_of_another_owner(segment, tmp_path):
-    """Somebody else's file in the place of the segment is left alone."""
+    """The program does not touch another user's file at the path of the segment."""
     path = tmp_path / "input.ts"
     path.write_bytes(tsfile.stream(seconds=0.1, rate=100))
     assert segment.run("ts2av", path).returncode == 0

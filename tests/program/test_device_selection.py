@@ -23,7 +23,7 @@ def ts2av(tmp_path):
     ("EnumerateDevices=0xE0000086", [], [],
      ["EnumerateDevices failed, st=0xe0000086(KESTATUS_HARDWARE_ACCESS_FAILED).",
       "Open device failed, st=0xe0000086(KESTATUS_HARDWARE_ACCESS_FAILED)."], 0xE0000086),
-    # By index: never compared with the count, never skipped when in use.
+    # By index: it is not compared with the count, and not skipped when in use.
     ("OpenRawTxDevice=0xE0000047", ["-d", "99"], ["Found 2 Quayside device(s)"],
      ["OpenRawTxDevice failed, st=0xe0000047(KESTATUS_INVALID_INDEX).",
       "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."], 0xE0000047),
@@ -38,7 +38,7 @@ def ts2av(tmp_path):
      ["Found 2 Quayside device(s)", "No device found for friendly name 'FAKE-1'"],
      ["LookupDeviceIndexForFriendlyName failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
       "Open device failed, st=0xe0000039(KESTATUS_NOT_FOUND)."], 0xE0000039),
-    # A name that only an instance in use has.
+    # Only an instance in use has the name.
     ("OpenControlDevice@1=0xE0000006", ["-n", "fake-2"],
      ["Found 2 Quayside device(s)", "Ignore device with index 1 because it is already in use.",
       "No device found for friendly name 'fake-2'"],
@@ -49,7 +49,7 @@ def ts2av(tmp_path):
      ["OpenControlDevice failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED).",
       "LookupDeviceIndexForFriendlyName failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED).",
       "Open device failed, st=0xe0000071(KESTATUS_DEVICE_REMOVED)."], 0xE0000071),
-    # The lookup found it, the opening fails.
+    # The name is found, but opening fails.
     ("OpenRawTxDevice@1=0xE0000110", ["-n", "fake-2"], ["Found 2 Quayside device(s)"],
      ["OpenRawTxDevice failed, st=0xe0000110(KESTATUS_ADMIN_PRIVILEGES_REQUIRED).",
       "Open device failed, st=0xe0000110(KESTATUS_ADMIN_PRIVILEGES_REQUIRED)."], 0xE0000110),
@@ -70,18 +70,18 @@ def test_failed_opening_for_reception(tmp_path, command):
     assert result.returncode == exit_status(0xE0000006)
 
 
-# The rest of a run is refused by the sink, right behind the selection.
+# The sink refuses to go on, right after the selection.
 STOP_THERE = "mac_size=5"
 
 
 @pytest.mark.parametrize("script, options, lines", [
     ("", [], []),
-    ("", ["-n", ""], []),  # an empty name counts as none
+    ("", ["-n", ""], []),  # an empty name is like no name
     ("OpenRawTxDevice@0=0xE0000006", ["-d", "1"], []),
-    # -n overrides -d; of two instances of one name the first is taken.
+    # -n overrides -d. The first of two instances with one name is taken.
     ("OpenRawTxDevice@1=0xE0000006", ["-d", "1", "-n", "fake-1"], []),
     ("names=twin:twin,OpenRawTxDevice@1=0xE0000006", ["-n", "twin"], []),
-    # Instances in use, and instances without a name to read, are passed over.
+    # Instances in use are skipped, and instances whose name cannot be read.
     ("OpenControlDevice@0=0xE0000006", ["-n", "fake-2"],
      ["Ignore device with index 0 because it is already in use."]),
     ("GetDevicePropertyString@0=0xE0000039", ["-n", "fake-2"], []),

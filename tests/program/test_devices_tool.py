@@ -1,4 +1,4 @@
-"""Who may use an interface, and quayside2-devices, which lists the devices."""
+"""The privilege to use an interface, and quayside2-devices, which lists the devices."""
 
 import json
 import os
@@ -38,12 +38,12 @@ def test_one_sender_and_one_receiver(env, tmp_path):
                     "Open device failed, st=0xe0000006(KESTATUS_IN_USE)."]
                 assert result.returncode == exit_status(KESTATUS_IN_USE)
         time.sleep(1)
-    # Own transmissions are not received.
+    # An interface does not receive its own frames.
     assert receiver.lines[-1] == "0 frames successfully written, 0 frames dropped"
 
 
 def without_privileges(*command):
-    """A command line whose program has only the privileges that its file gives."""
+    """A command line that starts the program with only the privileges of its file."""
     return ["setpriv", "--securebits", "+noroot", "--inh-caps", "-all", "--ambient-caps", "-all", *map(str, command)]
 
 
@@ -99,7 +99,7 @@ def test_states(env, segment):
     env = {**segment.env, "QUAYSIDE2_DEVICES": "lane-1,lane-2,flw0,flw1"}
     free = ("free", None)
     assert states(env) == {"lane-1": free, "lane-2": free, "flw0": free, "flw1": free}
-    assert segment.files() == []  # looking makes nothing
+    assert segment.files() == []  # looking creates nothing
     sample = SAMPLES / "h264-cbr.ts"
     with Running(env, "ts2av", sample, "-l", "-n", "lane-2") as first, \
             Running(env, "ts2av", sample, "-l", "-n", "flw0") as second:
@@ -179,7 +179,7 @@ def test_usage(env):
 
 @pytest.mark.parametrize("is_long", [False, True])
 def test_standard_output_that_is_full(env, is_long):
-    """Also when a part of a long list fails before its end."""
+    """Also when a long list fails before its last part."""
     del env["QUAYSIDE2_DEVICES"]
     others = [f"other{number}" for number in range(60 if is_long else 0)]
     try:

@@ -94,7 +94,7 @@ def check_help(result):
     ["ts2av", "no-such-file", "-h"],
     ["nonsense", "--help"],
     ["help", "-v"],
-    # Given values never show.
+    # The help shows the defaults, not the given values.
     ["help", "-d", "7", "-u", "8", "-p", "9", "-fbs", "10", "-i", "11"],
 ])
 def test_help(args):
@@ -153,7 +153,7 @@ def test_unknown_option(option):
 
 @pytest.mark.parametrize("option", spellings(VALUE_OPTIONS))
 def test_options_with_value_are_known(option):
-    # With the help asked for, no command runs and every known option is accepted.
+    # With -h no command runs, and every known option is accepted.
     check_help(run(option, "12", "-h"))
 
 
@@ -205,7 +205,7 @@ def test_verbose_shows_all_levels_on_standard_error():
 
 
 def test_file_size_limit_is_a_failed_write(tmp_path):
-    """It is not the end of the process by SIGXFSZ, which subprocess leaves at its default action."""
+    """SIGXFSZ does not end the process, although subprocess leaves its default action."""
     result = subprocess.run([FLOWLANE, "pcap", tmp_path / "file"], stdin=subprocess.DEVNULL, capture_output=True,
                             env=sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR), text=True, check=False,
                             timeout=TIMEOUT,

@@ -16,8 +16,8 @@ REMOVED = "0xe0000071(KESTATUS_DEVICE_REMOVED)"
 
 
 
-# Processor seconds that a command may take for a few seconds of a quiet run, here and with the sanitizers: far
-# above what it takes, far below a loop that does not sleep.
+# Limit, in seconds, of a command's processor time in a quiet run of a few seconds, also with the sanitizers. It is far
+# above the normal value and far below that of a loop that does not sleep.
 MUCH_TIME = 2.0
 
 
@@ -28,7 +28,7 @@ def recording(tmp_path):
 
 
 class Watched(Running):
-    """One of the commands, with the processor time that it takes."""
+    """A running command and its processor time."""
 
     def __init__(self, env, tmp_path, command):
         self.is_sender = command in ("ts2av", "playpcap")
@@ -61,7 +61,7 @@ def next_count(program, command):
 
 
 def other_end(env, command):
-    """What has to run at the other end so that something is received."""
+    """Sends at the other end, so that a receiving command gets frames."""
     if command in ("ts2av", "playpcap"):
         return contextlib.nullcontext()
     return Running(env, "ts2av", SAMPLES / "h264-cbr.ts", "-l", "-n", "flw0")
@@ -96,7 +96,7 @@ def test_link_down_and_up_again(env, tmp_path, command):
 @pytest.mark.parametrize("how", ["interface", "namespace"])
 @pytest.mark.parametrize("command", COMMANDS)
 def test_interface_removed(env, tmp_path, command, how):
-    """The interface itself, or with the name space that its other end is in."""
+    """The interface is removed, or the namespace of its other end is."""
     holder = subprocess.Popen(["unshare", "--net", "sleep", str(TIMEOUT)])
     try:
         program = Watched(env, tmp_path, command)

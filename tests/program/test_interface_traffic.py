@@ -1,4 +1,4 @@
-"""What the commands send and receive on a veth pair, seen by and fed from tools that others wrote."""
+"""The frames that the commands send and receive on a veth pair, together with tcpdump, tcpreplay and other tools."""
 
 import re
 import signal
@@ -20,7 +20,7 @@ TAGS = {"none": "", "802.1Q": "81002005", "802.1Q priority": "8100e000", "802.1a
 
 
 def avtp_frame_count(packets):
-    """Of how many frames these packets are sent in."""
+    """The number of frames in which these packets are sent."""
     return -(-len(packets) // 7)
 
 
@@ -56,7 +56,7 @@ def test_tcpdump_sees_what_playpcap_sends(env, tmp_path):
     assert f"{len(sent)} frames successfully sent, 0 errors occured" in result.stdout
     assert [frame for _, frame in seen.frames()] == sent
     times = [moment for moment, _ in seen.frames()]
-    # Late by the round of the sender, and by what else the machine does; never early, and never drifting.
+    # Late by a round of the sender, and by the load of the machine. Never early, without drift.
     late = [moment - times[0] - i * 20_000_000 for i, moment in enumerate(times)]
     assert sorted(late)[len(late) // 2] - min(late) < 100_000_000
     assert max(late) - min(late) < 500_000_000
@@ -78,7 +78,7 @@ def test_pcap_records_what_tcpreplay_sends(env, tmp_path, tags):
     assert [frame for _, frame in recorded] == sent
     times = [moment for moment, _ in recorded]
     assert times == sorted(times)
-    assert before <= times[0] and times[-1] <= after  # of the arrival: it was read up to a second later
+    assert before <= times[0] and times[-1] <= after  # the time of arrival, although reading can be a second later
     assert any(moment % 1000 for moment in times)
 
 
@@ -96,7 +96,7 @@ def test_av2rtp_forwards_what_tcpreplay_sends(env, tmp_path, short_file):
 
 
 def test_a_burst_at_a_high_rate(env, tmp_path):
-    """20000 frames/s for three seconds: nothing is lost."""
+    """Nothing is lost at 20000 frames/s for three seconds."""
     write_pcap(tmp_path / "file.pcap", [numbered(i, 1390) for i in range(20000)])
     with Running(env, "pcap", tmp_path / "record", "-n", "flw1", "-fbs", "40000") as program:
         program.read_until(RUNNING)
@@ -109,7 +109,7 @@ def test_a_burst_at_a_high_rate(env, tmp_path):
 
 @pytest.mark.parametrize("lengths", [(9014, 60, 1523, 60), (60, 1522, 1523), (5000, 9014)])
 def test_jumbo_frames_are_missing_in_a_capture(env, tmp_path, lengths):
-    """Its frame buffers hold 1522 bytes."""
+    """The frame buffers of pcap hold 1522 bytes."""
     ip("link set flw0 mtu 9000")
     ip("link set flw1 mtu 9000")
     sent = [numbered(i, length) for i, length in enumerate(lengths)]
@@ -133,7 +133,7 @@ def test_a_frame_that_the_link_cannot_carry_ends_a_replay(env, tmp_path):
     assert "2 frames successfully sent, 1 errors occured" in result.stdout
 
 
-# --- Losses are told ------------------------------------------------------------------------------
+# --- Losses are reported ------------------------------------------------------------------------------
 
 
 def summary_counts(lines, label):
@@ -141,7 +141,7 @@ def summary_counts(lines, label):
 
 
 def test_frames_that_the_kernel_drops_are_missing(env, tmp_path):
-    """Also when no frame follows that would show it."""
+    """Also when no later frame shows the gap."""
     sent = 90000
     with Running(env, "pcap", tmp_path / "record", "-n", "flw1", "-fbs", str(sent)) as program:
         program.read_until(RUNNING)

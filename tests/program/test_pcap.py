@@ -47,11 +47,11 @@ def test_refused_arguments(args, lines):
 
 @pytest.mark.parametrize("script, lines, status", [
     ("OpenRawRxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
-    ("EnableRawRx=0xE0000030", [], 0xE0000030),  # told to the log alone
+    ("EnableRawRx=0xE0000030", [], 0xE0000030),  # reported to the log only
     ("DisableRawRx=0xE0000030,WaitForRawFrame=0xE0000031",
      ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0xE0000030),
-    # Failures within the loop end it in good order, and nothing is asked of the device again, though a key is
-    # waiting when the statistics are printed.
+    # A failure in the loop ends it cleanly. The device is not used again, although a key is waiting when the
+    # statistics are printed.
     ("WaitForRawFrame=0xE0000031", ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0),
     ("WaitForRawFrame=0,GetReceivedRawFrame=0xE0000031",
      ["GetReceivedRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
@@ -96,7 +96,7 @@ class Capturing(Running):
         wait_for(lambda: int(re.fullmatch(COUNTS, self.read_until("successfully written"))[1]) >= count, "frames")
 
     def summary(self):
-        """Written and dropped frames as the last lines tell them."""
+        """Written and dropped frames, from the last lines."""
         end = self.lines.index("Stop PCAPNG file writer...")
         summary = self.lines[end + 1:]
         if summary[0] == "Errors occurred!":
@@ -119,7 +119,7 @@ def send(segment, count, *options):
 
 
 def packet_count(path):
-    """Packets in a file that has to be valid to its end."""
+    """The number of packets in a file, which must be valid to its end."""
     found, rest = blocks(path)
     assert rest == 0
     assert [kind for kind, _ in found[:2]] == [0x0A0D0D0A, 1]
@@ -150,7 +150,7 @@ def test_lines_of_a_run(segment, tmp_path):
 
 
 def joined(tmp_path, paths):
-    """The frames of pcap-ng files with their times, by way of mergecap and editcap."""
+    """The frames of pcap-ng files with their times, read through mergecap and editcap."""
     merged = tmp_path / "merged.pcapng"
     tool("mergecap", "-a", "-w", merged, *paths)
     converted = tmp_path / "merged.pcap"
@@ -168,7 +168,7 @@ def test_frames_are_those_that_were_sent(segment, tmp_path, options, suffix):
     paths = sorted(tmp_path.glob(f"file{suffix}.pcapng"))
     captured, expected = joined(tmp_path, paths), capture.frames(reference)
     assert [frame for _, frame in captured] == [frame for _, frame in expected]
-    if ON_INTERFACES:  # each of them has the time at which the frame came there
+    if ON_INTERFACES:  # each interface has its own time of arrival
         assert max(abs(ours - theirs) for (ours, _), (theirs, _) in zip(captured, expected)) < 10**9
     else:
         assert captured == expected
@@ -180,7 +180,7 @@ def test_frames_are_those_that_were_sent(segment, tmp_path, options, suffix):
         for path in paths[:-1]:
             found, _ = blocks(path)
             size = path.stat().st_size
-            assert size > limit >= size - len(found[-1][1])  # the last packet took it beyond
+            assert size > limit >= size - len(found[-1][1])  # the last packet takes it beyond the limit
 
 
 def test_other_tools_read_the_file_without_a_warning(segment, tmp_path):
@@ -205,7 +205,7 @@ def test_other_tools_read_the_file_without_a_warning(segment, tmp_path):
 
 
 def test_limit_wraps_at_4_gib(segment, tmp_path):
-    """4294968 times 1000 is 704 beyond it."""
+    """4294968 times 1000 is 4 GiB and 704 bytes."""
     with Capturing(segment, tmp_path / "file", "-maxkb", "4294968") as program:
         send(segment, 10, "-l", "1000")
         program.wait_until_written(10)
@@ -218,7 +218,7 @@ def test_small_pool_adds_up(segment, tmp_path):
         time.sleep(0.5)
     written, dropped = program.summary()
     assert written + dropped == 100000
-    assert program.details[1] == dropped > 0  # all for want of a frame
+    assert program.details[1] == dropped > 0  # each because no frame buffer was free
     assert packet_count(tmp_path / "file.pcapng") == written
 
 
@@ -232,7 +232,7 @@ def test_no_pool_drops_all(segment, tmp_path):
 
 
 def limit_file_size(size):
-    """As ulimit -f does, in a child process: a signal tells of writes beyond it."""
+    """Limits the file size in a child process, as ulimit -f does. A write beyond the limit raises a signal."""
     return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
 
@@ -248,7 +248,7 @@ def test_file_that_cannot_get_its_headers_is_not_left_behind(tmp_path):
 
 @pytest.mark.parametrize("size", [100000, 123457])
 def test_full_disk_adds_up(segment, tmp_path, size):
-    # The segment's own file is larger, but it is there already: the receiver made it.
+    # The segment's own file is larger, but the receiver has already created it.
     with segment.receiver(tmp_path / "reference.pcap", name=LANE_3):
         with Capturing(segment, tmp_path / "file", preexec_fn=limit_file_size(size)) as program:
             send(segment, 5000, "-l", "200")
@@ -261,7 +261,7 @@ def test_full_disk_adds_up(segment, tmp_path, size):
 
 
 def test_small_disk_adds_up(segment, tmp_path):
-    """A file system of a megabyte, in a mount namespace of its own; what it holds at the end is copied out."""
+    """A file system of one megabyte in its own mount namespace. Its files are copied out at the end."""
     script = 'mount -t tmpfs -o size=1m none "$0" && "$@" && cp "$0"/file.pcapng "$0".copy'
     disk = tmp_path / "disk"
     disk.mkdir()
@@ -279,13 +279,13 @@ def test_small_disk_adds_up(segment, tmp_path):
 
 
 def test_frames_missed_add_up(segment, tmp_path):
-    """A capture that was stopped for a while, from its beginning, has missed some frames."""
-    # An interface's ring holds all of them, a small frame pool does not.
+    """A capture that is stopped for a while at its beginning misses some frames."""
+    # The ring of an interface has room for all of them, a small frame pool does not.
     with Capturing(segment, tmp_path / "file", *(["-fbs", "1000"] if ON_INTERFACES else [])) as program:
         program.process.send_signal(signal.SIGSTOP)
         send(segment, 100000, "-l", "300")
         program.process.send_signal(signal.SIGCONT)
-        send(segment, 1000, "-l", "300", "-r", "2000")  # what is missing shows when others follow
+        send(segment, 1000, "-l", "300", "-r", "2000")  # the gap shows when other frames follow
         time.sleep(1)
     written, dropped = program.summary()
     assert written + dropped == 101000
@@ -315,7 +315,7 @@ def test_stops_at_full_speed_with_all_that_was_received(segment, tmp_path, kind)
         else:
             child.kill(getattr(signal, kind))
         child.expect_exact("Stop PCAPNG file writer...")
-        assert time.monotonic() - begin < 20  # a second or two, and what others take of the machine
+        assert time.monotonic() - begin < 20  # a second or two, and reserve for a busy machine
         rest = child.read()
         child.close()
     finally:
@@ -351,7 +351,7 @@ def test_what_came_before_the_key_is_in_the_file(segment, tmp_path):
 
 
 def test_killed_at_any_moment(segment, tmp_path):
-    """What is on disk is readable up to its last whole block; the headers are there with the file."""
+    """The file is readable up to its last whole block, and has its headers from the start."""
     chance = random.Random(20)
     flood = subprocess.Popen([LANE_SEND, "-n", LANE_1, "-c", "0", "-r", "20000"], env=segment.env,
                              stdout=subprocess.PIPE)

@@ -1,5 +1,5 @@
-"""The playpcap command: its arguments, what it prints, the frames it sends and when, files of others and hostile
-files."""
+"""The playpcap command: its arguments, what it prints, which frames it sends and when, files of other tools and
+hostile files."""
 
 import concurrent.futures
 import re
@@ -60,7 +60,7 @@ def test_missing_arguments():
     ("GetDevicePropertyBinary=0xE0000039", ["StartFileReader failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
      0xE0000039),
     ("mac_size=8", ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
-    # A failure to send ends the replay, which is told, and no failure of the command.
+    # A failure to send ends the replay and is reported, but the command succeeds.
     ("SubmitRawFrame=0xE0000031",
      ["PCAPNG file reader has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
       "Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."], 0),
@@ -76,7 +76,7 @@ def test_device_failures(tmp_path, script, lines, status):
 
 
 def summary(lines):
-    """Frames sent, and the error counters in their order."""
+    """The number of frames sent, and the error counters in their order."""
     end = lines.index("Stop PCAPNG file reader...")
     rest = lines[end + 1:]
     details = [0] * len(DETAILS)
@@ -97,7 +97,7 @@ def test_lines_of_a_run(segment, tmp_path):
     path.write_bytes(file_of(3, 100_000_000))
     begin = time.monotonic()
     result = segment.run("playpcap", path, "ignored argument", "-n", LANE_1)
-    assert time.monotonic() - begin < 20  # a second or two, and what others take of the machine
+    assert time.monotonic() - begin < 20  # a second or two, and reserve for a busy machine
     assert result.returncode == 0 and result.stderr == ""
     lines = result.stdout.splitlines()
     assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
@@ -151,7 +151,7 @@ def test_order_bytes_and_spacing(segment, tmp_path):
     result, frames = replay(segment, tmp_path, path)
     assert [data for _, data in frames] == [frame(i) for i in range(500)]
     assert summary(result.stdout.splitlines()) == (500, [0] * 14)
-    # Late by no more than the round and what a busy machine adds, half of the time at least.
+    # At least half of the frames are late by no more than a round, and what a busy machine adds.
     offsets = [when - i * spacing for i, (when, _) in enumerate(frames)]
     lateness = sorted(offset - min(offsets) for offset in offsets)
     assert lateness[len(lateness) // 2] < 100_000_000
@@ -229,7 +229,7 @@ def test_key_ends_it(segment, tmp_path):
 
 
 def add_gap(file, count):
-    """Blocks of another type, of 64 MiB each, that take no room on the disk."""
+    """Adds blocks of another type, 64 MiB each, which take no room on the disk."""
     length = 64 << 20
     for _ in range(count):
         begin = file.seek(0, 2)
@@ -240,7 +240,7 @@ def add_gap(file, count):
 @pytest.mark.parametrize("kind", ["key", "SIGINT", "SIGTERM"])
 @pytest.mark.parametrize("replayable", [False, True], ids=["no packet", "a packet in each pass"])
 def test_stops_while_a_long_file_is_looked_through(segment, tmp_path, kind, replayable):
-    """Reading it takes long: 100 GB without a packet, or as many passes as there are frames in the pool."""
+    """Reading takes long: 100 GB without a packet, or one pass per frame of the pool."""
     path = tmp_path / "file.pcapng"
     with path.open("wb") as file:
         file.write(file_of(1 if replayable else 0, 0))
@@ -271,7 +271,7 @@ def test_late_signal_does_not_cut_the_end_short(tmp_path):
 
 
 def test_lost_frames_are_told(tmp_path):
-    """Those since the start, when their number has changed: it does with every question to this library."""
+    """Frames lost since the start are reported when their number has changed. This library adds some at each call."""
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(4, 700_000_000))
     result = run_with_fake_device("playpcap", path, script="lost_frames=5")
@@ -279,7 +279,7 @@ def test_lost_frames_are_told(tmp_path):
     lines = result.stderr.splitlines()
     assert all(line.startswith(told) for line in lines)
     numbers = [int(line[len(told):]) for line in lines]
-    # A question a second, and one at the end; the answers that the reports missed are in the next number.
+    # One call per second, and one at the end. A number that no report showed is in the next one.
     assert numbers and numbers == sorted(set(numbers)) and numbers[0] % 5 == 0
     assert len(numbers) <= numbers[-1] // 5
     assert 2 <= numbers[-1] // 5 <= 20
@@ -288,7 +288,7 @@ def test_lost_frames_are_told(tmp_path):
     assert run_with_fake_device("playpcap", path, script="devices=1").stderr == ""
 
 
-# --- Files of others -----------------------------------------------------------------------------
+# --- Files of other tools -----------------------------------------------------------------------------
 
 def write_pcap(path, frames, magic=0xA1B23C4D):
     """A classic capture file for the tools to convert."""
@@ -337,7 +337,7 @@ def test_merged_file_with_several_interfaces(segment, tmp_path):
 
 def test_sections_one_after_the_other(segment, tmp_path):
     path = tmp_path / "file.pcapng"
-    # Of them, those of version 2.0 and of the other byte order are left out.
+    # Sections of version 2.0 and of the other byte order are left out.
     version_2 = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 2, 0, -1))
     other_order = block(0x0A0D0D0A, struct.pack("<IHHq", 0x4D3C2B1A, 1, 0, -1))
     path.write_bytes(b"".join([
@@ -353,12 +353,12 @@ def test_sections_one_after_the_other(segment, tmp_path):
 # --- Hostile files -------------------------------------------------------------------------------
 
 def fake_replay(path):
-    """With a device that takes everything."""
+    """Replays on a device that takes everything."""
     return run_with_fake_device("playpcap", path, "-fbs", "10", script="devices=1")
 
 
 @pytest.mark.parametrize("difference", [
-    9_300_000_000_000_000,  # microseconds: beyond the clock's range as nanoseconds, negative when that wraps
+    9_300_000_000_000_000,  # microseconds: beyond the clock's range in nanoseconds, and negative after a wrap
     2**64 - 1])
 def test_times_beyond_the_clock_are_never_due(tmp_path, difference):
     path = tmp_path / "file.pcapng"
@@ -376,7 +376,7 @@ def test_times_beyond_the_clock_are_never_due(tmp_path, difference):
 @pytest.mark.parametrize("size", [100_000, 1_000_000])
 @pytest.mark.parametrize("place", range(3), ids=["section", "interface", "packet"])
 def test_options_that_overlap_are_harmless(tmp_path, size, place):
-    """Each of them has the longest value and stands in that of the one before: the file takes little memory."""
+    """Each option has the longest value and lies inside the one before. The file takes little memory."""
     options = [b"", NANOSECONDS[:8], b""]
     options[place] += struct.pack("<HH", 2, 0xFFFF) * (size // 4)
     data = frame(1)
@@ -418,7 +418,7 @@ def test_damaged_files_end_with_a_status(tmp_path):
             sent, details = summary(lines)
             seen.add("ran")
             assert sent <= 2
-            # Everything was sent, or a counter says why not.
+            # Everything was sent, or a counter gives the reason.
             assert sent == 2 or sum(details) > 0 or name.startswith("cut"), name
         else:
             seen.add("refused")
@@ -426,10 +426,10 @@ def test_damaged_files_end_with_a_status(tmp_path):
     assert seen == {"ran", "refused"}
 
 
-# --- The whole round -----------------------------------------------------------------------------
+# --- The whole path -----------------------------------------------------------------------------
 
 def test_recorded_stream_is_forwarded(segment, tmp_path):
-    """ts2av is captured from lane-3; its replay is forwarded by av2rtp from lane-2."""
+    """pcap captures the stream of ts2av from lane-3. av2rtp forwards its replay from lane-2."""
     stream = tmp_path / "stream.ts"
     stream.write_bytes(tsfile.stream(seconds=2, rate=500))
     expected = tsfile.delivered_part(stream.read_bytes())

@@ -71,8 +71,8 @@ def replay_file(tmp_path):
 
 @contextlib.contextmanager
 def on_held_terminal(segment, *args, **options):
-    """The program on a terminal that is not the controlling one, as a harness gives it. Nobody but the program
-    touches the modes. Yields the process, the keyboard, and a function that tells the terminal's modes."""
+    """Runs the program on a terminal that is not its controlling terminal, as test harnesses do. Only the program
+    changes the modes. Yields the process, the keyboard, and a function that returns the terminal's modes."""
     keyboard, terminal = pty.openpty()
     try:
         process = subprocess.Popen([FLOWLANE, *args], stdin=terminal, text=True, stdout=subprocess.PIPE,
@@ -109,7 +109,7 @@ def test_key_on_a_terminal_without_job_control(segment, long_file, replay_file, 
 @pytest.mark.parametrize("number", [signal.SIGQUIT, signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGUSR1,
                                     signal.SIGALRM, signal.SIGXCPU, signal.SIGRTMIN])
 def test_deadly_signal_restores_the_terminal(segment, long_file, number):
-    # A sanitizer's own handlers would end the process in their way.
+    # A sanitizer has its own handlers, which end the process differently.
     names = ("ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS")
     environment = segment.env | {
         name: ":".join(filter(None, [segment.env.get(name), "handle_segv=0:handle_sigbus=0"])) for name in names}
@@ -122,12 +122,12 @@ def test_deadly_signal_restores_the_terminal(segment, long_file, number):
 
 
 def shell(segment):
-    """An interactive shell with job control, in which the program runs as a user starts it."""
+    """An interactive shell with job control. The program runs in it as a user starts it."""
     child = pexpect.spawn("bash", ["--norc", "--noprofile", "-i"], env={**segment.env, "PS1": "READY> "},
                           encoding="utf-8", timeout=TIMEOUT)
     child.delaybeforesend = None
     child.expect_exact("READY> ")
-    # Line editing changes the modes behind the program's back.
+    # Line editing would change the modes while the program runs.
     child.sendline("set +o emacs; bind 'set enable-bracketed-paste off' 2>/dev/null; stty -a > /dev/null")
     child.expect_exact("READY> ")
     return child
@@ -226,7 +226,7 @@ def read_until(process, part):
 
 
 def fill(pipe):
-    """Fills a pipe from which a program's output is read."""
+    """Fills the pipe that takes a program's output."""
     descriptor = os.open(f"/proc/self/fd/{pipe.fileno()}", os.O_WRONLY | os.O_NONBLOCK)
     for size in (65536, 1):
         with contextlib.suppress(BlockingIOError):
@@ -246,7 +246,7 @@ def test_first_signal_ends_it_in_good_order(segment, long_file, number):
 
 def test_signals_at_the_same_time_are_one(segment, long_file):
     process = start(segment, long_file, subprocess.DEVNULL)
-    # Both are pending when it goes on.
+    # Both signals are pending when it goes on.
     process.send_signal(signal.SIGSTOP)
     process.send_signal(signal.SIGTERM)
     process.send_signal(signal.SIGINT)
@@ -257,16 +257,16 @@ def test_signals_at_the_same_time_are_one(segment, long_file):
 
 
 def test_time_limit_ends_it_in_good_order(segment, long_file):
-    """timeout signals the process and then its group, which it is in as well."""
+    """timeout signals the process and then its group, so the process gets the signal twice."""
     result = subprocess.run(["timeout", "2", FLOWLANE, "ts2av", long_file], env=segment.env, text=True,
                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=TIMEOUT, check=False)
     assert result.stdout.splitlines()[-1] == LAST_LINE
-    assert result.returncode == 124  # what timeout answers for a time limit that was reached
+    assert result.returncode == 124  # the exit code of timeout at its limit
 
 
 def test_later_signal_ends_it_at_once(segment, long_file):
     process = start(segment, long_file, subprocess.DEVNULL)
-    fill(process.stdout)  # it cannot end in good order, since nobody takes what it prints on the way
+    fill(process.stdout)  # it cannot end cleanly, because nobody takes its output
     process.send_signal(signal.SIGTERM)
     status = pathlib.Path(f"/proc/{process.pid}/status")
     wait_for(lambda: re.search(r"^ShdPnd:\t0+$", status.read_text(), re.MULTILINE), "the first signal")
@@ -321,7 +321,7 @@ def test_end_of_input_is_no_key(segment, long_file, tmp_path, kind):
 
 @pytest.mark.parametrize("kind", ["closed", "full", "no reader"])
 def test_output_that_takes_nothing_stops_nothing(segment, tmp_path, kind):
-    """The stream goes out whole although the console's lines cannot."""
+    """The whole stream is sent, although the lines for the console cannot be written."""
     path = tmp_path / "short.ts"
     path.write_bytes(tsfile.stream(seconds=1, rate=100))
     options = {}

@@ -20,7 +20,7 @@ LAST_LINES = ["Stop TS file source...", "Stop AVTP sink..."]
 
 @pytest.mark.parametrize("args, lines, status", [
     ([], ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
-    # Before everything else.
+    # The missing argument is checked first.
     (["-m", "x", "-u", "65536", "-vtci", "65536"],
      ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
     (["f", "-m", "11223344556"],
@@ -32,13 +32,13 @@ LAST_LINES = ["Stop TS file source...", "Stop AVTP sink..."]
     (["f", "-m", "0x1122334455"],
      [mac_failure("0x1122334455", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
      KESTATUS_INVALID_FORMAT),
-    # The address is looked at before the numbers.
+    # The address is checked before the numbers.
     (["f", "-m", "zz2233445566", "-u", "65536", "-vtci", "65536"],
      [mac_failure("zz2233445566", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
      KESTATUS_INVALID_FORMAT),
     (["f", "-u", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
     (["f", "-u", "-1"], ["unique ID 0xFFFFFFFF exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
-    # The ID before the tag.
+    # The ID is checked before the tag.
     (["f", "-u", "0x10000", "-vtci", "0xfff"], ["unique ID 0x00010000 exceeds max. 0xFFFF."],
      KESTATUS_INVALID_PARAMETER),
     (["f", "-vtci", "65536"], ["VLAN TCI value 0x00010000 exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
@@ -106,7 +106,7 @@ def test_lines_of_a_run(segment, short_file):
         "Stop TS file source...",
         "Stop AVTP sink...",
     ]
-    # Together they stand between the start and the end; the first before the first packet, the last with all.
+    # They are all between the start and the end: the first before the first packet, the last with all packets.
     first = lines.index(statistics[0])
     assert lines[first:first + len(statistics)] == statistics
     assert lines[first + len(statistics)] == "Successfully sent content of TS file..."
@@ -114,7 +114,7 @@ def test_lines_of_a_run(segment, short_file):
     count = len(tsfile.delivered_part(short_file.read_bytes()))
     last = re.fullmatch(r"TS packets sent: (\d+), AVTP packets sent: (\d+), AVTP packets discarded: 0",
                         statistics[-1])
-    # The line is a moment older than the look for the end, during which at most a round was sent.
+    # The line is printed a moment before the check for the end. At most one round is sent in between.
     assert count - 20 <= int(last[1]) <= count
     assert int(last[1]) / 7 <= int(last[2]) <= count
 
@@ -167,7 +167,7 @@ def test_frames_without_resources_are_discarded_and_counted(short_file):
 @pytest.mark.parametrize("script", ["SendRawFrames=0xE0000031", "SubmitRawFrame=0xE0000031",
                                     "CheckSubmitRawFrame=0xE0000031"])
 def test_why_a_stream_has_ended(short_file, script):
-    """Told once. When the file has been read to its end the command ends too, and claims no success."""
+    """The reason is printed once. At the end of the file the command ends too, and reports no success."""
     line = "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
     result = run_with_fake_device("ts2av", short_file, script=script)
     assert (result.returncode, result.stderr) == (0, line)
@@ -196,21 +196,21 @@ def test_statistics_once_a_second(segment, tmp_path):
 
 
 def test_device_library_is_called_by_one_thread_at_a_time(short_file):
-    """Whatever the library answers for properties of which it knows nothing."""
+    """Also when the library answers oddly for unknown properties."""
     result = run_with_fake_device("ts2av", short_file, script="any_property=1,overlaps=1,SendRawFrames_ms=300")
     assert (result.returncode, result.stderr) == (0, "")
     assert "Successfully sent content of TS file..." in result.stdout
 
 
 def write_one_batch(path, count):
-    """A file from which so many packets are sent, all at the same moment."""
+    """Writes a file from which count packets are sent, all at the same moment."""
     path.write_bytes(b"".join(tsfile.packet(i, pcr=1000 if i in (0, count) else None) for i in range(count + 1)))
     return path
 
 
 @pytest.fixture
 def full_frame_file(tmp_path):
-    """One full frame, which ends its batch."""
+    """A file that makes one full frame, which ends its batch."""
     return write_one_batch(tmp_path / "full.ts", 7)
 
 
@@ -229,7 +229,7 @@ def test_last_frames_that_cannot_be_sent(full_frame_file):
 
 
 def test_failure_that_comes_with_the_stop(tmp_path):
-    """The first send fails only when the command is at its end."""
+    """The first send fails when the command is already ending."""
     path = write_one_batch(tmp_path / "batch.ts", 10)  # a full frame and a part-filled one, which is sent at once
     frames = tmp_path / "frames"
     env = fake_environment("SendRawFrames=0xE0000031,SendRawFrames_ms=2500", FAKE_QBX_FRAMES=frames)
@@ -258,10 +258,10 @@ def test_late_signal_does_not_cut_the_closing_short(short_file, command, last_li
     argument = {"ts2av": short_file, "av2rtp": "127.0.0.1"}[command]
     with Running(env, command, argument, stdin=subprocess.PIPE) as program:
         program.read_until("press any key")
-        if command == "av2rtp":  # which does not end by itself
+        if command == "av2rtp":  # it does not end by itself
             program.process.stdin.write("x")
             program.process.stdin.flush()
         program.read_until(last_line)
-        time.sleep(0.3)  # it closes the device now
+        time.sleep(0.3)  # it is closing the device now
         program.process.send_signal(signal.SIGINT)
         assert program.wait_for_end() == 0

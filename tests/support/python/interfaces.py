@@ -1,4 +1,4 @@
-"""A veth pair, flw0 and flw1, in the network namespace of the test, and what captures and replays on it."""
+"""A veth pair, flw0 and flw1, in the network namespace of the test, and the tools that capture and replay on it."""
 
 import contextlib
 import pathlib
@@ -11,7 +11,7 @@ import capture
 from lanes import TIMEOUT, bounded, wait_for_carriers
 from tools import tool
 
-# What a command prints when it runs.
+# The line that a command prints when it runs.
 RUNNING = "press any key to stop..."
 
 
@@ -27,7 +27,7 @@ def make_link():
 
 
 def wait_until(read, is_good, what):
-    """Reads again and again until what was read is good, and returns it."""
+    """Reads again and again until the value is good, and returns it."""
     deadline = time.monotonic() + TIMEOUT
     while not is_good(seen := read()):
         assert time.monotonic() < deadline, f"waited in vain for {what}, saw last: {seen}"
@@ -35,14 +35,14 @@ def wait_until(read, is_good, what):
     return seen
 
 
-# tcpdump changes its user and groups, which is not possible in the user namespace of a test that is not root's.
+# tcpdump changes its user and groups. That is not possible in a user namespace, when the test does not run as root.
 DUMPING = ["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-U", "-B", "65536"] \
     if pathlib.Path("/proc/self/setgroups").read_text() == "allow\n" else ["dumpcap", "-P", "-B", "64"]
 
 
 class Dumping:
-    """tcpdump on an interface until the block ends, when it has written so many frames. What it has received in the
-    last second and not written is lost when it is ended."""
+    """Runs tcpdump on an interface. The end of the block waits until it has written the expected number of frames: when
+    tcpdump is ended, it loses what it received in the last second and did not write."""
 
     def __init__(self, path, interface, count):
         self.path = path
@@ -68,14 +68,14 @@ class Dumping:
             self.process.communicate(timeout=TIMEOUT)
 
     def frames(self):
-        """(time, frame) for each frame that is whole in the file so far."""
+        """(time, frame) of each whole frame in the file so far."""
         with contextlib.suppress(struct.error):
             return capture.frames(self.path)
         return []
 
 
 def capture_frames(path):
-    """(time, frame) of a pcap-ng file, by way of editcap."""
+    """(time, frame) of each frame in a pcap-ng file, read through editcap."""
     converted = path.with_suffix(".pcap")
     tool("editcap", "-F", "nsecpcap", path, converted)
     return capture.frames(converted)
