@@ -252,7 +252,7 @@ TEST_F(TSFileSourceTest, AShortLoopIsReadAheadAsFarAsThePacketsGo) {
     EXPECT_EQ(mSource.DeliverPackets(TSPacketTimePoint::max()), KESTATUS_SUCCESS);
     EXPECT_EQ(mSink.mDeliveries.size(), 98u);
     EXPECT_FALSE(mSource.IsEndOfFileReached());
-    mSource.StartSource(); // its worker gives the last packets back
+    EXPECT_EQ(mSource.StartSource(), KESTATUS_SUCCESS); // its worker gives the last packets back
     mSource.StopSource();
 }
 
