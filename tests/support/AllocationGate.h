@@ -1,5 +1,5 @@
-// Holds a thread back until a test begins to count allocations: a sanitizer allocates for a new thread, on
-// that thread.
+// Holds a thread back until a test begins to count allocations: a sanitizer allocates memory when a thread
+// begins, on that thread.
 #ifndef FLOWLANE_TESTS_ALLOCATIONGATE_H
 #define FLOWLANE_TESTS_ALLOCATIONGATE_H
 
@@ -29,7 +29,7 @@ private:
     const std::thread::id mOwner = std::this_thread::get_id();
 };
 
-// Virtual time that begins when the gate is open.
+// A virtual clock that nobody can read before the gate is open.
 class GatedClock final : public flowlane::PipelineClock {
 public:
     explicit GatedClock(unsigned maxSleeps) : mClock(maxSleeps) {}

@@ -77,7 +77,7 @@ void ExpectPlaysOnce(const TSStream& stream, std::size_t deliveries) {
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
     ASSERT_EQ(expected.deliveries.size(), deliveries);
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock;
     RecordingSink sink(clock);
     LogCapture log;
@@ -110,7 +110,7 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     const TSStream& stream = GetParam().stream;
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock;
     RecordingSink sink(clock);
     LogCapture log;
@@ -151,7 +151,7 @@ TEST_P(TSPacingTest, Loops) {
         std::erase_if(expected.deliveries, [&](const Delivery& delivery) { return delivery.wakeTime > end; });
     }
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock(sleeps);
     RecordingSink sink(clock);
     LogCapture log;
