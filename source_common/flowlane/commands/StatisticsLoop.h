@@ -12,8 +12,9 @@ namespace flowlane {
 
 constexpr unsigned cStatisticsInterval = 1000; // ms, of all commands
 
-// Calls printStatistics at once and then after each interval, until it returns true (the work has ended) or
-// the user asks for the end, which is looked for before each call. Runs on the main thread, as stopRequest.
+// Calls printStatistics at once and then once per interval, until it returns true because the work has ended,
+// or until the user asks for the end. A request that came before the first call ends the loop without any.
+// For the main thread, which stopRequest belongs to.
 void PrintStatisticsUntilEnd(StopRequest& stopRequest, const std::function<bool()>& printStatistics,
                              PipelineClock& clock = PipelineClock::System());
 

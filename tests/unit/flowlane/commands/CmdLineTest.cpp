@@ -16,7 +16,7 @@ KESTATUS Parse(CmdLine& cmdLine, std::vector<const char*> words) {
     return cmdLine.ParseCommandLine(static_cast<int>(words.size()), words.data());
 }
 
-// All members as one text, so that a test sees when an option writes a member it should not.
+// All members as one text, so that a test sees every member that an option writes.
 std::string Describe(const CmdLine& c) {
     std::string text;
     const auto add = [&text](const char* name, const std::string& value) {
@@ -139,9 +139,9 @@ INSTANTIATE_TEST_SUITE_P(
                                    c.mStartFileIndexPresent = true;
                                    c.mStartFileIndex = 7;
                                }},
-                    // Given twice, the later one wins.
+                    // An option that is given twice has its later value.
                     OptionCase{{"-d", "1", "--device_instance", "2"}, [](CmdLine& c) { c.mDeviceIndex = 2; }},
-                    // Words that look a little like options.
+                    // Words that are no options although they begin with a hyphen.
                     OptionCase{{"-", "--", "-5", "--5"}, [](CmdLine& c) {
                                    c.mCommand = "-";
                                    c.mArgs = {"--", "-5", "--5"};

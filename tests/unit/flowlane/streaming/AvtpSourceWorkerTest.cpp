@@ -143,7 +143,7 @@ TEST_F(AvtpSourceWorkerTest, StopsWhileFramesKeepComing) {
 
 // The worker asks for the number of lost frames: no other thread uses the device.
 TEST_F(AvtpSourceWorkerTest, LostFramesArePublishedOnceASecond) {
-    mFake.SetLostFrames(1000); // from before: not the source's
+    mFake.SetLostFrames(1000); // before the source was created
     VirtualClock clock;
     AvtpSource source(clock);
     ASSERT_EQ(source.CreateAvtpSource(mDevice, mSink, cAnySender, 0, false), KESTATUS_SUCCESS);

@@ -215,7 +215,7 @@ TEST_F(AvtpSubmitTest, ATimedOutWaitKeepsThePartFilledFrame) {
     EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
     EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
     EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
-    // Every try used up a sequence number, no data block was lost but the first frame's.
+    // Every attempt used up a sequence number. Only the data blocks of the first frame were lost.
     ExpectFrames({{3, 8, {1, 2, 3}}});
     ExpectStatistics(1, 3);
     EXPECT_THAT(mLog.Messages(), IsEmpty());
@@ -290,7 +290,7 @@ namespace {
 class AvtpSinkLossTest : public AvtpSinkTest {
 protected:
     AvtpSinkLossTest() {
-        mFake.SetLostFrames(1000); // from before: not the sink's
+        mFake.SetLostFrames(1000); // before the sink was created
         CreateAndStart(0, 5);
     }
     KESTATUS DeliverAndSend() {

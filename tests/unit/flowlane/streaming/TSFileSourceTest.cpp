@@ -185,7 +185,7 @@ TEST_F(TSFileSourceTest, ASegmentLongerThanThePoolIsDroppedAndPlayingGoesOn) {
     EXPECT_THAT(mLog.Messages(),
                 ElementsAre(dropped, dropped,
                             CapturedMessage{KEINFO, "all packets from file delivered, stop thread"}));
-    // Twice seven packets are lost; the first one, six others and the PCR make the segment: 300 ms in 8.
+    // Seven packets are lost twice. The first packet, six others and the PCR are left: 300 ms in eight steps.
     const std::int64_t base = cStart + 500 * cMs;
     std::vector<Delivery> deliveries = mSink.mDeliveries;
     for (Delivery& delivery : deliveries) {
@@ -269,7 +269,7 @@ class TSFileSourceSinkFailureTest : public TSFileSourceTest,
 
 TEST_P(TSFileSourceSinkFailureTest, StopsTheWorker) {
     const SinkFailureCase& test = GetParam();
-    // One packet each 7.5 ms: at the wake-ups from 500 ms on 1, 1, 1, 2, 1, 1... of them are due.
+    // One packet per 7.5 ms: from 500 ms on, the wake-ups find 1, 1, 1, 2, 1, 1... of them due.
     const StreamFile file(TSStream().PCR(0).Plain(10).PCR(8100));
     mSink.mOnDeliver = [&] {
         return mSink.mDeliverCalls == test.failingDeliver ? test.status : KESTATUS_SUCCESS;

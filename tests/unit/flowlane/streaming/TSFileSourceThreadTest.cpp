@@ -43,7 +43,7 @@ TEST(TSFileSourceThreadTest, StopsWhilePacketsWait) {
         ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
         ASSERT_TRUE(WaitUntil([&] { return clock.StoodStill() > 1; }));
         source.StopSource();
-        // 600 ms after the start, 100 ms after the first packet: 40 ms a segment, 31 steps each.
+        // 600 ms after the start, 100 ms after the first packet: 40 ms per segment, in 31 steps.
         EXPECT_EQ(source.QuerryStatistics().infTsPacketsDelivered, 30u + 30u + 16u);
         EXPECT_FALSE(source.IsEndOfFileReached());
     }

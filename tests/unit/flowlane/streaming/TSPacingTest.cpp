@@ -1,4 +1,5 @@
-// The times of packets, in virtual time, against those worked out from the stream as a whole.
+// The times at which packets are sent, in virtual time, compared with those that follow from the whole
+// stream.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -105,7 +106,7 @@ TEST_P(TSPacingTest, PlaysOnce) {
     ExpectPlaysOnce(GetParam().stream, GetParam().deliveries);
 }
 
-// The same with few packets: reading runs less far ahead, the times stay.
+// The same with few packets: reading runs less far ahead, but the times are the same.
 TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     const TSStream& stream = GetParam().stream;
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
@@ -130,7 +131,7 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     }
 }
 
-// More packets than are dropped at once, before and between the references: the others keep their times.
+// Before and between the references there are more packets than one call drops. The others keep their times.
 TEST(TSPacingDropTest, PlaysOnceWithManyPacketsToDrop) {
     ExpectPlaysOnce(TSStream().Bad(25000).PCR(0).Plain(3).PCR(900).Bad(12000).Plain(2).PCR(1800), 7);
     ExpectPlaysOnce(TSStream().Plain(35000).PCR(0).Plain(3).PCR(900), 4);
@@ -139,14 +140,14 @@ TEST(TSPacingDropTest, PlaysOnceWithManyPacketsToDrop) {
 TEST_P(TSPacingTest, Loops) {
     const TSStream& stream = GetParam().stream;
     ExpectedPlayback expected = ExpectPlayback(stream, cStart, 4);
-    // The time stands still when three passes are over, in the pause before the fourth one; a stream
-    // without two PCRs gets half a second.
+    // The time stops after three passes, in the pause before the fourth. A stream without two PCRs gets half
+    // a second.
     unsigned sleeps = 50;
     bool isAheadOfTime = false;
     if (!expected.deliveries.empty()) {
         const std::int64_t end = expected.deliveries[GetParam().deliveries * 3 - 1].wakeTime;
         sleeps = static_cast<unsigned>((end - cStart) / 10000000);
-        // A stream whose clock ends before its start has all further passes in the past.
+        // When the clock of a stream ends before its start, all further passes are in the past.
         isAheadOfTime = expected.deliveries.back().wakeTime <= end;
         std::erase_if(expected.deliveries, [&](const Delivery& delivery) { return delivery.wakeTime > end; });
     }
