@@ -11,7 +11,8 @@ public:
     TimePoint Now() noexcept override {
         return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
     }
-    // A sleep that a signal cuts short is logged there, and needs nothing else.
+    // The status is of no use: a sleep that a signal cuts short is logged, and callers look at the clock
+    // again.
     void Sleep(unsigned milliseconds) noexcept override {
         static_cast<void>(kestrelon::KEPosixSleep(milliseconds));
     }

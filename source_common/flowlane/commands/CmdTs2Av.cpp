@@ -81,7 +81,7 @@ class Reports {
 public:
     Reports(const TSFileSource& source, const AvtpSink& sink) : mSource(source), mSink(sink) {}
 
-    // Returns whether the source has ended by itself.
+    // Returns whether the end of the file is reached.
     bool PrintStatistics();
     // Only what is new since the last call.
     void PrintLossesAndFailure();
@@ -99,12 +99,12 @@ bool Reports::PrintStatistics() {
                        "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
                        mSource.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
                        sinkStats.errNoResourcesToSent);
-    const bool hasEnded = mSource.IsEndOfFileReached(); // the failure and the losses until then are known
+    const bool isEndReached = mSource.IsEndOfFileReached(); // read first: a failure until then is known
     PrintLossesAndFailure();
-    if (hasEnded && mSource.FailureStatus() == KESTATUS_SUCCESS) {
+    if (isEndReached && mSource.FailureStatus() == KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
     }
-    return hasEnded;
+    return isEndReached;
 }
 
 void Reports::PrintLossesAndFailure() {

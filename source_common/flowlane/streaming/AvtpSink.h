@@ -48,7 +48,7 @@ public:
 
     // Begins a new stream: sequence number and data block count start at 0. Always succeeds.
     [[nodiscard]] KESTATUS StartSink() override;
-    // Asks the device once more for its lost frames. Discards a part-filled frame.
+    // Asks the device once more for its lost frames. Does not send a part-filled frame.
     void StopSink() override;
 
     //   KESTATUS_NOT_INITIALIZED  the sink was not created or not started

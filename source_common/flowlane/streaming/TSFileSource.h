@@ -56,8 +56,7 @@ public:
     // True when a source that does not loop has read its whole file, and has sent or given up all packets
     // that have a time. Packets after the last PCR of the file have none and are never delivered.
     bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
-    // Why the worker has ended by itself before the end of the file; success otherwise. When
-    // IsEndOfFileReached returned true before, this is final.
+    // Why the worker has failed; success while it has not. Final once IsEndOfFileReached has returned true.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
 
     // Counted since the last start.
@@ -95,8 +94,8 @@ private:
     void DeliverUntilStopped();
     void GiveUp(const char* format, KESTATUS st);
     void ReleaseAllPackets();
-    // Each of the four operations that move the file or the queue calls it once, when it is done: the end
-    // must not be seen before the last packet was sent and a failure was stored.
+    // Called wherever the end may have been reached or left, and not earlier: a thread that sees the end also
+    // sees that the last packet was sent, or why not.
     void PublishEndOfFile() noexcept;
 
     PipelineClock& mClock;

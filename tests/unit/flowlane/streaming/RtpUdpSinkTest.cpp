@@ -294,6 +294,7 @@ TEST_F(RtpUdpSinkTest, NoSequenceOfFailuresBreaksTheStream) {
         TSPacket packet;
         unsigned ordinal = 0;
         for (unsigned round = 0; round < 12; ++round) {
+            // What the calls return does not matter here.
             for (unsigned i = 0; i < 1 + (sequence + round * 5) % 9; ++i) {
                 std::memcpy(packet.mData, PacketData(ordinal++).data(), TSPacket::cSize);
                 static_cast<void>(sink.DeliverTSPacket(packet));
