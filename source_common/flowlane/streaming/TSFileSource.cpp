@@ -98,28 +98,11 @@ KESTATUS TSFileSource::FillDeliverQueue() {
     }
     while (TSPacket* packet = mPacketPool.GetItem()) {
         const ReadResult result = ReadPacket(*packet);
-        if (result == ReadResult::NotYet) {
-            packet->ReleaseToPool();
-            mHasToReadOn = true;
-            return KESTATUS_SUCCESS;
-        }
         if (result != ReadResult::Packet) {
             packet->ReleaseToPool();
-            PublishEndOfFile();
-            if (result == ReadResult::NothingMore) {
-                return KESTATUS_SUCCESS;
-            }
-            KEOutputLogMessage(logger::Global, KEERROR, "ReadFromFile failed");
-            return KESTATUS_READ_FILE_FAILED;
+            return EndReading(result);
         }
-        if (!packet->HasSyncByte()) {
-            KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
-            DropReadPacket(*packet);
-        } else if (!mPCRTimeOffsetValid && !packet->HasPCR()) {
-            DropReadPacket(*packet);
-        } else {
-            AppendReadPacket(*packet);
-        }
+        TakeReadPacket(*packet);
         if (mDroppedPackets >= cMaxDroppedPackets) {
             mHasToReadOn = true;
             return KESTATUS_SUCCESS;
@@ -129,6 +112,31 @@ KESTATUS TSFileSource::FillDeliverQueue() {
         DropUnfinishedSegment();
     }
     return KESTATUS_SUCCESS;
+}
+
+// When there was no packet to read.
+KESTATUS TSFileSource::EndReading(ReadResult result) {
+    if (result == ReadResult::NotYet) {
+        mHasToReadOn = true;
+        return KESTATUS_SUCCESS;
+    }
+    PublishEndOfFile();
+    if (result == ReadResult::Failed) {
+        KEOutputLogMessage(logger::Global, KEERROR, "ReadFromFile failed");
+        return KESTATUS_READ_FILE_FAILED;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void TSFileSource::TakeReadPacket(TSPacket& packet) {
+    if (!packet.HasSyncByte()) {
+        KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
+        DropReadPacket(packet);
+    } else if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
+        DropReadPacket(packet); // no time base yet
+    } else {
+        AppendReadPacket(packet);
+    }
 }
 
 // Or a socket: reading from either may wait for ever.

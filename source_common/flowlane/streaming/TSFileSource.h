@@ -84,7 +84,9 @@ private:
     bool IsPipe() const noexcept;
     bool WaitForData() noexcept;
     ReadResult ReadPacket(TSPacket& packet);
+    [[nodiscard]] KESTATUS EndReading(ReadResult result);
     bool RewindFile();
+    void TakeReadPacket(TSPacket& packet);
     void AppendReadPacket(TSPacket& packet);
     void DropReadPacket(TSPacket& packet);
     void DropReadPacketsUntil(std::uint32_t count);
