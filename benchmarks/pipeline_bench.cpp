@@ -1,5 +1,8 @@
-// The cost of the ts2av pipeline for one packet: reading and timing a file, packing into AVTP frames, and
-// both together. The device is one that takes every frame and does nothing.
+// What one packet costs in the ts2av pipeline: reading and timing a file, packing into AVTP frames, and both
+// together. The device takes every frame and does nothing.
+//
+// usage: pipeline_bench [options of the benchmark library]. Build with
+// `cmake --build <folder> --target pipeline_bench`.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -7,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
-#include <vector>
 
 #include "streaming/AvtpSink.h"
 #include "streaming/TSFileSource.h"
@@ -88,11 +91,10 @@ constexpr unsigned cPacketsAhead = 10000;
 class SyntheticFile {
 public:
     SyntheticFile() {
-        const int descriptor = mkstemp(mPath);
+        const int descriptor = mkstemp(mPath.data());
         std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
         if (!file) {
-            std::perror("cannot write the stream");
-            std::exit(1);
+            Fail();
         }
         for (unsigned i = 0; i < 20000; ++i) {
             unsigned char packet[TSPacket::cSize] = {TSPacket::cSyncByte, 1, 0, 0x10};
@@ -105,18 +107,27 @@ public:
                     packet[6 + k] = static_cast<unsigned char>(ticks >> (25 - 8 * k));
                 }
             }
-            std::fwrite(packet, sizeof packet, 1, file);
+            if (std::fwrite(packet, sizeof packet, 1, file) != 1) {
+                Fail();
+            }
         }
-        std::fclose(file);
+        if (std::fclose(file) != 0) {
+            Fail();
+        }
     }
-    ~SyntheticFile() { unlink(mPath); }
+    ~SyntheticFile() { unlink(mPath.c_str()); }
     SyntheticFile(const SyntheticFile&) = delete;
     SyntheticFile& operator=(const SyntheticFile&) = delete;
 
-    const char* Path() const { return mPath; }
+    const char* Path() const { return mPath.c_str(); }
 
 private:
-    char mPath[64] = "/tmp/pipeline-bench-XXXXXX";
+    [[noreturn]] static void Fail() {
+        std::perror("cannot write the stream");
+        std::exit(1);
+    }
+
+    std::string mPath = std::filesystem::temp_directory_path() / "pipeline-bench-XXXXXX";
 };
 
 class NullSink final : public SinkBase {
@@ -130,19 +141,24 @@ public:
     KESTATUS SendDeliveredPackets() override { return KESTATUS_SUCCESS; }
 };
 
+void Check(KESTATUS st) {
+    if (st != KESTATUS_SUCCESS) {
+        std::fprintf(stderr, "pipeline_bench: unexpected status 0x%08x\n", st);
+        std::exit(1);
+    }
+}
+
 struct DeviceAndSink {
-    QuaysideEnumerator enumerator;
-    QuaysideDevice device;
-    AvtpSink sink;
+    QuaysideEnumerator mEnumerator;
+    QuaysideDevice mDevice;
+    AvtpSink mSink;
 
     DeviceAndSink() {
         unsigned count = 0;
-        enumerator.EnumerateDevices(QBXDeviceType_any, count);
-        device.OpenRawTxDevice(enumerator, 0, 0, QBXRawHeaderType_None, 0);
-        if (sink.CreateAvtpSink(device, {{1, 2, 3, 4, 5, 6}}, 1, 0x6002, 0) != KESTATUS_SUCCESS) {
-            std::abort();
-        }
-        sink.StartSink();
+        Check(mEnumerator.EnumerateDevices(QBXDeviceType_any, count));
+        Check(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0));
+        Check(mSink.CreateAvtpSink(mDevice, {{1, 2, 3, 4, 5, 6}}, 1, 0x6002, 0));
+        Check(mSink.StartSink());
     }
 };
 
@@ -165,7 +181,7 @@ void Play(benchmark::State& state, SinkBase& sink) {
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(delivered - before));
     // Give the waiting packets back.
-    source.StartSource();
+    Check(source.StartSource());
     source.StopSource();
 }
 
@@ -181,9 +197,9 @@ void PackFrames(benchmark::State& state) {
     const TSPacket packet;
     while (state.KeepRunning()) {
         for (unsigned i = 0; i < packetsPerBatch; ++i) {
-            output.sink.DeliverTSPacket(packet);
+            Check(output.mSink.DeliverTSPacket(packet));
         }
-        output.sink.SendDeliveredPackets();
+        Check(output.mSink.SendDeliveredPackets());
     }
     state.SetItemsProcessed(state.iterations() * packetsPerBatch);
 }
@@ -191,7 +207,7 @@ BENCHMARK(PackFrames)->Arg(1)->Arg(7)->Arg(66);
 
 void FileToFrames(benchmark::State& state) {
     DeviceAndSink output;
-    Play(state, output.sink);
+    Play(state, output.mSink);
 }
 BENCHMARK(FileToFrames);
 

@@ -2,16 +2,19 @@
 //
 // usage: segment_bench [rounds]. Build with `cmake --build <folder> --target segment_bench`. Uses a segment
 // of its own, which it removes.
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
 #include <vector>
 
 #include "quayside2_api.h"
@@ -30,26 +33,26 @@ struct Result {
     double p99 = 0;
 };
 
-[[noreturn]] void Fail(const char* what, KESTATUS status) {
-    std::fprintf(stderr, "segment_bench: %s failed, status 0x%08x\n", what, status);
+[[noreturn]] void Fail(const char* what, KESTATUS st) {
+    std::fprintf(stderr, "segment_bench: %s failed, status 0x%08x\n", what, st);
     std::_Exit(1);
 }
 
-void Check(const char* what, KESTATUS status) {
-    if (status != KESTATUS_SUCCESS) {
-        Fail(what, status);
+void Check(const char* what, KESTATUS st) {
+    if (st != KESTATUS_SUCCESS) {
+        Fail(what, st);
     }
 }
 
 std::uint64_t Now() {
-    struct timespec now = {};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 double CpuSeconds() {
-    struct rusage usage = {};
-    ::getrusage(RUSAGE_SELF, &usage);
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            1e-6 * static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
 }
@@ -76,17 +79,16 @@ Result Receive(QBXDeviceHandle device, bool latency) {
         Check("WaitForRawFrame", QBX_WaitForRawFrame(device, 10000));
         std::uint8_t buffer[1538];
         std::uint32_t length = 0;
-        while (QBX_GetReceivedRawFrame(device, nullptr, buffer, sizeof(buffer), &length) ==
-               KESTATUS_SUCCESS) {
+        while (QBX_GetReceivedRawFrame(device, nullptr, buffer, sizeof buffer, &length) == KESTATUS_SUCCESS) {
             const std::uint8_t* const frame = buffer + QBX_RAW_HEADER_2_SIZE;
             std::uint32_t sequence = 0;
-            std::memcpy(&sequence, buffer + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof(sequence));
+            std::memcpy(&sequence, buffer + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof sequence);
             result.lost += sequence - expected;
             expected = sequence + 1;
             ++result.frames;
             if (latency) {
                 std::uint64_t sent = 0;
-                std::memcpy(&sent, frame + cStampOffset, sizeof(sent));
+                std::memcpy(&sent, frame + cStampOffset, sizeof sent);
                 latencies.push_back(static_cast<double>(Now() - sent) / 1000.0);
             }
             last = last || frame[cLastOffset] != 0;
@@ -104,12 +106,12 @@ Result Receive(QBXDeviceHandle device, bool latency) {
 void Submit(QBXDeviceHandle device, std::vector<std::uint8_t>& frame, bool last) {
     frame[cLastOffset] = last ? 1 : 0;
     const auto length = static_cast<std::uint32_t>(frame.size());
-    KESTATUS status = QBX_CheckSubmitRawFrame(device, length);
-    if (status == KESTATUS_NO_SPACE) {
+    KESTATUS st = QBX_CheckSubmitRawFrame(device, length);
+    if (st == KESTATUS_NO_SPACE) {
         Check("SendRawFrames", QBX_SendRawFrames(device));
-        status = QBX_CheckSubmitRawFrame(device, length);
+        st = QBX_CheckSubmitRawFrame(device, length);
     }
-    Check("CheckSubmitRawFrame", status);
+    Check("CheckSubmitRawFrame", st);
     Check("SubmitRawFrame", QBX_SubmitRawFrame(device, frame.data(), length, nullptr));
 }
 
@@ -117,17 +119,17 @@ struct Run {
     std::uint32_t length;
     std::uint32_t batch;
     std::uint64_t frames;
-    std::uint32_t gapMicroseconds; // 0: as fast as possible
+    std::uint32_t gapMicroseconds = 0; // 0: as fast as possible
 };
 
 // Sends a run from this process to another one and returns what that one saw.
 Result Measure(const Run& run, double& seconds, double& cpuSeconds) {
     int ready[2];
     int done[2];
-    if (::pipe(ready) != 0 || ::pipe(done) != 0) {
+    if (pipe(ready) != 0 || pipe(done) != 0) {
         Fail("pipe", KESTATUS_FAILED);
     }
-    const pid_t child = ::fork();
+    const pid_t child = fork();
     if (child < 0) {
         Fail("fork", KESTATUS_FAILED);
     }
@@ -135,16 +137,16 @@ Result Measure(const Run& run, double& seconds, double& cpuSeconds) {
         const QBXDeviceHandle device = Open(1, false);
         Check("EnableRawRx", QBX_EnableRawRx(device));
         const char go = 1;
-        if (::write(ready[1], &go, 1) != 1) {
+        if (write(ready[1], &go, 1) != 1) {
             std::_Exit(1);
         }
         const Result result = Receive(device, run.gapMicroseconds != 0);
         QBX_CloseDevice(device);
-        std::_Exit(::write(done[1], &result, sizeof(result)) == sizeof(result) ? 0 : 1);
+        std::_Exit(write(done[1], &result, sizeof result) == sizeof result ? 0 : 1);
     }
-    ::close(done[1]);
+    close(done[1]);
     char go = 0;
-    if (::read(ready[0], &go, 1) != 1) {
+    if (read(ready[0], &go, 1) != 1) {
         Fail("receiver", KESTATUS_FAILED);
     }
     const QBXDeviceHandle device = Open(0, true);
@@ -153,29 +155,29 @@ Result Measure(const Run& run, double& seconds, double& cpuSeconds) {
     const std::uint64_t start = Now();
     for (std::uint64_t i = 1; i <= run.frames; ++i) {
         if (run.gapMicroseconds != 0) {
-            ::usleep(run.gapMicroseconds);
+            usleep(run.gapMicroseconds);
             const std::uint64_t now = Now();
-            std::memcpy(frame.data() + cStampOffset, &now, sizeof(now));
+            std::memcpy(frame.data() + cStampOffset, &now, sizeof now);
         }
         Submit(device, frame, i == run.frames);
         if (i % run.batch == 0 || i == run.frames) {
-            const KESTATUS status = QBX_SendRawFrames(device);
-            if (status != KESTATUS_NO_DATA) {
-                Check("SendRawFrames", status);
+            const KESTATUS st = QBX_SendRawFrames(device);
+            if (st != KESTATUS_NO_DATA) {
+                Check("SendRawFrames", st);
             }
         }
     }
     cpuSeconds = CpuSeconds() - cpuAtStart;
     Result result;
-    if (::read(done[0], &result, sizeof(result)) != sizeof(result)) {
+    if (read(done[0], &result, sizeof result) != sizeof result) {
         Fail("receiver", KESTATUS_FAILED);
     }
     seconds = static_cast<double>(Now() - start) / 1e9; // until the receiver had everything
     QBX_CloseDevice(device);
-    ::waitpid(child, nullptr, 0);
-    ::close(ready[0]);
-    ::close(ready[1]);
-    ::close(done[0]);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    close(done[0]);
     return result;
 }
 
@@ -190,7 +192,7 @@ void Throughput(int rounds) {
             std::uint64_t lost = 0;
             double cpuSender = 0;
             double cpuReceiver = 0;
-            const Run run = {length, batch, 2000000, 0};
+            const Run run = {.length = length, .batch = batch, .frames = 2000000};
             for (int round = 0; round < rounds; ++round) {
                 double seconds = 0;
                 double cpu = 0;
@@ -214,7 +216,8 @@ void WakeUp(int rounds) {
     for (int round = 0; round < rounds; ++round) {
         double seconds = 0;
         double cpu = 0;
-        const Result result = Measure({512, 1, cLatencyFrames, 1000}, seconds, cpu);
+        const Result result = Measure(
+            {.length = 512, .batch = 1, .frames = cLatencyFrames, .gapMicroseconds = 1000}, seconds, cpu);
         std::printf("  %.1f, %.1f (%llu lost)\n", result.p50, result.p99,
                     static_cast<unsigned long long>(result.lost));
     }
@@ -224,12 +227,12 @@ void WakeUp(int rounds) {
 
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5; // NOLINT(cert-err34-c)
-    const std::string name = "bench-" + std::to_string(::getpid());
-    ::setenv("QUAYSIDE2_SEGMENT", name.c_str(), 1);
-    ::unsetenv("QUAYSIDE2_DEVICES");
+    const std::string name = "bench-" + std::to_string(getpid());
+    setenv("QUAYSIDE2_SEGMENT", name.c_str(), 1);
+    unsetenv("QUAYSIDE2_DEVICES");
     Throughput(rounds);
     WakeUp(rounds);
-    const std::string path = "/dev/shm/quayside2-" + std::to_string(::geteuid()) + "-" + name;
-    ::unlink(path.c_str());
+    const std::string path = "/dev/shm/quayside2-" + std::to_string(geteuid()) + "-" + name;
+    unlink(path.c_str());
     return 0;
 }

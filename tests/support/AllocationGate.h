@@ -1,13 +1,13 @@
-// Holds a thread back until a test begins to count allocations: a sanitizer allocates for a new thread, on
-// that thread.
+// Holds a thread back until a test begins to count allocations: a sanitizer allocates memory when a thread
+// begins, on that thread.
 #ifndef FLOWLANE_TESTS_ALLOCATIONGATE_H
 #define FLOWLANE_TESTS_ALLOCATIONGATE_H
 
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 
 namespace testsupport {
 
@@ -15,9 +15,9 @@ class AllocationGate {
 public:
     // Waits until it is open; the test's own thread passes at once.
     void Pass() noexcept {
-        while (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
+        if (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
             mIsReached.store(true);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            EXPECT_TRUE(WaitUntil([this] { return !mIsClosed.load(); }));
         }
     }
     bool IsReached() const noexcept { return mIsReached.load(); }
@@ -29,7 +29,7 @@ private:
     const std::thread::id mOwner = std::this_thread::get_id();
 };
 
-// Virtual time that begins when the gate is open.
+// A virtual clock that nobody can read before the gate is open.
 class GatedClock final : public flowlane::PipelineClock {
 public:
     explicit GatedClock(unsigned maxSleeps) : mClock(maxSleeps) {}

@@ -2,8 +2,11 @@
 #ifndef FLOWLANE_TESTS_BYTELIST_H
 #define FLOWLANE_TESTS_BYTELIST_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
@@ -44,7 +47,7 @@ inline ByteList Text(const char* text) {
     return {text, text + std::strlen(text)};
 }
 
-// Bytes that tell their place.
+// Bytes that each differ from their neighbours: first, first + 1 and so on.
 inline ByteList Counting(std::size_t count, unsigned first = 1) {
     ByteList bytes(count);
     for (std::size_t i = 0; i < count; ++i) {

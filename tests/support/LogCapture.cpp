@@ -16,7 +16,7 @@ std::ostream& operator<<(std::ostream& stream, const CapturedMessage& message) {
 LogCapture::LogCapture(KELogger& logger, KELogLevel level)
     : KELogTarget("LogCapture"), mLogger(logger), mOldLevel(logger.Level()) {
     mLogger.SetLevel(level);
-    mLogger.AttachTarget(*this);
+    static_cast<void>(mLogger.AttachTarget(*this)); // without a free slot no line comes, which the test sees
 }
 
 LogCapture::~LogCapture() {
@@ -43,15 +43,15 @@ std::vector<std::string> LogCapture::Texts() const {
 }
 
 std::size_t LogCapture::Count(KELogLevel level, const std::string& text) const {
-    const std::vector<CapturedMessage> messages = Messages();
+    const std::lock_guard lock(mMutex);
     return static_cast<std::size_t>(
-        std::count(messages.begin(), messages.end(), CapturedMessage{level, text}));
+        std::count(mMessages.begin(), mMessages.end(), CapturedMessage{level, text}));
 }
 
 std::size_t LogCapture::CountContaining(KELogLevel level, const std::string& part) const {
-    const std::vector<CapturedMessage> messages = Messages();
+    const std::lock_guard lock(mMutex);
     return static_cast<std::size_t>(
-        std::count_if(messages.begin(), messages.end(), [&](const CapturedMessage& message) {
+        std::count_if(mMessages.begin(), mMessages.end(), [&](const CapturedMessage& message) {
             return message.level == level && message.text.find(part) != std::string::npos;
         }));
 }

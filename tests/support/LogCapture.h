@@ -1,4 +1,4 @@
-// Captures what the code under test reports: log messages of one logger, or the toolbox's diagnostics.
+// Captures what the code under test reports: the log messages of one logger, or the diagnostics of the toolbox.
 #ifndef FLOWLANE_TESTS_LOGCAPTURE_H
 #define FLOWLANE_TESTS_LOGCAPTURE_H
 
@@ -12,14 +12,13 @@ namespace testsupport {
 
 struct CapturedMessage {
     kestrelon::KELogLevel level;
-    std::string text; // headers included, prefix not
+    std::string text; // with its headers, without the prefix
 
     friend bool operator==(const CapturedMessage&, const CapturedMessage&) = default;
 };
 std::ostream& operator<<(std::ostream& stream, const CapturedMessage& message);
 
-// While it lives, the messages of one logger are kept, of all levels unless told otherwise. From any
-// thread.
+// While it lives, it keeps the messages of one logger, by default those of all levels. Safe from any thread.
 class LogCapture : public kestrelon::KELogTarget {
 public:
     explicit LogCapture(kestrelon::KELogger& logger = kestrelon::logger::Global,
@@ -30,9 +29,9 @@ public:
                        const kestrelon::KELogMsgMetaData& metaData) override;
 
     std::vector<CapturedMessage> Messages() const;
-    // The messages' texts alone.
+    // Without the levels.
     std::vector<std::string> Texts() const;
-    // How many messages have exactly this level and text, or contain the text.
+    // How many messages have this level and exactly this text, or contain it.
     std::size_t Count(kestrelon::KELogLevel level, const std::string& text) const;
     std::size_t CountContaining(kestrelon::KELogLevel level, const std::string& part) const;
     void Clear();
@@ -44,7 +43,8 @@ private:
     std::vector<CapturedMessage> mMessages;
 };
 
-// While it lives, the toolbox's diagnostics are kept instead of going to the system log. One at a time.
+// While it lives, it keeps the diagnostics of the toolbox, which do not go to the system log then. One object
+// at a time.
 class DebugOutputCapture {
 public:
     DebugOutputCapture();

@@ -1,10 +1,11 @@
-// A folder of its own for a test, removed with all it holds when the test ends.
+// A new folder for a test, in the system's folder for temporary files (TMPDIR). It is removed with its contents
+// when the object goes away.
 #ifndef FLOWLANE_TESTS_TEMPORARYFOLDER_H
 #define FLOWLANE_TESTS_TEMPORARYFOLDER_H
 
-#include <gtest/gtest.h>
+#include <stdlib.h>
 
-#include <cstdlib>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -15,9 +16,12 @@ namespace testsupport {
 
 class TemporaryFolder {
 public:
+    // Throws when there can be none.
     TemporaryFolder() {
-        std::string name = testing::TempDir() + "flowlane-test.XXXXXX";
-        EXPECT_NE(mkdtemp(name.data()), nullptr);
+        std::string name = std::filesystem::temp_directory_path() / "flowlane-test.XXXXXX";
+        if (!mkdtemp(name.data())) {
+            throw std::system_error(errno, std::generic_category(), name);
+        }
         mPath = std::filesystem::canonical(name);
     }
     ~TemporaryFolder() {
@@ -30,7 +34,7 @@ public:
     // The path of an entry, existing or not.
     std::string operator/(const std::string& entry) const { return (mPath / entry).string(); }
     std::string Path() const { return mPath.string(); }
-    void MakeFile(const std::string& entry) const { std::ofstream(mPath / entry) << "content"; }
+    void MakeFile(const std::string& entry) const { Write(entry, "content"); }
     bool Exists(const std::string& entry) const { return std::filesystem::exists(mPath / entry); }
     // A file's content, "<none>" when there is no such file.
     std::string Read(const std::string& entry) const {
@@ -40,7 +44,7 @@ public:
     void Write(const std::string& entry, const std::string& content) const {
         std::ofstream(mPath / entry, std::ios::binary) << content;
     }
-    // A file that takes no byte: a link, so that nothing happens to the device itself.
+    // The path of a file that cannot take a byte. It is a link, so that removing it leaves the device alone.
     std::string FullDisk(const std::string& entry) const {
         std::filesystem::create_symlink("/dev/full", mPath / entry);
         return *this / entry;

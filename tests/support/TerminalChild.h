@@ -1,11 +1,12 @@
 // Runs a piece of a test in a process of its own whose standard input is a pseudo-terminal, on which the test
 // types the keys.
 //
-// The child reports lines of text; the test types, waits for lines and compares. All waits are bounded:
-// a child that does not answer is killed and the test fails.
+// The child reports lines of text. The test types keys, waits for lines and compares them. All waits end: a
+// child that does not answer is killed, and the test fails.
 #ifndef FLOWLANE_TESTS_TERMINALCHILD_H
 #define FLOWLANE_TESTS_TERMINALCHILD_H
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 #include <termios.h>
 
@@ -14,13 +15,13 @@
 
 namespace testsupport {
 
-// Whether the child leads a session whose terminal it is, as a shell gives it, or has the terminal without
-// job control, as other programs give it.
+// Controlling: the child leads a session of its own, and the terminal controls it, as in a shell.
+// NotControlling: the child has the terminal as standard input only, without job control.
 enum class TerminalKind { Controlling, NotControlling };
 
 class TerminalChild {
 public:
-    // The child's side. Text behind a line of what happened is what the test waits for.
+    // The child's side.
     class Reporter {
     public:
         explicit Reporter(int descriptor) : mDescriptor(descriptor) {}
@@ -38,10 +39,10 @@ public:
     TerminalChild& operator=(const TerminalChild&) = delete;
 
     void Type(const std::string& keys) const;
-    // The next line the child reports; "<end>" when it has ended, "<time-out>" when it says nothing.
+    // The next line that the child reports; "<end>" when it has ended, "<time-out>" when none comes.
     std::string NextLine();
-    // Waits until condition says yes to the terminal's modes.
-    bool WaitForModes(const std::function<bool(const termios&)>& condition) const;
+    // Waits until condition is true for the terminal's modes.
+    testing::AssertionResult WaitForModes(const std::function<bool(const termios&)>& condition) const;
     // All that the terminal has shown so far.
     std::string Shown() const;
     // Hangs up: the terminal is gone for the child.
@@ -49,7 +50,7 @@ public:
 
 private:
     pid_t mPid = -1;
-    int mTerminal = -1; // the keyboard's and screen's side
+    int mTerminal = -1; // the side of the keyboard and the screen
     int mReports = -1;
     std::string mBuffer;
 };

@@ -1,5 +1,5 @@
-// The logger for what the user sees on the console. It stands apart from the other global objects so
-// that every stage can log to it without knowing the program around it.
+// The logger for what the user sees on the console. Safe from any thread. It is declared in the lowest layer
+// so that every layer can log to it; program/Globals.cpp defines it.
 #ifndef FLOWLANE_LOGCONS_H
 #define FLOWLANE_LOGCONS_H
 

@@ -11,8 +11,11 @@ public:
     TimePoint Now() noexcept override {
         return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
     }
-    // An interrupted sleep ends early; who sleeps here looks at the clock again anyway.
-    void Sleep(unsigned milliseconds) noexcept override { kestrelon::KEPosixSleep(milliseconds); }
+    // The status is of no use: a sleep that a signal cuts short is logged, and callers look at the clock
+    // again.
+    void Sleep(unsigned milliseconds) noexcept override {
+        static_cast<void>(kestrelon::KEPosixSleep(milliseconds));
+    }
 };
 
 } // namespace

@@ -1,5 +1,5 @@
-// The time of the pipeline: what its stages know of the clock and of sleeping goes through here, so that
-// pacing can be run in another time than the real one. An implementation serves several threads at once.
+// The clock of the pipeline. All stages read the time and sleep through it, so that tests can run them in
+// virtual time. Implementations are safe from any thread.
 #ifndef FLOWLANE_PIPELINECLOCK_H
 #define FLOWLANE_PIPELINECLOCK_H
 
@@ -10,16 +10,17 @@ namespace flowlane {
 
 class PipelineClock {
 public:
-    // Signed 64-bit nanoseconds, of the monotonic clock when they are points.
+    // Signed 64-bit nanoseconds; points are those of the monotonic clock.
     using Duration = std::chrono::duration<std::int64_t, std::nano>;
     using TimePoint = std::chrono::time_point<std::chrono::steady_clock, Duration>;
 
     virtual ~PipelineClock() = default;
 
     virtual TimePoint Now() noexcept = 0;
+    // May return early: look at the clock again.
     virtual void Sleep(unsigned milliseconds) noexcept = 0;
 
-    // The real time.
+    // Real time.
     static PipelineClock& System() noexcept;
 
 protected:

@@ -1,5 +1,5 @@
-// A counter that one thread raises and any thread reads: a statistics field. Without locked instructions,
-// so that it costs nothing on a hot path; the reader sees each value whole, but maybe a little late.
+// A counter that one thread changes and any thread reads: a field of statistics. It needs no locked
+// instruction, so it costs nothing on a hot path. A reader sees whole values, maybe a little late.
 #ifndef FLOWLANE_RELAXEDCOUNTER_H
 #define FLOWLANE_RELAXEDCOUNTER_H
 

@@ -4,8 +4,8 @@
 
 namespace flowlane {
 
-// For example "Nov 14 2022" and "10:28:12". The compiler's clock, or SOURCE_DATE_EPOCH when the build
-// sets it.
+// For example "Nov 14 2022" and "10:28:12", of the compiler's clock, or of SOURCE_DATE_EPOCH when the build
+// sets it. The texts live as long as the program.
 const char* BuildDate() noexcept;
 const char* BuildTimeOfDay() noexcept;
 

@@ -1,13 +1,14 @@
+#include <cstdint>
 #include <string>
 #include <system_error>
 
-#include "KEPosixTime.h"
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
 #include "commands/CommandChecks.h"
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
 #include "kestatus_util.h"
 #include "streaming/AvtpSource.h"
@@ -20,7 +21,6 @@ using namespace kestrelon;
 namespace {
 
 constexpr std::uint32_t cMaxPortNumber = 0xFFFF;
-constexpr unsigned cStatisticsInterval = 1000; // ms
 
 KESTATUS CheckPortNumberOption() {
     if (gCmdLine.mPortNumber <= cMaxPortNumber) {
@@ -31,17 +31,45 @@ KESTATUS CheckPortNumberOption() {
 }
 
 KESTATUS CheckArguments(KEEthernetMacAddress& sourceAddress) {
-    KESTATUS st = CheckArgumentsPresent();
-    if (st == KESTATUS_SUCCESS) {
-        st = ReadMacAddressOption(sourceAddress);
-    }
-    if (st == KESTATUS_SUCCESS) {
-        st = CheckUniqueIdOption();
-    }
+    const KESTATUS st = CheckStreamArguments(sourceAddress);
     return st == KESTATUS_SUCCESS ? CheckPortNumberOption() : st;
 }
 
-// What a status means; those of an errno have not all a text of their own.
+KESTATUS Create(QuaysideDevice& device, const KEEthernetMacAddress& sourceAddress, RtpUdpSink& sink,
+                AvtpSource& source) {
+    const std::string& hostName = gCmdLine.mArgs.front();
+    const auto port = static_cast<std::uint16_t>(gCmdLine.mPortNumber);
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create RTP sink, host name='{}', port={}...", hostName, port);
+    KESTATUS st = sink.CreateRtpUdpSink(hostName.c_str(), port, 0, true);
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "CreateRtpUdpSink failed, st={}.", st);
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "Host name '{}' resolved to address {}", hostName,
+                       sink.SocketAddress());
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP source...");
+    st = source.CreateAvtpSource(device, sink, sourceAddress.mMacAddr,
+                                 static_cast<std::uint16_t>(gCmdLine.mUniqueId), gCmdLine.mUniqueIdPresent);
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "CreateAvtpSource failed, st={}.", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS Start(const std::string& deviceDescription, RtpUdpSink& sink, AvtpSource& source) {
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start RTP sink...");
+    KESTATUS st = sink.StartSink();
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP source on device {}...", deviceDescription);
+    st = source.StartSource();
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// The system's text for a status that is an errno, the toolbox's text for any other.
 std::string TextOf(KESTATUS st) {
     constexpr KESTATUS cErrnoMask = 0xFFFF;
     if ((st & ~cErrnoMask) == KESTATUS_LINUX_BASE) {
@@ -50,7 +78,7 @@ std::string TextOf(KESTATUS st) {
     return KEStatusTextA(st);
 }
 
-// Tells of sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
+// Reports sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
 // on the console would say so.
 class SendFailureReport {
 public:
@@ -68,22 +96,37 @@ private:
     std::uint64_t mReported = 0;
 };
 
-// Prints the statistics once a second until the user asks for the end: the stream itself has none.
-void WaitForEnd(const AvtpSource& source, const RtpUdpSink& sink, SendFailureReport& sendFailures,
-                LostFramesReport& lostFrames, FailureReport& failure, StopRequest& stopRequest) {
-    while (!stopRequest.IsRequested()) {
-        const AvtpSource::Statistics sourceStats = source.QuerryStatistics();
-        const RtpUdpSink::Statistics sinkStats = sink.QuerryStatistics();
-        KEOutputLogMessage(logger::Cons, KEINFO,
-                           "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
-                           sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered,
-                           sinkStats.infUdpPacketsSent);
-        const KESTATUS failureStatus = source.FailureStatus(); // behind it all losses until then are seen
-        sendFailures.Print(sinkStats);
-        lostFrames.Print(source.LostFrames());
-        failure.Print(failureStatus);
-        KEPosixSleep(cStatisticsInterval);
-    }
+// What the user is told while the stream is forwarded.
+class Reports {
+public:
+    Reports(const AvtpSource& source, const RtpUdpSink& sink) : mSource(source), mSink(sink) {}
+
+    void PrintStatistics();
+    // Only what is new since the last call.
+    void PrintLossesAndFailures(const RtpUdpSink::Statistics& sinkStats);
+
+private:
+    const AvtpSource& mSource;
+    const RtpUdpSink& mSink;
+    SendFailureReport mSendFailures;
+    LostFramesReport mLostFrames{"Received frames lost because reading was too slow: {}"};
+    FailureReport mFailure{"AVTP source has ended, st={}."};
+};
+
+void Reports::PrintStatistics() {
+    const AvtpSource::Statistics sourceStats = mSource.QuerryStatistics();
+    const RtpUdpSink::Statistics sinkStats = mSink.QuerryStatistics();
+    KEOutputLogMessage(
+        logger::Cons, KEINFO, "AVTP packets received: {}, TS packets sent: {}, UDP packets sent: {}",
+        sourceStats.infAvtpPacketsReceived, sourceStats.infTsPacketsDelivered, sinkStats.infUdpPacketsSent);
+    PrintLossesAndFailures(sinkStats);
+}
+
+void Reports::PrintLossesAndFailures(const RtpUdpSink::Statistics& sinkStats) {
+    const KESTATUS failure = mSource.FailureStatus(); // read first: all losses until then are known
+    mSendFailures.Print(sinkStats);
+    mLostFrames.Print(mSource.LostFrames());
+    mFailure.Print(failure);
 }
 
 } // namespace
@@ -94,8 +137,6 @@ KESTATUS CmdAv2Rtp() {
     if (st != KESTATUS_SUCCESS) {
         return st;
     }
-    const std::string& hostName = gCmdLine.mArgs.front();
-    const auto port = static_cast<std::uint16_t>(gCmdLine.mPortNumber);
 
     // Before the device, so that it outlives it: a late signal does not cut the closing short.
     StopRequest stopRequest;
@@ -105,49 +146,28 @@ KESTATUS CmdAv2Rtp() {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Create RTP sink, host name='{}', port={}...", hostName, port);
     RtpUdpSink sink;
-    st = sink.CreateRtpUdpSink(hostName.c_str(), port, 0, true);
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateRtpUdpSink failed, st={}.", st);
-    }
-    KEOutputLogMessage(logger::Cons, KEINFO, "Host name '{}' resolved to address {}", hostName,
-                       sink.SocketAddress());
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP source...");
     AvtpSource source;
-    st = source.CreateAvtpSource(device, sink, sourceAddress.mMacAddr,
-                                 static_cast<std::uint16_t>(gCmdLine.mUniqueId), gCmdLine.mUniqueIdPresent);
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateAvtpSource failed, st={}.", st);
+    st = Create(device, sourceAddress, sink, source);
+    if (st == KESTATUS_SUCCESS) {
+        st = Start(description, sink, source);
     }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Start RTP sink...");
-    st = sink.StartSink();
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
-    }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP source on device {}...", description);
-    st = source.StartSource();
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+        return st;
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
-    SendFailureReport sendFailures;
-    LostFramesReport lostFrames("Received frames lost because reading was too slow: {}");
-    FailureReport failure("AVTP source has ended, st={}.");
-    WaitForEnd(source, sink, sendFailures, lostFrames, failure, stopRequest);
+    Reports reports(source, sink);
+    PrintStatisticsUntilEnd(stopRequest, [&] {
+        reports.PrintStatistics();
+        return false; // the stream has no end
+    });
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP source...");
     source.StopSource();
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop RTP sink...");
     sink.StopSink();
-    sendFailures.Print(sink.QuerryStatistics());
-    lostFrames.Print(source.LostFrames());
-    failure.Print(source.FailureStatus());
+    reports.PrintLossesAndFailures(sink.QuerryStatistics());
     return KESTATUS_SUCCESS;
 }
 

@@ -1,5 +1,6 @@
-// The settings of a run, filled once from the command line before anything else happens and only read
-// afterwards. Each option writes exactly one member.
+// The settings of a run. The command line is parsed once, before anything else happens; from then on they
+// are only read, from any thread. An option writes one member. -u and -i also note that they were given, and
+// -h also replaces the command word.
 #ifndef FLOWLANE_CMDLINE_H
 #define FLOWLANE_CMDLINE_H
 
@@ -15,21 +16,21 @@ namespace flowlane {
 
 class CmdLine {
 public:
-    // Parses the words of the command line into the members. A problem has been printed to standard error
-    // when this returns a failure. -h replaces the command word by "help".
-    KESTATUS ParseCommandLine(int argc, const char* const* argv);
+    // Parses the words of the command line into the members. A failure is that of the parser, which has
+    // printed it to standard error.
+    [[nodiscard]] KESTATUS ParseCommandLine(int argc, const char* const* argv);
 
-    // Tells the parser of the command word and the options, which it writes into the members. The object
-    // outlives the parser.
+    // Defines the command word and the options, which the parser writes into the members. The object must
+    // outlive the parser.
     void DefineCommandLine(kestrelon::KECmdLineParserT<char>& parser);
 
     std::string mCommand;                     // the first positional word
     bool mShowHelp = false;                   // -h
     bool mVerbose = false;                    // -v
     bool mRewindFile = false;                 // -l
-    bool mUniqueIdPresent = false;            // -u was given
+    bool mUniqueIdPresent = false;            // -u, whatever its value
     bool mReplaceSourceMacAddr = false;       // -flsm
-    bool mStartFileIndexPresent = false;      // -i was given
+    bool mStartFileIndexPresent = false;      // -i, whatever its value
     std::vector<std::string> mArgs;           // the positional words after the first
     std::string mMacAddress;                  // -m: destination (ts2av) or source filter (av2rtp)
     kestrelon::KEUnicodeString mFriendlyName; // -n
@@ -46,9 +47,11 @@ public:
 
 extern CmdLine gCmdLine;
 
-// Prints the help text; the defaults it shows are the built-in ones.
+// Both print to the Cons logger.
+
+// The help text, with the built-in defaults.
 void PrintHelp();
-// Tells where the help is to be found.
+// A line that names the command for help.
 void PrintUsageHint();
 
 } // namespace flowlane

@@ -1,10 +1,13 @@
-#include "KEPosixTime.h"
+#include <cstdint>
+#include <string>
+
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
 #include "commands/CommandChecks.h"
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
 #include "streaming/AvtpSink.h"
 #include "streaming/TSFileSource.h"
@@ -18,7 +21,6 @@ namespace {
 constexpr std::uint32_t cMaxVlanTCI = 0xFFFF;
 constexpr std::uint32_t cVlanIdMask = 0xFFF;
 constexpr std::uint32_t cReservedVlanId = 0xFFF;
-constexpr unsigned cStatisticsInterval = 1000; // ms
 
 KESTATUS CheckVlanTCIOption() {
     if (gCmdLine.mVlanTCI > cMaxVlanTCI) {
@@ -37,41 +39,82 @@ KESTATUS CheckVlanTCIOption() {
 }
 
 KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
-    KESTATUS st = CheckArgumentsPresent();
-    if (st == KESTATUS_SUCCESS) {
-        st = ReadMacAddressOption(destination);
-    }
-    if (st == KESTATUS_SUCCESS) {
-        st = CheckUniqueIdOption();
-    }
+    const KESTATUS st = CheckStreamArguments(destination);
     return st == KESTATUS_SUCCESS ? CheckVlanTCIOption() : st;
 }
 
-// Prints the statistics once a second until the file has been sent or the user asks for the end.
-void WaitForEnd(const TSFileSource& source, const AvtpSink& sink, LostFramesReport& lostFrames,
-                FailureReport& failure, StopRequest& stopRequest) {
-    while (!stopRequest.IsRequested()) {
-        const AvtpSink::Statistics sinkStats = sink.QuerryStatistics();
-        KEOutputLogMessage(logger::Cons, KEINFO,
-                           "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
-                           source.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
-                           sinkStats.errNoResourcesToSent);
-        const bool isEndReached = source.IsEndOfFileReached();
-        const KESTATUS failureStatus = source.FailureStatus(); // behind it all losses until then are seen
-        lostFrames.Print(sink.LostFrames());
-        failure.Print(failureStatus);
-        if (isEndReached) {
-            if (failureStatus == KESTATUS_SUCCESS) {
-                KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
-            }
-            return;
-        }
-        KEPosixSleep(cStatisticsInterval);
+KESTATUS Create(QuaysideDevice& device, const KEEthernetMacAddress& destination, AvtpSink& sink,
+                TSFileSource& source) {
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
+    KESTATUS st =
+        sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
+                            static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
     }
+    const std::string& fileName = gCmdLine.mArgs.front();
+    KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
+    st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
+                                   TSFileSource::cDefaultNumberOfPackets);
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+KESTATUS Start(const std::string& deviceDescription, AvtpSink& sink, TSFileSource& source) {
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP sink on device {}...", deviceDescription);
+    KESTATUS st = sink.StartSink();
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
+    }
+    KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
+    st = source.StartSource();
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+    }
+    return KESTATUS_SUCCESS;
+}
+
+// What the user is told while the file is sent.
+class Reports {
+public:
+    Reports(const TSFileSource& source, const AvtpSink& sink) : mSource(source), mSink(sink) {}
+
+    // Returns whether the end of the file is reached.
+    bool PrintStatistics();
+    // Only what is new since the last call.
+    void PrintLossesAndFailure();
+
+private:
+    const TSFileSource& mSource;
+    const AvtpSink& mSink;
+    LostFramesReport mLostFrames{"Frames not sent because the link was down or busy: {}"};
+    FailureReport mFailure{"TS file source has ended, st={}."};
+};
+
+bool Reports::PrintStatistics() {
+    const AvtpSink::Statistics sinkStats = mSink.QuerryStatistics();
+    KEOutputLogMessage(logger::Cons, KEINFO,
+                       "TS packets sent: {}, AVTP packets sent: {}, AVTP packets discarded: {}",
+                       mSource.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
+                       sinkStats.errNoResourcesToSent);
+    const bool isEndReached = mSource.IsEndOfFileReached(); // read first: a failure until then is known
+    PrintLossesAndFailure();
+    if (isEndReached && mSource.FailureStatus() == KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
+    }
+    return isEndReached;
+}
+
+void Reports::PrintLossesAndFailure() {
+    const KESTATUS failure = mSource.FailureStatus(); // read first: all losses until then are known
+    mLostFrames.Print(mSink.LostFrames());
+    mFailure.Print(failure);
 }
 
 // Sends the frames that wait in the device's queue: a batch that ends in a full frame is not flushed. A
-// failure is told unless that of the source has been.
+// failure is reported unless the source has failed before.
 void SendLastFrames(QuaysideDevice& device, KESTATUS sourceFailure) {
     const KESTATUS st = device.SendRawFrames();
     if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA && sourceFailure == KESTATUS_SUCCESS) {
@@ -87,7 +130,6 @@ KESTATUS CmdTs2Av() {
     if (st != KESTATUS_SUCCESS) {
         return st;
     }
-    const std::string& fileName = gCmdLine.mArgs.front();
 
     // Before the device, so that it outlives it: a late signal does not cut the closing short.
     StopRequest stopRequest;
@@ -97,49 +139,28 @@ KESTATUS CmdTs2Av() {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
     AvtpSink sink;
-    st = sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
-                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
-    }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
     TSFileSource source;
-    st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
-                                   TSFileSource::cDefaultNumberOfPackets);
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);
+    st = Create(device, destination, sink, source);
+    if (st == KESTATUS_SUCCESS) {
+        st = Start(description, sink, source);
     }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Start AVTP sink on device {}...", description);
-    st = sink.StartSink();
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartSink failed, st={}.", st);
-    }
-
-    KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
-    st = source.StartSource();
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+        return st;
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
-                       fileName);
-    LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    FailureReport failure("TS file source has ended, st={}.");
-    WaitForEnd(source, sink, lostFrames, failure, stopRequest);
+                       gCmdLine.mArgs.front());
+    Reports reports(source, sink);
+    PrintStatisticsUntilEnd(stopRequest, [&] { return reports.PrintStatistics(); });
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
     source.StopSource();
     SendLastFrames(device, source.FailureStatus());
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP sink...");
     sink.StopSink();
-    lostFrames.Print(sink.LostFrames());
-    failure.Print(source.FailureStatus());
+    reports.PrintLossesAndFailure();
     return KESTATUS_SUCCESS;
 }
 

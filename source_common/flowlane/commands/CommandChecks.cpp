@@ -1,5 +1,7 @@
 #include "commands/CommandChecks.h"
 
+#include <cstdint>
+
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
 
@@ -10,17 +12,6 @@ using namespace kestrelon;
 namespace {
 
 constexpr std::uint32_t cMaxUniqueId = 0xFFFF;
-
-} // namespace
-
-KESTATUS CheckArgumentsPresent() {
-    if (!gCmdLine.mArgs.empty()) {
-        return KESTATUS_SUCCESS;
-    }
-    KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
-    PrintUsageHint();
-    return KESTATUS_INVALID_PARAMETER;
-}
 
 KESTATUS ReadMacAddressOption(KEEthernetMacAddress& address) {
     if (gCmdLine.mMacAddress.empty()) {
@@ -41,6 +32,25 @@ KESTATUS CheckUniqueIdOption() {
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "unique ID {:#X} exceeds max. 0xFFFF.", gCmdLine.mUniqueId);
     return KESTATUS_INVALID_PARAMETER;
+}
+
+} // namespace
+
+KESTATUS CheckArgumentsPresent() {
+    if (!gCmdLine.mArgs.empty()) {
+        return KESTATUS_SUCCESS;
+    }
+    KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
+    PrintUsageHint();
+    return KESTATUS_INVALID_PARAMETER;
+}
+
+KESTATUS CheckStreamArguments(KEEthernetMacAddress& address) {
+    KESTATUS st = CheckArgumentsPresent();
+    if (st == KESTATUS_SUCCESS) {
+        st = ReadMacAddressOption(address);
+    }
+    return st == KESTATUS_SUCCESS ? CheckUniqueIdOption() : st;
 }
 
 const char* FriendlyNameOption() {

@@ -1,5 +1,5 @@
-// What the command drivers share: the checks of common arguments and their messages. All lines go to the
-// Cons logger; all settings come from gCmdLine. Called from the main thread.
+// The checks of arguments and options that several commands share. All lines go to the Cons logger; all
+// settings come from gCmdLine. Called from the main thread.
 #ifndef FLOWLANE_COMMANDCHECKS_H
 #define FLOWLANE_COMMANDCHECKS_H
 
@@ -9,15 +9,15 @@
 namespace flowlane {
 
 //   KESTATUS_INVALID_PARAMETER  there is no positional argument
-KESTATUS CheckArgumentsPresent();
+[[nodiscard]] KESTATUS CheckArgumentsPresent();
 
-// The address of option -m, broadcast without the option. A failure is InitFromString's.
-KESTATUS ReadMacAddressOption(kestrelon::KEEthernetMacAddress& address);
+// The checks of the two commands for streams. address gets the value of option -m, or the broadcast address
+// without the option.
+//   KESTATUS_INVALID_PARAMETER  there is no positional argument, or the unique ID does not fit 16 bits
+// An address that is not valid gives the status of KEEthernetMacAddress::InitFromString.
+[[nodiscard]] KESTATUS CheckStreamArguments(kestrelon::KEEthernetMacAddress& address);
 
-//   KESTATUS_INVALID_PARAMETER  the unique ID does not fit 16 bits
-KESTATUS CheckUniqueIdOption();
-
-// The name of option -n, null without the option.
+// The name of option -n; null without the option. Valid as long as gCmdLine is not changed.
 const char* FriendlyNameOption();
 
 } // namespace flowlane

@@ -19,19 +19,20 @@ struct Commands {
 extern const Commands gCommands;
 
 // The command drivers. Each runs on the main thread, reads its settings from gCmdLine and returns when its
-// input has ended or the user asks for the end; the status is the program's exit code.
+// input has ended or the user asks for the end. The status is the exit code of the program; what failed has
+// been printed.
 
 // Sends a transport stream file as an IEEE 1722 stream, paced by its own clock references.
-KESTATUS CmdTs2Av();
+[[nodiscard]] KESTATUS CmdTs2Av();
 
 // Receives an IEEE 1722 stream and forwards its transport stream as RTP over UDP.
-KESTATUS CmdAv2Rtp();
+[[nodiscard]] KESTATUS CmdAv2Rtp();
 
 // Captures Ethernet frames to a pcap-ng file or a numbered set of files.
-KESTATUS CmdPcap();
+[[nodiscard]] KESTATUS CmdPcap();
 
 // Replays a pcap-ng file or a numbered set of files with the recorded timing.
-KESTATUS CmdPlayPcap();
+[[nodiscard]] KESTATUS CmdPlayPcap();
 
 } // namespace flowlane
 

@@ -1,5 +1,6 @@
-// What the commands tell the user about their device and their worker besides the statistics: frames that
-// were lost, and a worker that has given up. All lines go to the Cons logger. Called from the main thread.
+// What the commands report of their device and their worker besides the statistics: frames that were lost,
+// and a worker that has ended by itself. All lines go to the Cons logger. Called from the main thread. The
+// formats are not copied and must outlive the objects.
 #ifndef FLOWLANE_DEVICEREPORTS_H
 #define FLOWLANE_DEVICEREPORTS_H
 
@@ -9,7 +10,7 @@
 
 namespace flowlane {
 
-// Tells how many frames were lost, when the number has changed.
+// Reports how many frames were lost, when the number has changed.
 class LostFramesReport {
 public:
     // format has one field, for the number.
@@ -22,11 +23,12 @@ private:
     std::uint64_t mReported = 0;
 };
 
-// Tells once why a worker has ended by itself.
+// Reports once why a worker has ended by itself.
 class FailureReport {
 public:
     // format has one field, for the status.
     explicit FailureReport(const char* format) : mFormat(format) {}
+    // failure: success while the worker runs.
     void Print(KESTATUS failure);
 
 private:

@@ -12,8 +12,8 @@ using namespace kestrelon;
 
 namespace {
 
-// What the opening for transmission and for reception have in common: enumerates the devices, finds the
-// index and the description, and closes what device holds.
+// The part of opening that is the same for transmission and reception: enumerates the devices, finds the
+// index and the description, and closes a device that is open.
 KESTATUS SelectDevice(QuaysideEnumerator& enumerator, QuaysideDevice& device, const char* friendlyName,
                       unsigned& index, std::string& description) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Enumerate available devices...");
@@ -83,8 +83,7 @@ KESTATUS OpenRawTxDevice(QuaysideDevice& device, const char* friendlyName, std::
     if (st == KESTATUS_SUCCESS) {
         st = device.OpenRawTxDevice(enumerator, index, 0, QBXRawHeaderType_None, 0);
         if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Cons, KEERROR, "OpenRawTxDevice failed, st={}.",
-                               KEFormatArgKEStatus(st));
+            return KEOutputFailure(logger::Cons, "OpenRawTxDevice failed, st={}.", st);
         }
     }
     return st;
@@ -98,8 +97,7 @@ KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName, std::
     if (st == KESTATUS_SUCCESS) {
         st = device.OpenRawRxDevice(enumerator, index, 0, headerType, 0);
         if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Cons, KEERROR, "OpenRawRxDevice failed, st={}.",
-                               KEFormatArgKEStatus(st));
+            return KEOutputFailure(logger::Cons, "OpenRawRxDevice failed, st={}.", st);
         }
     }
     return st;

@@ -13,17 +13,20 @@ namespace flowlane {
 
 // Finds the first of count instances whose friendly name equals name. Instances in use are skipped.
 //   KESTATUS_NOT_FOUND  there is none; index is unchanged
-// Another failure to open an instance ends the search with its status.
-KESTATUS LookupDeviceIndexForFriendlyName(const QuaysideEnumerator& enumerator, unsigned count,
-                                          const char* name, unsigned& index);
+// An instance that cannot be opened for another reason ends the search with its status.
+[[nodiscard]] KESTATUS LookupDeviceIndexForFriendlyName(const QuaysideEnumerator& enumerator, unsigned count,
+                                                        const char* name, unsigned& index);
 
-// Opens the device called friendlyName, or the one with the index of the settings when friendlyName is
-// null. description gets the text by which messages name the device: the index, or name(index). A device
-// that was open is closed first.
+// Open the device with this friendly name, or the one with the index of the settings when friendlyName is
+// null. A device that is open is closed first. description gets the text that stands for the device in
+// messages: the index, or name(index). headerType: what precedes each received frame.
 //   KESTATUS_NO_DEVICES  there is no device at all
-KESTATUS OpenRawTxDevice(QuaysideDevice& device, const char* friendlyName, std::string& description);
-KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName, std::string& description,
-                         QBXRawHeaderType headerType);
+//   KESTATUS_NOT_FOUND   there is none with this name
+// Other failures are those of the device library.
+[[nodiscard]] KESTATUS OpenRawTxDevice(QuaysideDevice& device, const char* friendlyName,
+                                       std::string& description);
+[[nodiscard]] KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName,
+                                       std::string& description, QBXRawHeaderType headerType);
 
 } // namespace flowlane
 

@@ -22,10 +22,10 @@ using namespace kestrelon;
 namespace {
 
 constexpr int cStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
-// Signals that come within this time after the first belong to it, in nanoseconds: who ends a process by
-// time limit signals the process and then its group, so that it arrives twice.
+// Signals that come within this time after the first belong to it, in nanoseconds. A tool that ends a process
+// at a time limit signals the process and then its group, so the signal arrives twice.
 constexpr std::int64_t cRepeatedSignalTime = 500'000'000;
-// What an instruction that fails raises.
+// Raised by an instruction that fails.
 constexpr int cFaultSignals[] = {SIGILL, SIGBUS, SIGFPE, SIGSEGV};
 // These cannot be handled or do not end the process by default. All others do, the real-time ones included.
 constexpr int cOtherSignals[] = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU,
@@ -38,7 +38,7 @@ bool IsOneOf(const int (&signals)[Count], int signalNumber) {
 
 using Handler = void (*)(int, siginfo_t*, void*);
 
-// What the signal handlers work with. They run on the owner's thread, but those for a fault or an abort.
+// The state of the signal handlers. They run on the thread of the owner, except for a fault or an abort.
 pthread_t sOwner;
 std::atomic<bool> sIsSignalled{false};
 std::atomic<std::int64_t> sFirstSignalTime{0}; // nanoseconds of the monotonic clock
@@ -63,7 +63,7 @@ private:
     sigset_t mEarlierMask;
 };
 
-// Handlers leave errno as they found it.
+// Restores errno: a handler must not change it for the code that it interrupts.
 class KeptErrno {
 public:
     KeptErrno() = default;
@@ -75,7 +75,7 @@ private:
     int mValue = errno;
 };
 
-// Also when the keys were direct and somebody else, such as a shell, has set the modes since.
+// Also when another program, such as a shell, has set the modes since the last switch.
 void SwitchToDirectKeys() {
     const BlockedSignals blocked;
     if (sAreKeysDirect.load() && !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode()) {
@@ -88,7 +88,8 @@ void SwitchToDirectKeys() {
 
 void SwitchToUsualModes() {
     if (sAreKeysDirect.exchange(false)) {
-        KEPosixRestoreKeyModes(sUsualModes);
+        // In the background the modes belong to somebody else.
+        static_cast<void>(KEPosixRestoreKeyModes(sUsualModes));
     }
 }
 
@@ -99,8 +100,8 @@ void LeaveTerminal() {
     SwitchToUsualModes();
 }
 
-// Handlers run on the owner's thread, which blocks them while it switches modes, so that the terminal never
-// gets its direct keys behind a handler's back.
+// A handler passes its signal to the thread of the owner and runs there. That thread blocks signals while it
+// switches modes, so that no handler runs in the middle of a switch.
 bool IsPassedToOwner(int signalNumber) {
     if (pthread_equal(pthread_self(), sOwner) != 0) {
         return false;
@@ -135,13 +136,13 @@ void OnStopSignal(int signalNumber, siginfo_t*, void*) {
 void OnDeadlySignal(int signalNumber, siginfo_t* info, void*) {
     const KeptErrno keptErrno;
     const bool isFault = IsOneOf(cFaultSignals, signalNumber) && info->si_code > 0;
-    const bool isRaised = info->si_code == SI_TKILL; // by a thread that aborts, which waits for nobody
+    const bool isRaised = info->si_code == SI_TKILL; // by a thread that aborts: the owner would come too late
     if (!isFault && !isRaised && IsPassedToOwner(signalNumber)) {
         return;
     }
     LeaveTerminal();
     sigaction(signalNumber, &sEarlierActions[signalNumber], nullptr);
-    if (!isFault) { // the instruction of a fault fails again, and so tells its address again
+    if (!isFault) { // the instruction of a fault fails again, with its address
         raise(signalNumber);
     }
 }
@@ -190,7 +191,7 @@ void ReplaceDeadlySignals() {
         if (IsOneOf(cStopSignals, signalNumber) || IsOneOf(cOtherSignals, signalNumber)) {
             continue;
         }
-        // A handler that is there shows that the signal does not end the process, but for faults.
+        // A signal that has a handler does not end the process, unless it is a fault.
         if (IsDefault(signalNumber) || (IsOneOf(cFaultSignals, signalNumber) && !IsIgnored(signalNumber))) {
             Replace(signalNumber, &OnDeadlySignal);
         }
@@ -234,10 +235,10 @@ StopRequest::~StopRequest() {
 }
 
 bool StopRequest::IsRequested() {
-    SwitchToDirectKeys(); // it may have come to the foreground without a signal
+    SwitchToDirectKeys(); // the process may have come to the foreground without a signal
     if (!mIsKeyPressed && KEPosixKbHit()) {
         KEPosixGetCh();
-        KEPosixDiscardKeys(); // some keys are several bytes
+        KEPosixDiscardKeys(); // some keys send several bytes
         mIsKeyPressed = true;
     }
     return mIsKeyPressed || sIsSignalled.load();

@@ -1,5 +1,5 @@
-// The program's global objects. They stand in one file because their order of construction matters: the
-// settings and command words first, then what prints messages.
+// The global objects of the program. They are in one file because their order of construction matters: first
+// the settings and the command words, then the objects that print messages.
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"

@@ -1,4 +1,5 @@
-// The program's log targets.
+// The log targets of the program. They are attached before other threads log; from then on they are safe from
+// any thread.
 #ifndef FLOWLANE_LOGTARGETOBJECTS_H
 #define FLOWLANE_LOGTARGETOBJECTS_H
 
@@ -7,7 +8,7 @@
 namespace flowlane {
 
 struct LogTargetObjects {
-    // Warnings and worse go to standard error, everything else to standard output.
+    // Warnings and more severe messages go to standard error, all others to standard output.
     kestrelon::KELogTargetConsole Console{"Console", kestrelon::KEWARN};
 };
 

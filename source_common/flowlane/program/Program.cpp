@@ -22,11 +22,8 @@ using namespace kestrelon;
 
 namespace {
 
-constexpr std::uint32_t cApiVersionMajor = 2;
-constexpr std::uint32_t cApiVersionMinor = 20;
-
-// Gives a missing standard stream a place, so that no file opened later gets its number and with it the
-// console's lines. Reading from it is the end of the input, and what is written to it is gone.
+// Opens the null device for each standard stream that is missing. Otherwise a file that is opened later would
+// get its number, and with it the lines for the console.
 void OccupyStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) == -1) {
@@ -36,11 +33,11 @@ void OccupyStandardDescriptors() {
     }
 }
 
-// What the stages and the toolbox log, apart from what the program prints anyway.
+// The messages of the stages and the toolbox, which are not printed otherwise.
 void ShowGlobalMessages() {
     static KELogTargetConsole sTarget("Verbose", KEMAXLEVEL); // all levels go to standard error
     KESetPrefixOptionsForLogTarget(sTarget, KELogMsgPrefixLayout::LevelName);
-    KEAttachLogTargetToLogger(sTarget, logger::Global);
+    static_cast<void>(KEAttachLogTargetToLogger(sTarget, logger::Global)); // has a free slot
 }
 
 KESTATUS RunCommand() {
@@ -66,11 +63,12 @@ KESTATUS RunCommand() {
 }
 
 int Run(int argc, const char* const* argv) {
-    KELinuxInitLoggingFacility(nullptr, nullptr);
-    KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons);
+    // A failure goes to the system log, and the work goes on without.
+    static_cast<void>(KELinuxInitLoggingFacility(nullptr, nullptr));
+    static_cast<void>(KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons)); // has a free slot
     KESetLevelForAllLoggers(KEINFO);
 
-    if (!QBX_CheckApiVersion(cApiVersionMajor, cApiVersionMinor)) {
+    if (!QBX_CheckApiVersion(QBX_API_VERSION_MAJOR, QBX_API_VERSION_MINOR)) {
         KEOutputLogMessage(logger::Cons, KEERROR, "The DLL is incompatible with this application.");
         return -1;
     }
@@ -94,7 +92,8 @@ int Run(int argc, const char* const* argv) {
 
 int RunProgram(int argc, const char* const* argv) {
     OccupyStandardDescriptors();
-    // A console whose reader has gone must not end a recording, and a file size limit is a write that fails.
+    // A console that nobody reads any more must not end a recording. Nor must the limit of a file's size:
+    // there the write fails.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     try {

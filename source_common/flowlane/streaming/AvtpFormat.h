@@ -1,13 +1,13 @@
-// The layout of an Ethernet frame that carries an MPEG-2 transport stream as an AVTP stream, shared by who
-// sends and who receives it. All fields of more than one byte are big-endian. In the order of the frame:
+// The layout of an Ethernet frame that carries an MPEG-2 transport stream as an AVTP stream, for the sender
+// and the receiver. All fields of more than one byte are big-endian. In the order of the frame:
 //
 //   Ethernet header, 14 bytes (IEEE 802.3), or 18 bytes with a VLAN tag (IEEE 802.1Q)
 //   AVTP common stream header, 24 bytes (IEEE 1722, subtype IEC 61883/IIDC)
 //   CIP header, 8 bytes (IEC 61883-1, with the values of IEC 61883-4)
 //   source packets, 192 bytes each: a 4-byte source packet header and a transport stream packet
 //
-// The frame check sequence is the device's business and counts nowhere here. Offsets are from the start of
-// the header that their name begins with.
+// The frame check sequence belongs to the device: no length here includes it. An offset counts from the start
+// of the header that its name begins with.
 #ifndef FLOWLANE_AVTPFORMAT_H
 #define FLOWLANE_AVTPFORMAT_H
 
@@ -74,7 +74,7 @@ constexpr unsigned cCipHeaderSize = 8;
 
 constexpr std::uint8_t cCipSid63 = 0x3F;  // QI 0, SID 63
 constexpr std::uint8_t cCipDbsTS = 6;     // 24 bytes
-constexpr std::uint8_t cCipFnTS = 0xC4;   // FN 3 (8 data blocks a source packet), QPC 0, SPH 1
+constexpr std::uint8_t cCipFnTS = 0xC4;   // FN 3 (8 data blocks per source packet), QPC 0, SPH 1
 constexpr std::uint8_t cCipSphBit = 0x04; // within the byte of FN
 constexpr std::uint8_t cCipFmtTS = 0xA0;  // QI 2, FMT 0x20
 

@@ -25,8 +25,6 @@ namespace flowlane {
 using namespace kestrelon;
 using namespace avtp;
 
-namespace {} // namespace
-
 KESTATUS AvtpSink::CreateAvtpSink(QuaysideDevice& device, const TNET_EthernetMacAddress& destinationAddress,
                                   std::uint16_t uniqueId, std::uint16_t vlanTCI,
                                   unsigned maxSourcePacketCount) {
@@ -71,7 +69,7 @@ KESTATUS AvtpSink::DeliverTSPacket(const TSPacket& packet) {
     }
     const KESTATUS st = AppendPacket(packet);
     if (st != KESTATUS_SUCCESS) {
-        mLostFrames.UpdateNow(); // the source gives up now, and nobody asks later
+        mLostFrames.UpdateNow(); // the source gives up: there is no later update
     }
     return st;
 }
@@ -88,8 +86,8 @@ KESTATUS AvtpSink::SendDeliveredPackets() {
 
 KESTATUS AvtpSink::AppendPacket(const TSPacket& packet) {
     if (mSourcePacketCount >= mMaxSourcePacketCount) {
-        // A full frame was kept because the wait for transmit resources ran out: this is its last chance,
-        // the buffer takes no further packet.
+        // A full frame was kept, because the device had no transmit resources or failed. This is its last
+        // chance: the buffer takes no further packet.
         const KESTATUS st = CompleteFrame();
         if (st != KESTATUS_SUCCESS) {
             return st;
@@ -148,7 +146,7 @@ void AvtpSink::InitEthernetHeader() {
 void AvtpSink::InitAvtpHeader() noexcept {
     mAvtpHeader[cAvtpSubtypeOffset] = cAvtpSubtype61883;
     mAvtpHeader[cAvtpFlagsOffset] = cAvtpStreamIdValid;
-    mAvtpHeader[cAvtpSequenceNumberOffset] = mSequenceNumber;
+    mAvtpHeader[cAvtpSequenceNumberOffset] = TakeSequenceNumber();
     mAvtpHeader[cAvtpTimestampUncertainOffset] = 0;
     std::memcpy(mAvtpHeader + cAvtpStreamIdOffset, mStreamId.bytes, sizeof mStreamId.bytes);
     KEStoreBE32(mAvtpHeader + cAvtpTimestampOffset, 0);
@@ -156,8 +154,11 @@ void AvtpSink::InitAvtpHeader() noexcept {
     KEStoreBE16(mAvtpHeader + cAvtpStreamDataLengthOffset, mStreamDataLength);
     mAvtpHeader[cAvtpTagChannelOffset] = cAvtpTagCipChannel31;
     mAvtpHeader[cAvtpTcodeSyOffset] = cAvtpTcodeASy0;
-    // Used up by every frame that is built, also by one that is dropped: the receiver sees the gap.
-    ++mSequenceNumber;
+}
+
+// Every frame that is built uses up a number, also one that is dropped: the receiver sees the gap.
+std::uint8_t AvtpSink::TakeSequenceNumber() noexcept {
+    return mSequenceNumber++;
 }
 
 void AvtpSink::InitCipHeader() noexcept {
@@ -169,13 +170,14 @@ void AvtpSink::InitCipHeader() noexcept {
     std::memset(mCipHeader + cCipFdfOffset, 0, cCipHeaderSize - cCipFdfOffset);
 }
 
+// The frame is submitted, kept for a later try, dropped for want of resources, or it fails. Only the last of
+// these is not a success.
 KESTATUS AvtpSink::SubmitEthernetFrame() {
     if (mWaitForResources) {
         const KESTATUS st = mDevice->WaitForTxResources(1, 0);
         if (st == KESTATUS_TIMEOUT) {
-            // The frame stays as it is, for a later try.
             mStats.errNoResourcesToSent.Add();
-            return KESTATUS_SUCCESS;
+            return KESTATUS_SUCCESS; // kept: nothing is reset
         }
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "WaitForTxResources failed, st={}", st);
@@ -183,10 +185,22 @@ KESTATUS AvtpSink::SubmitEthernetFrame() {
         mWaitForResources = false;
     }
     const unsigned frameLength = mEthernetHeaderSize + cAvtpHeaderSize + mStreamDataLength;
-    bool isDropped = false;
-    KESTATUS st = WaitUntilSubmittable(frameLength, isDropped);
-    if (st != KESTATUS_SUCCESS || isDropped) {
-        return st;
+    KESTATUS st = mDevice->CheckSubmitRawFrame(frameLength);
+    while (st == KESTATUS_NO_SPACE) {
+        st = mDevice->SendRawFrames(); // makes room in the device's queue
+        if (st != KESTATUS_SUCCESS) {
+            return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
+        }
+        st = mDevice->CheckSubmitRawFrame(frameLength);
+    }
+    if (st == KESTATUS_NO_RESOURCES) {
+        mWaitForResources = true;
+        mStats.errNoResourcesToSent.Add();
+        ResetFrame();
+        return KESTATUS_SUCCESS; // dropped
+    }
+    if (st != KESTATUS_SUCCESS) {
+        return KEOutputFailure(logger::Global, "CheckSubmitRawFrame failed, st={}", st);
     }
     st = mDevice->SubmitRawFrame(mEthernetFrame, frameLength, nullptr);
     if (st != KESTATUS_SUCCESS) {
@@ -197,32 +211,8 @@ KESTATUS AvtpSink::SubmitEthernetFrame() {
     return KESTATUS_SUCCESS;
 }
 
-// Flushes the device's queue until there is room for the frame. Without resources the frame is dropped,
-// which is a success.
-KESTATUS AvtpSink::WaitUntilSubmittable(unsigned frameLength, bool& isDropped) {
-    for (;;) {
-        KESTATUS st = mDevice->CheckSubmitRawFrame(frameLength);
-        if (st == KESTATUS_SUCCESS) {
-            return st;
-        }
-        if (st == KESTATUS_NO_RESOURCES) {
-            mWaitForResources = true;
-            mStats.errNoResourcesToSent.Add();
-            ResetFrame();
-            isDropped = true;
-            return KESTATUS_SUCCESS;
-        }
-        if (st != KESTATUS_NO_SPACE) {
-            return KEOutputFailure(logger::Global, "CheckSubmitRawFrame failed, st={}", st);
-        }
-        st = mDevice->SendRawFrames();
-        if (st != KESTATUS_SUCCESS) {
-            return KEOutputFailure(logger::Global, "SendRawFrames failed, st={}", st);
-        }
-    }
-}
-
-// Begins a new frame. The data block counter goes on for dropped frames too: the receiver sees the gap.
+// Begins a new frame. The data block counter also counts the blocks of a dropped frame: the receiver sees
+// the gap.
 void AvtpSink::ResetFrame() noexcept {
     mStreamDataLength = cCipHeaderSize;
     mDataBlockCount =
@@ -232,7 +222,8 @@ void AvtpSink::ResetFrame() noexcept {
 }
 
 AvtpSink::Statistics AvtpSink::QuerryStatistics() const noexcept {
-    return {mStats.infAvtpPacketsSent.Value(), mStats.errNoResourcesToSent.Value()};
+    return {.infAvtpPacketsSent = mStats.infAvtpPacketsSent.Value(),
+            .errNoResourcesToSent = mStats.errNoResourcesToSent.Value()};
 }
 
 } // namespace flowlane

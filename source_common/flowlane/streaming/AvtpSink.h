@@ -1,10 +1,11 @@
 // The sink that sends transport stream packets as an AVTP stream (AvtpFormat.h) through a device opened for
-// raw transmission. Packets are gathered in one frame buffer; a frame goes to the device when it is full or
-// when a batch ends. A device without transmit resources loses frames, which is counted and no failure.
+// raw transmission. Packets are gathered in one frame buffer. A frame goes to the device when it is full or
+// when a batch ends. Frames that the device has no transmit resources for are dropped and counted; that is no
+// failure.
 //
-// The device and the clock are not owned and outlive the sink. Creating, starting and stopping are for the
-// owner while no source uses the sink; delivering and sending are for the thread of the source, which alone
-// uses the device then; the statistics are for any thread. All messages go to the Global logger.
+// The device and the clock are not owned and must outlive the sink. The owner creates, starts and stops the
+// sink while no source uses it. Delivering and sending are for the thread of the source; no other thread may
+// use the device then. The statistics are for any thread. All messages go to the Global logger.
 #ifndef FLOWLANE_AVTPSINK_H
 #define FLOWLANE_AVTPSINK_H
 
@@ -30,53 +31,56 @@ public:
 
     struct Statistics {
         std::uint64_t infAvtpPacketsSent = 0;   // frames submitted to the device
-        std::uint64_t errNoResourcesToSent = 0; // frames dropped or delayed for want of transmit resources
+        std::uint64_t errNoResourcesToSent = 0; // frames dropped or delayed: no transmit resources
     };
 
     explicit AvtpSink(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
 
-    // Reads the device's MAC address, which is the frames' source and the first part of the stream ID.
-    // vlanTCI 0: frames without a VLAN tag. maxSourcePacketCount: packets a frame; 0, and whatever a frame
-    // cannot hold, stand for the 7 that fit.
-    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address is not one
-    KESTATUS CreateAvtpSink(QuaysideDevice& device,
-                            const kestrelon::TNET_EthernetMacAddress& destinationAddress,
-                            std::uint16_t uniqueId, std::uint16_t vlanTCI, unsigned maxSourcePacketCount);
+    // Reads the device's MAC address, which is the source of the frames and the first part of the stream ID.
+    // vlanTCI: 0 for frames without a VLAN tag. maxSourcePacketCount: packets per frame, 1 to 7; 0 and higher
+    // values mean 7, as many as fit.
+    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address does not have 6 bytes
+    // Other failures are the device's.
+    [[nodiscard]] KESTATUS CreateAvtpSink(QuaysideDevice& device,
+                                          const kestrelon::TNET_EthernetMacAddress& destinationAddress,
+                                          std::uint16_t uniqueId, std::uint16_t vlanTCI,
+                                          unsigned maxSourcePacketCount);
 
     // Begins a new stream: sequence number and data block count start at 0. Always succeeds.
-    KESTATUS StartSink() override;
-    // Looks once more how many frames the device has lost. A part-filled frame is abandoned.
+    [[nodiscard]] KESTATUS StartSink() override;
+    // Asks the device once more for its lost frames. Does not send a part-filled frame.
     void StopSink() override;
 
     //   KESTATUS_NOT_INITIALIZED  the sink was not created or not started
     // Other failures are the device's.
-    KESTATUS DeliverTSPacket(const TSPacket& packet) override;
-    // Sends a part-filled frame and flushes the device's queue. With nothing gathered it does neither: a
-    // full frame that was submitted before waits for the next part-filled one or for a full queue.
-    KESTATUS SendDeliveredPackets() override;
+    [[nodiscard]] KESTATUS DeliverTSPacket(const TSPacket& packet) override;
+    // Sends a part-filled frame and flushes the device's queue. Does neither when no packet is gathered: a
+    // full frame that was submitted before stays in the queue until the next part-filled one, or until the
+    // queue is full.
+    [[nodiscard]] KESTATUS SendDeliveredPackets() override;
 
     // Counted since construction.
     Statistics QuerryStatistics() const noexcept;
-    // Frames that were submitted and that the device did not send, since the sink was created; 0 with device
-    // libraries that do not count them. At most a second old, exact after a failure and after StopSink.
+    // Frames that were submitted but that the device did not send, since the sink was created. 0 with a
+    // device library that does not count them. At most a second old; exact after a failure and after
+    // StopSink.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
-    // The parts of building a frame; the sink calls them itself.
+    // The steps of building a frame. The sink calls them itself.
 
-    // Writes the Ethernet header, once a start.
+    // Once per start.
     void InitEthernetHeader();
-    // Write the headers of the frame being built. Only after StartSink; the AVTP header uses up a sequence
-    // number.
+    // Once per frame, after StartSink. The AVTP header uses up a sequence number.
     void InitAvtpHeader() noexcept;
     void InitCipHeader() noexcept;
 
 private:
     bool IsReady() const noexcept { return mDevice && mCurSourcePacket; }
-    KESTATUS AppendPacket(const TSPacket& packet);
-    KESTATUS SendPartFilledFrame();
-    KESTATUS CompleteFrame();
-    KESTATUS SubmitEthernetFrame();
-    KESTATUS WaitUntilSubmittable(unsigned frameLength, bool& isDropped);
+    [[nodiscard]] KESTATUS AppendPacket(const TSPacket& packet);
+    [[nodiscard]] KESTATUS SendPartFilledFrame();
+    [[nodiscard]] KESTATUS CompleteFrame();
+    [[nodiscard]] KESTATUS SubmitEthernetFrame();
+    std::uint8_t TakeSequenceNumber() noexcept;
     void ResetFrame() noexcept;
 
     PipelineClock& mClock;
@@ -110,7 +114,7 @@ private:
 
 namespace kestrelon::fmtimpl {
 
-// Prints the type's number.
+// Prints the number of the type.
 template <>
 int DoFormatAction<flowlane::EthernetHeaderType>(KEFormatterContext& context, const void* arg);
 

@@ -72,7 +72,7 @@ KESTATUS AvtpSource::StartSource() {
         }
         mIsReceptionEnabled = true;
     }
-    const KESTATUS st = mThread.CreateThread(this);
+    const KESTATUS st = mThread.CreateThread(this); // runs ThreadRoutine
     if (st != KESTATUS_SUCCESS) {
         if (st != KESTATUS_ALREADY_DONE) { // otherwise a running worker needs it
             mIsReceptionEnabled = false;
@@ -100,7 +100,7 @@ void AvtpSource::StopSource() {
 }
 
 // Disabling reception discards the frames that the worker has not taken. Under full load there are always
-// some, so the time is limited.
+// some, so the wait is limited.
 void AvtpSource::WaitUntilAllIsTaken() {
     const PipelineClock::TimePoint deadline = mClock.Now() + cTakeLimit;
     while (!mIsWaiting.load() && !mThread.HasEnded() && mClock.Now() < deadline) {
@@ -139,7 +139,7 @@ KESTATUS AvtpSource::WaitForFrames() {
     return st;
 }
 
-// Who sees the failure also sees how many frames were lost until then.
+// A thread that sees the failure also sees how many frames were lost before.
 void AvtpSource::GiveUp(const char* format, KESTATUS st) {
     KEOutputFailure(logger::Global, format, st);
     mLostFrames.UpdateNow();
@@ -227,7 +227,7 @@ bool AvtpSource::CheckEthernetHeader(const std::uint8_t* frame, unsigned length,
     return true;
 }
 
-// Of the group addresses only broadcast is meant for this receiver.
+// The only group address that this receiver accepts is broadcast.
 bool AvtpSource::CheckDestinationAddress(const std::uint8_t* destination) const {
     const bool isGroupAddress = (destination[0] & 0x01) != 0;
     if (isGroupAddress) {
@@ -327,7 +327,7 @@ void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
     const bool isFirstOfSourcePacket = mDataBlockCount % cDataBlocksPerSourcePacket == 0;
     if (mTsPacketState == TSPacketAssemblerState::Synchronizing) {
         if (!isFirstOfSourcePacket) {
-            ++mDataBlockCount; // inside a source packet that was not seen from its start
+            ++mDataBlockCount; // inside a source packet whose start was not received
             return;
         }
         mTsPacketState = TSPacketAssemblerState::ReceivingDataBlocks;
@@ -346,14 +346,15 @@ void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
     }
 }
 
-// What was put together of a packet so far is forgotten.
+// Discards the part of a packet that was put together so far.
 void AvtpSource::ResetTsPacketAssembler() noexcept {
     mCurTsPacketData = mTsPacket.mData;
     mTsPacketState = TSPacketAssemblerState::Synchronizing;
 }
 
 AvtpSource::Statistics AvtpSource::QuerryStatistics() const noexcept {
-    return {mStats.infAvtpPacketsReceived.Value(), mStats.infTsPacketsDelivered.Value()};
+    return {.infAvtpPacketsReceived = mStats.infAvtpPacketsReceived.Value(),
+            .infTsPacketsDelivered = mStats.infTsPacketsDelivered.Value()};
 }
 
 } // namespace flowlane

@@ -1,11 +1,12 @@
-// The source that receives an AVTP stream (AvtpFormat.h) from a device opened for raw reception, checks each
-// frame layer by layer, puts the transport stream packets together again and hands them to its sink.
+// The source that receives an AVTP stream (AvtpFormat.h) from a device opened for raw reception. It checks
+// each frame layer by layer, puts the transport stream packets together again and hands them to its sink.
+// Frames that are not for this receiver are ignored. After damage or loss the stream goes on with the next
+// source packet.
 //
-// Frames that are not for this receiver are ignored; after damage or loss the stream resumes with the next
-// source packet boundary. The device, the sink and the clock are not owned and outlive the source. Start,
-// stop and create belong to one owner thread. While started, the worker thread alone calls the sink and uses
-// the device, but for the call that disables reception and so wakes it. The statistics are for any thread.
-// All messages go to the Global logger.
+// The device, the sink and the clock are not owned and must outlive the source. One owner thread creates,
+// starts and stops the source. While it is started only the worker thread calls the sink and uses the device,
+// except that StopSource disables reception, which wakes the worker. The statistics are for any thread. All
+// messages go to the Global logger.
 #ifndef FLOWLANE_AVTPSOURCE_H
 #define FLOWLANE_AVTPSOURCE_H
 
@@ -42,34 +43,37 @@ public:
     ~AvtpSource();
 
     // sourceAddress: the only sender to accept; the broadcast address accepts any. The unique ID of the
-    // stream is looked at only when filterByUniqueId is true.
-    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address is not one
-    KESTATUS CreateAvtpSource(QuaysideDevice& device, SinkBase& sink,
-                              const kestrelon::TNET_EthernetMacAddress& sourceAddress, std::uint16_t uniqueId,
-                              bool filterByUniqueId);
+    // stream is checked only when filterByUniqueId is true.
+    //   KESTATUS_LENGTH_MISMATCH  the device's MAC address does not have 6 bytes
+    // Other failures are the device's.
+    [[nodiscard]] KESTATUS CreateAvtpSource(QuaysideDevice& device, SinkBase& sink,
+                                            const kestrelon::TNET_EthernetMacAddress& sourceAddress,
+                                            std::uint16_t uniqueId, bool filterByUniqueId);
 
     // Enables reception and starts the worker thread; the statistics begin at 0.
     //   KESTATUS_NOT_INITIALIZED  the source was not created
     //   KESTATUS_ALREADY_DONE     it was not stopped since the last start
-    KESTATUS StartSource() override;
-    // Lets the worker thread take what has been received, for at most a second; then wakes it and waits
-    // without a time limit for its end.
+    // Other failures are the device's or the system's.
+    [[nodiscard]] KESTATUS StartSource() override;
+    // Gives the worker thread up to a second to take what has been received. Then wakes it and waits for its
+    // end without a time limit.
     void StopSource() override;
 
     Statistics QuerryStatistics() const noexcept;
-    // Why the worker gave up; success while it has not. From any thread.
+    // Why the worker has ended by itself; success otherwise. From any thread.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
-    // Received frames that the device has lost since the source was created; 0 with device libraries that do
-    // not count them. At most a second old while frames come, exact after a failure and after StopSource.
+    // Received frames that the device has lost since the source was created. 0 with a device library that
+    // does not count them. At most a second old while frames come; exact after a failure and after
+    // StopSource.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
-    // The worker's work; it runs on its thread.
+    // Runs on the worker thread.
     void ThreadRoutine();
 
 private:
     void ReceiveUntilStopped();
-    KESTATUS WaitForFrames();
-    KESTATUS ProcessData();
+    [[nodiscard]] KESTATUS WaitForFrames();
+    [[nodiscard]] KESTATUS ProcessData();
     void GiveUp(const char* format, KESTATUS st);
     void WaitUntilAllIsTaken();
     void ProcessEthernetFrame(const std::uint8_t* frame, unsigned length);
@@ -89,7 +93,7 @@ private:
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     kestrelon::TNET_EthernetMacAddress mMacAddress{};    // the device's own
     kestrelon::TNET_EthernetMacAddress mSourceAddress{}; // the only sender accepted, or broadcast
-    AVTP_StreamID mStreamID{}; // for the debugger: the checks compare only the unique ID
+    AVTP_StreamID mStreamID{}; // for debugging: the checks compare only the unique ID
     TSPacket mTsPacket;        // being put together
     std::uint8_t* mCurTsPacketData = mTsPacket.mData;
     TSPacketAssemblerState mTsPacketState = TSPacketAssemblerState::Synchronizing;

@@ -108,7 +108,7 @@ KESTATUS RtpUdpSink::SendDeliveredPackets() {
     return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "SendUdpPacket failed, st={}", st);
 }
 
-// The datagram stays in the buffer unless it was sent.
+// A datagram that is not sent stays in the buffer.
 KESTATUS RtpUdpSink::SendUdpPacket() {
     const std::size_t length = RtpHeaderSize() + mTsPacketCount * TSPacket::cSize;
     std::size_t sent = 0;
@@ -117,6 +117,7 @@ KESTATUS RtpUdpSink::SendUdpPacket() {
         mStats.lastSendFailure.store(st, std::memory_order_relaxed);
         mStats.errSendFailed.fetch_add(1, std::memory_order_release);
         if (st == KESTATUS_TIMEOUT || st == KESTATUS_WOULD_BLOCK) {
+            // The datagram is kept, whatever the text says: it is not to change.
             KEOutputLogMessage(logger::Global, KEWARN, "SendData timed out, packet is dropped");
             return KESTATUS_SUCCESS;
         }
@@ -138,7 +139,7 @@ void RtpUdpSink::BeginDatagram() noexcept {
     }
 }
 
-// Takes the packets out again. The header stays: its sequence number was not used.
+// Discards the packets. The header stays: its sequence number was not used.
 void RtpUdpSink::DropDatagram() noexcept {
     mCurPayloadData = mUdpPacket + RtpHeaderSize();
     mTsPacketCount = 0;
@@ -160,13 +161,11 @@ std::size_t RtpUdpSink::RtpHeaderSize() const noexcept {
 }
 
 RtpUdpSink::Statistics RtpUdpSink::QuerryStatistics() const noexcept {
-    Statistics stats;
-    stats.infUdpPacketsSent = mStats.infUdpPacketsSent.Value();
-    // Before the status, so that one belongs to it.
-    stats.errSendFailed = mStats.errSendFailed.load(std::memory_order_acquire);
-    stats.errUdpPacketsDropped = mStats.errUdpPacketsDropped.Value();
-    stats.lastSendFailure = mStats.lastSendFailure.load(std::memory_order_relaxed);
-    return stats;
+    return {.infUdpPacketsSent = mStats.infUdpPacketsSent.Value(),
+            // Read before the status, so that a failure that is counted has its status.
+            .errSendFailed = mStats.errSendFailed.load(std::memory_order_acquire),
+            .errUdpPacketsDropped = mStats.errUdpPacketsDropped.Value(),
+            .lastSendFailure = mStats.lastSendFailure.load(std::memory_order_relaxed)};
 }
 
 } // namespace flowlane

@@ -1,16 +1,17 @@
-// The sink that sends transport stream packets over UDP to one host and port: up to seven packets a
-// datagram, behind an RTP header or bare.
+// The sink that sends transport stream packets over UDP to one host and port: up to seven packets per
+// datagram, with an RTP header or without.
 //
 // The RTP header (RFC 3550, payload type 33 of RFC 3551: an MPEG-2 transport stream as in RFC 2250), 12
 // bytes, big-endian: 0x80 (version 2), 0x21 (no marker, payload type 33), the sequence number (16 bits,
-// counting the datagrams sent), the timestamp (32 bits) and the SSRC (32 bits), which are both 0: a receiver
-// times the stream by its clock references.
+// counting the datagrams sent), the timestamp (32 bits) and the SSRC (32 bits). The last two are 0: a
+// receiver times the stream by its clock references.
 //
-// The socket never blocks the calling thread. A datagram that cannot be sent stays in the buffer. A
-// part-filled one takes further packets, and every SendDeliveredPackets tries to send it again. A full one is
-// tried again by SendDeliveredPackets too; the next packet tries it for the last time and drops it when that
-// fails. So a receiver that comes back is served at once and nothing piles up. Delivering and sending are for
-// one thread, the statistics for any. All messages go to the Global logger.
+// The socket never blocks the calling thread. A datagram that cannot be sent stays in the buffer, and every
+// SendDeliveredPackets tries it again. A part-filled one takes further packets. A full one is tried for the
+// last time when the next packet comes, and is dropped if that fails. So a receiver that comes back is served
+// at once, and old packets do not pile up.
+//
+// Delivering and sending are for one thread, the statistics for any. All messages go to the Global logger.
 #ifndef FLOWLANE_RTPUDPSINK_H
 #define FLOWLANE_RTPUDPSINK_H
 
@@ -31,40 +32,40 @@ public:
 
     struct Statistics {
         std::uint64_t infUdpPacketsSent = 0;
-        std::uint64_t errSendFailed = 0;        // tries to send that failed or would have blocked
-        std::uint64_t errUdpPacketsDropped = 0; // full datagrams given up after the last try
+        std::uint64_t errSendFailed = 0;        // attempts that failed or would have blocked
+        std::uint64_t errUdpPacketsDropped = 0; // full datagrams whose last attempt failed
         KESTATUS lastSendFailure = KESTATUS_SUCCESS;
     };
 
     RtpUdpSink() = default;
 
-    // Resolves the host, which may block on name servers, and connects a socket to its first address.
-    // port in host byte order. sendBufferSize: of the socket in bytes; 0 leaves the system's.
+    // Resolves the host, which may wait for name servers, and connects a socket to its first address. port is
+    // in host byte order. sendBufferSize: bytes of the socket's send buffer; 0 leaves the system's default.
     //   KESTATUS_NO_ADDRESS  the host cannot be resolved
     // Other failures are the system's.
-    KESTATUS CreateRtpUdpSink(const char* hostName, std::uint16_t port, unsigned sendBufferSize,
-                              bool rtpHeaderContained);
+    [[nodiscard]] KESTATUS CreateRtpUdpSink(const char* hostName, std::uint16_t port, unsigned sendBufferSize,
+                                            bool rtpHeaderContained);
 
     // Sequence number and statistics begin at 0. Always succeeds.
-    KESTATUS StartSink() override;
+    [[nodiscard]] KESTATUS StartSink() override;
     // Does nothing: the destructor closes the socket.
     void StopSink() override {}
 
-    // The packet is always taken. A failure is that of sending a datagram; one that would block is none.
-    KESTATUS DeliverTSPacket(const TSPacket& packet) override;
-    KESTATUS SendDeliveredPackets() override;
+    // The packet is always taken. A failure is that of sending a datagram; a send that would block is no
+    // failure.
+    [[nodiscard]] KESTATUS DeliverTSPacket(const TSPacket& packet) override;
+    [[nodiscard]] KESTATUS SendDeliveredPackets() override;
 
-    // The numeric address that the host was resolved to, without the port.
+    // The numeric address of the host, without the port. For the owner, after CreateRtpUdpSink.
     const std::string& SocketAddress() const noexcept { return mSocketAddrStr; }
     // Counted since the start.
     Statistics QuerryStatistics() const noexcept;
 
-    // The parts of creating the sink and of building a datagram; the sink calls them itself.
+    // The steps of creating the sink and of building a datagram. The sink calls them itself.
 
-    // Resolves and connects, as CreateRtpUdpSink does.
-    KESTATUS ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize);
-    // Writes the header at the start of the datagram; the payload begins behind it. Uses up a sequence
-    // number.
+    // Resolves and connects; parameters and failures as for CreateRtpUdpSink.
+    [[nodiscard]] KESTATUS ConfigureSocket(const char* hostName, std::uint16_t port, unsigned sendBufferSize);
+    // Writes the header at the start of the datagram; the payload follows it. Uses up a sequence number.
     void InitRtpHeader() noexcept;
 
 private:
@@ -74,7 +75,7 @@ private:
 
     void BeginDatagram() noexcept;
     void DropDatagram() noexcept;
-    KESTATUS SendUdpPacket();
+    [[nodiscard]] KESTATUS SendUdpPacket();
     std::size_t RtpHeaderSize() const noexcept;
 
     kestrelon::KEOsSocket mSocket;
@@ -85,7 +86,7 @@ private:
     std::uint32_t mTsPacketCount = 0; // in the datagram being built
     struct {
         RelaxedCounter infUdpPacketsSent;
-        std::atomic<std::uint64_t> errSendFailed = 0; // stored behind the failure's status
+        std::atomic<std::uint64_t> errSendFailed = 0; // stored after the failure's status
         RelaxedCounter errUdpPacketsDropped;
         std::atomic<KESTATUS> lastSendFailure = KESTATUS_SUCCESS;
     } mStats;

@@ -1,5 +1,5 @@
-// A source of transport stream packets. It hands them to the sink it was created with, from its own worker
-// thread, and is the only caller of that sink while it runs.
+// A source of transport stream packets. Its worker thread hands them to the sink that it was created with,
+// and is the only caller of that sink while the source runs.
 #ifndef FLOWLANE_SOURCEBASE_H
 #define FLOWLANE_SOURCEBASE_H
 
@@ -7,15 +7,15 @@
 
 namespace flowlane {
 
-// Starting and stopping are for the thread that owns the source. The sink is started before the source.
+// The thread that owns the source starts and stops it. The sink is started before the source.
 class SourceBase {
 public:
     SourceBase() = default;
     SourceBase(const SourceBase&) = delete;
     SourceBase& operator=(const SourceBase&) = delete;
 
-    virtual KESTATUS StartSource() = 0;
-    // Returns when no call reaches the sink any more.
+    [[nodiscard]] virtual KESTATUS StartSource() = 0;
+    // From its return on the source does not call the sink.
     virtual void StopSource() = 0;
 
 protected:

@@ -18,10 +18,10 @@ namespace {
 
 // The longest time between two PCRs of one segment, in nanoseconds.
 constexpr TSPacketDuration cMaxTimeDiff{999999999};
-// Packets that one call of FillDeliverQueue drops, a few more if they stand in one segment: some
-// milliseconds of reading.
+// How many packets one call of FillDeliverQueue drops, or a few more if they are in one segment. It takes
+// some milliseconds to read them.
 constexpr std::uint32_t cMaxDroppedPackets = 10000;
-// How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it stands for.
+// How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it replaces.
 constexpr std::chrono::milliseconds cMaxPipeWait{10};
 
 KESTATUS AllocatePackets(TSPacketPool& pool, unsigned count) noexcept {
@@ -47,7 +47,7 @@ KESTATUS TSFileSource::CreateTSFileSource(const T_UNICHAR* fileName, SinkBase& s
     }
     mIsPipe = IsPipe();
     if (mIsPipe) {
-        mFile.DisableBuffering(); // so that what the descriptor says of its data is all there is
+        mFile.DisableBuffering(); // no data are hidden from poll
     }
     st = AllocatePackets(mPacketPool, numberOfPackets);
     if (st != KESTATUS_SUCCESS) {
@@ -72,7 +72,7 @@ KESTATUS TSFileSource::StartSource() {
             return KEOutputFailure(logger::Global, "FillDeliverQueue failed, st={}", st);
         }
     }
-    const KESTATUS st = mThread.CreateThread(this);
+    const KESTATUS st = mThread.CreateThread(this); // runs ThreadRoutine
     if (st != KESTATUS_SUCCESS) {
         if (st != KESTATUS_ALREADY_DONE) { // otherwise everything belongs to the running worker
             ReleaseAllPackets();
@@ -98,28 +98,11 @@ KESTATUS TSFileSource::FillDeliverQueue() {
     }
     while (TSPacket* packet = mPacketPool.GetItem()) {
         const ReadResult result = ReadPacket(*packet);
-        if (result == ReadResult::NotYet) {
-            packet->ReleaseToPool();
-            mHasToReadOn = true;
-            return KESTATUS_SUCCESS;
-        }
         if (result != ReadResult::Packet) {
             packet->ReleaseToPool();
-            PublishEndOfFile();
-            if (result == ReadResult::NothingMore) {
-                return KESTATUS_SUCCESS;
-            }
-            KEOutputLogMessage(logger::Global, KEERROR, "ReadFromFile failed");
-            return KESTATUS_READ_FILE_FAILED;
+            return EndReading(result);
         }
-        if (!packet->HasSyncByte()) {
-            KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
-            DropReadPacket(*packet);
-        } else if (!mPCRTimeOffsetValid && !packet->HasPCR()) {
-            DropReadPacket(*packet);
-        } else {
-            AppendReadPacket(*packet);
-        }
+        TakeReadPacket(*packet);
         if (mDroppedPackets >= cMaxDroppedPackets) {
             mHasToReadOn = true;
             return KESTATUS_SUCCESS;
@@ -131,23 +114,47 @@ KESTATUS TSFileSource::FillDeliverQueue() {
     return KESTATUS_SUCCESS;
 }
 
-// Reading from these may wait for ever.
+// When there was no packet to read.
+KESTATUS TSFileSource::EndReading(ReadResult result) {
+    if (result == ReadResult::NotYet) {
+        mHasToReadOn = true;
+        return KESTATUS_SUCCESS;
+    }
+    PublishEndOfFile();
+    if (result == ReadResult::Failed) {
+        KEOutputLogMessage(logger::Global, KEERROR, "ReadFromFile failed");
+        return KESTATUS_READ_FILE_FAILED;
+    }
+    return KESTATUS_SUCCESS;
+}
+
+void TSFileSource::TakeReadPacket(TSPacket& packet) {
+    if (!packet.HasSyncByte()) {
+        KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
+        DropReadPacket(packet);
+    } else if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
+        DropReadPacket(packet); // no time base yet
+    } else {
+        AppendReadPacket(packet);
+    }
+}
+
+// Or a socket: reading from either may wait for ever.
 bool TSFileSource::IsPipe() const noexcept {
     struct stat status {};
     return fstat(fileno(mFile.GetHandle()), &status) == 0 &&
            (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
 }
 
-// False when reading would still wait at the end of this call's time.
+// False when no data have come until mWaitEnd.
 bool TSFileSource::WaitForData() noexcept {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mWaitEnd - mClock.Now());
     pollfd descriptor{fileno(mFile.GetHandle()), POLLIN, 0};
     return poll(&descriptor, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) > 0;
 }
 
-// Reads the next packet of the file, behind its end the first one again when the source loops. A pass
-// through the file that timed no packet is not followed by another one at once: a file without two PCRs
-// would be rewound here for ever.
+// Reads the next packet of the file. At its end a source that loops goes on with the first packet, unless
+// this pass through the file timed no packet: a file without two PCRs would be rewound here for ever.
 TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet) {
     if (mIsPipe && !WaitForData()) {
         return ReadResult::NotYet;
@@ -220,9 +227,9 @@ void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
     mPCRTimeOffsetValid = true;
 }
 
-// Moves all read packets but the last one, which begins the next segment, to those to deliver. The time is
-// divided by the number of all of them, so the step to the next segment is two steps long. A clock that
-// runs backwards gives times in the past: those packets follow the first one at once.
+// Moves all read packets to those to deliver, except the last one, which begins the next segment. The time is
+// divided by the number of all of them, the last one included, so the last gap is two steps long. A PCR that
+// jumps backwards gives times in the past: these packets are sent at once.
 void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept {
     const TSPacketDuration step = timeDiff / std::int64_t{mReadPackets.Count()};
     TSPacketTimePoint deliverTime(t0 + mPCRTimeOffset);
@@ -235,8 +242,8 @@ void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) n
     }
 }
 
-// All packets are in one segment whose end is not read yet, and none is left to read on with. Only the
-// first one is kept, so that playing goes on; if it is the only one at all, nothing is.
+// All packets are in one segment whose end is not read yet, and none is free to read on. Only the first one
+// is kept, so that playing goes on. If there is only one packet, none is kept.
 void TSFileSource::DropUnfinishedSegment() {
     const std::uint32_t count = mReadPackets.Count();
     if (count == 0) {
@@ -316,7 +323,6 @@ void TSFileSource::ReleaseAllPackets() {
     PublishEndOfFile();
 }
 
-// The file and the queue belong to the thread that runs the source; this is what others may look at.
 void TSFileSource::PublishEndOfFile() noexcept {
     const bool isReached = !mRewindFile && mPacketsToDeliver.IsEmpty() && mFile.IsEndOfFile();
     mIsEndOfFileReached.store(isReached, std::memory_order_release);

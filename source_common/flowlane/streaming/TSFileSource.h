@@ -1,11 +1,11 @@
 // The source that plays a transport stream file at its recorded rate. The packets between two packets with
-// a program clock reference (PCR) are spread over the time between the two references; each is handed to
-// the sink when its time has come, the first one 500 ms after the start.
+// a program clock reference (PCR) are spread over the time between the two references. Each is handed to the
+// sink when its time has come, the first one 500 ms after the start.
 //
-// The file, the packets and the worker thread are owned, the sink and the clock are not and outlive the
-// source. Threads: the owner creates, starts and stops; while started the file and the packets belong to
-// the worker. IsEndOfFileReached, FailureStatus and QuerryStatistics are for any thread. No allocation while
-// started. All messages go to the Global logger.
+// The file, the packets and the worker thread are owned. The sink and the clock are not owned and must
+// outlive the source. The owner's thread creates, starts and stops the source; while it is started, the file
+// and the packets belong to the worker. IsEndOfFileReached, FailureStatus and QuerryStatistics are for any
+// thread. Nothing is allocated while the source is started. All messages go to the Global logger.
 #ifndef FLOWLANE_TSFILESOURCE_H
 #define FLOWLANE_TSFILESOURCE_H
 
@@ -25,7 +25,7 @@ namespace flowlane {
 
 class TSFileSource final : public SourceBase {
 public:
-    // Packets that reading may run ahead of delivery, for everyday streams.
+    // How many packets reading may run ahead of delivery; enough for everyday streams.
     static constexpr unsigned cDefaultNumberOfPackets = 10000;
 
     struct Statistics {
@@ -38,39 +38,42 @@ public:
 
     // Opens the file and creates numberOfPackets packets, all that the source will ever use. rewindFile:
     // play the file again and again.
-    //   KESTATUS_NO_MEMORY       there is none for the packets
+    //   KESTATUS_NO_MEMORY       no memory for the packets
     //   KESTATUS_INTERNAL_ERROR  the source was created before
     // A file that cannot be opened gives the status of errno.
-    KESTATUS CreateTSFileSource(const kestrelon::T_UNICHAR* fileName, SinkBase& sink, bool rewindFile,
-                                unsigned numberOfPackets);
+    [[nodiscard]] KESTATUS CreateTSFileSource(const kestrelon::T_UNICHAR* fileName, SinkBase& sink,
+                                              bool rewindFile, unsigned numberOfPackets);
 
-    // Reads ahead as far as the packets go, then starts the worker thread, which ends by itself at the end
-    // of the file or after a failure. Started again after a stop, the source goes on where the file is.
+    // Reads ahead until no packet is free, then starts the worker thread. The worker ends by itself at the
+    // end of the file or after a failure. A source that was stopped goes on where it was in the file.
     //   KESTATUS_READ_FILE_FAILED
-    //   KESTATUS_ALREADY_DONE  started and not stopped since, even if the worker has ended
-    KESTATUS StartSource() override;
-    // Waits until the worker has ended; it looks for the request every 10 ms.
+    //   KESTATUS_ALREADY_DONE  it was not stopped since the last start, even if the worker has ended
+    // Other failures are the system's.
+    [[nodiscard]] KESTATUS StartSource() override;
+    // Waits until the worker has ended; it checks for the stop every 10 ms.
     void StopSource() override;
 
-    // True when a source that does not loop has read its whole file and all packets that have a time were
-    // sent or given up. What stands behind the last PCR of the file is never delivered.
+    // True when a source that does not loop has read its whole file, and has sent or given up all packets
+    // that have a time. Packets after the last PCR of the file have none and are never delivered.
     bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
-    // Why the worker gave up; success while it has not. Ask after IsEndOfFileReached.
+    // Why the worker has failed; success while it has not. Final once IsEndOfFileReached has returned true.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
 
     // Counted since the last start.
-    Statistics QuerryStatistics() const noexcept { return {mStats.infTsPacketsDelivered.Value()}; }
+    Statistics QuerryStatistics() const noexcept {
+        return {.infTsPacketsDelivered = mStats.infTsPacketsDelivered.Value()};
+    }
 
-    // The parts of the worker's loop, for the thread that runs the source.
+    // The steps of the worker's loop, for the thread that runs the source.
 
-    // Reads packets while there are free ones, and times those whose segment is complete. So that a stop does
-    // not have to wait, it ends early when it has dropped many packets, and when a pipe brings nothing for
-    // 10 ms; the next call reads on.
+    // Reads packets while there are free ones, and times those whose segment is complete. Returns early when
+    // it has dropped many packets or when a pipe brings nothing for 10 ms, so that a stop does not have to
+    // wait. The next call reads on.
     //   KESTATUS_READ_FILE_FAILED
-    KESTATUS FillDeliverQueue();
-    // Hands the packets that are due at now to the sink. The sink's failure is returned at once; the packet
-    // that it did not take is gone.
-    KESTATUS DeliverPackets(TSPacketTimePoint now);
+    [[nodiscard]] KESTATUS FillDeliverQueue();
+    // Hands the packets that are due at now to the sink. Returns at once when the sink fails; the packet that
+    // it did not take is lost.
+    [[nodiscard]] KESTATUS DeliverPackets(TSPacketTimePoint now);
     void ThreadRoutine();
     // The pause between two passes of the loop.
     void BlockThread() noexcept { mClock.Sleep(mBlockDelay); }
@@ -81,7 +84,9 @@ private:
     bool IsPipe() const noexcept;
     bool WaitForData() noexcept;
     ReadResult ReadPacket(TSPacket& packet);
+    [[nodiscard]] KESTATUS EndReading(ReadResult result);
     bool RewindFile();
+    void TakeReadPacket(TSPacket& packet);
     void AppendReadPacket(TSPacket& packet);
     void DropReadPacket(TSPacket& packet);
     void DropReadPacketsUntil(std::uint32_t count);
@@ -91,6 +96,8 @@ private:
     void DeliverUntilStopped();
     void GiveUp(const char* format, KESTATUS st);
     void ReleaseAllPackets();
+    // Called wherever the end may have been reached or left, and not earlier: a thread that sees the end also
+    // sees that the last packet was sent, or why not.
     void PublishEndOfFile() noexcept;
 
     PipelineClock& mClock;
@@ -115,12 +122,12 @@ private:
     bool mRewindFile = false;
     // Of FillDeliverQueue.
     std::uint32_t mDroppedPackets = 0; // in this call
-    TSPacketTimePoint mWaitEnd;        // until then this call waits for a pipe
+    TSPacketTimePoint mWaitEnd;        // how long this call waits for a pipe
     bool mIsPipe = false;
     bool mHasToReadOn = false; // the last call ended early: no pause before the next one
     bool mMayRewind = true;    // a packet was timed since the last rewind, or there was no rewind
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
-    std::atomic<bool> mIsEndOfFileReached{false}; // what IsEndOfFileReached answers to other threads
+    std::atomic<bool> mIsEndOfFileReached{false}; // see PublishEndOfFile
 };
 
 } // namespace flowlane

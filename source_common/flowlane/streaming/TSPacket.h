@@ -1,5 +1,5 @@
 // One MPEG-2 transport stream packet (ISO/IEC 13818-1) and the moment at which it is to be delivered.
-// Packets live in a pool (KEPool.h); whoever took one from there hands it on or releases it. No locking.
+// Packets live in a pool (KEPool.h); whoever takes one from it passes it on or releases it. No locking.
 #ifndef FLOWLANE_TSPACKET_H
 #define FLOWLANE_TSPACKET_H
 
@@ -16,7 +16,7 @@ namespace flowlane {
 using TSPacketTimePoint = PipelineClock::TimePoint;
 using TSPacketDuration = PipelineClock::Duration;
 
-// The time of a program clock reference of 90 kHz ticks, truncated to whole nanoseconds.
+// The time of a program clock reference in ticks of 90 kHz, truncated to whole nanoseconds.
 constexpr TSPacketDuration TSPacketDurationFromPCR(std::uint64_t ticks) noexcept {
     return TSPacketDuration(static_cast<std::int64_t>(ticks * 100000u / 9u));
 }
@@ -32,7 +32,7 @@ public:
     bool HasPCR() const noexcept {
         return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 && (mData[5] & cPCRFlag) != 0;
     }
-    // The 33-bit PCR base in ticks of 90 kHz; the extension is left out. Only with HasPCR.
+    // The 33-bit PCR base in ticks of 90 kHz, without the extension. Only with HasPCR.
     std::uint64_t PCR() const noexcept;
     TSPacketDuration PCRTime() const noexcept { return TSPacketDurationFromPCR(PCR()); }
 

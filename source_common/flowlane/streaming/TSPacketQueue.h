@@ -18,7 +18,7 @@ public:
         mPacketList.AppendTail(packet);
         ++mPacketCount;
     }
-    // Takes the first packet off the queue, null when it is empty.
+    // Takes the first packet off the queue; null when it is empty.
     TSPacket* RemoveHead() noexcept {
         TSPacket* packet = mPacketList.RemoveHead();
         if (packet) {

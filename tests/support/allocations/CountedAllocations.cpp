@@ -37,7 +37,7 @@ thread_local std::size_t sNewsLeft = cPlenty;
 
 #ifdef FLOWLANE_SANITIZED
 
-// The sanitizers have allocation functions of their own, which tell of each call.
+// The sanitizers have their own allocation functions, which call a hook for each allocation.
 namespace {
 
 void CountMalloc(const volatile void*, std::size_t size) {
@@ -51,7 +51,8 @@ void IgnoreFree(const volatile void*) {}
 
 #else
 
-// Replace the C library's functions, which operator new calls too; theirs have these names as well.
+// These replace the functions of the C library, which operator new calls too. The C library keeps its own ones
+// under a second name.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -89,7 +90,7 @@ void free(void* memory) {
 
 #ifndef FLOWLANE_OPERATOR_NEW_STAYS
 
-// The sanitizers take these for what they are: malloc and free, which tell of each call.
+// Under a sanitizer malloc and free are its own, so these are counted by the hook.
 void* operator new(std::size_t size) {
     if (sNewsLeft != cPlenty) {
         if (sNewsLeft == 0) {

@@ -1,5 +1,5 @@
-// Counts the allocations of the whole process, by malloc and its kin as by operator new. For a test
-// executable of its own.
+// Counts all allocations of the process: by malloc and the functions like it, and by operator new. A test that
+// uses it needs an executable of its own.
 #ifndef FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
 #define FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
 
@@ -7,12 +7,13 @@
 
 namespace testsupport {
 
-// Of all threads, since the start of the process.
+// By all threads, since the start of the process.
 std::size_t AllocationCount() noexcept;
-// The bytes asked for by them; what was freed since counts too.
+// The bytes of these allocations, including those that were freed.
 std::size_t AllocatedBytes() noexcept;
 
-// While it lives, operator new gives memory so often on this thread and then throws std::bad_alloc, once.
+// While it lives, this number of calls of operator new on this thread succeed, and the next one throws
+// std::bad_alloc.
 class ScarceMemory {
 public:
     explicit ScarceMemory(std::size_t allocations) noexcept;

@@ -1,5 +1,5 @@
-// Whether a test can replace operator new, so that memory runs short: the thread sanitizer has one of its
-// own, which stays.
+// Whether a test can replace operator new to make memory run short. It cannot under the thread sanitizer, whose
+// own one stays.
 #ifndef FLOWLANE_TESTS_OPERATORNEW_H
 #define FLOWLANE_TESTS_OPERATORNEW_H
 
@@ -11,7 +11,7 @@
 #define FLOWLANE_OPERATOR_NEW_STAYS 1
 #endif
 
-// At the beginning of a test that needs it.
+// At the beginning of a test that replaces it: skips the test when it cannot.
 #ifdef FLOWLANE_OPERATOR_NEW_STAYS
 #define FLOWLANE_NEEDS_OPERATOR_NEW() GTEST_SKIP() << "the thread sanitizer keeps its own operator new"
 #else

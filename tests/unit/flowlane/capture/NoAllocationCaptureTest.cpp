@@ -11,9 +11,10 @@
 #include "AllocationGate.h"
 #include "ByteList.h"
 #include "CountedAllocations.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "base/KEByteOrder.h"
 #include "capture/PcapNgFileReader.h"
 #include "capture/PcapNgFileWriter.h"
@@ -27,17 +28,8 @@ using namespace testsupport;
 
 namespace {
 
-class NoAllocationCaptureTest : public testing::Test {
+class NoAllocationCaptureTest : public FakeDeviceTest {
 protected:
-    NoAllocationCaptureTest() {
-        mFake.Reset();
-        unsigned count = 0;
-        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    }
-
-    FakeDevice& mFake = FakeDevice::Instance();
-    QuaysideEnumerator mEnumerator;
-    QuaysideDevice mDevice;
     TemporaryFolder mFolder;
 };
 
@@ -61,7 +53,7 @@ private:
 };
 
 TEST_F(NoAllocationCaptureTest, Forwarding) {
-    ASSERT_EQ(mDevice.OpenRawRxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    OpenToReceive();
     constexpr unsigned cFrames = 2000;
     for (unsigned number = 0; number < cFrames; ++number) {
         AvtpFrameSpec spec;
@@ -91,7 +83,7 @@ TEST_F(NoAllocationCaptureTest, Forwarding) {
 }
 
 TEST_F(NoAllocationCaptureTest, Capturing) {
-    ASSERT_EQ(mDevice.OpenRawRxDevice(mEnumerator, 0, 0, QBXRawHeaderType_2, 0), KESTATUS_SUCCESS);
+    OpenToReceive(QBXRawHeaderType_2);
     PcapNgFileWriter writer;
     ASSERT_EQ(writer.StartFileWriter((mFolder / "file").c_str(), mDevice, 100, 1538, 0), KESTATUS_SUCCESS);
     std::uint32_t number = 0;
@@ -131,7 +123,7 @@ TEST_F(NoAllocationCaptureTest, Capturing) {
 }
 
 TEST_F(NoAllocationCaptureTest, Replaying) {
-    ASSERT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    OpenToSend();
     const ByteList headers = Concat(
         {Block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0}), LE32(0)})),
          Block(1, Concat({LE16(1), LE16(0), LE32(0)}))});

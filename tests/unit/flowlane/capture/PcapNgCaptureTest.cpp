@@ -12,7 +12,7 @@
 #include "FakeDevice.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
-#include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "base/KEByteOrder.h"
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"

@@ -14,10 +14,11 @@
 
 #include "AllocationGate.h"
 #include "ByteList.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "base/LogCons.h"
 
 namespace {
@@ -68,14 +69,9 @@ ByteList TriggerPacket(unsigned length) {
 
 // --- Fixture -------------------------------------------------------------------------------------
 
-class PcapNgFileReaderTest : public testing::Test {
+class PcapNgFileReaderTest : public FakeDeviceTest {
 protected:
-    PcapNgFileReaderTest() {
-        mFake.Reset();
-        unsigned count = 0;
-        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-        EXPECT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
-    }
+    PcapNgFileReaderTest() { OpenToSend(); }
 
     void Write(const std::string& name, const ByteList& bytes) const {
         std::ofstream file(mFolder / name, std::ios::binary);
@@ -112,9 +108,6 @@ protected:
         return stats;
     }
 
-    FakeDevice& mFake = FakeDevice::Instance();
-    QuaysideEnumerator mEnumerator;
-    QuaysideDevice mDevice;
     TemporaryFolder mFolder;
     LogCapture mLog;
     VirtualClock mClock;
@@ -150,10 +143,7 @@ TEST_P(PcapNgStateTest, EachCell) {
     const CellRow& row = GetParam();
     for (unsigned from = 0; from < 3; ++from) {
         SCOPED_TRACE(PcapNgFileReader::StrForState(static_cast<State>(from)));
-        mFake.Reset();
-        unsigned count = 0;
-        ASSERT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-        ASSERT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+        OpenToSend();
         mLog.Clear();
         const ByteList before = from == 0   ? ByteList{}
                                 : from == 1 ? Section()

@@ -17,7 +17,7 @@
 #include <optional>
 #include <thread>
 
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
 #include "base/KEByteOrder.h"
@@ -90,14 +90,9 @@ Bytes Received(std::uint32_t sequenceNumber, std::size_t length = 60) {
     return bytes;
 }
 
-class PcapNgFileWriterTest : public testing::Test {
+class PcapNgFileWriterTest : public FakeDeviceTest {
 protected:
-    PcapNgFileWriterTest() {
-        mFake.Reset();
-        unsigned count = 0;
-        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-        EXPECT_EQ(mDevice.OpenRawRxDevice(mEnumerator, 0, 0, QBXRawHeaderType_2, 0), KESTATUS_SUCCESS);
-    }
+    PcapNgFileWriterTest() { OpenToReceive(QBXRawHeaderType_2); }
 
     KESTATUS Start(std::uint64_t maxFileSize = 0, unsigned frameCount = 100) {
         return mWriter.StartFileWriter(mBase.c_str(), mDevice, frameCount, 1538, maxFileSize);
@@ -147,9 +142,6 @@ protected:
         return names;
     }
 
-    FakeDevice& mFake = FakeDevice::Instance();
-    QuaysideEnumerator mEnumerator;
-    QuaysideDevice mDevice;
     TemporaryFolder mFolder;
     std::string mBase = mFolder / "capture";
     LogCapture mLog;

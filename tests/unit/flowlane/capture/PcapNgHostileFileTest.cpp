@@ -8,10 +8,11 @@
 #include <fstream>
 
 #include "ByteList.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "base/KEByteOrder.h"
 #include "capture/PcapNgFileReader.h"
 
@@ -44,7 +45,7 @@ std::vector<ByteList> ValidBlocks() {
             Packet(2, 61), section,   interface,     Packet(3, 15)};
 }
 
-class PcapNgHostileFileTest : public testing::Test {
+class PcapNgHostileFileTest : public FakeDeviceTest {
 protected:
     struct Result {
         KESTATUS start = KESTATUS_SUCCESS;
@@ -54,13 +55,7 @@ protected:
     };
 
     Result Replay(const ByteList& bytes) {
-        FakeDevice& fake = FakeDevice::Instance();
-        fake.Reset();
-        QuaysideEnumerator enumerator;
-        unsigned count = 0;
-        EXPECT_EQ(enumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-        QuaysideDevice device;
-        EXPECT_EQ(device.OpenRawTxDevice(enumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+        OpenToSend();
         const std::string path = mFolder / "file.pcapng";
         std::ofstream(path, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -68,14 +63,14 @@ protected:
         PcapNgFileReader reader(clock);
         Result result;
         // One frame, so that it reads on only when that has been sent.
-        result.start = reader.StartFileReader(path.c_str(), 1, device, 1, 1522, false, false, false);
+        result.start = reader.StartFileReader(path.c_str(), 1, mDevice, 1, 1522, false, false, false);
         if (result.start == KESTATUS_SUCCESS) {
             EXPECT_TRUE(WaitUntil([&] { return reader.AreAllFramesSent() || reader.IsInErrorState(); }));
             result.isError = reader.IsInErrorState();
             reader.StopFileReader();
         }
         reader.QuerryStatistics(result.stats);
-        result.frames = fake.SubmittedFrames();
+        result.frames = mFake.SubmittedFrames();
         return result;
     }
 

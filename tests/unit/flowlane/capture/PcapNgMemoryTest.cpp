@@ -6,10 +6,11 @@
 
 #include "ByteList.h"
 #include "CountedAllocations.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "capture/PcapNgFileReader.h"
 
 using namespace flowlane;
@@ -43,7 +44,7 @@ ByteList Packet(const ByteList& options) {
     return Block(6, Concat({LE32(0), LE64(0), LE32(60), LE32(60), ByteList(60, 7), options}));
 }
 
-class PcapNgMemoryTest : public testing::TestWithParam<std::size_t> {
+class PcapNgMemoryTest : public FakeDeviceTest, public testing::WithParamInterface<std::size_t> {
 protected:
     const LogCapture mLog{logger::Global, KEFATAL}; // the others are kept, which takes memory
 };
@@ -73,13 +74,7 @@ TEST_P(PcapNgMemoryTest, OptionsWithoutAValue) {
 }
 
 TEST_P(PcapNgMemoryTest, ReplayOfAFile) {
-    FakeDevice& fake = FakeDevice::Instance();
-    fake.Reset();
-    QuaysideEnumerator enumerator;
-    unsigned count = 0;
-    ASSERT_EQ(enumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    QuaysideDevice device;
-    ASSERT_EQ(device.OpenRawTxDevice(enumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    OpenToSend();
     const TemporaryFolder folder;
     const ByteList options = Overlapping(GetParam());
     const ByteList bytes = Concat({Section(options), Interface(options), Packet(options)});
@@ -89,12 +84,12 @@ TEST_P(PcapNgMemoryTest, ReplayOfAFile) {
     VirtualClock clock;
     PcapNgFileReader reader(clock);
     ASSERT_EQ(
-        reader.StartFileReader((folder / "file.pcapng").c_str(), 1, device, 10, 1522, false, false, false),
+        reader.StartFileReader((folder / "file.pcapng").c_str(), 1, mDevice, 10, 1522, false, false, false),
         KESTATUS_SUCCESS);
     ASSERT_TRUE(WaitUntil([&] { return reader.AreAllFramesSent() || reader.IsInErrorState(); }));
     reader.StopFileReader();
     EXPECT_LE(AllocatedBytes() - before, 4 * bytes.size() + 4 * cOverlap);
-    EXPECT_EQ(fake.SentFrameCount(), 1u); // and the packet is sent
+    EXPECT_EQ(mFake.SentFrameCount(), 1u); // and the packet is sent
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, PcapNgMemoryTest, testing::Values(100'000, 1'000'000));

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "ByteList.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "SystemCallFaults.h"
 #include "TemporaryFolder.h"
@@ -22,17 +22,11 @@ namespace {
 constexpr KESTATUS cTryAgain = 0xE001000B; // EAGAIN
 constexpr KESTATUS cNoMemory = 0xE001000C; // ENOMEM
 
-class PcapNgStartFailureTest : public testing::Test {
+class PcapNgStartFailureTest : public FakeDeviceTest {
 protected:
-    PcapNgStartFailureTest() {
-        mFake.Reset();
-        unsigned count = 0;
-        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    }
-
     // Fails with the status and the line, and leaves the writer so that it can be started.
     void ExpectWriterFailure(const char* call, int error, KESTATUS status, const char* line) {
-        ASSERT_EQ(mDevice.OpenRawRxDevice(mEnumerator, 0, 0, QBXRawHeaderType_2, 0), KESTATUS_SUCCESS);
+        OpenToReceive(QBXRawHeaderType_2);
         PcapNgFileWriter writer;
         const auto start = [&] {
             return writer.StartFileWriter((mFolder / "file").c_str(), mDevice, 10, 1538, 0);
@@ -50,9 +44,6 @@ protected:
         EXPECT_EQ(mLog.CountContaining(KEERROR, ""), 0u);
     }
 
-    FakeDevice& mFake = FakeDevice::Instance();
-    QuaysideEnumerator mEnumerator;
-    QuaysideDevice mDevice;
     const TemporaryFolder mFolder;
     LogCapture mLog;
 };
@@ -68,7 +59,7 @@ TEST_F(PcapNgStartFailureTest, WriterWithoutAThread) {
 }
 
 TEST_F(PcapNgStartFailureTest, ReaderWithoutAThread) {
-    ASSERT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    OpenToSend();
     const ByteList bytes =
         Concat({Block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0})})),
                 Block(1, Concat({LE16(1), LE16(0), LE32(0)})),

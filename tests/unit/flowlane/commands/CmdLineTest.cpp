@@ -1,3 +1,5 @@
+// What each option of the command line writes into the settings.
+
 #include "commands/CmdLine.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +16,7 @@ KESTATUS Parse(CmdLine& cmdLine, std::vector<const char*> words) {
     return cmdLine.ParseCommandLine(static_cast<int>(words.size()), words.data());
 }
 
-// All members as one text, so that a test sees when an option writes a member it should not.
+// All members as one text, so that a test sees every member that an option writes.
 std::string Describe(const CmdLine& c) {
     std::string text;
     const auto add = [&text](const char* name, const std::string& value) {
@@ -44,7 +46,7 @@ std::string Describe(const CmdLine& c) {
     return text;
 }
 
-TEST(CmdLine, HasItsDefaultsWithoutWords) {
+TEST(CmdLineTest, HasItsDefaultsWithoutWords) {
     CmdLine c;
     EXPECT_EQ(Parse(c, {}), KESTATUS_SUCCESS);
     EXPECT_EQ(c.mCommand, "");
@@ -73,9 +75,9 @@ struct OptionCase {
     std::function<void(CmdLine&)> expected; // applied to a default object
 };
 
-class CmdLineOption : public testing::TestWithParam<OptionCase> {};
+class CmdLineOptionTest : public testing::TestWithParam<OptionCase> {};
 
-TEST_P(CmdLineOption, WritesItsMemberAlone) {
+TEST_P(CmdLineOptionTest, WritesItsMemberAlone) {
     CmdLine c;
     ASSERT_EQ(Parse(c, GetParam().words), KESTATUS_SUCCESS);
     CmdLine expected;
@@ -84,7 +86,7 @@ TEST_P(CmdLineOption, WritesItsMemberAlone) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, CmdLineOption,
+    Table, CmdLineOptionTest,
     testing::Values(OptionCase{{"ts2av"}, [](CmdLine& c) { c.mCommand = "ts2av"; }},
                     OptionCase{{"a", "b", "c"},
                                [](CmdLine& c) {
@@ -137,15 +139,15 @@ INSTANTIATE_TEST_SUITE_P(
                                    c.mStartFileIndexPresent = true;
                                    c.mStartFileIndex = 7;
                                }},
-                    // Given twice, the later one wins.
+                    // An option that is given twice has its later value.
                     OptionCase{{"-d", "1", "--device_instance", "2"}, [](CmdLine& c) { c.mDeviceIndex = 2; }},
-                    // Words that look a little like options.
+                    // Words that are no options although they begin with a hyphen.
                     OptionCase{{"-", "--", "-5", "--5"}, [](CmdLine& c) {
                                    c.mCommand = "-";
                                    c.mArgs = {"--", "-5", "--5"};
                                }}));
 
-TEST(CmdLine, DefinesItsOptionsForAnyParser) {
+TEST(CmdLineTest, DefinesItsOptionsForAnyParser) {
     CmdLine c;
     kestrelon::KECmdLineParserT<char> parser("other", &c.mArgs, nullptr);
     c.DefineCommandLine(parser);
@@ -158,7 +160,7 @@ TEST(CmdLine, DefinesItsOptionsForAnyParser) {
     EXPECT_EQ(c.mArgs, std::vector<std::string>{"file"});
 }
 
-TEST(CmdLine, KeepsTheCommandWordWhenParsingFails) {
+TEST(CmdLineTest, KeepsTheCommandWordWhenParsingFails) {
     CmdLine c;
     testing::internal::CaptureStderr();
     EXPECT_EQ(Parse(c, {"ts2av", "-h", "-x"}), KESTATUS_UNKNOWN_OPTION);

@@ -1,5 +1,5 @@
 // Choosing and opening a device: every call of the device library with its arguments, and what is closed
-// again on each way out. The lines that the user sees are in the program's tests.
+// again on success and failure. The tests of the program check the lines that the user sees.
 
 #include "commands/DeviceSelection.h"
 
@@ -42,12 +42,12 @@ protected:
     std::string mDescription = "as before";
 };
 
-// Both ways to open, which differ in one call.
+// The ways to open a device, which differ in one call.
 struct OpenCase {
     const char* name;
     Qbx function;
     std::function<KESTATUS(QuaysideDevice&, const char*, std::string&)> open;
-    const char* arguments; // behind enumeration and index
+    const char* arguments; // after enumeration and index
 };
 
 class DeviceOpeningTest : public DeviceSelectionTest, public testing::WithParamInterface<OpenCase> {

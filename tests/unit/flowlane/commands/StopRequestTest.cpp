@@ -1,5 +1,5 @@
-// What the user's keys and signals do while a command runs, and what they leave behind. Each test runs in a
-// process of its own on a terminal of its own; where a process has to die or to stop, its parent reports.
+// What the keys and signals of the user do while a command runs, and what they leave behind. Each test runs
+// in a process and on a terminal of its own. Where a process has to end or to stop, its parent reports.
 
 #include "commands/StopRequest.h"
 
@@ -13,13 +13,18 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "KEPosixTerminal.h"
 #include "TerminalChild.h"
+#include "WaitUntil.h"
 
 using namespace flowlane;
 using namespace kestrelon;
@@ -28,19 +33,6 @@ using namespace testsupport;
 namespace {
 
 using Reporter = TerminalChild::Reporter;
-
-constexpr int cPatienceMs = 20000;
-
-// Returns whether the condition came true.
-bool WaitFor(const std::function<bool()>& condition) {
-    for (int waitedMs = 0; waitedMs < cPatienceMs; ++waitedMs) {
-        if (condition()) {
-            return true;
-        }
-        usleep(1000);
-    }
-    return false;
-}
 
 int WaitingBytes() {
     int count = 0;
@@ -51,14 +43,13 @@ void ReportModes(const Reporter& reporter) {
     reporter.Line("modes", KEPosixGetCanonicalMode() * 2 + KEPosixGetEchoMode());
 }
 
-// Runs body in a child of the calling process, which stays in the foreground with it, and returns how the
-// child ended.
+// Runs body in a child of the calling process and returns how the child ended. Both are in the foreground.
 int WaitStatusOf(const std::function<void()>& body) {
     const pid_t child = fork();
     if (child == 0) {
         const rlimit noCore{0, 0};
         setrlimit(RLIMIT_CORE, &noCore);
-        alarm(60); // whatever goes wrong
+        alarm(60); // ends the process when the test hangs
         body();
         _exit(0);
     }
@@ -67,7 +58,7 @@ int WaitStatusOf(const std::function<void()>& body) {
     return status;
 }
 
-// The sanitizers' handlers end the process in their own way.
+// The handlers of the sanitizers end the process in their own way.
 void TakeAwayEarlierHandlers() {
     for (const int number : {SIGILL, SIGBUS, SIGFPE, SIGSEGV, SIGABRT, SIGTRAP}) {
         signal(number, SIG_DFL);
@@ -104,7 +95,7 @@ TEST_P(StopRequestOnTerminalTest, AKeyIsSeenAtOnceAndNotShown) {
                 StopRequest stopRequest;
                 ReportModes(reporter);
                 reporter.Line("early", stopRequest.IsRequested());
-                reporter.Line("requested", WaitFor([&] { return stopRequest.IsRequested(); }));
+                reporter.Line("requested", WaitUntil([&] { return stopRequest.IsRequested(); }));
                 reporter.Line("still", stopRequest.IsRequested());
             }
             ReportModes(reporter);
@@ -125,11 +116,11 @@ TEST_P(StopRequestOnTerminalTest, NothingIsLeftForTheNextReader) {
             {
                 StopRequest stopRequest;
                 reporter.Line("ready");
-                WaitFor([] { return WaitingBytes() == 3; });
+                reporter.Line("typed", WaitUntil([] { return WaitingBytes() == 3; }));
                 reporter.Line("requested", stopRequest.IsRequested());
                 reporter.Line("left", WaitingBytes());
-                // Keys that nobody asks for any more.
-                reporter.Line("typed", WaitFor([] { return WaitingBytes() == 4; }));
+                // These keys come after the request.
+                reporter.Line("typed", WaitUntil([] { return WaitingBytes() == 4; }));
             }
             ReportModes(reporter);
             reporter.Line("left", KEPosixKbHit());
@@ -137,6 +128,7 @@ TEST_P(StopRequestOnTerminalTest, NothingIsLeftForTheNextReader) {
         GetParam());
     EXPECT_EQ(child.NextLine(), "ready");
     child.Type("\x1b[A");
+    EXPECT_EQ(child.NextLine(), "typed=1");
     EXPECT_EQ(child.NextLine(), "requested=1");
     EXPECT_EQ(child.NextLine(), "left=0");
     child.Type("more");
@@ -149,7 +141,7 @@ TEST_P(StopRequestOnTerminalTest, EverySignalThatEndsTheProcessRestoresTheTermin
     TerminalChild child(
         [](const Reporter& reporter) {
             for (int number = 1; number <= SIGRTMAX; ++number) {
-                // Killed at once, stopped or ignored by default, or kept by the thread library.
+                // They kill at once, stop or are ignored by default, or belong to the thread library.
                 constexpr int cOthers[] = {SIGKILL, SIGSTOP, SIGTSTP,  SIGTTIN, SIGTTOU, SIGCHLD,
                                            SIGCONT, SIGURG,  SIGWINCH, 32,      33};
                 bool isOther = number == SIGINT || number == SIGTERM || number == SIGHUP;
@@ -212,7 +204,7 @@ TEST(StopRequestTest, AFaultRestoresTheTerminalAndGoesOnToItsEarlierHandler) {
     }
 }
 
-// The owner has signals blocked just then, so it would not come to restore the terminal.
+// The owner has signals blocked at that moment, so it could not restore the terminal.
 TEST(StopRequestTest, AThreadThatAbortsRestoresTheTerminalItself) {
     TerminalChild child([](const Reporter& reporter) {
         const int status = WaitStatusOf([] {
@@ -289,31 +281,42 @@ TEST(StopRequestTest, AHandlerThatWasSetMeanwhileStays) {
     EXPECT_EQ(child.NextLine(), "theirs=1");
 }
 
-TEST(StopRequestTest, TheFirstSignalIsARequestAndALaterOneEndsTheProcess) {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        SCOPED_TRACE(number);
-        TerminalChild child([number](const Reporter& reporter) {
-            const int status = WaitStatusOf([&] {
-                StopRequest stopRequest;
-                reporter.Line("early", stopRequest.IsRequested());
-                // Two at the same time are one request.
-                WithBlockedSignals([number] {
-                    RunUnblocked([number] { raise(number); });
-                    raise(SIGTERM);
-                });
-                reporter.Line("requested", WaitFor([&] { return stopRequest.IsRequested(); }));
-                usleep(600'000);
-                raise(number);
-                reporter.Line("still there");
-            });
-            reporter.Line("ends", WIFSIGNALED(status) ? WTERMSIG(status) : -1);
-            ReportModes(reporter);
+namespace {
+
+// Asks for the end with one signal and, when it is too late to belong to the first, sends it again.
+void SendSignalTwice(const Reporter& reporter, int number) {
+    const int status = WaitStatusOf([&] {
+        StopRequest stopRequest;
+        reporter.Line("early", stopRequest.IsRequested());
+        // Two at the same time are one request.
+        WithBlockedSignals([number] {
+            RunUnblocked([number] { raise(number); });
+            raise(SIGTERM);
         });
-        for (const char* line : {"early=0", "requested=1"}) {
-            EXPECT_EQ(child.NextLine(), line);
-        }
-        EXPECT_EQ(child.NextLine(), "ends=" + std::to_string(number));
-        EXPECT_EQ(child.NextLine(), "modes=3");
+        reporter.Line("requested", WaitUntil([&] { return stopRequest.IsRequested(); }));
+        usleep(600'000);
+        raise(number);
+        reporter.Line("still there");
+    });
+    reporter.Line("ends", WIFSIGNALED(status) ? WTERMSIG(status) : -1);
+    ReportModes(reporter);
+}
+
+} // namespace
+
+TEST(StopRequestTest, TheFirstSignalIsARequestAndALaterOneEndsTheProcess) {
+    constexpr int cSignals[] = {SIGINT, SIGTERM, SIGHUP};
+    std::vector<std::unique_ptr<TerminalChild>> children; // they wait at the same time
+    for (const int number : cSignals) {
+        children.push_back(std::make_unique<TerminalChild>(
+            [number](const Reporter& reporter) { SendSignalTwice(reporter, number); }));
+    }
+    for (std::size_t i = 0; i < std::size(cSignals); ++i) {
+        SCOPED_TRACE(cSignals[i]);
+        EXPECT_EQ(children[i]->NextLine(), "early=0");
+        EXPECT_EQ(children[i]->NextLine(), "requested=1");
+        EXPECT_EQ(children[i]->NextLine(), "ends=" + std::to_string(cSignals[i]));
+        EXPECT_EQ(children[i]->NextLine(), "modes=3");
     }
 }
 
@@ -337,10 +340,10 @@ namespace {
 void SuspendAndContinue(const Reporter& reporter, const std::function<void()>& suspend) {
     const pid_t command = fork();
     if (command == 0) {
-        alarm(60); // whatever goes wrong
+        alarm(60); // ends the process when the test hangs
         StopRequest stopRequest;
         suspend();
-        _exit(WaitFor([&] { return stopRequest.IsRequested(); }) ? 0 : 1);
+        _exit(WaitUntil([&] { return stopRequest.IsRequested(); }) ? 0 : 1);
     }
     int status = 0;
     waitpid(command, &status, WUNTRACED);
@@ -348,14 +351,14 @@ void SuspendAndContinue(const Reporter& reporter, const std::function<void()>& s
     ReportModes(reporter);
     kill(command, SIGCONT);
     reporter.Line("direct again",
-                  WaitFor([] { return !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode(); }));
+                  WaitUntil([] { return !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode(); }));
     kill(command, SIGTERM);
     waitpid(command, &status, 0);
     reporter.Line("exit", WIFEXITED(status) ? WEXITSTATUS(status) : -1);
 }
 
-// Between the command and the leader of the session, so that the command is not in an orphaned group, which
-// nothing can suspend.
+// Runs body in a group between the command and the leader of the session. Without it the command would be in
+// an orphaned group, which nothing can suspend.
 void InAnotherGroup(const std::function<void()>& body) {
     const pid_t group = fork();
     if (group == 0) {
@@ -381,8 +384,8 @@ TEST(StopRequestTest, SuspendingGivesTheTerminalBackUntilTheProcessGoesOn) {
     }
 }
 
-// The system gives a signal to any thread. The terminal must not change hands while the owner switches modes,
-// which it does with signals blocked.
+// The system gives a signal to any thread. The process must not stop while the owner switches modes, which
+// the owner does with signals blocked.
 TEST(StopRequestTest, ASignalOnAnotherThreadWaitsForTheOwner) {
     TerminalChild child([](const Reporter& reporter) {
         InAnotherGroup([&] {
@@ -407,7 +410,7 @@ TEST(StopRequestTest, ModesThatOthersSetAreUsualFromThenOn) {
     TerminalChild child([](const Reporter& reporter) {
         {
             StopRequest stopRequest;
-            KEPosixSwitchCanonicalMode(true); // as a shell does
+            static_cast<void>(KEPosixSwitchCanonicalMode(true)); // as a shell does; the modes below show it
             stopRequest.IsRequested();
             ReportModes(reporter);
         }
@@ -443,7 +446,7 @@ TEST(StopRequestTest, LeavesTheTerminalAloneInTheBackground) {
     }
 }
 
-// What else is in a pipe may be for somebody else.
+// The other bytes in a pipe may be for another program.
 TEST(StopRequestTest, TakesOneByteOfAPipe) {
     TerminalChild child([](const Reporter& reporter) {
         int ends[2];

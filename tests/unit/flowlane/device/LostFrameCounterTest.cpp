@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "device/LostFrameCounter.h"
 
 using namespace flowlane;
@@ -13,19 +13,11 @@ namespace {
 
 constexpr PipelineClock::TimePoint cStart{1000s};
 
-class LostFrameCounterTest : public testing::Test {
+class LostFrameCounterTest : public FakeDeviceTest {
 protected:
-    LostFrameCounterTest() {
-        mFake.Reset();
-        unsigned count = 0;
-        EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-        EXPECT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
-    }
+    LostFrameCounterTest() { OpenToSend(); }
     std::size_t Asked() const { return mFake.CallCount(Qbx::GetDevicePropertyBinary); }
 
-    FakeDevice& mFake = FakeDevice::Instance();
-    QuaysideEnumerator mEnumerator;
-    QuaysideDevice mDevice;
     LostFrameCounter mCounter;
 };
 

@@ -1,5 +1,5 @@
-// The program as a whole, with a scripted device. Each run is in a process of its own, since it sets up what
-// belongs to the process.
+// The whole program, with a scripted device. Each run has a process of its own, since it changes the state of
+// the process.
 
 #include "program/Program.h"
 
@@ -15,15 +15,15 @@ using namespace kestrelon;
 
 namespace {
 
-// Runs the program and ends the process: with 0 when afterwards all loggers have this level.
+// Runs the program and ends the process, with 0 if all loggers have this level then.
 [[noreturn]] void RunAndCheckLevels(std::vector<const char*> words, KELogLevel level) {
     words.insert(words.begin(), "flowlane");
     RunProgram(static_cast<int>(words.size()), words.data());
-    bool areRight = true;
+    bool areAllAtLevel = true;
     for (const KELogger* logger = KELogger::First(); logger; logger = logger->Next()) {
-        areRight = areRight && logger->Level() == level;
+        areAllAtLevel = areAllAtLevel && logger->Level() == level;
     }
-    std::_Exit(areRight ? 0 : 1);
+    std::_Exit(areAllAtLevel ? 0 : 1);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// Frames of an AVTP stream as a talker sends them, written byte by byte from the standards, to be spoilt by
-// a test in one place.
+// Frames of an AVTP stream as a talker sends them, built byte by byte from the standards. A test can then
+// spoil one place of a frame.
 #ifndef FLOWLANE_TESTS_AVTPFRAMEBUILDER_H
 #define FLOWLANE_TESTS_AVTPFRAMEBUILDER_H
 
@@ -10,8 +10,7 @@ namespace testsupport {
 
 using FrameBytes = std::vector<std::uint8_t>;
 
-// A whole number of source packets, or a piece of them: their data blocks are counted from firstBlock of the
-// packet with ordinal firstPacket on.
+// The data blocks of a frame: they begin with block firstBlock of packet firstPacket.
 struct AvtpFrameSpec {
     std::uint8_t sequenceNumber = 0;
     std::uint8_t dataBlockCount = 0;
@@ -24,7 +23,7 @@ struct AvtpFrameSpec {
 
 constexpr unsigned cPacketBytes = 188;
 
-// The byte of a packet that follows from its ordinal and the byte's place.
+// The byte at a place of a packet; it follows from the ordinal of the packet and the place.
 constexpr std::uint8_t PacketByte(unsigned packet, unsigned place) {
     return static_cast<std::uint8_t>(place == 0 ? 0x47 : packet * 7 + place);
 }

@@ -1,4 +1,4 @@
-// Creating an AVTP sink, and the frames it sends, byte by byte.
+// Creating an AVTP sink, and the frames that it sends, byte by byte.
 
 #include <cstdint>
 
@@ -55,7 +55,7 @@ TEST_F(AvtpFrameTest, AFullFrame) {
     EXPECT_THAT(mLog.Messages(), IsEmpty());
 }
 
-// The tag as given, and none for 0.
+// The tag is sent as it was given; 0 means no tag.
 TEST_F(AvtpFrameTest, VlanTags) {
     const std::vector<std::uint16_t> tags = {0x0000, 0x6002, 0x0001, 0xE000, 0xFFFE};
     for (const std::uint16_t vlanTCI : tags) {
@@ -89,7 +89,7 @@ TEST_F(AvtpFrameTest, APartFilledFrame) {
     EXPECT_EQ(mFake.SentFrameCount(), 2u);
 }
 
-// More than seven packets do not fit; 0 stands for seven.
+// Seven packets fit; 0 and higher numbers mean seven.
 TEST_F(AvtpFrameTest, PacketsPerFrame) {
     for (const unsigned requested : {0u, 1u, 2u, 6u, 7u, 8u, 100u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(requested);
@@ -105,7 +105,7 @@ TEST_F(AvtpFrameTest, PacketsPerFrame) {
     EXPECT_EQ(AvtpSink::MaxStreamDataPayloadLength, 1468u);
 }
 
-// 300 frames of seven packets, each counter modulo 256.
+// 300 frames of seven packets. Each counter is modulo 256.
 TEST_F(AvtpFrameTest, CountersWrap) {
     CreateAndStart();
     EXPECT_EQ(Deliver(300 * 7), KESTATUS_SUCCESS);
@@ -140,7 +140,7 @@ TEST_F(AvtpFrameTest, SourcePacketHeaderIsTheLowHalfOfTheTime) {
     }
 }
 
-// A start begins a new stream, but counts on; a part-filled frame is forgotten.
+// A start begins a new stream and discards a part-filled frame. The statistics go on.
 TEST_F(AvtpFrameTest, StartResets) {
     CreateAndStart();
     EXPECT_EQ(Deliver(8), KESTATUS_SUCCESS);
@@ -153,7 +153,7 @@ TEST_F(AvtpFrameTest, StartResets) {
     ExpectStatistics(2, 0);
 }
 
-TEST_F(AvtpFrameTest, StartForgetsAMissOfResources) {
+TEST_F(AvtpFrameTest, AStartDoesNotWaitForResourcesOfTheLastStream) {
     CreateAndStart(0, 1);
     mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
     EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);

@@ -1,19 +1,22 @@
-// A stream whose frames are dropped, doubled and put out of order at random on their way: what the AVTP
-// source forwards is compared with what a plain model of the stream says must come out.
+// A stream whose frames are dropped, doubled and swapped at random on their way. What the AVTP source
+// forwards is compared with a plain model of the stream.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
 #include <random>
-#include <thread>
+#include <vector>
 
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
+#include "WaitUntil.h"
 #include "streaming/AvtpFrameBuilder.h"
 #include "streaming/AvtpSource.h"
-#include "streaming/KeepingSink.h"
+#include "streaming/RecordingSink.h"
 
 using namespace flowlane;
 using namespace kestrelon;
@@ -24,7 +27,7 @@ namespace {
 constexpr unsigned cHeaders = 14 + 24 + 8;
 constexpr unsigned cBlockBytes = 24;
 
-// Packets are told apart by any part of them, so that a mixed one would be seen.
+// The bytes of a packet differ everywhere from those of the others, so that a mixed packet would be seen.
 std::uint8_t UniqueByte(unsigned packet, unsigned place) {
     if (place == 0) {
         return 0x47;
@@ -41,7 +44,7 @@ FrameBytes UniquePacket(unsigned packet) {
     return bytes;
 }
 
-// A frame by its data blocks, which are numbered from the start of the stream, eight to a packet.
+// A frame of data blocks, which are numbered from the start of the stream, eight per packet.
 struct Frame {
     unsigned number;
     unsigned firstBlock;
@@ -64,8 +67,8 @@ struct Frame {
     }
 };
 
-// What has to come out, by the packets' numbers: those whose eight blocks stand in one frame or in frames
-// that arrived one right after the other.
+// The numbers of the packets that must come out: those whose eight blocks are in one frame, or in frames that
+// arrived one directly after the other.
 std::vector<unsigned> ExpectedPackets(const std::vector<Frame>& arrived) {
     std::vector<unsigned> packets;
     unsigned blocksOfPacket = 0; // in a row from its first
@@ -94,24 +97,24 @@ struct Loss {
     unsigned seed;
     unsigned minBlocks; // of a frame
     unsigned maxBlocks;
-    unsigned step; // block counts are multiples of this
-    double dropped;
-    double doubled;
-    double swapped; // with the frame before
+    unsigned step;      // block counts are multiples of this
+    double dropped = 0; // the share of the frames
+    double doubled = 0;
+    double swapped = 0; // with the frame before
 };
 
 void PrintTo(const Loss& loss, std::ostream* stream) {
     *stream << loss.name;
 }
 
-class AvtpLossTest : public testing::TestWithParam<Loss> {
+class AvtpLossTest : public FakeDeviceTest, public testing::WithParamInterface<Loss> {
 protected:
     static constexpr unsigned cFrames = 3000;
 
     std::vector<Frame> ArrivingFrames() {
         const Loss& loss = GetParam();
         std::mt19937 random(loss.seed);
-        // The standard's distributions differ from library to library, this does not.
+        // The distributions of the standard differ from library to library; this does not.
         const auto isChosen = [&](double share) {
             return static_cast<double>(random()) < share * 4294967296.0;
         };
@@ -142,27 +145,20 @@ protected:
 };
 
 TEST_P(AvtpLossTest, ForwardsWholePacketsAndResumesWithTheNextFrame) {
-    FakeDevice& fake = FakeDevice::Instance();
-    fake.Reset();
+    OpenToReceive();
     const LogCapture log;
-    QuaysideEnumerator enumerator;
-    unsigned count = 0;
-    ASSERT_EQ(enumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    QuaysideDevice device;
-    ASSERT_EQ(device.OpenRawRxDevice(enumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
-    KeepingSink sink;
+    RecordingSink sink;
     AvtpSource source;
-    ASSERT_EQ(source.CreateAvtpSource(device, sink, {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}}, 0, false),
+    ASSERT_EQ(source.CreateAvtpSource(mDevice, sink, {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}}, 0, false),
               KESTATUS_SUCCESS);
 
     const std::vector<Frame> arriving = ArrivingFrames();
     for (const Frame& frame : arriving) {
-        fake.QueueReceivedFrame(frame.Bytes());
+        mFake.QueueReceivedFrame(frame.Bytes());
     }
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    for (int i = 0; i < 60000 && fake.CallCount(Qbx::GetReceivedRawFrame) <= arriving.size(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    const auto taken = [&] { return mFake.CallCount(Qbx::GetReceivedRawFrame); };
+    EXPECT_TRUE(WaitUntil([&] { return taken() > arriving.size(); }, taken));
     source.StopSource();
 
     EXPECT_EQ(source.QuerryStatistics().infAvtpPacketsReceived, arriving.size());
@@ -185,17 +181,50 @@ TEST_P(AvtpLossTest, ForwardsWholePacketsAndResumesWithTheNextFrame) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Lossy, AvtpLossTest,
-                         testing::Values(Loss{"NothingLost", 1, 8, 56, 8, 0, 0, 0},
-                                         Loss{"NothingLostAnyCut", 2, 1, 61, 1, 0, 0, 0},
-                                         Loss{"WholePacketsDropped", 3, 8, 56, 8, 0.05, 0, 0},
-                                         Loss{"AnyCutDropped", 4, 1, 61, 1, 0.05, 0, 0},
-                                         Loss{"SmallPieces", 5, 1, 7, 1, 0.02, 0, 0},
-                                         Loss{"FullFramesDoubled", 6, 56, 56, 8, 0, 0.1, 0},
-                                         Loss{"AnyCutSwapped", 7, 1, 61, 1, 0, 0, 0.1},
-                                         Loss{"AllOfIt", 8, 1, 61, 1, 0.1, 0.1, 0.1},
-                                         Loss{"HalfLost", 9, 1, 61, 1, 0.5, 0.2, 0.2},
-                                         Loss{"WholePacketsAllOfIt", 10, 8, 56, 8, 0.2, 0.2, 0.2}),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Lossy, AvtpLossTest,
+    testing::Values(
+        Loss{.name = "NothingLost", .seed = 1, .minBlocks = 8, .maxBlocks = 56, .step = 8},
+        Loss{.name = "NothingLostAnyCut", .seed = 2, .minBlocks = 1, .maxBlocks = 61, .step = 1},
+        Loss{.name = "WholePacketsDropped",
+             .seed = 3,
+             .minBlocks = 8,
+             .maxBlocks = 56,
+             .step = 8,
+             .dropped = 0.05},
+        Loss{.name = "AnyCutDropped", .seed = 4, .minBlocks = 1, .maxBlocks = 61, .step = 1, .dropped = 0.05},
+        Loss{.name = "SmallPieces", .seed = 5, .minBlocks = 1, .maxBlocks = 7, .step = 1, .dropped = 0.02},
+        Loss{.name = "FullFramesDoubled",
+             .seed = 6,
+             .minBlocks = 56,
+             .maxBlocks = 56,
+             .step = 8,
+             .doubled = 0.1},
+        Loss{.name = "AnyCutSwapped", .seed = 7, .minBlocks = 1, .maxBlocks = 61, .step = 1, .swapped = 0.1},
+        Loss{.name = "AllOfIt",
+             .seed = 8,
+             .minBlocks = 1,
+             .maxBlocks = 61,
+             .step = 1,
+             .dropped = 0.1,
+             .doubled = 0.1,
+             .swapped = 0.1},
+        Loss{.name = "HalfLost",
+             .seed = 9,
+             .minBlocks = 1,
+             .maxBlocks = 61,
+             .step = 1,
+             .dropped = 0.5,
+             .doubled = 0.2,
+             .swapped = 0.2},
+        Loss{.name = "WholePacketsAllOfIt",
+             .seed = 10,
+             .minBlocks = 8,
+             .maxBlocks = 56,
+             .step = 8,
+             .dropped = 0.2,
+             .doubled = 0.2,
+             .swapped = 0.2}),
+    [](const auto& row) { return row.param.name; });
 
 } // namespace

@@ -1,5 +1,8 @@
 #include "streaming/AvtpSinkFixture.h"
 
+#include <initializer_list>
+#include <iterator>
+
 namespace testsupport {
 
 using namespace flowlane;
@@ -21,10 +24,7 @@ void FillPacket(TSPacket& packet, unsigned ordinal) {
 }
 
 AvtpSinkTest::AvtpSinkTest() {
-    mFake.Reset();
-    unsigned count = 0;
-    EXPECT_EQ(mEnumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    EXPECT_EQ(mDevice.OpenRawTxDevice(mEnumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
+    OpenToSend();
     mFake.ClearCalls();
 }
 

@@ -1,5 +1,14 @@
 // What the AVTP sink does with every answer of the device.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "streaming/AvtpSinkFixture.h"
 
 using namespace flowlane;
@@ -22,96 +31,71 @@ CapturedMessage Failed(const char* what, KESTATUS st) {
     return {KEERROR, KEStdStringFormat("{} failed, st={}", what, KEFormatArgKEStatus(st))};
 }
 
-// One packet, delivered to a sink of one packet a frame, or of several and sent by SendDeliveredPackets.
+// One packet. The sink sends it at once when a frame holds one packet, else in SendDeliveredPackets.
 struct AnswerCase {
     const char* name;
-    std::vector<std::pair<Qbx, std::vector<KESTATUS>>> answers;
+    std::vector<std::pair<Qbx, std::vector<KESTATUS>>> answers = {};
     std::vector<const char*> calls;
-    KESTATUS result;
-    const char* failing; // what is reported as failed, null for nothing
-    std::uint64_t sent;
-    std::uint64_t noResources;
+    KESTATUS result = KESTATUS_SUCCESS;
+    const char* failing = nullptr; // the call that is reported as failed
+    std::uint64_t sent = 0;
+    std::uint64_t noResources = 0;
 };
 
 const AnswerCase cAnswerCases[] = {
-    {"AllWell", {}, {cCheck, cSubmit}, KESTATUS_SUCCESS, nullptr, 1, 0},
-    {"NoResources",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
-     {cCheck},
-     KESTATUS_SUCCESS,
-     nullptr,
-     0,
-     1},
-    {"NoSpace",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}},
-     {cCheck, cSend, cCheck, cSubmit},
-     KESTATUS_SUCCESS,
-     nullptr,
-     1,
-     0},
-    {"NoSpaceThreeTimes",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_SPACE, KESTATUS_NO_SPACE}}},
-     {cCheck, cSend, cCheck, cSend, cCheck, cSend, cCheck, cSubmit},
-     KESTATUS_SUCCESS,
-     nullptr,
-     1,
-     0},
-    {"NoSpaceThenNoResources",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_RESOURCES}}},
-     {cCheck, cSend, cCheck},
-     KESTATUS_SUCCESS,
-     nullptr,
-     0,
-     1},
-    {"NoSpaceThenFailure",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_INVALID_LENGTH}}},
-     {cCheck, cSend, cCheck},
-     KESTATUS_INVALID_LENGTH,
-     "CheckSubmitRawFrame",
-     0,
-     0},
-    {"NoSpaceAndTheFlushFails",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}, {Qbx::SendRawFrames, {KESTATUS_DEVICE_REMOVED}}},
-     {cCheck, cSend},
-     KESTATUS_DEVICE_REMOVED,
-     "SendRawFrames",
-     0,
-     0},
-    {"NoSpaceAndNothingToFlush",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}, {Qbx::SendRawFrames, {KESTATUS_NO_DATA}}},
-     {cCheck, cSend},
-     KESTATUS_NO_DATA,
-     "SendRawFrames",
-     0,
-     0},
-    {"CheckFails",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_INVALID_HANDLE}}},
-     {cCheck},
-     KESTATUS_INVALID_HANDLE,
-     "CheckSubmitRawFrame",
-     0,
-     0},
-    {"CheckTimesOut",
-     {{Qbx::CheckSubmitRawFrame, {KESTATUS_TIMEOUT}}},
-     {cCheck},
-     KESTATUS_TIMEOUT,
-     "CheckSubmitRawFrame",
-     0,
-     0},
-    {"SubmitFails",
-     {{Qbx::SubmitRawFrame, {KESTATUS_DEVICE_REMOVED}}},
-     {cCheck, cSubmit},
-     KESTATUS_DEVICE_REMOVED,
-     "SubmitRawFrame",
-     0,
-     0},
-    {"SubmitHasNoResources",
-     {{Qbx::SubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
-     {cCheck, cSubmit},
-     KESTATUS_NO_RESOURCES,
-     "SubmitRawFrame",
-     0,
-     0},
+    {.name = "AllWell", .calls = {cCheck, cSubmit}, .sent = 1},
+    {.name = "NoResources",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
+     .calls = {cCheck},
+     .noResources = 1},
+    {.name = "NoSpace",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}},
+     .calls = {cCheck, cSend, cCheck, cSubmit},
+     .sent = 1},
+    {.name = "NoSpaceThreeTimes",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_SPACE, KESTATUS_NO_SPACE}}},
+     .calls = {cCheck, cSend, cCheck, cSend, cCheck, cSend, cCheck, cSubmit},
+     .sent = 1},
+    {.name = "NoSpaceThenNoResources",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_NO_RESOURCES}}},
+     .calls = {cCheck, cSend, cCheck},
+     .noResources = 1},
+    {.name = "NoSpaceThenFailure",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE, KESTATUS_INVALID_LENGTH}}},
+     .calls = {cCheck, cSend, cCheck},
+     .result = KESTATUS_INVALID_LENGTH,
+     .failing = "CheckSubmitRawFrame"},
+    {.name = "NoSpaceAndTheFlushFails",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}},
+                 {Qbx::SendRawFrames, {KESTATUS_DEVICE_REMOVED}}},
+     .calls = {cCheck, cSend},
+     .result = KESTATUS_DEVICE_REMOVED,
+     .failing = "SendRawFrames"},
+    {.name = "NoSpaceAndNothingToFlush",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_NO_SPACE}}, {Qbx::SendRawFrames, {KESTATUS_NO_DATA}}},
+     .calls = {cCheck, cSend},
+     .result = KESTATUS_NO_DATA,
+     .failing = "SendRawFrames"},
+    {.name = "CheckFails",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_INVALID_HANDLE}}},
+     .calls = {cCheck},
+     .result = KESTATUS_INVALID_HANDLE,
+     .failing = "CheckSubmitRawFrame"},
+    {.name = "CheckTimesOut",
+     .answers = {{Qbx::CheckSubmitRawFrame, {KESTATUS_TIMEOUT}}},
+     .calls = {cCheck},
+     .result = KESTATUS_TIMEOUT,
+     .failing = "CheckSubmitRawFrame"},
+    {.name = "SubmitFails",
+     .answers = {{Qbx::SubmitRawFrame, {KESTATUS_DEVICE_REMOVED}}},
+     .calls = {cCheck, cSubmit},
+     .result = KESTATUS_DEVICE_REMOVED,
+     .failing = "SubmitRawFrame"},
+    {.name = "SubmitHasNoResources",
+     .answers = {{Qbx::SubmitRawFrame, {KESTATUS_NO_RESOURCES}}},
+     .calls = {cCheck, cSubmit},
+     .result = KESTATUS_NO_RESOURCES,
+     .failing = "SubmitRawFrame"},
 };
 
 class AvtpAnswerTest : public AvtpSinkTest, public testing::WithParamInterface<AnswerCase> {
@@ -178,8 +162,8 @@ TEST_F(AvtpSubmitTest, TheFlushAtTheEndOfABatch) {
     ExpectStatistics(5, 0);
 }
 
-// The frame without resources is lost, its numbers are used up, and the next one waits first.
-TEST_F(AvtpSubmitTest, AfterNoResourcesTheNextSubmitWaits) {
+// The frame without resources is lost and its numbers are used up. The next one waits first.
+TEST_F(AvtpSubmitTest, AfterAFrameWithoutResourcesTheNextOneWaits) {
     CreateAndStart(0, 1);
     EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
     mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
@@ -217,7 +201,7 @@ TEST_F(AvtpSubmitTest, AFailingWaitIsAFailure) {
     ExpectStatistics(0, 1);
 }
 
-// A wait that runs out keeps a part-filled frame: packets join it until it can be sent.
+// A part-filled frame stays when the wait times out. It takes more packets until it can be sent.
 TEST_F(AvtpSubmitTest, ATimedOutWaitKeepsThePartFilledFrame) {
     CreateAndStart();
     mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
@@ -231,13 +215,13 @@ TEST_F(AvtpSubmitTest, ATimedOutWaitKeepsThePartFilledFrame) {
     EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
     EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
     EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
-    // Every try used up a sequence number, no data block was lost but the first frame's.
+    // Every attempt used up a sequence number. Only the data blocks of the first frame were lost.
     ExpectFrames({{3, 8, {1, 2, 3}}});
     ExpectStatistics(1, 3);
     EXPECT_THAT(mLog.Messages(), IsEmpty());
 }
 
-// The frame that was kept is full: the next packet is its last chance.
+// The frame that was kept is full. The next packet is its last chance.
 TEST_F(AvtpSubmitTest, AKeptFullFrameIsSentBeforeTheNextPacket) {
     CreateAndStart(0, 2);
     mFake.Queue(Qbx::CheckSubmitRawFrame, {KESTATUS_NO_RESOURCES});
@@ -302,11 +286,11 @@ TEST_F(AvtpSubmitTest, TheFrameNeverOutgrowsItsBuffer) {
 
 namespace {
 
-// The number of lost frames is asked for while the device is used, so by the thread that uses it.
+// The number of lost frames is read while the sink uses the device, so on the thread that uses it.
 class AvtpSinkLossTest : public AvtpSinkTest {
 protected:
     AvtpSinkLossTest() {
-        mFake.SetLostFrames(1000); // from before: not the sink's
+        mFake.SetLostFrames(1000); // before the sink was created
         CreateAndStart(0, 5);
     }
     KESTATUS DeliverAndSend() {
@@ -326,7 +310,7 @@ TEST_F(AvtpSinkLossTest, IsPublishedOnceASecond) {
     EXPECT_EQ(Asked(), before);
     EXPECT_EQ(mSink.LostFrames(), 0u);
     mClock.Sleep(10);
-    EXPECT_EQ(mSink.LostFrames(), 0u); // who asks the sink does not ask the device
+    EXPECT_EQ(mSink.LostFrames(), 0u); // asking the sink does not ask the device
     EXPECT_EQ(Asked(), before);
     EXPECT_EQ(DeliverAndSend(), KESTATUS_SUCCESS);
     EXPECT_EQ(mSink.LostFrames(), 3u);

@@ -1,18 +1,21 @@
-// A whole run from file to device allocates nothing once it has started: not per packet, not per frame, not
-// for a message.
+// A run from the file to the device allocates nothing once it has started: not per packet, not per frame and
+// not per message.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
 #include "AllocationGate.h"
 #include "CountedAllocations.h"
-#include "FakeDevice.h"
+#include "FakeDeviceTest.h"
 #include "LogCapture.h"
 #include "OperatorNew.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "log/KELogging.h"
 #include "streaming/AvtpSink.h"
 #include "streaming/RecordingSink.h"
@@ -30,7 +33,7 @@ class CountingTarget final : public KELogTarget {
 public:
     CountingTarget() : KELogTarget("CountingTarget") {
         logger::Global.SetLevel(KEMAXLEVEL);
-        logger::Global.AttachTarget(*this);
+        EXPECT_EQ(logger::Global.AttachTarget(*this), KESTATUS_SUCCESS);
     }
     ~CountingTarget() override { logger::Global.DetachTarget(*this); }
     void OutputMessage(KELogMessage& message, const KELogger&, const KELogMsgMetaData&) override {
@@ -42,7 +45,7 @@ public:
     std::atomic<unsigned> mCharacters{0};
 };
 
-// Steady segments, a gap that is dropped, a bad packet and a jump back, so that messages appear too.
+// Steady segments, a gap that is dropped, a bad packet and a jump back, so that there are messages too.
 TSStream EventfulStream() {
     TSStream stream;
     for (unsigned i = 0; i < 100; ++i) {
@@ -52,22 +55,24 @@ TSStream EventfulStream() {
         3);
 }
 
-void PlayAndCount(bool rewindFile, std::size_t& allocations, std::uint64_t& packets, unsigned& messages,
-                  AvtpSink::Statistics& frames) {
-    FakeDevice& fake = FakeDevice::Instance();
-    fake.Reset();
-    QuaysideEnumerator enumerator;
-    unsigned count = 0;
-    ASSERT_EQ(enumerator.EnumerateDevices(QBXDeviceType_any, count), KESTATUS_SUCCESS);
-    QuaysideDevice device;
-    ASSERT_EQ(device.OpenRawTxDevice(enumerator, 0, 0, QBXRawHeaderType_None, 0), KESTATUS_SUCCESS);
-    fake.SetRecording(false);
+class NoAllocationTest : public FakeDeviceTest {
+protected:
+    void PlayAndCount(bool rewindFile);
 
-    const TempFile file(EventfulStream());
+    std::size_t mAllocations = 0; // from the start of the source to the stop
+    std::uint64_t mPackets = 0;
+    std::uint64_t mFrames = 0;
+    unsigned mMessages = 0;
+};
+
+void NoAllocationTest::PlayAndCount(bool rewindFile) {
+    OpenToSend();
+    mFake.SetRecording(false);
+    const StreamFile file(EventfulStream());
     CountingTarget target;
     GatedClock clock(2000); // 20 s
     AvtpSink sink;
-    ASSERT_EQ(sink.CreateAvtpSink(device, {{1, 2, 3, 4, 5, 6}}, 7, 8, 0), KESTATUS_SUCCESS);
+    ASSERT_EQ(sink.CreateAvtpSink(mDevice, {{1, 2, 3, 4, 5, 6}}, 7, 8, 0), KESTATUS_SUCCESS);
     ASSERT_EQ(sink.StartSink(), KESTATUS_SUCCESS);
     TSFileSource source(clock);
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, rewindFile, 500), KESTATUS_SUCCESS);
@@ -81,16 +86,15 @@ void PlayAndCount(bool rewindFile, std::size_t& allocations, std::uint64_t& pack
     };
     ASSERT_TRUE(WaitUntil(isDone));
     source.StopSource();
-    const std::size_t after = AllocationCount();
-    allocations = after - before;
-    packets = source.QuerryStatistics().infTsPacketsDelivered;
-    messages = target.mMessages.load();
-    frames = sink.QuerryStatistics();
+    mAllocations = AllocationCount() - before;
+    mPackets = source.QuerryStatistics().infTsPacketsDelivered;
+    mFrames = sink.QuerryStatistics().infAvtpPacketsSent;
+    mMessages = target.mMessages.load();
 }
 
 } // namespace
 
-TEST(NoAllocationTest, TheCountCounts) {
+TEST_F(NoAllocationTest, TheCountCounts) {
     const std::size_t before = AllocationCount();
     const auto one = std::make_unique<TSPacket>();
     EXPECT_EQ(AllocationCount(), before + 1);
@@ -100,9 +104,9 @@ TEST(NoAllocationTest, TheCountCounts) {
 }
 
 // Lack of memory is a status like any other.
-TEST(NoAllocationTest, WithoutMemoryForThePacketsTheSourceIsNotCreated) {
+TEST_F(NoAllocationTest, WithoutMemoryForThePacketsTheSourceIsNotCreated) {
     FLOWLANE_NEEDS_OPERATOR_NEW();
-    const TempFile file(EventfulStream());
+    const StreamFile file(EventfulStream());
     LogCapture log;
     VirtualClock clock;
     RecordingSink sink(clock);
@@ -115,26 +119,18 @@ TEST(NoAllocationTest, WithoutMemoryForThePacketsTheSourceIsNotCreated) {
     EXPECT_EQ(log.Messages().size(), 1u);
 }
 
-TEST(NoAllocationTest, PlayingAFileAllocatesNothing) {
-    std::size_t allocations = 1;
-    std::uint64_t packets = 0;
-    unsigned messages = 0;
-    AvtpSink::Statistics frames;
-    ASSERT_NO_FATAL_FAILURE(PlayAndCount(false, allocations, packets, messages, frames));
-    EXPECT_EQ(allocations, 0u);
-    EXPECT_EQ(packets, 99u * 41u + 3u * 11u); // but for the segment before the gap and the tail
-    EXPECT_GE(frames.infAvtpPacketsSent, packets / 7);
-    EXPECT_GE(messages, 2u);
+TEST_F(NoAllocationTest, PlayingAFileAllocatesNothing) {
+    ASSERT_NO_FATAL_FAILURE(PlayAndCount(false));
+    EXPECT_EQ(mAllocations, 0u);
+    EXPECT_EQ(mPackets, 99u * 41u + 3u * 11u); // without the segment before the gap and the last packets
+    EXPECT_GE(mFrames, mPackets / 7);
+    EXPECT_GE(mMessages, 2u);
 }
 
-TEST(NoAllocationTest, LoopingAllocatesNothing) {
-    std::size_t allocations = 1;
-    std::uint64_t packets = 0;
-    unsigned messages = 0;
-    AvtpSink::Statistics frames;
-    ASSERT_NO_FATAL_FAILURE(PlayAndCount(true, allocations, packets, messages, frames));
-    EXPECT_EQ(allocations, 0u);
-    EXPECT_GE(packets, 4u * 4000u);
-    EXPECT_GE(frames.infAvtpPacketsSent, packets / 7);
-    EXPECT_GE(messages, 8u); // two at each pass: the gap and the bad packet, and each rewind
+TEST_F(NoAllocationTest, LoopingAllocatesNothing) {
+    ASSERT_NO_FATAL_FAILURE(PlayAndCount(true));
+    EXPECT_EQ(mAllocations, 0u);
+    EXPECT_GE(mPackets, 4u * 4000u);
+    EXPECT_GE(mFrames, mPackets / 7);
+    EXPECT_GE(mMessages, 8u); // two per pass, the gap and the bad packet, and each rewind
 }

@@ -60,7 +60,7 @@ ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, 
         }
     }
 
-    // Packets are handed over in order, at the first wake-up at which all before them were due.
+    // Packets are handed over in order, each at the first wake-up at which it and all before it are due.
     std::int64_t wakeTime = startTime;
     for (Delivery& delivery : expected.deliveries) {
         const std::int64_t sinceStart = std::max<std::int64_t>(delivery.deliverTime - startTime, 0);

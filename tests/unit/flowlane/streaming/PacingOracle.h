@@ -1,4 +1,5 @@
-// What a transport stream file source has to do with a stream, worked out from the stream as a whole.
+// What a transport stream file source must do with a stream. It follows from the whole stream at once, in
+// another way than the source works.
 #ifndef FLOWLANE_TESTS_PACINGORACLE_H
 #define FLOWLANE_TESTS_PACINGORACLE_H
 
@@ -15,7 +16,8 @@ struct ExpectedPlayback {
     std::vector<CapturedMessage> messages; // of reading the stream
 };
 
-// Passes through the stream from the start time (ns) on, with packets to read all of them ahead.
+// Of this number of passes through the stream from the start time (ns) on, with enough packets to read all of
+// them ahead.
 ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, unsigned passes);
 
 // The number of wake-ups at which packets are handed over.

@@ -1,11 +1,15 @@
-// A sink that records what it is given and fails when it is told to.
+// A sink that records what it is given, and answers as a test wants.
 #ifndef FLOWLANE_TESTS_RECORDINGSINK_H
 #define FLOWLANE_TESTS_RECORDINGSINK_H
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <ostream>
 #include <vector>
 
-#include "VirtualClock.h"
+#include "streaming/AvtpFrameBuilder.h"
 #include "streaming/SinkBase.h"
 #include "streaming/TSStream.h"
 
@@ -24,40 +28,42 @@ inline std::ostream& operator<<(std::ostream& stream, const Delivery& delivery) 
                   << delivery.wakeTime << "}";
 }
 
-// The records are for the test once the source has been stopped.
+// The source's thread calls it. Set the answers before the source is started, and read the records when it is
+// stopped; mDeliverCalls can be read at any time.
 class RecordingSink final : public flowlane::SinkBase {
 public:
-    explicit RecordingSink(VirtualClock& clock) : mClock(clock) {}
+    using Answer = std::function<KESTATUS()>;
 
-    KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
+    RecordingSink() = default; // all wake times are 0
+    explicit RecordingSink(flowlane::PipelineClock& clock) : mClock(&clock) {}
+
+    [[nodiscard]] KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
     void StopSink() override {}
 
-    KESTATUS DeliverTSPacket(const flowlane::TSPacket& packet) override {
+    [[nodiscard]] KESTATUS DeliverTSPacket(const flowlane::TSPacket& packet) override {
+        mPackets.emplace_back(packet.mData, packet.mData + sizeof packet.mData);
+        mDeliveries.push_back({.ordinal = TSStream::OrdinalOf(packet),
+                               .deliverTime = packet.mDeliverTime.time_since_epoch().count(),
+                               .wakeTime = mClock ? mClock->Now().time_since_epoch().count() : 0});
         mDeliverCalls.fetch_add(1);
-        if (mDeliverCalls.load() == mFailingDeliver) {
-            return mStatus;
-        }
-        mDeliveries.push_back({TSStream::OrdinalOf(packet), packet.mDeliverTime.time_since_epoch().count(),
-                               mClock.Now().time_since_epoch().count()});
-        return KESTATUS_SUCCESS;
+        return mOnDeliver ? mOnDeliver() : KESTATUS_SUCCESS;
     }
-
-    KESTATUS SendDeliveredPackets() override {
+    [[nodiscard]] KESTATUS SendDeliveredPackets() override {
         mBatches.push_back(mDeliveries.size());
-        return mBatches.size() == mFailingSend ? mStatus : KESTATUS_SUCCESS;
+        return mOnSend ? mOnSend() : KESTATUS_SUCCESS;
     }
 
-    // 1 for the first call; 0 for none.
-    unsigned mFailingDeliver = 0;
-    unsigned mFailingSend = 0;
-    KESTATUS mStatus = KESTATUS_DEVICE_REMOVED;
+    // Return the sink's answer, after the call is recorded. Not set: success.
+    Answer mOnDeliver;
+    Answer mOnSend;
 
     std::atomic<unsigned> mDeliverCalls{0};
+    std::vector<FrameBytes> mPackets; // the bytes of each packet
     std::vector<Delivery> mDeliveries;
-    std::vector<std::size_t> mBatches; // how many packets had been taken at each SendDeliveredPackets
+    std::vector<std::size_t> mBatches; // the number of packets at each SendDeliveredPackets
 
 private:
-    VirtualClock& mClock;
+    flowlane::PipelineClock* mClock = nullptr;
 };
 
 } // namespace testsupport

@@ -1,8 +1,11 @@
-// The times of packets, in virtual time, against those worked out from the stream as a whole.
+// The times at which packets are sent, in virtual time, compared with those that follow from the whole
+// stream.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "streaming/PacingOracle.h"
 #include "streaming/TSFileSource.h"
 
@@ -75,7 +78,7 @@ void ExpectPlaysOnce(const TSStream& stream, std::size_t deliveries) {
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
     ASSERT_EQ(expected.deliveries.size(), deliveries);
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock;
     RecordingSink sink(clock);
     LogCapture log;
@@ -83,7 +86,8 @@ void ExpectPlaysOnce(const TSStream& stream, std::size_t deliveries) {
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 1000), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
     ASSERT_TRUE(
-        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; }));
+        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; },
+                  [&] { return log.Messages(); }));
     EXPECT_TRUE(source.IsEndOfFileReached());
     source.StopSource();
 
@@ -102,12 +106,12 @@ TEST_P(TSPacingTest, PlaysOnce) {
     ExpectPlaysOnce(GetParam().stream, GetParam().deliveries);
 }
 
-// The same with few packets: reading runs less far ahead, the times stay.
+// The same with few packets: reading runs less far ahead, but the times are the same.
 TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     const TSStream& stream = GetParam().stream;
     const ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock;
     RecordingSink sink(clock);
     LogCapture log;
@@ -116,7 +120,8 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 203), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
     ASSERT_TRUE(
-        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; }));
+        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; },
+                  [&] { return log.Messages(); }));
     source.StopSource();
 
     ASSERT_EQ(sink.mDeliveries.size(), expected.deliveries.size());
@@ -126,7 +131,7 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     }
 }
 
-// More packets than are dropped at once, before and between the references: the others keep their times.
+// Before and between the references there are more packets than one call drops. The others keep their times.
 TEST(TSPacingDropTest, PlaysOnceWithManyPacketsToDrop) {
     ExpectPlaysOnce(TSStream().Bad(25000).PCR(0).Plain(3).PCR(900).Bad(12000).Plain(2).PCR(1800), 7);
     ExpectPlaysOnce(TSStream().Plain(35000).PCR(0).Plain(3).PCR(900), 4);
@@ -135,19 +140,19 @@ TEST(TSPacingDropTest, PlaysOnceWithManyPacketsToDrop) {
 TEST_P(TSPacingTest, Loops) {
     const TSStream& stream = GetParam().stream;
     ExpectedPlayback expected = ExpectPlayback(stream, cStart, 4);
-    // The time stands still when three passes are over, in the pause before the fourth one; a stream
-    // without two PCRs gets half a second.
+    // The time stops after three passes, in the pause before the fourth. A stream without two PCRs gets half
+    // a second.
     unsigned sleeps = 50;
     bool isAheadOfTime = false;
     if (!expected.deliveries.empty()) {
         const std::int64_t end = expected.deliveries[GetParam().deliveries * 3 - 1].wakeTime;
         sleeps = static_cast<unsigned>((end - cStart) / 10000000);
-        // A stream whose clock ends before its start has all further passes in the past.
+        // When the clock of a stream ends before its start, all further passes are in the past.
         isAheadOfTime = expected.deliveries.back().wakeTime <= end;
         std::erase_if(expected.deliveries, [&](const Delivery& delivery) { return delivery.wakeTime > end; });
     }
 
-    const TempFile file(stream);
+    const StreamFile file(stream);
     VirtualClock clock(sleeps);
     RecordingSink sink(clock);
     LogCapture log;

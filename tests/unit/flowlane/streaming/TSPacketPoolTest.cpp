@@ -1,4 +1,4 @@
-// The pool of packets.
+// The pool of packets: how it is filled, used and freed.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using testing::ElementsAre;
 
 namespace {
 
-// Gives memory for so many items only.
+// Has memory for a limited number of items.
 struct ScarceAllocator {
     static inline unsigned sItemsLeft = 0;
     static inline unsigned sInUse = 0;
@@ -54,7 +54,7 @@ struct CountingLock {
 
 } // namespace
 
-TEST(KEPoolTest, IsEmptyAfterConstruction) {
+TEST(TSPacketPoolTest, IsEmptyAfterConstruction) {
     TSPacketPool pool;
     EXPECT_EQ(pool.TotalCount(), 0u);
     EXPECT_EQ(pool.CurrentCount(), 0u);
@@ -62,7 +62,7 @@ TEST(KEPoolTest, IsEmptyAfterConstruction) {
     EXPECT_EQ(pool.CurrentCount(), 0u);
 }
 
-TEST(KEPoolTest, NumbersItsItemsAndGivesThemOutInOrder) {
+TEST(TSPacketPoolTest, NumbersItsItemsAndGivesThemOutInOrder) {
     TSPacketPool pool;
     ASSERT_EQ(pool.AllocatePool(3), KESTATUS_SUCCESS);
     EXPECT_EQ(pool.TotalCount(), 3u);
@@ -80,7 +80,7 @@ TEST(KEPoolTest, NumbersItsItemsAndGivesThemOutInOrder) {
     EXPECT_EQ(pool.GetItem(), nullptr);
     EXPECT_EQ(pool.TotalCount(), 3u);
 
-    // Reused first in, first out, as they are.
+    // They are reused first in, first out, and are not changed.
     packets[2]->mData[5] = 99;
     packets[2]->ReleaseToPool();
     packets[0]->ReleaseToPool();
@@ -97,7 +97,7 @@ TEST(KEPoolTest, NumbersItsItemsAndGivesThemOutInOrder) {
     }
 }
 
-TEST(KEPoolTest, ReleasesThroughTheOwningPool) {
+TEST(TSPacketPoolTest, ReleasesThroughTheOwningPool) {
     struct Owner final : KEPoolBase {
         KEPoolItemBase* GetItem() override { return nullptr; }
         void PutItem(KEPoolItemBase* item) override { mPut = item; }
@@ -113,7 +113,7 @@ TEST(KEPoolTest, ReleasesThroughTheOwningPool) {
     EXPECT_EQ(owner.mPut, &packet);
 }
 
-TEST(KEPoolTest, AllocatesOnce) {
+TEST(TSPacketPoolTest, AllocatesOnce) {
     LogCapture log;
     TSPacketPool pool;
     EXPECT_EQ(pool.AllocatePool(0), KESTATUS_SUCCESS);
@@ -132,7 +132,7 @@ TEST(KEPoolTest, AllocatesOnce) {
     packet->ReleaseToPool();
 }
 
-TEST(KEPoolTest, FreeingReportsOutstandingItemsAndLeavesThemAlone) {
+TEST(TSPacketPoolTest, FreeingReportsOutstandingItemsAndLeavesThemAlone) {
     LogCapture log;
     DestructionCounter::sDestroyed = 0;
     auto pool = std::make_unique<KEPoolT<DestructionCounter, KEEmptyLock, KEHeapMemAllocator>>();
@@ -156,7 +156,7 @@ TEST(KEPoolTest, FreeingReportsOutstandingItemsAndLeavesThemAlone) {
     KEHeapMemAllocator::Free(second);
 }
 
-TEST(KEPoolTest, TheDestructorFreesItsItems) {
+TEST(TSPacketPoolTest, TheDestructorFreesItsItems) {
     LogCapture log;
     DestructionCounter::sDestroyed = 0;
     {
@@ -167,7 +167,7 @@ TEST(KEPoolTest, TheDestructorFreesItsItems) {
     EXPECT_THAT(log.Messages(), ElementsAre());
 }
 
-TEST(KEPoolTest, LetsTheAllocatorsExceptionOutAndKeepsWhatItGot) {
+TEST(TSPacketPoolTest, LetsTheAllocatorsExceptionOutAndKeepsWhatItGot) {
     ScarceAllocator::sItemsLeft = 3;
     ScarceAllocator::sInUse = 0;
     {
@@ -179,7 +179,7 @@ TEST(KEPoolTest, LetsTheAllocatorsExceptionOutAndKeepsWhatItGot) {
     EXPECT_EQ(ScarceAllocator::sInUse, 0u);
 }
 
-TEST(KEPoolTest, HoldsItsLockWhileItTouchesTheList) {
+TEST(TSPacketPoolTest, HoldsItsLockWhileItTouchesTheList) {
     KEPoolT<TSPacket, CountingLock, KEHeapMemAllocator> pool;
     ASSERT_EQ(pool.AllocatePool(1), KESTATUS_SUCCESS);
     CountingLock::sTimes = 0;

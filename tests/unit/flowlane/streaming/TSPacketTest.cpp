@@ -1,4 +1,4 @@
-// Packets, their clock references, the queue of packets and the contracts of sink and clock.
+// Packets and their clock references, the queue of packets, and what a sink and the clock promise.
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,5 @@
 #include "streaming/TSStream.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-
 namespace testsupport {
 
 namespace {
@@ -19,7 +13,7 @@ std::vector<std::uint8_t> TSStream::PacketBytes(const StreamPacket& packet, std:
         bytes[i] = static_cast<std::uint8_t>(ordinal * 7 + i);
     }
     bytes[0] = packet.hasSyncByte ? 0x47 : 0x46;
-    bytes[1] = 0x01; // PID 0x100 to 0x10F, so that PCRs stand on several
+    bytes[1] = 0x01; // PID 0x100 to 0x10F, so that PCRs are on several
     bytes[2] = static_cast<std::uint8_t>(ordinal % 16);
     bytes[3] = 0x10;
     if (packet.pcr) {
@@ -29,7 +23,7 @@ std::vector<std::uint8_t> TSStream::PacketBytes(const StreamPacket& packet, std:
         for (unsigned i = 0; i < 4; ++i) {
             bytes[6 + i] = static_cast<std::uint8_t>(*packet.pcr >> (25 - 8 * i));
         }
-        // The lowest bit of the base, six reserved ones and an extension that counts for nothing.
+        // The lowest bit of the base, six reserved bits, and an extension that has no effect.
         bytes[10] = static_cast<std::uint8_t>((*packet.pcr & 1) << 7 | 0x7F);
         bytes[11] = 0x2B;
     }
@@ -61,17 +55,9 @@ std::vector<std::uint8_t> TSStream::Bytes() const {
     return bytes;
 }
 
-TempFile::TempFile(const std::vector<std::uint8_t>& bytes) : mPath(testing::TempDir() + "flowlane-XXXXXX") {
-    const int descriptor = mkstemp(mPath.data());
-    std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
-    if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() || std::fclose(file) != 0) {
-        std::perror("cannot write the test's file");
-        std::abort();
-    }
-}
-
-TempFile::~TempFile() {
-    unlink(mPath.c_str());
+StreamFile::StreamFile(const TSStream& stream) {
+    const std::vector<std::uint8_t> bytes = stream.Bytes();
+    mFolder.Write("stream.ts", {bytes.begin(), bytes.end()});
 }
 
 } // namespace testsupport

@@ -1,5 +1,5 @@
 // Builds transport streams for tests, packet by packet, and writes them to temporary files. Every packet
-// carries its ordinal, by which it is known again at the sink.
+// carries its ordinal, by which the sink can tell it from the others.
 #ifndef FLOWLANE_TESTS_TSSTREAM_H
 #define FLOWLANE_TESTS_TSSTREAM_H
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "TemporaryFolder.h"
 #include "streaming/TSPacket.h"
 
 namespace testsupport {
@@ -24,7 +25,7 @@ public:
     // Packets whose first byte is wrong, without and with a PCR.
     TSStream& Bad(unsigned count = 1) { return Add({std::nullopt, false}, count); }
     TSStream& BadPCR(std::uint64_t ticks) { return Add({ticks, false}); }
-    // Bytes behind the last packet, fewer than a packet has.
+    // Bytes after the last packet, fewer than a packet has.
     TSStream& PartialPacket(std::size_t size) {
         mPartialSize = size;
         return *this;
@@ -48,19 +49,16 @@ private:
     std::size_t mPartialSize = 0;
 };
 
-// A file that is removed at the end.
-class TempFile {
+// A stream as a file, which is removed when the object goes away.
+class StreamFile {
 public:
-    explicit TempFile(const std::vector<std::uint8_t>& bytes);
-    explicit TempFile(const TSStream& stream) : TempFile(stream.Bytes()) {}
-    ~TempFile();
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
+    explicit StreamFile(const TSStream& stream);
 
     const char* Path() const { return mPath.c_str(); }
 
 private:
-    std::string mPath;
+    const TemporaryFolder mFolder;
+    const std::string mPath = mFolder / "stream.ts";
 };
 
 } // namespace testsupport
