@@ -294,11 +294,11 @@ KESTATUS PcapNgFileReader::FillSendQueue() {
         } else if (st == KESTATUS_NO_DATA) {
             st = OpenNextFile();
             if (st != KESTATUS_SUCCESS) {
-                mStats.errInvalidFile.Add();
+                mStats.Add(&Statistics::errInvalidFile);
                 return KEOutputFailure(logger::Global, "OpenNextFile failed, st={}", st);
             }
         } else {
-            mStats.errReadFileFailed.Add();
+            mStats.Add(&Statistics::errReadFileFailed);
             return KEOutputFailure(logger::Global, "ReadNextBlock failed, st={}", st);
         }
     }
@@ -323,7 +323,7 @@ void PcapNgFileReader::ProcessSectionHeaderBlock() {
     const KESTATUS st = block.InitSectionHeaderBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "InitSectionHeaderBlock failed, st={}", st);
-        mStats.errInvalidSectionHeader.Add();
+        mStats.Add(&Statistics::errInvalidSectionHeader);
         SetState(State::ExpSectionHeader);
         return;
     }
@@ -334,7 +334,7 @@ void PcapNgFileReader::ProcessSectionHeader(const PcapNgSectionHeaderBlock& bloc
     if (block.MajorVersion() != 1 || block.MinorVersion() != 0) {
         Log(KEWARN, "ignore section with unsupported version {}.{}", block.MajorVersion(),
             block.MinorVersion());
-        mStats.errUnsupportedVersion.Add();
+        mStats.Add(&Statistics::errUnsupportedVersion);
         SetState(State::ExpSectionHeader);
         return;
     }
@@ -346,7 +346,7 @@ void PcapNgFileReader::ProcessInterfaceDescBlock() {
     const KESTATUS st = block.InitInterfaceDescBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "InitInterfaceDescBlock failed, st={}", st);
-        mStats.errInvalidInterfaceDesc.Add();
+        mStats.Add(&Statistics::errInvalidInterfaceDesc);
         SetState(State::ExpInterfaceDesc);
         return;
     }
@@ -356,7 +356,7 @@ void PcapNgFileReader::ProcessInterfaceDescBlock() {
 void PcapNgFileReader::ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block) {
     if (block.LinkType() != pcapng::cLinkTypeEthernet) {
         Log(KEWARN, "ignore invalid linkType {}", block.LinkType());
-        mStats.errInvalidLinkType.Add();
+        mStats.Add(&Statistics::errInvalidLinkType);
         SetState(State::ExpInterfaceDesc);
         return;
     }
@@ -373,14 +373,14 @@ bool PcapNgFileReader::ReadTimestampFactor(const PcapNgInterfaceDescBlock& block
     const KESTATUS st = option->GetNumericValue(resolution);
     if (st != KESTATUS_SUCCESS) {
         Log(KEWARN, "GetNumericValue failed, st={} (ignore option)", KEFormatArgKEStatus(st));
-        mStats.errInvalidOption.Add();
+        mStats.Add(&Statistics::errInvalidOption);
         return true;
     }
     if (resolution == pcapng::cResolutionNanoseconds) {
         mTimestampFactor = 1;
     } else if (resolution != pcapng::cResolutionMicroseconds) {
         Log(KEWARN, "unsupported timestamp resolution {}", resolution);
-        mStats.errUnsupportedTimestampResolution.Add();
+        mStats.Add(&Statistics::errUnsupportedTimestampResolution);
         return false;
     }
     return true;
@@ -391,7 +391,7 @@ void PcapNgFileReader::ProcessEnhPacketBlock() {
     const KESTATUS st = packet.InitEnhPacketBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}", st);
-        mStats.errInvalidEnhPacket.Add();
+        mStats.Add(&Statistics::errInvalidEnhPacket);
         return;
     }
     ProcessEnhancedPacket(packet);
@@ -400,10 +400,10 @@ void PcapNgFileReader::ProcessEnhPacketBlock() {
 void PcapNgFileReader::ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet) {
     if (packet.IsPacketDataTruncated()) {
         Log(KEWARN, "ignore truncated packet");
-        mStats.errPacketTruncated.Add();
+        mStats.Add(&Statistics::errPacketTruncated);
     } else if (packet.CapturedLength() < cEthernetHeaderSize) {
         Log(KEWARN, "ignore frame with invalid length {}", packet.CapturedLength());
-        mStats.errInvalidFrameLength.Add();
+        mStats.Add(&Statistics::errInvalidFrameLength);
     } else if (IsTriggerFrame(packet.PacketData())) {
         Log(KEINFO, "ignore dummy Ethernet frame for external trigger event");
     } else if (AdvanceSendTime(packet.Timestamp())) {
@@ -423,7 +423,7 @@ bool PcapNgFileReader::AdvanceSendTime(std::uint64_t timestamp) {
         }
     } else if (timestamp < mLastReadTimestamp) {
         Log(KEERROR, "invalid timestamp lies before timestamp of last packet");
-        mStats.errInvalidTimestamp.Add();
+        mStats.Add(&Statistics::errInvalidTimestamp);
         SetState(State::Error);
         return false;
     } else {
@@ -438,13 +438,13 @@ void PcapNgFileReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
     if (frame->mFrameBuffer.mLength < packet.CapturedLength()) {
         Log(KEWARN, "franme buffer too small, got {}, req. {}", frame->mFrameBuffer.mLength,
             packet.CapturedLength());
-        mStats.errFrameBufferTooSmall.Add();
+        mStats.Add(&Statistics::errFrameBufferTooSmall);
         mFramePool.PutRawFrame(frame);
         return;
     }
     if (packet.IsPacketDataCut()) {
         Log(KEWARN, "ignore packet with more data than its block");
-        mStats.errInvalidEnhPacket.Add();
+        mStats.Add(&Statistics::errInvalidEnhPacket);
         mFramePool.PutRawFrame(frame);
         return;
     }
@@ -501,7 +501,7 @@ KESTATUS PcapNgFileReader::SubmitFrame(const RawFrame& frame) {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Global, "SubmitRawFrame failed, st={}", st);
     }
-    mStats.infFramesSent.Add();
+    mStats.Add(&Statistics::infFramesSent);
     return KESTATUS_SUCCESS;
 }
 
@@ -529,7 +529,7 @@ void PcapNgFileReader::SendUntilStopped() {
         if (st != KESTATUS_SUCCESS) {
             mFailure.store(KEOutputFailure(logger::Global, "SendFrames failed, st={}, stop thread", st),
                            std::memory_order_relaxed);
-            mStats.errSendFramesFailed.Add();
+            mStats.Add(&Statistics::errSendFramesFailed);
             mLostFrames.UpdateNow(); // whoever sees the failure sees them as well
             SetState(State::Error);
             return;
@@ -538,7 +538,7 @@ void PcapNgFileReader::SendUntilStopped() {
             st = FillSendQueue();
         } catch (const std::bad_alloc&) {
             st = KESTATUS_NO_MEMORY;
-            mStats.errReadFileFailed.Add();
+            mStats.Add(&Statistics::errReadFileFailed);
         }
         if (st != KESTATUS_SUCCESS) {
             mFailure.store(KEOutputFailure(logger::Global, "FillSendQueue failed, st={}, stop thread", st),
@@ -554,45 +554,6 @@ void PcapNgFileReader::SendUntilStopped() {
 void PcapNgFileReader::ClearSendList() noexcept {
     while (RawFrame* const frame = mFramesToSent.RemoveHead()) {
         mFramePool.PutRawFrame(frame);
-    }
-}
-
-// --- Statistics ----------------------------------------------------------------------------------
-
-std::uint64_t PcapNgFileReader::Statistics::TotalErrorsOccurred() const noexcept {
-    return errInvalidFile + errReadFileFailed + errSendFramesFailed + errInvalidSectionHeader +
-           errUnsupportedVersion + errInvalidInterfaceDesc + errInvalidLinkType + errInvalidEnhPacket +
-           errPacketTruncated + errInvalidFrameLength + errFrameBufferTooSmall + errInvalidOption +
-           errUnsupportedTimestampResolution + errInvalidTimestamp;
-}
-
-void PcapNgFileReader::QuerryStatistics(Statistics& statistics) const noexcept {
-    // By name, so that the compiler checks their order.
-    statistics = {.infFramesSent = mStats.infFramesSent.Value(),
-                  .errInvalidFile = mStats.errInvalidFile.Value(),
-                  .errReadFileFailed = mStats.errReadFileFailed.Value(),
-                  .errSendFramesFailed = mStats.errSendFramesFailed.Value(),
-                  .errInvalidSectionHeader = mStats.errInvalidSectionHeader.Value(),
-                  .errUnsupportedVersion = mStats.errUnsupportedVersion.Value(),
-                  .errInvalidInterfaceDesc = mStats.errInvalidInterfaceDesc.Value(),
-                  .errInvalidLinkType = mStats.errInvalidLinkType.Value(),
-                  .errInvalidEnhPacket = mStats.errInvalidEnhPacket.Value(),
-                  .errPacketTruncated = mStats.errPacketTruncated.Value(),
-                  .errInvalidFrameLength = mStats.errInvalidFrameLength.Value(),
-                  .errFrameBufferTooSmall = mStats.errFrameBufferTooSmall.Value(),
-                  .errInvalidOption = mStats.errInvalidOption.Value(),
-                  .errUnsupportedTimestampResolution = mStats.errUnsupportedTimestampResolution.Value(),
-                  .errInvalidTimestamp = mStats.errInvalidTimestamp.Value()};
-}
-
-void PcapNgFileReader::ResetStatistics() noexcept {
-    for (RelaxedCounter* const counter :
-         {&mStats.infFramesSent, &mStats.errInvalidFile, &mStats.errReadFileFailed,
-          &mStats.errSendFramesFailed, &mStats.errInvalidSectionHeader, &mStats.errUnsupportedVersion,
-          &mStats.errInvalidInterfaceDesc, &mStats.errInvalidLinkType, &mStats.errInvalidEnhPacket,
-          &mStats.errPacketTruncated, &mStats.errInvalidFrameLength, &mStats.errFrameBufferTooSmall,
-          &mStats.errInvalidOption, &mStats.errUnsupportedTimestampResolution, &mStats.errInvalidTimestamp}) {
-        counter->Clear();
     }
 }
 

@@ -21,7 +21,7 @@
 #include "PcapNgSectionHeaderBlock.h"
 #include "base/KEBuffer.h"
 #include "base/PipelineClock.h"
-#include "base/RelaxedCounter.h"
+#include "capture/PcapNgReaderStatistics.h"
 #include "capture/RawFramePool.h"
 #include "device/LostFrameCounter.h"
 #include "device/QuaysideDevice.h"
@@ -45,27 +45,7 @@ public:
     // "???" for any other value.
     static const char* StrForState(State state) noexcept;
 
-    struct Statistics {
-        std::uint64_t infFramesSent = 0;                     // frames submitted to the device
-        std::uint64_t errInvalidFile = 0;                    // failures to go on with the next file or pass
-        std::uint64_t errReadFileFailed = 0;                 // failures to read a block
-        std::uint64_t errSendFramesFailed = 0;               // failures to send
-        std::uint64_t errInvalidSectionHeader = 0;           // section header blocks that are none
-        std::uint64_t errUnsupportedVersion = 0;             // sections of another version than 1.0
-        std::uint64_t errInvalidInterfaceDesc = 0;           // interface description blocks that are none
-        std::uint64_t errInvalidLinkType = 0;                // interfaces that are not Ethernet
-        std::uint64_t errInvalidEnhPacket = 0;               // packet blocks that are none
-        std::uint64_t errPacketTruncated = 0;                // packets that were not captured whole
-        std::uint64_t errInvalidFrameLength = 0;             // packets shorter than an Ethernet header
-        std::uint64_t errFrameBufferTooSmall = 0;            // packets longer than a frame of the pool
-        std::uint64_t errInvalidOption = 0;                  // time resolutions that cannot be read
-        std::uint64_t errUnsupportedTimestampResolution = 0; // neither micro- nor nanoseconds
-        std::uint64_t errInvalidTimestamp = 0; // packets with a time before that of the one before
-
-        // The sum of the error counters.
-        std::uint64_t TotalErrorsOccurred() const noexcept;
-    };
-
+    using Statistics = PcapNgReaderStatistics;
     using StopCheck = std::function<bool()>;
 
     explicit PcapNgFileReader(PipelineClock& clock = PipelineClock::System()) noexcept;
@@ -108,8 +88,8 @@ public:
     // after the end.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
-    void QuerryStatistics(Statistics& statistics) const noexcept;
-    void ResetStatistics() noexcept;
+    void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
+    void ResetStatistics() noexcept { mStats.Clear(); }
 
     // The parts of the worker's loop, for the thread that runs the reader.
 
@@ -164,24 +144,7 @@ private:
     LostFrameCounter mLostFrames;
     kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
     const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
-    // Each is raised by the thread that runs the reader.
-    struct {
-        RelaxedCounter infFramesSent;
-        RelaxedCounter errInvalidFile;
-        RelaxedCounter errReadFileFailed;
-        RelaxedCounter errSendFramesFailed;
-        RelaxedCounter errInvalidSectionHeader;
-        RelaxedCounter errUnsupportedVersion;
-        RelaxedCounter errInvalidInterfaceDesc;
-        RelaxedCounter errInvalidLinkType;
-        RelaxedCounter errInvalidEnhPacket;
-        RelaxedCounter errPacketTruncated;
-        RelaxedCounter errInvalidFrameLength;
-        RelaxedCounter errFrameBufferTooSmall;
-        RelaxedCounter errInvalidOption;
-        RelaxedCounter errUnsupportedTimestampResolution;
-        RelaxedCounter errInvalidTimestamp;
-    } mStats;
+    PcapNgReaderCounters mStats;
     bool mLastReadTimestampValid = false;
     bool mAddInitialOffset = false;
     bool mReplaceSrcMacAddr = false;

@@ -173,7 +173,7 @@ void PcapNgFileWriter::StopFileWriter() {
     mThread.WaitForTerminationAndDestroy(cWithoutLimit);
     // Frames that a thread which ended early has left.
     while (RawFrame* const frame = mPendingFrames.GetItem()) {
-        mStats.errWriteFileFailed.Add();
+        mStats.Add(&Statistics::errWriteFileFailed);
         mFramePool.PutRawFrame(frame);
     }
     CloseFile();
@@ -184,8 +184,8 @@ void PcapNgFileWriter::StopFileWriter() {
 void PcapNgFileWriter::CloseFile() {
     mFile.CloseFile();
     const std::uint64_t lost = mFile.BlocksLost();
-    mStats.infFramesWritten.Subtract(lost);
-    mStats.errWriteFileFailed.Add(lost);
+    mStats.Subtract(&Statistics::infFramesWritten, lost);
+    mStats.Add(&Statistics::errWriteFileFailed, lost);
     mFramesNotWritten += lost;
 }
 
@@ -241,14 +241,14 @@ void PcapNgFileWriter::ReleaseRawFrame(RawFrame* frame) noexcept {
 
 void PcapNgFileWriter::PoolUnderflowOccurred() noexcept {
     ++mFramesDropped;
-    mStats.errPoolUnderflow.Add();
+    mStats.Add(&Statistics::errPoolUnderflow);
 }
 
 bool PcapNgFileWriter::CheckRawFrame(QBXRawFrameType type, KEConstBufferReference frame) {
     if (frame.mLength < rawheader::cSize) {
         Log(KEWARN, "invalid frame size {}", frame.mLength);
         ++mFramesDropped;
-        mStats.errInvalidFrameSize.Add();
+        mStats.Add(&Statistics::errInvalidFrameSize);
         return false;
     }
     const auto sequenceNumber = KELoadNative<std::uint32_t>(frame.mData + rawheader::cSequenceNumberOffset);
@@ -258,13 +258,13 @@ bool PcapNgFileWriter::CheckRawFrame(QBXRawFrameType type, KEConstBufferReferenc
         Log(KEWARN, "sequence number mismatch, got {}, exp. {}", sequenceNumber, mSequenceNumber);
         const std::uint32_t gap = sequenceNumber - mSequenceNumber;
         mFramesDropped += gap;
-        mStats.errMissingFrames.Add(gap);
+        mStats.Add(&Statistics::errMissingFrames, gap);
     }
     mSequenceNumber = sequenceNumber + 1;
     if (type == QBXRawFrameType_Data || type == QBXRawFrameType_ExternalTrigger) {
         return true;
     }
-    mStats.infIgnoredFrames.Add();
+    mStats.Add(&Statistics::infIgnoredFrames);
     return false;
 }
 
@@ -282,27 +282,6 @@ KESTATUS PcapNgFileWriter::WriteRawFrame(RawFrame* frame) {
 
 KESTATUS PcapNgFileWriter::ThreadStatus() const noexcept {
     return mThread.HasEnded() ? mThread.StatusCode() : KESTATUS_SUCCESS;
-}
-
-void PcapNgFileWriter::QuerryStatistics(Statistics& statistics) const noexcept {
-    // By name, so that the compiler checks their order.
-    statistics = {.infFramesWritten = mStats.infFramesWritten.Value(),
-                  .infIgnoredFrames = mStats.infIgnoredFrames.Value(),
-                  .errMissingFrames = mStats.errMissingFrames.Value(),
-                  .errPoolUnderflow = mStats.errPoolUnderflow.Value(),
-                  .errWriteFileFailed = mStats.errWriteFileFailed.Value(),
-                  .errInvalidFrameSize = mStats.errInvalidFrameSize.Value(),
-                  .errInitPacketBlock = mStats.errInitPacketBlock.Value(),
-                  .errInvalidTimestamp = mStats.errInvalidTimestamp.Value()};
-}
-
-void PcapNgFileWriter::ResetStatistics() noexcept {
-    for (RelaxedCounter* const counter :
-         {&mStats.infFramesWritten, &mStats.infIgnoredFrames, &mStats.errMissingFrames,
-          &mStats.errPoolUnderflow, &mStats.errWriteFileFailed, &mStats.errInvalidFrameSize,
-          &mStats.errInitPacketBlock, &mStats.errInvalidTimestamp}) {
-        counter->Clear();
-    }
 }
 
 // --- The writer thread ---------------------------------------------------------------------------
@@ -358,7 +337,7 @@ void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
     if (received.mLength < rawheader::cSize) {
         KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", KESTATUS_INVALID_LENGTH);
         ++mFramesNotWritten;
-        mStats.errInitPacketBlock.Add();
+        mStats.Add(&Statistics::errInitPacketBlock);
         return;
     }
     const std::uint64_t timestamp = TimestampOf(frame);
@@ -385,7 +364,7 @@ void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "WriteBlock failed, st={}.", st);
         ++mFramesNotWritten;
-        mStats.errWriteFileFailed.Add();
+        mStats.Add(&Statistics::errWriteFileFailed);
     }
 }
 
@@ -394,7 +373,7 @@ std::uint64_t PcapNgFileWriter::TimestampOf(const RawFrame& frame) {
     const auto seconds = KELoadNative<std::uint64_t>(header + rawheader::cSecondsOffset);
     if (seconds == rawheader::cInvalidSeconds) {
         KEOutputLogMessage(logger::Cons, KEWARN, "Ignore invalid timestamp, set timestamp to zero.");
-        mStats.errInvalidTimestamp.Add();
+        mStats.Add(&Statistics::errInvalidTimestamp);
         return 0;
     }
     return seconds * cNanosecondsPerSecond +
@@ -407,7 +386,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", st);
         ++mFramesNotWritten;
-        mStats.errInitPacketBlock.Add();
+        mStats.Add(&Statistics::errInitPacketBlock);
         return KESTATUS_SUCCESS;
     }
     // That of the packet before, to be used again.
@@ -425,7 +404,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     st = mFile.WriteBlock(mPacketBlock);
     if (st == KESTATUS_SUCCESS) {
         mFramesNotWritten = 0;
-        mStats.infFramesWritten.Add();
+        mStats.Add(&Statistics::infFramesWritten);
     }
     return st;
 }

@@ -24,7 +24,7 @@
 #include "PcapNgSectionHeaderBlock.h"
 #include "base/KEBuffer.h"
 #include "base/KEEmptyLock.h"
-#include "base/RelaxedCounter.h"
+#include "base/StatisticsCounters.h"
 #include "capture/RawFramePool.h"
 #include "device/QuaysideDevice.h"
 #include "text/KEUnicode.h"
@@ -86,8 +86,8 @@ public:
     // With what the thread has ended by itself; success as long as it has not.
     KESTATUS ThreadStatus() const noexcept;
 
-    void QuerryStatistics(Statistics& statistics) const noexcept;
-    void ResetStatistics() noexcept;
+    void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
+    void ResetStatistics() noexcept { mStats.Clear(); }
 
     // The worker's work; it runs on its thread.
     void ThreadRoutine();
@@ -126,17 +126,7 @@ private:
     bool mIsStarted = false;
     PcapNgEnhPacketBlock mPacketBlock;
     PcapNgOption mDropCount; // while it is not the packet block's
-    // Each is raised by one thread.
-    struct {
-        RelaxedCounter infFramesWritten;
-        RelaxedCounter infIgnoredFrames;
-        RelaxedCounter errMissingFrames;
-        RelaxedCounter errPoolUnderflow;
-        RelaxedCounter errWriteFileFailed;
-        RelaxedCounter errInvalidFrameSize;
-        RelaxedCounter errInitPacketBlock;
-        RelaxedCounter errInvalidTimestamp;
-    } mStats;
+    StatisticsCounters<Statistics> mStats;
 };
 
 } // namespace flowlane

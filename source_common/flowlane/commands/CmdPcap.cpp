@@ -20,6 +20,21 @@ namespace {
 constexpr std::uint32_t cBytesPerKB = 1000;
 constexpr std::uint32_t cBytesPerMB = 1'000'000;
 
+using Statistics = PcapNgFileWriter::Statistics;
+
+// The counters that FramesDropped() adds up.
+struct ErrorLine {
+    std::uint64_t Statistics::*counter;
+    const char* line;
+};
+constexpr ErrorLine cErrorLines[] = {
+    {&Statistics::errMissingFrames, "  Missing frames (sequence error): {}"},
+    {&Statistics::errPoolUnderflow, "  Frame pool exhausted:            {}"},
+    {&Statistics::errWriteFileFailed, "  Write to file failed:            {}"},
+    {&Statistics::errInvalidFrameSize, "  Invalid frame header size:       {}"},
+    {&Statistics::errInitPacketBlock, "  Invalid packet size:             {}"},
+};
+
 KESTATUS CheckArguments() {
     const KESTATUS st = CheckArgumentsPresent();
     if (st != KESTATUS_SUCCESS) {
@@ -42,18 +57,18 @@ std::uint64_t MaxFileSizeOption() {
     return size;
 }
 
-void PrintFrameCounts(const PcapNgFileWriter::Statistics& stats) {
+void PrintFrameCounts(const Statistics& stats) {
     KEOutputLogMessage(logger::Cons, KEINFO, "{} frames successfully written, {} frames dropped",
                        stats.infFramesWritten, stats.FramesDropped());
 }
 
-PcapNgFileWriter::Statistics StatisticsOf(const PcapNgFileWriter& writer) {
-    PcapNgFileWriter::Statistics stats;
+Statistics StatisticsOf(const PcapNgFileWriter& writer) {
+    Statistics stats;
     writer.QuerryStatistics(stats);
     return stats;
 }
 
-void PrintSummary(const PcapNgFileWriter::Statistics& stats) {
+void PrintSummary(const Statistics& stats) {
     if (stats.FramesDropped() == 0) {
         PrintFrameCounts(stats);
         return;
@@ -61,14 +76,9 @@ void PrintSummary(const PcapNgFileWriter::Statistics& stats) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Errors occurred!");
     PrintFrameCounts(stats);
     KEOutputLogMessage(logger::Cons, KEINFO, "Details:");
-    KEOutputLogMessage(logger::Cons, KEINFO, "  Missing frames (sequence error): {}", stats.errMissingFrames);
-    KEOutputLogMessage(logger::Cons, KEINFO, "  Frame pool exhausted:            {}", stats.errPoolUnderflow);
-    KEOutputLogMessage(logger::Cons, KEINFO, "  Write to file failed:            {}",
-                       stats.errWriteFileFailed);
-    KEOutputLogMessage(logger::Cons, KEINFO, "  Invalid frame header size:       {}",
-                       stats.errInvalidFrameSize);
-    KEOutputLogMessage(logger::Cons, KEINFO, "  Invalid packet size:             {}",
-                       stats.errInitPacketBlock);
+    for (const auto& [counter, line] : cErrorLines) {
+        KEOutputLogMessage(logger::Cons, KEINFO, line, stats.*counter);
+    }
 }
 
 } // namespace
