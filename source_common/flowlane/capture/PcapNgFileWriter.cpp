@@ -61,7 +61,7 @@ KESTATUS PcapNgFileWriter::StartFileWriter(const T_UNICHAR* fileName, QuaysideDe
             return st;
         }
         mFramesDropped = 0;
-        mFramesNotWritten = 0;
+        mFramesDroppedUnrecorded = 0;
         mSequenceNumber = 0;
         mSequenceNumberValid = false;
         ResetStatistics();
@@ -186,7 +186,7 @@ void PcapNgFileWriter::CloseFile() {
     const std::uint64_t lost = mFile.BlocksLost();
     mStats.Subtract(&Statistics::infFramesWritten, lost);
     mStats.Add(&Statistics::errWriteFileFailed, lost);
-    mFramesNotWritten += lost;
+    mFramesDroppedUnrecorded += lost;
 }
 
 std::string PcapNgFileWriter::CreateNextFileName() {
@@ -276,7 +276,7 @@ KESTATUS PcapNgFileWriter::WriteRawFrame(RawFrame* frame) {
         mFramePool.PutRawFrame(frame);
         return KESTATUS_NOT_POSSIBLE;
     }
-    frame->mFramesDroppedBefore = std::exchange(mFramesDropped, 0);
+    frame->mFramesDropped = std::exchange(mFramesDropped, 0);
     return mPendingFrames.PutItem(*frame);
 }
 
@@ -332,11 +332,11 @@ KESTATUS PcapNgFileWriter::WriteAllFramesToFile() {
 }
 
 void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
-    mFramesNotWritten += frame.mFramesDroppedBefore;
+    mFramesDroppedUnrecorded += frame.mFramesDropped;
     const KEConstBufferReference received = frame.FrameData();
     if (received.mLength < rawheader::cSize) {
         KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", KESTATUS_INVALID_LENGTH);
-        ++mFramesNotWritten;
+        ++mFramesDroppedUnrecorded;
         mStats.Add(&Statistics::errInitPacketBlock);
         return;
     }
@@ -363,7 +363,7 @@ void PcapNgFileWriter::WriteFrameToFile(const RawFrame& frame) {
     }
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "WriteBlock failed, st={}.", st);
-        ++mFramesNotWritten;
+        ++mFramesDroppedUnrecorded;
         mStats.Add(&Statistics::errWriteFileFailed);
     }
 }
@@ -385,7 +385,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
         mPacketBlock.InitEnhPacketBlock(data, timestamp, 0, static_cast<std::uint32_t>(data.mLength));
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "InitEnhPacketBlock failed, st={}.", st);
-        ++mFramesNotWritten;
+        ++mFramesDroppedUnrecorded;
         mStats.Add(&Statistics::errInitPacketBlock);
         return KESTATUS_SUCCESS;
     }
@@ -393,8 +393,9 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     if (PcapNgOption last = mPacketBlock.TakeLastOption(); last.IsValid()) {
         mDropCount = std::move(last);
     }
-    if (mFramesNotWritten != 0) {
-        st = mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, mFramesNotWritten);
+    if (mFramesDroppedUnrecorded != 0) {
+        st =
+            mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, mFramesDroppedUnrecorded);
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, "CreateNumericOption(drop count) failed, st={}", st);
         } else {
@@ -403,7 +404,7 @@ KESTATUS PcapNgFileWriter::WritePacket(KEConstBufferReference data, std::uint64_
     }
     st = mFile.WriteBlock(mPacketBlock);
     if (st == KESTATUS_SUCCESS) {
-        mFramesNotWritten = 0;
+        mFramesDroppedUnrecorded = 0;
         mStats.Add(&Statistics::infFramesWritten);
     }
     return st;

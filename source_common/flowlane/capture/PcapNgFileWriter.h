@@ -119,9 +119,16 @@ private:
     PcapNgSectionHeaderBlock mSectionHeaderBlock;
     PcapNgInterfaceDescBlock mIfDescriptionBlock;
     PcapNgFile mFile;
-    std::uint64_t mFramesDropped = 0;    // the receive loop's: lost since the last frame handed over
-    std::uint64_t mFramesNotWritten = 0; // the thread's: lost since the last packet written
-    std::uint32_t mSequenceNumber = 0;   // expected next
+    // The count of lost frames on its way into the file, in the order of the way. It moves on with the next
+    // frame, so that it reaches the packet behind the gap however far the thread is behind:
+    //   1. mFramesDropped            the receive loop's: lost since the last frame that was handed over
+    //   2. RawFrame::mFramesDropped  the frame's that is handed over: takes 1
+    //   3. mFramesDroppedUnrecorded  the thread's: adds 2, and the packets that it could not write
+    //   4. the drop count option of the next packet that is written: takes 3
+    // Statistics::FramesDropped() is the sum of all losses, from the counters.
+    std::uint64_t mFramesDropped = 0;
+    std::uint64_t mFramesDroppedUnrecorded = 0;
+    std::uint32_t mSequenceNumber = 0; // expected next
     bool mSequenceNumberValid = false;
     bool mIsStarted = false;
     PcapNgEnhPacketBlock mPacketBlock;

@@ -26,7 +26,7 @@ public:
         mFrameBuffer = buffer;
         mFrameSize = 0;
         mFrameType = QBXRawFrameType_Unknown;
-        mFramesDroppedBefore = 0;
+        mFramesDropped = 0;
     }
 
     // The bytes in use; mFrameBuffer is the whole buffer.
@@ -42,7 +42,7 @@ public:
     kestrelon::KEBufferReference mFrameBuffer;
     std::uint32_t mFrameSize = 0; // bytes in use, at most the buffer's
     QBXRawFrameType mFrameType = QBXRawFrameType_Unknown;
-    std::uint64_t mFramesDroppedBefore = 0; // for the user: frames lost between the one before and this one
+    std::uint64_t mFramesDropped = 0; // capture: frames lost between the previous frame and this one
 
 private:
     RawFrameTimePoint mSendTime;
