@@ -12,8 +12,6 @@ using namespace pcapng;
 
 namespace {
 
-constexpr std::uint64_t cMaxBlockLength = 0xFFFFFFFF;
-
 // By how much the options taken from some bytes may be longer than these bytes: as much as one option that
 // overlaps the next ones takes. A list of many of them would take thousands of times its own size.
 constexpr std::size_t cMaxOverlap = Padded(cOptionHeaderSize + cMaxOptionLength);

@@ -10,12 +10,6 @@ namespace flowlane {
 using namespace kestrelon;
 using namespace pcapng;
 
-namespace {
-
-constexpr std::uint64_t cMaxPacketLength = 0xFFFFFFFF;
-
-} // namespace
-
 KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference data, std::uint64_t timestamp,
                                                   std::uint32_t interfaceID, std::uint32_t originalLength) {
     if (data.mLength > cMaxPacketLength) {

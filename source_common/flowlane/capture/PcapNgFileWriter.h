@@ -13,19 +13,16 @@
 #define FLOWLANE_PCAPNGFILEWRITER_H
 
 #include <cstdint>
-#include <string>
 
 #include "KEOsThreadMutex.h"
 #include "KEOsWaitableQueue.h"
 #include "KEOsWorkerThread.h"
-#include "PcapNgEnhPacketBlock.h"
-#include "PcapNgFile.h"
-#include "PcapNgInterfaceDescBlock.h"
-#include "PcapNgSectionHeaderBlock.h"
 #include "base/KEBuffer.h"
 #include "base/KEEmptyLock.h"
-#include "base/StatisticsCounters.h"
+#include "capture/PcapNgPacketWriter.h"
+#include "capture/PcapNgWriterStatistics.h"
 #include "capture/RawFramePool.h"
+#include "capture/TriggerFrame.h"
 #include "device/QuaysideDevice.h"
 #include "text/KEUnicode.h"
 
@@ -34,24 +31,9 @@ namespace flowlane {
 class PcapNgFileWriter {
 public:
     // Begins the payload of the frame that stands for an external trigger.
-    static constexpr std::uint32_t TriggerEthernetFrameMagic = 0x1234C000;
+    static constexpr std::uint32_t TriggerEthernetFrameMagic = triggerframe::cMagic;
 
-    struct Statistics {
-        std::uint64_t infFramesWritten = 0;    // packets written to a file
-        std::uint64_t infIgnoredFrames = 0;    // frames of a kind that is not recorded
-        std::uint64_t errMissingFrames = 0;    // frames missing by their sequence numbers
-        std::uint64_t errPoolUnderflow = 0;    // frames discarded because no frame of the pool was free
-        std::uint64_t errWriteFileFailed = 0;  // packets that could not be written
-        std::uint64_t errInvalidFrameSize = 0; // frames shorter than their receive header
-        std::uint64_t errInitPacketBlock = 0;  // frames that no packet block could be built of
-        std::uint64_t errInvalidTimestamp = 0; // frames without a valid time, written with time 0
-
-        // Frames that are not in the files.
-        std::uint64_t FramesDropped() const noexcept {
-            return errMissingFrames + errPoolUnderflow + errWriteFileFailed + errInvalidFrameSize +
-                   errInitPacketBlock;
-        }
-    };
+    using Statistics = PcapNgWriterStatistics;
 
     PcapNgFileWriter() noexcept;
     // Stops the writer.
@@ -93,47 +75,29 @@ public:
     void ThreadRoutine();
 
 private:
-    KESTATUS InitInterfaceDescription(QuaysideDevice& device);
-    void AddStringOption(QuaysideDevice& device, unsigned property, std::uint16_t code,
-                         const char* propertyFailed, const char* optionFailed);
-    void AddMacAddressOption(QuaysideDevice& device);
-    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
+    KESTATUS OpenFirstFileAndStart(const kestrelon::T_UNICHAR* fileName, std::uint64_t maxFileSize,
+                                   unsigned frameCount, unsigned frameSize);
     KESTATUS OpenNextFile();
-    KESTATUS OpenFile(const std::string& path);
-    std::string CreateNextFileName();
-    void PreparePacketBlock();
-    void CloseFile();
     KESTATUS WriteUntilStopped();
     KESTATUS WriteAllFramesToFile();
-    void WriteFrameToFile(const RawFrame& frame);
-    std::uint64_t TimestampOf(const RawFrame& frame);
-    KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
 
     kestrelon::KEOsWorkerThread mThread;
     kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames
     RawFramePool mFramePool;
     kestrelon::KEOsWaitableQueue<RawFrame, kestrelon::KEEmptyLock> mPendingFrames;
-    std::string mFileBaseName;
-    std::uint64_t mMaxFileSize = 0;
-    std::uint32_t mFileNumber = 0;
-    PcapNgSectionHeaderBlock mSectionHeaderBlock;
-    PcapNgInterfaceDescBlock mIfDescriptionBlock;
-    PcapNgFile mFile;
-    // The count of lost frames on its way into the file, in the order of the way. It moves on with the next
+    PcapNgWriterCounters mStats;      // each is raised by one thread
+    PcapNgPacketWriter mPacketWriter; // the thread's while it runs
+    // The number of lost frames has this name on its whole way into the file. It moves on with the next
     // frame, so that it reaches the packet behind the gap however far the thread is behind:
-    //   1. mFramesDropped            the receive loop's: lost since the last frame that was handed over
-    //   2. RawFrame::mFramesDropped  the frame's that is handed over: takes 1
-    //   3. mFramesDroppedUnrecorded  the thread's: adds 2, and the packets that it could not write
-    //   4. the drop count option of the next packet that is written: takes 3
-    // Statistics::FramesDropped() is the sum of all losses, from the counters.
+    //   1. PcapNgFileWriter::mFramesDropped    the receive loop counts frames lost since the last hand-over
+    //   2. RawFrame::mFramesDropped            the frame that is handed over next takes the number with it
+    //   3. PcapNgPacketWriter::mFramesDropped  the thread adds it up, and the packets that it cannot write
+    //   4. the drop count of a packet          the next packet that is written takes the sum
+    // Statistics::FramesDropped() is the sum of all losses since the start.
     std::uint64_t mFramesDropped = 0;
-    std::uint64_t mFramesDroppedUnrecorded = 0;
     std::uint32_t mSequenceNumber = 0; // expected next
     bool mSequenceNumberValid = false;
     bool mIsStarted = false;
-    PcapNgEnhPacketBlock mPacketBlock;
-    PcapNgOption mDropCount; // while it is not the packet block's
-    StatisticsCounters<Statistics> mStats;
 };
 
 } // namespace flowlane
