@@ -12,38 +12,27 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <string>
 
 #include "KEOsWorkerThread.h"
-#include "PcapNgEnhPacketBlock.h"
-#include "PcapNgFile.h"
-#include "PcapNgInterfaceDescBlock.h"
-#include "PcapNgSectionHeaderBlock.h"
-#include "base/KEBuffer.h"
 #include "base/PipelineClock.h"
+#include "capture/PcapNgFileSet.h"
+#include "capture/PcapNgPacketReader.h"
 #include "capture/PcapNgReaderStatistics.h"
+#include "capture/RawFrame.h"
 #include "capture/RawFramePool.h"
+#include "capture/RawFrameSender.h"
 #include "device/LostFrameCounter.h"
 #include "device/QuaysideDevice.h"
-#include "files/KEStdPath.h"
+#include "kestatus.h"
 #include "text/KEUnicode.h"
-#include "values/TNetAddress.h"
 
 namespace flowlane {
 
 class PcapNgFileReader {
 public:
-    // What is read next.
-    enum class State : std::uint32_t {
-        ExpSectionHeader = 0, // a section header block of a version that is understood
-        ExpInterfaceDesc =
-            1,          // an interface description block of Ethernet and a resolution that is understood
-        ReadPacket = 2, // packets, or one of the above anew
-        Done = 3,       // nothing: all has been read
-        Error = 4       // nothing: the replay has failed
-    };
+    using State = PcapNgPacketReader::State;
     // "???" for any other value.
-    static const char* StrForState(State state) noexcept;
+    static const char* StrForState(State state) noexcept { return PcapNgPacketReader::StrForState(state); }
 
     using Statistics = PcapNgReaderStatistics;
     using StopCheck = std::function<bool()>;
@@ -77,7 +66,7 @@ public:
     bool AreAllFramesSent() const noexcept { return mAreAllFramesSent.load(std::memory_order_acquire); }
     bool AreAllFilesRead() const noexcept { return CurrentState() == State::Done; }
     bool IsInErrorState() const noexcept { return CurrentState() == State::Error; }
-    State CurrentState() const noexcept { return mCurrentState.load(std::memory_order_acquire); }
+    State CurrentState() const noexcept { return mPacketReader.CurrentState(); }
 
     // Why sending or reading ahead has failed, when CurrentState tells of an error; success when it was the
     // file's contents.
@@ -91,70 +80,29 @@ public:
     void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
     void ResetStatistics() noexcept { mStats.Clear(); }
 
-    // The parts of the worker's loop, for the thread that runs the reader.
-
-    // Reads blocks while there are free frames, but no more than what takes a moment.
-    KESTATUS FillSendQueue();
-    // Sends the frames that are due at now.
-    KESTATUS SendFrames(RawFrameTimePoint now);
+    // The worker's work; it runs on its thread.
     void ThreadRoutine();
 
 private:
-    KESTATUS ReadDeviceAddress();
     KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize, const StopCheck& isStopRequested);
     KESTATUS ReadAhead(const StopCheck& isStopRequested);
-    kestrelon::KEStdPath CreateNextFilePath();
-    KESTATUS OpenCurrentFile();
-    KESTATUS OpenNextFile();
-    KESTATUS OpenNextFileOfSet();
-    bool IsPassWithoutFrames(const char* message);
-    void ProcessBlock();
-    void ProcessSectionHeaderBlock();
-    void ProcessInterfaceDescBlock();
-    void ProcessEnhPacketBlock();
-    void ProcessSectionHeader(const PcapNgSectionHeaderBlock& block);
-    void ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block);
-    bool ReadTimestampFactor(const PcapNgInterfaceDescBlock& block);
-    void ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet);
-    bool AdvanceSendTime(std::uint64_t timestamp);
-    void QueueFrame(const PcapNgEnhPacketBlock& packet);
-    void PatchRawFrameData(RawFrame& frame) const noexcept;
-    KESTATUS SubmitFrame(const RawFrame& frame);
+    KESTATUS ReadOn();
     void SendUntilStopped();
-    void ClearSendList() noexcept;
-    void SetState(State state);
+    void Fail(KESTATUS st);
 
     PipelineClock& mClock;
     kestrelon::KEOsWorkerThread mThread;
-    std::string mFileName;
-    std::uint32_t mStartFileIndex = 0;
-    std::uint32_t mFileNumber = 0; // of the next file of a set
-    kestrelon::KEStdPath mCurrentFilePath;
-    PcapNgFile mFile;
-    kestrelon::KEBufferBlock mBlockData; // the block just read
-    std::atomic<State> mCurrentState{State::ExpSectionHeader};
+    PcapNgFileSet mFiles;
     RawFramePool mFramePool;
-    RawFrameList mFramesToSent;     // in the order of the file
-    RawFrameTimePoint mCurSendTime; // of the last packet read
-    const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
-    const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
-    std::uint64_t mLastReadTimestamp = 0;
-    std::uint32_t mTimestampFactor = 1; // nanoseconds of a unit
-    QuaysideDevice* mDevice = nullptr;
-    LostFrameCounter mLostFrames;
-    kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
-    const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
+    RawFrameList mFramesToSent; // from the packet reader to the frame sender, in the order of the files
     PcapNgReaderCounters mStats;
-    bool mLastReadTimestampValid = false;
-    bool mAddInitialOffset = false;
-    bool mReplaceSrcMacAddr = false;
-    bool mLoopMode = false;
-    bool mReadFileSet = false;
+    PcapNgPacketReader mPacketReader;
+    RawFrameSender mFrameSender;
+    LostFrameCounter mLostFrames;
+    const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
     bool mIsStarted = false;
-    bool mIsThreadRunning = false; // a request to end is of this run
-    bool mIsFrameQueued = false;   // since the start of this pass through the file or the set
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
-    std::atomic<bool> mAreAllFramesSent{false}; // what AreAllFramesSent answers to other threads
+    std::atomic<bool> mAreAllFramesSent{false};
 };
 
 } // namespace flowlane
