@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 
 #include "ByteList.h"
@@ -82,8 +81,7 @@ TEST_P(PcapNgMemoryTest, ReplayOfAFile) {
     const TemporaryFolder folder;
     const ByteList options = Overlapping(GetParam());
     const ByteList bytes = Concat({Section(options), Interface(options), Packet(options)});
-    std::ofstream(folder / "file.pcapng", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    folder.Write("file.pcapng", {bytes.begin(), bytes.end()});
     const std::size_t before = AllocatedBytes();
     VirtualClock clock;
     PcapNgFileReader reader(clock);
