@@ -22,7 +22,7 @@ public:
     virtual std::uint64_t BlockLength() const = 0;
     // Appends the whole block as it stands in a file; the buffer grows to what is needed.
     //   KESTATUS_NOT_POSSIBLE  the block would be longer than 0xFFFFFFFF bytes; nothing is appended
-    virtual KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const = 0;
+    [[nodiscard]] virtual KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const = 0;
 
     std::uint32_t BlockType() const noexcept { return mBlockType; }
 
@@ -41,7 +41,7 @@ public:
     // a warning, which is no failure. The longest values overlap the options behind them; the options
     // together are never longer than the bytes and 65540 more, since one beyond that ends the list like an
     // incomplete one.
-    KESTATUS ParseOptionsData(kestrelon::KEConstBufferReference data);
+    [[nodiscard]] KESTATUS ParseOptionsData(kestrelon::KEConstBufferReference data);
     // The first option with this code, null when there is none. It stays the block's, until its options
     // change.
     const PcapNgOption* LookupOptionByCode(std::uint16_t code) const noexcept;
@@ -54,19 +54,20 @@ protected:
     // Makes room for a block of this length and gives the place where it is to stand, with its type and
     // length stored.
     //   KESTATUS_NOT_POSSIBLE  it is longer than 0xFFFFFFFF bytes
-    KESTATUS BeginBlock(kestrelon::KEBufferBlock& buffer, std::uint64_t length, unsigned char*& block,
-                        const kestrelon::KELogMsgHeaderTag& function) const;
+    [[nodiscard]] KESTATUS BeginBlock(kestrelon::KEBufferBlock& buffer, std::uint64_t length,
+                                      unsigned char*& block,
+                                      const kestrelon::KELogMsgHeaderTag& function) const;
     // Appends options, the mark of their end and the length behind what stands in the buffer.
-    KESTATUS EndBlock(kestrelon::KEBufferBlock& buffer, std::uint64_t length,
-                      const kestrelon::KELogMsgHeaderTag& function) const;
+    [[nodiscard]] KESTATUS EndBlock(kestrelon::KEBufferBlock& buffer, std::uint64_t length,
+                                    const kestrelon::KELogMsgHeaderTag& function) const;
     // The checks that all parsers begin with, except for the length field.
-    KESTATUS CheckBlock(kestrelon::KEConstBufferReference block, std::size_t minLength,
-                        const kestrelon::KELogMsgHeaderTag& function) const;
-    static KESTATUS CheckLengthField(kestrelon::KEConstBufferReference block,
-                                     const kestrelon::KELogMsgHeaderTag& function);
+    [[nodiscard]] KESTATUS CheckBlock(kestrelon::KEConstBufferReference block, std::size_t minLength,
+                                      const kestrelon::KELogMsgHeaderTag& function) const;
+    [[nodiscard]] static KESTATUS CheckLengthField(kestrelon::KEConstBufferReference block,
+                                                   const kestrelon::KELogMsgHeaderTag& function);
     // The options of a parsed block stand from offset on.
-    KESTATUS ParseBlockOptions(kestrelon::KEConstBufferReference block, std::size_t offset,
-                               const kestrelon::KELogMsgHeaderTag& function);
+    [[nodiscard]] KESTATUS ParseBlockOptions(kestrelon::KEConstBufferReference block, std::size_t offset,
+                                             const kestrelon::KELogMsgHeaderTag& function);
 
 private:
     std::vector<PcapNgOption> mOptions;

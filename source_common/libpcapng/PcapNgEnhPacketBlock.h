@@ -15,20 +15,20 @@ public:
     // For writing; options stay. timestamp: in units of the interface's resolution; originalLength: of the
     // packet on the wire in bytes, that of the data unless given.
     //   KESTATUS_INVALID_PARAMETER  the data is longer than 0xFFFFFFFF bytes; the block is unchanged
-    KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference data, std::uint64_t timestamp,
-                                std::uint32_t interfaceID, std::uint32_t originalLength);
-    KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference data, std::uint64_t timestamp,
-                                std::uint32_t interfaceID);
+    [[nodiscard]] KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference data, std::uint64_t timestamp,
+                                              std::uint32_t interfaceID, std::uint32_t originalLength);
+    [[nodiscard]] KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference data, std::uint64_t timestamp,
+                                              std::uint32_t interfaceID);
     // Reads one whole block, from its type to its trailing length; its options are added. The fields are
     // unchanged after a failure of these checks:
     //   KESTATUS_INVALID_LENGTH   the block is too short
     //   KESTATUS_INVALID_TYPE     it is another block
     //   KESTATUS_LENGTH_MISMATCH  its length field is not its length
     // A captured length beyond the block is no failure: see IsPacketDataCut.
-    KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference block);
+    [[nodiscard]] KESTATUS InitEnhPacketBlock(kestrelon::KEConstBufferReference block);
 
     std::uint64_t BlockLength() const override;
-    KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
+    [[nodiscard]] KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
 
     std::uint64_t Timestamp() const noexcept { return mTimestamp; }
     std::uint32_t InterfaceID() const noexcept { return mInterfaceID; }

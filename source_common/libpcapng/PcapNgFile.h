@@ -35,25 +35,25 @@ public:
 
     // Closes an open file first. An existing file is replaced. The headers are in the file on success; after
     // a failure the stream may be open, for the caller to close.
-    KESTATUS OpenForWrite(const kestrelon::T_UNICHAR* path, const PcapNgSectionHeaderBlock& shb,
-                          const PcapNgInterfaceDescBlock& idb);
+    [[nodiscard]] KESTATUS OpenForWrite(const kestrelon::T_UNICHAR* path, const PcapNgSectionHeaderBlock& shb,
+                                        const PcapNgInterfaceDescBlock& idb);
     // Closes an open file first.
     //   KESTATUS_NO_DATA  the file is empty; it is open for the caller to close
-    KESTATUS OpenForRead(const kestrelon::T_UNICHAR* path);
+    [[nodiscard]] KESTATUS OpenForRead(const kestrelon::T_UNICHAR* path);
 
     // Appends a block. After a failure the block is not part of the file; what was gathered before it is
     // kept, and the next block or flush tries to write that again, from where the last write ended.
     //   KESTATUS_WRITE_FILE_FAILED  the gathered blocks could not be written
-    KESTATUS WriteBlock(const PcapNgBlockBase& block);
+    [[nodiscard]] KESTATUS WriteBlock(const PcapNgBlockBase& block);
     // Reads the next block whole, from its type to its trailing length, into block, which is replaced and
     // grows as needed.
     //   KESTATUS_NO_DATA       the end of the file, also when less than a block's header is left
     //   KESTATUS_INVALID_FILE  the file ends in the midst of the block, or the length is none of a block
-    KESTATUS ReadNextBlock(kestrelon::KEBufferBlock& block);
+    [[nodiscard]] KESTATUS ReadNextBlock(kestrelon::KEBufferBlock& block);
 
     // Writes what is gathered.
     //   KESTATUS_WRITE_FILE_FAILED  not all of it could be written; the rest is kept
-    KESTATUS FlushFileBuffer();
+    [[nodiscard]] KESTATUS FlushFileBuffer();
     // Flushes and closes; safe on a closed file. Gathered blocks that cannot be written are lost then, and
     // the file is cut behind its last whole block: BlocksLost() tells how many they were.
     void CloseFile();
@@ -66,7 +66,7 @@ public:
     unsigned BlocksLost() const noexcept { return mBlocksLost; }
     bool IsEndOfFile() const noexcept { return mFile.IsEndOfFile(); }
     // Back to the file's start, to read it again.
-    KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
+    [[nodiscard]] KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
 
 private:
     // A block that a failed write ended in: its bytes in the file, and those that head the buffer.
@@ -75,8 +75,8 @@ private:
         std::size_t rest = 0;
     };
 
-    KESTATUS MeasureFile(std::uint64_t& size) noexcept;
-    KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
+    [[nodiscard]] KESTATUS MeasureFile(std::uint64_t& size) noexcept;
+    [[nodiscard]] KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
     void NoteWhereWritingEnded(std::size_t written) noexcept;
     void GiveUpBuffer() noexcept;
 

@@ -18,10 +18,10 @@ public:
     //   KESTATUS_INVALID_LENGTH   the block is too short
     //   KESTATUS_INVALID_TYPE     it is another block
     //   KESTATUS_LENGTH_MISMATCH  its length field is not its length
-    KESTATUS InitInterfaceDescBlock(kestrelon::KEConstBufferReference block);
+    [[nodiscard]] KESTATUS InitInterfaceDescBlock(kestrelon::KEConstBufferReference block);
 
     std::uint64_t BlockLength() const override;
-    KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
+    [[nodiscard]] KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
 
     std::uint16_t LinkType() const noexcept { return mLinkType; }
     std::uint32_t SnapLen() const noexcept { return mSnapLen; }

@@ -19,12 +19,12 @@ public:
     // Each replaces what the option held; the value must not lie in this option's own bytes. They throw
     // std::bad_alloc when there is no memory.
     //   KESTATUS_INVALID_PARAMETER  the value is longer than 65535 bytes; the option is unchanged
-    KESTATUS CreateOption(std::uint16_t code, kestrelon::KEConstBufferReference value);
+    [[nodiscard]] KESTATUS CreateOption(std::uint16_t code, kestrelon::KEConstBufferReference value);
     // The characters up to the terminating NUL, which is not stored.
-    KESTATUS CreateStringOption(std::uint16_t code, const char* text);
+    [[nodiscard]] KESTATUS CreateStringOption(std::uint16_t code, const char* text);
     // The bytes of an integer in the machine's order.
     template <typename T>
-    KESTATUS CreateNumericOption(std::uint16_t code, T value) {
+    [[nodiscard]] KESTATUS CreateNumericOption(std::uint16_t code, T value) {
         unsigned char bytes[sizeof(T)];
         kestrelon::KEStoreNative<T>(bytes, value);
         return CreateOption(code, {bytes, sizeof bytes});
@@ -34,7 +34,7 @@ public:
     //   KESTATUS_INVALID_LENGTH  the value's length is not this size
     // value is unchanged then.
     template <typename T>
-    KESTATUS GetNumericValue(T& value) const {
+    [[nodiscard]] KESTATUS GetNumericValue(T& value) const {
         static_assert(std::is_unsigned_v<T>);
         const KESTATUS st = CheckNumericValue(sizeof(T), KE_FUNCTION_TAG);
         if (st == KESTATUS_SUCCESS) {
@@ -44,7 +44,7 @@ public:
     }
 
     // Appends the option as it stands in a file; the buffer grows as needed. Throws std::bad_alloc.
-    KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const;
+    [[nodiscard]] KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const;
 
     // Whether an option has been created; the others are only for one that has.
     bool IsValid() const noexcept { return mData.mBuffer != nullptr; }
@@ -65,7 +65,8 @@ public:
     std::size_t TotalLength() const noexcept { return mData.mDataLength; }
 
 private:
-    KESTATUS CheckNumericValue(std::size_t size, const kestrelon::KELogMsgHeaderTag& function) const;
+    [[nodiscard]] KESTATUS CheckNumericValue(std::size_t size,
+                                             const kestrelon::KELogMsgHeaderTag& function) const;
 
     kestrelon::KEBufferBlock mData;
 };

@@ -18,10 +18,10 @@ public:
     //   KESTATUS_INVALID_TYPE     it is another block
     //   KESTATUS_MAGIC_MISMATCH   it is of another byte order
     //   KESTATUS_LENGTH_MISMATCH  its length field is not its length
-    KESTATUS InitSectionHeaderBlock(kestrelon::KEConstBufferReference block);
+    [[nodiscard]] KESTATUS InitSectionHeaderBlock(kestrelon::KEConstBufferReference block);
 
     std::uint64_t BlockLength() const override;
-    KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
+    [[nodiscard]] KESTATUS AddToBuffer(kestrelon::KEBufferBlock& buffer) const override;
 
     std::uint16_t MajorVersion() const noexcept { return mMajorVersion; }
     std::uint16_t MinorVersion() const noexcept { return mMinorVersion; }

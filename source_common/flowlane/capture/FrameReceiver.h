@@ -41,8 +41,8 @@ public:
     [[nodiscard]] KESTATUS TakeFrame();
 
 private:
-    KESTATUS TakeReceivedFrames();
-    KESTATUS HandOver(RawFrame& frame);
+    [[nodiscard]] KESTATUS TakeReceivedFrames();
+    [[nodiscard]] KESTATUS HandOver(RawFrame& frame);
     void Release(RawFrame* frame) noexcept;
     bool IsReportDue() const;
 

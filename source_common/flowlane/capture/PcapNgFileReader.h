@@ -55,10 +55,10 @@ public:
     //   KESTATUS_INVALID_PARAMETER  no frames, or more than 4 GiB of them
     //   KESTATUS_NO_MEMORY
     // Other failures are those of opening and of reading ahead. Nothing stays open or allocated after one.
-    KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
-                             QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
-                             bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
-                             const StopCheck& isStopRequested = {});
+    [[nodiscard]] KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
+                                           QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
+                                           bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
+                                           const StopCheck& isStopRequested = {});
     // Ends the replay; frames that are not due yet are not sent. Does nothing without a start.
     void StopFileReader();
 
@@ -70,7 +70,7 @@ public:
 
     // Why sending or reading ahead has failed, when CurrentState tells of an error; success when it was the
     // file's contents.
-    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
+    [[nodiscard]] KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
     // Frames that the device has not sent although they were submitted, since the start, as far as its
     // library counts them; about a second old while the thread runs, current after a failure to send and
@@ -84,9 +84,10 @@ public:
     void ThreadRoutine();
 
 private:
-    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize, const StopCheck& isStopRequested);
-    KESTATUS ReadAhead(const StopCheck& isStopRequested);
-    KESTATUS ReadOn();
+    [[nodiscard]] KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize,
+                                                 const StopCheck& isStopRequested);
+    [[nodiscard]] KESTATUS ReadAhead(const StopCheck& isStopRequested);
+    [[nodiscard]] KESTATUS ReadOn();
     void SendUntilStopped();
     void Fail(KESTATUS st);
 

@@ -48,7 +48,7 @@ public:
 
 private:
     kestrelon::KEStdPath CreateNextFilePath();
-    KESTATUS OpenCurrentFile();
+    [[nodiscard]] KESTATUS OpenCurrentFile();
 
     std::string mFileName;
     std::uint32_t mStartFileIndex = 0;

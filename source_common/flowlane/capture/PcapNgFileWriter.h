@@ -48,8 +48,9 @@ public:
     //   KESTATUS_ALREADY_DONE  the writer was not stopped since the last start
     //   KESTATUS_NO_MEMORY
     // Other failures are the system's. Nothing is left open or allocated after a failure.
-    KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
-                             unsigned frameCount, unsigned frameSize, std::uint64_t maxFileSize);
+    [[nodiscard]] KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
+                                           unsigned frameCount, unsigned frameSize,
+                                           std::uint64_t maxFileSize);
     // Writes what has been handed over, closes the file and frees the pool, which has to have all frames
     // back. Does nothing when the writer was not started.
     void StopFileWriter();
@@ -63,10 +64,10 @@ public:
     bool CheckRawFrame(QBXRawFrameType type, kestrelon::KEConstBufferReference frame);
     // Hands a frame over, with its size and type set, whatever the status.
     //   KESTATUS_NOT_POSSIBLE  the thread has ended with a failure; the frame is not written
-    KESTATUS WriteRawFrame(RawFrame* frame);
+    [[nodiscard]] KESTATUS WriteRawFrame(RawFrame* frame);
 
     // With what the thread has ended by itself; success as long as it has not.
-    KESTATUS ThreadStatus() const noexcept;
+    [[nodiscard]] KESTATUS ThreadStatus() const noexcept;
 
     void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
     void ResetStatistics() noexcept { mStats.Clear(); }
@@ -75,11 +76,12 @@ public:
     void ThreadRoutine();
 
 private:
-    KESTATUS OpenFirstFileAndStart(const kestrelon::T_UNICHAR* fileName, std::uint64_t maxFileSize,
-                                   unsigned frameCount, unsigned frameSize);
-    KESTATUS OpenNextFile();
-    KESTATUS WriteUntilStopped();
-    KESTATUS WriteAllFramesToFile();
+    [[nodiscard]] KESTATUS OpenFirstFileAndStart(const kestrelon::T_UNICHAR* fileName,
+                                                 std::uint64_t maxFileSize, unsigned frameCount,
+                                                 unsigned frameSize);
+    [[nodiscard]] KESTATUS OpenNextFile();
+    [[nodiscard]] KESTATUS WriteUntilStopped();
+    [[nodiscard]] KESTATUS WriteAllFramesToFile();
 
     kestrelon::KEOsWorkerThread mThread;
     kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames

@@ -63,7 +63,7 @@ public:
     void SetState(State state);
 
 private:
-    KESTATUS OpenNextFile();
+    [[nodiscard]] KESTATUS OpenNextFile();
     void ProcessBlock();
     void ProcessSectionHeaderBlock();
     void ProcessInterfaceDescBlock();

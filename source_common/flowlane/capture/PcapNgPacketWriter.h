@@ -50,9 +50,9 @@ private:
     void AddMacAddressOption(QuaysideDevice& device);
     void PreparePacketBlock();
     std::string CreateNextFileName();
-    KESTATUS OpenFile(const std::string& path);
+    [[nodiscard]] KESTATUS OpenFile(const std::string& path);
     std::uint64_t TimestampOf(const RawFrame& frame);
-    KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
+    [[nodiscard]] KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
     void AddDropCount();
 
     PcapNgWriterCounters& mStats;

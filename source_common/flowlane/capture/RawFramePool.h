@@ -23,7 +23,7 @@ public:
     // frameSize: of each buffer in bytes. Throws std::bad_alloc; the pool stays without frames then.
     //   KESTATUS_INTERNAL_ERROR     it has frames already
     //   KESTATUS_INVALID_PARAMETER  the buffers together would exceed 4 GiB
-    KESTATUS AllocateFramePool(unsigned count, unsigned frameSize);
+    [[nodiscard]] KESTATUS AllocateFramePool(unsigned count, unsigned frameSize);
     // Frees all frames, also those that are handed out, which is reported.
     void FreeFramePool() noexcept;
 

@@ -29,8 +29,8 @@ public:
     void ClearSendList() noexcept;
 
 private:
-    KESTATUS SubmitFrame(const RawFrame& frame);
-    KESTATUS FlushDevice();
+    [[nodiscard]] KESTATUS SubmitFrame(const RawFrame& frame);
+    [[nodiscard]] KESTATUS FlushDevice();
 
     RawFrameList& mFramesToSent;
     RawFramePool& mFramePool;

@@ -10,7 +10,7 @@ QuaysideDevice::~QuaysideDevice() {
 
 void QuaysideDevice::CloseIfOpen() {
     if (mHandle != 0) {
-        CloseDevice();
+        static_cast<void>(CloseDevice()); // the handle is given up whatever the status
     }
 }
 

@@ -20,34 +20,37 @@ public:
     QuaysideDevice& operator=(const QuaysideDevice&) = delete;
 
     // Opening closes a device that is still open first.
-    KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
-    KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
-                             QBXRawHeaderType headerType, unsigned reserved2);
-    KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
-                             QBXRawHeaderType headerType, unsigned reserved2);
+    [[nodiscard]] KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
+    [[nodiscard]] KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index,
+                                           unsigned reserved1, QBXRawHeaderType headerType,
+                                           unsigned reserved2);
+    [[nodiscard]] KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index,
+                                           unsigned reserved1, QBXRawHeaderType headerType,
+                                           unsigned reserved2);
     // Afterwards no device is open, whatever the status.
-    KESTATUS CloseDevice();
+    [[nodiscard]] KESTATUS CloseDevice();
 
-    KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
-    KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size, unsigned* returnedSize);
+    [[nodiscard]] KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
+    [[nodiscard]] KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size,
+                                                   unsigned* returnedSize);
 
-    KESTATUS EnableRawRx();
-    KESTATUS DisableRawRx();
-    KESTATUS WaitForRawFrame(int timeoutMs);
-    KESTATUS GetReceivedRawFrame(QBXRawFrameType* type, void* buffer, unsigned bufferSize,
-                                 unsigned* receivedLength);
+    [[nodiscard]] KESTATUS EnableRawRx();
+    [[nodiscard]] KESTATUS DisableRawRx();
+    [[nodiscard]] KESTATUS WaitForRawFrame(int timeoutMs);
+    [[nodiscard]] KESTATUS GetReceivedRawFrame(QBXRawFrameType* type, void* buffer, unsigned bufferSize,
+                                               unsigned* receivedLength);
 
-    KESTATUS CheckSubmitRawFrame(unsigned length);
-    KESTATUS WaitForTxResources(unsigned count, int timeoutMs);
-    KESTATUS SubmitRawFrame(const void* frame, unsigned length, unsigned* reserved);
-    KESTATUS SendRawFrames();
+    [[nodiscard]] KESTATUS CheckSubmitRawFrame(unsigned length);
+    [[nodiscard]] KESTATUS WaitForTxResources(unsigned count, int timeoutMs);
+    [[nodiscard]] KESTATUS SubmitRawFrame(const void* frame, unsigned length, unsigned* reserved);
+    [[nodiscard]] KESTATUS SendRawFrames();
 
     // 0 when no device is open.
     QBXDeviceHandle Handle() const noexcept { return mHandle; }
 
 private:
     void CloseIfOpen();
-    KESTATUS Keep(QBXDeviceHandle handle, KESTATUS st);
+    [[nodiscard]] KESTATUS Keep(QBXDeviceHandle handle, KESTATUS st);
 
     QBXDeviceHandle mHandle = 0;
 };

@@ -16,14 +16,16 @@ public:
     QuaysideEnumerator& operator=(const QuaysideEnumerator&) = delete;
 
     // Closes an enumeration that is still open first. count is 0 on failure.
-    KESTATUS EnumerateDevices(QBXDeviceType type, unsigned& count);
+    [[nodiscard]] KESTATUS EnumerateDevices(QBXDeviceType type, unsigned& count);
     // Afterwards there is none, whatever the status.
-    KESTATUS CloseEnumeration();
+    [[nodiscard]] KESTATUS CloseEnumeration();
 
     // 0 when there is none.
     QBXEnumerationHandle Handle() const noexcept { return mHandle; }
 
 private:
+    void CloseIfOpen();
+
     QBXEnumerationHandle mHandle = 0;
 };
 
