@@ -48,7 +48,7 @@ KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference block) 
     mPacketData = {block.mData + cEnhPacketFixedSize, std::min<std::size_t>(mCapturedLength, room)};
     const auto paddedLength = static_cast<std::size_t>(Padded(mCapturedLength));
     if (paddedLength > room) {
-        return KESTATUS_SUCCESS; // no place for options
+        return KESTATUS_SUCCESS; // there is no room for options
     }
     return ParseBlockOptions(block, cEnhPacketFixedSize + paddedLength, KE_FUNCTION_TAG);
 }

@@ -75,7 +75,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         return st;
     }
     try {
-        // Without frames nothing would ever be read.
+        // A pool without frames would never be filled, and nothing would be read.
         st = frameCount != 0 ? mFramePool.AllocateFramePool(frameCount, frameSize)
                              : KESTATUS_INVALID_PARAMETER;
     } catch (const std::bad_alloc&) {
@@ -141,7 +141,7 @@ void PcapNgFileReader::SendUntilStopped() {
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, "SendFrames failed, st={}, stop thread", st);
             mStats.Add(&Statistics::errSendFramesFailed);
-            mLostFrames.UpdateNow(); // whoever sees the failure sees them as well
+            mLostFrames.UpdateNow(); // before the state says that there was a failure
             Fail(st);
             return;
         }

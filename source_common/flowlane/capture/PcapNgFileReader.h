@@ -1,11 +1,14 @@
-// Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission, with the
-// packets' recorded spacing. A worker thread sends the frames that are due and reads ahead as far as there
-// are free frames in the pool. Blocks and packets that cannot be replayed are counted and skipped; a time
-// that goes back and failures to read or send end the replay.
+// Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission. The
+// frames keep the spacing of the recording. A worker thread sends the frames that are due, and reads ahead
+// while the pool has free frames. Blocks and packets that cannot be replayed are counted and skipped. A
+// packet that is earlier than the one before ends the replay, and so does a failure to read or to send.
 //
-// The device is not owned and outlives the reader. Starting and stopping are for one owner thread; state and
-// statistics for any. While the thread runs, it alone uses the device. Messages go to the Global logger, but
-// for that of a file that does not exist (Cons).
+// PcapNgFileSet chooses the files, PcapNgPacketReader reads them, and RawFrameSender sends. This class starts
+// and stops them, and runs the thread.
+//
+// The device is not owned and outlives the reader. One owner thread starts and stops; any thread asks for
+// state and statistics. While the worker thread runs, it alone uses the device. Messages go to the Global
+// logger, except that a first file that does not exist is reported on Cons.
 #ifndef FLOWLANE_PCAPNGFILEREADER_H
 #define FLOWLANE_PCAPNGFILEREADER_H
 
@@ -43,23 +46,28 @@ public:
     PcapNgFileReader(const PcapNgFileReader&) = delete;
     PcapNgFileReader& operator=(const PcapNgFileReader&) = delete;
 
-    // Opens the first file, reads ahead and starts the thread; the first frame is due half a second later.
-    // fileName: ".pcapng" is appended when it has no extension; for a set, "_" and a number of five digits
-    // from startFileIndex on stand before the extension. frameCount frames of frameSize bytes are read ahead.
-    // replaceSrcMacAddr: frames are sent with the device's own address. loopMode: again and again.
-    // isStopRequested: whether the user asks for the end meanwhile; asked now and then on this thread while a
-    // long file has brought no frame yet. Reading on is left to the thread when it answers true.
+    // Opens the first file, reads ahead and starts the thread. The first frame is due half a second later.
+    //   fileName           ".pcapng" is appended when it has no extension
+    //   readFileSet        reads a set of files: "_" and a number come before the extension
+    //                      (CaptureFileName.h), counted up from startFileIndex until a file is missing
+    //   frameCount         how many frames are read ahead, of at most frameSize bytes each
+    //   replaceSrcMacAddr  frames are sent with the device's own address as their source
+    //   loopMode           the file or the set is replayed again and again
+    //   isStopRequested    true when the user asks for the end; called from time to time on this thread while
+    //                      a long file has no frame yet. When it is true, the thread does the reading.
+    // Status:
     //   KESTATUS_ALREADY_DONE       the reader was not stopped since the last start; nothing changes
     //   KESTATUS_NOT_PRESENT        the first file does not exist
-    //   KESTATUS_LENGTH_MISMATCH    the device's MAC address is not one
-    //   KESTATUS_INVALID_PARAMETER  no frames, or more than 4 GiB of them
+    //   KESTATUS_LENGTH_MISMATCH    the device's MAC address does not have 6 bytes
+    //   KESTATUS_INVALID_PARAMETER  frameCount is 0, or the frames would exceed 4 GiB
     //   KESTATUS_NO_MEMORY
-    // Other failures are those of opening and of reading ahead. Nothing stays open or allocated after one.
+    // Other failures are those of opening a file and of reading ahead. A failed start leaves nothing open or
+    // allocated.
     [[nodiscard]] KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
                                            QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
                                            bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
                                            const StopCheck& isStopRequested = {});
-    // Ends the replay; frames that are not due yet are not sent. Does nothing without a start.
+    // Ends the replay. Frames that are not due yet are not sent. Does nothing without a start.
     void StopFileReader();
 
     // All files have been read and all their frames sent.
@@ -68,19 +76,19 @@ public:
     bool IsInErrorState() const noexcept { return CurrentState() == State::Error; }
     State CurrentState() const noexcept { return mPacketReader.CurrentState(); }
 
-    // Why sending or reading ahead has failed, when CurrentState tells of an error; success when it was the
-    // file's contents.
+    // In the state Error: the status of the failure to send or to read, or success when the contents of the
+    // file were the reason.
     [[nodiscard]] KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
-    // Frames that the device has not sent although they were submitted, since the start, as far as its
-    // library counts them; about a second old while the thread runs, current after a failure to send and
-    // after the end.
+    // Frames submitted since the start that the device has not sent, as far as its library counts them. The
+    // number is about a second old while the thread runs. It is current after a failure to send and after the
+    // end.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
     void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
     void ResetStatistics() noexcept { mStats.Clear(); }
 
-    // The worker's work; it runs on its thread.
+    // What the worker thread does.
     void ThreadRoutine();
 
 private:
@@ -100,7 +108,7 @@ private:
     PcapNgPacketReader mPacketReader;
     RawFrameSender mFrameSender;
     LostFrameCounter mLostFrames;
-    const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
+    const unsigned mBlockDelay = 10; // ms, the pause of the thread between two rounds
     bool mIsStarted = false;
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false};

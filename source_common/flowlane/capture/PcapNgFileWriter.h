@@ -1,14 +1,16 @@
-// Records received frames in a pcap-ng file or a numbered set of files. The receive loop borrows a frame, has
-// the device fill it and hands it over; a worker thread writes the frames, gives them back to the pool and
-// starts the next file of a set. Frames that are lost on the way are counted, and their number stands with
-// the next packet in the file.
+// Records received frames in a pcap-ng file or a numbered set of files. The receive loop (FrameReceiver)
+// borrows a frame, has the device fill it and hands it over. A worker thread writes the frames, gives them
+// back to the pool and starts the next file of a set. Lost frames are counted, and the next packet in the
+// file carries their number.
 //
-// The receive loop, for each frame: GetRawFrame; receive into its buffer, or into one of the loop's own when
-// there is none; CheckRawFrame. When that is false, ReleaseRawFrame. When it is true, PoolUnderflowOccurred
-// without a frame, else set size and type, and WriteRawFrame.
+// The receive loop's calls for each received frame:
+//   1. GetRawFrame. The frame is received into its buffer, or into a spare buffer when there is no frame.
+//   2. CheckRawFrame.
+//   3. When that is false, ReleaseRawFrame. When it is true, WriteRawFrame with size and type set, or
+//      PoolUnderflowOccurred when there was no frame.
 //
-// Starting and stopping are for one owner thread, the calls above for one receiving thread, the statistics
-// for any. Messages go to the Global logger, but for that of an invalid time (Cons).
+// One owner thread starts and stops, one receiving thread makes the calls above, any thread asks for the
+// statistics. Messages go to the Global logger, except that an invalid time is reported on Cons.
 #ifndef FLOWLANE_PCAPNGFILEWRITER_H
 #define FLOWLANE_PCAPNGFILEWRITER_H
 
@@ -30,7 +32,7 @@ namespace flowlane {
 
 class PcapNgFileWriter {
 public:
-    // Begins the payload of the frame that stands for an external trigger.
+    // The first four bytes of the payload of a trigger frame, see TriggerFrame.h.
     static constexpr std::uint32_t TriggerEthernetFrameMagic = triggerframe::cMagic;
 
     using Statistics = PcapNgWriterStatistics;
@@ -41,38 +43,42 @@ public:
     PcapNgFileWriter(const PcapNgFileWriter&) = delete;
     PcapNgFileWriter& operator=(const PcapNgFileWriter&) = delete;
 
-    // Opens the first file and starts the thread. fileName: "_" and a number of five digits are appended to
-    // it when there is a limit, and ".pcapng". The device gives the file its interface's name, description
-    // and address. frameCount frames of frameSize bytes, receive header included, may wait to be written.
-    // maxFileSize: in bytes, a file ends with the first packet that takes it beyond; 0 for no limit.
-    //   KESTATUS_ALREADY_DONE  the writer was not stopped since the last start
+    // Opens the first file and starts the thread.
+    //   fileName     ".pcapng" is appended, and before it a number when there is a limit (CaptureFileName.h)
+    //   device       its name, description and address are recorded in each file
+    //   frameCount   how many frames can wait to be written, of frameSize bytes each, receive header included
+    //   maxFileSize  bytes; a file ends with the first packet that takes it beyond; 0 for no limit
+    // Status:
+    //   KESTATUS_ALREADY_DONE       the writer was not stopped since the last start
+    //   KESTATUS_INVALID_PARAMETER  the frames would exceed 4 GiB
     //   KESTATUS_NO_MEMORY
-    // Other failures are the system's. Nothing is left open or allocated after a failure.
+    // Other failures are the system's. A failed start leaves nothing open or allocated.
     [[nodiscard]] KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
                                            unsigned frameCount, unsigned frameSize,
                                            std::uint64_t maxFileSize);
-    // Writes what has been handed over, closes the file and frees the pool, which has to have all frames
-    // back. Does nothing when the writer was not started.
+    // Writes the frames that were handed over, closes the file and frees the pool. All frames have to be
+    // handed over or released before. Does nothing without a start.
     void StopFileWriter();
 
-    // A free frame, null when there is none; it is the caller's until handed over or released.
+    // A free frame, or null when there is none. The caller has it until it is handed over or released.
     RawFrame* GetRawFrame() noexcept;
     void ReleaseRawFrame(RawFrame* frame) noexcept;
-    // A received frame was discarded because there was no free frame.
+    // Counts a received frame that was discarded because there was no free frame.
     void PoolUnderflowOccurred() noexcept;
-    // Whether the frame is to be recorded; looks for gaps in the sequence. frame: with its receive header.
+    // True when the frame is to be recorded. Counts the frames that are missing before it, by its sequence
+    // number. frame begins with its receive header.
     bool CheckRawFrame(QBXRawFrameType type, kestrelon::KEConstBufferReference frame);
-    // Hands a frame over, with its size and type set, whatever the status.
+    // Hands over a frame whose size and type are set. The caller gives it up, whatever the status.
     //   KESTATUS_NOT_POSSIBLE  the thread has ended with a failure; the frame is not written
     [[nodiscard]] KESTATUS WriteRawFrame(RawFrame* frame);
 
-    // With what the thread has ended by itself; success as long as it has not.
+    // The failure that has ended the thread; success while it runs.
     [[nodiscard]] KESTATUS ThreadStatus() const noexcept;
 
     void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
     void ResetStatistics() noexcept { mStats.Clear(); }
 
-    // The worker's work; it runs on its thread.
+    // What the worker thread does.
     void ThreadRoutine();
 
 private:
@@ -87,7 +93,7 @@ private:
     kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames
     RawFramePool mFramePool;
     kestrelon::KEOsWaitableQueue<RawFrame, kestrelon::KEEmptyLock> mPendingFrames;
-    PcapNgWriterCounters mStats;      // each is raised by one thread
+    PcapNgWriterCounters mStats;      // each field is raised by one thread
     PcapNgPacketWriter mPacketWriter; // the thread's while it runs
     // The number of lost frames has this name on its whole way into the file. It moves on with the next
     // frame, so that it reaches the packet behind the gap however far the thread is behind:

@@ -17,12 +17,12 @@ namespace {
 
 constexpr std::uint32_t cNanosecondsPerMicrosecond = 1000;
 
-// The block buffer has room for a packet block of a frame, rounded up.
+// The size of the block buffer is a multiple of this.
 constexpr std::size_t cBlockBufferUnit = 1024;
 
-// One call of FillSendQueue reads about so many bytes: files may have any number of blocks without a frame to
-// send, between which the thread has to send what is due and the user has to be heard. A short block takes
-// the time of some more bytes.
+// One call of FillSendQueue reads about this many bytes. A file may have any number of blocks without a frame
+// to send. Between them the thread has to send what is due, and to look whether the user asks for the end. A
+// short block costs as much time as one of cMinBlockCost bytes.
 constexpr std::size_t cMaxReadPerFill = 64u << 20;
 constexpr std::size_t cMinBlockCost = 256;
 
@@ -31,7 +31,8 @@ void Log(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Global, level, format, args...);
 }
 
-// The end of the clock's range when the sum is beyond it: a frame of that time is never due.
+// A time that is so many units later. A sum beyond the clock's range gives the end of the range, so that the
+// frame is never due.
 RawFrameTimePoint Later(RawFrameTimePoint time, std::uint64_t units, std::uint32_t nanosecondsPerUnit) {
     const auto start = static_cast<std::uint64_t>(time.time_since_epoch().count());
     const auto end = static_cast<std::uint64_t>(RawFrameTimePoint::max().time_since_epoch().count());
@@ -88,7 +89,7 @@ void PcapNgPacketReader::ReserveBlock(unsigned frameSize) {
 }
 
 KESTATUS PcapNgPacketReader::FillSendQueue(const StopCheck& isStopRequested) {
-    std::size_t cost = 0; // of what has been read, in bytes
+    std::size_t cost = 0; // bytes
     while (mFramePool.CurrentCount() != 0 && cost < cMaxReadPerFill) {
         const State state = CurrentState();
         if (state == State::Done || state == State::Error || (isStopRequested && isStopRequested())) {

@@ -114,8 +114,7 @@ std::string PcapNgPacketWriter::CreateNextFileName() {
     return name + cCaptureFileExtension;
 }
 
-// A file that did not get its headers is removed: nothing can read it, and the replay of a set would fail
-// there.
+// A file without its headers is removed: nothing can read it, and the replay of a set would fail there.
 KESTATUS PcapNgPacketWriter::OpenFile(const std::string& path) {
     const KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
     if (st != KESTATUS_SUCCESS && mFile.IsOpen()) {
@@ -135,7 +134,7 @@ void PcapNgPacketWriter::CloseFile() {
 
 // --- Packets -------------------------------------------------------------------------------------
 
-// Makes room for the option of a packet behind a gap, so that none is needed when there is a gap.
+// Allocates the memory of the drop count option now, so that a packet behind a gap allocates nothing.
 void PcapNgPacketWriter::PreparePacketBlock() {
     mPacketBlock.RemoveAllOptions();
     static_cast<void>(mDropCount.CreateNumericOption<std::uint64_t>(pcapng::cOptionDropCount, 0));

@@ -29,8 +29,8 @@ public:
     // stats gets the packets written and lost. It is not owned and outlives the writer.
     explicit PcapNgPacketWriter(PcapNgWriterCounters& stats) noexcept : mStats(stats) {}
 
-    // Makes the blocks that every file begins with. A device property that cannot be read is left out. Throws
-    // std::bad_alloc, as the next two do.
+    // Makes the blocks with which every file begins. A device property that cannot be read is left out. All
+    // three throw std::bad_alloc.
     [[nodiscard]] KESTATUS InitBlocks(QuaysideDevice& device);
     // fileName and maxFileSize as in PcapNgFileWriter::StartFileWriter. A file that cannot be given its
     // blocks is removed. The status is that of the system.

@@ -14,7 +14,7 @@ void QuaysideDevice::CloseIfOpen() {
     }
 }
 
-// A library may leave anything in the handle of a call that failed.
+// A call that failed may have left any value in handle.
 KESTATUS QuaysideDevice::Keep(QBXDeviceHandle handle, KESTATUS st) {
     if (st == KESTATUS_SUCCESS) {
         mHandle = handle;

@@ -1,9 +1,8 @@
-// An opened device: owns a handle of the device library and closes it at the end. Each operation is the
-// library function of the same name on that handle and returns its status unchanged; arguments, statuses
-// and blocking are described in quayside2_api.h. Without an open device the handle passed is 0.
+// An opened device: owns a handle of the device library and closes it at the end. Each operation calls the
+// library function of the same name with that handle and returns its status unchanged. quayside2_api.h
+// describes arguments, statuses and blocking. Without an open device the handle is 0.
 //
-// Threads: opening and closing are for the owner; the other operations may be called by several threads
-// at once, as the library says.
+// Threads: the owner opens and closes. Several threads may call the other operations at once.
 #ifndef FLOWLANE_QUAYSIDEDEVICE_H
 #define FLOWLANE_QUAYSIDEDEVICE_H
 
@@ -19,7 +18,7 @@ public:
     QuaysideDevice(const QuaysideDevice&) = delete;
     QuaysideDevice& operator=(const QuaysideDevice&) = delete;
 
-    // Opening closes a device that is still open first.
+    // Each first closes a device that is still open.
     [[nodiscard]] KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
     [[nodiscard]] KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index,
                                            unsigned reserved1, QBXRawHeaderType headerType,
@@ -27,7 +26,7 @@ public:
     [[nodiscard]] KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index,
                                            unsigned reserved1, QBXRawHeaderType headerType,
                                            unsigned reserved2);
-    // Afterwards no device is open, whatever the status.
+    // No device is open afterwards, whatever the status.
     [[nodiscard]] KESTATUS CloseDevice();
 
     [[nodiscard]] KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
