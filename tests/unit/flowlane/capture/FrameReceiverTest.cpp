@@ -41,8 +41,8 @@ protected:
     }
     // Runs the loop. The user asks for the end when the loop asks for the time-th time.
     void Run(unsigned time = 1) {
-        mReceiver.WriteReceivedFramesToFile([this] { mReports.push_back(mNow); },
-                                            [this, time] { return ++mAsked >= time; });
+        mTimedReceiver.WriteReceivedFramesToFile([this] { mReports.push_back(mNow); },
+                                                 [this, time] { return ++mAsked >= time; });
     }
     // The frames that are still with the device.
     std::size_t FramesLeft() {
@@ -68,7 +68,7 @@ protected:
     unsigned mNextNumber = 0;
     unsigned mAsked = 0;
     std::vector<std::uint32_t> mReports; // when they came
-    FrameReceiver mReceiver{mDevice, mWriter, cFrameSize, [this] { return mNow++; }};
+    FrameReceiver mTimedReceiver{mDevice, mWriter, cFrameSize, [this] { return mNow++; }};
     const LogCapture mConsole{logger::Cons};
 };
 
@@ -98,11 +98,11 @@ TEST_F(FrameReceiverTest, ReportsOnceASecondAndAsksForTheEndThen) {
 
 TEST_F(FrameReceiverTest, FramesThatCameBeforeTheEndAreTaken) {
     ASSERT_EQ(Start(), KESTATUS_SUCCESS);
-    mReceiver.WriteReceivedFramesToFile([] {},
-                                        [this] {
-                                            Queue(5);
-                                            return true;
-                                        });
+    mTimedReceiver.WriteReceivedFramesToFile([] {},
+                                             [this] {
+                                                 Queue(5);
+                                                 return true;
+                                             });
     EXPECT_THAT(SequenceNumbersWritten(), ElementsAre(0, 1, 2, 3, 4));
 }
 
@@ -112,8 +112,9 @@ TEST_F(FrameReceiverTest, FullLoadDelaysNoReport) {
     Queue(4000);
     QueueWaits({KESTATUS_SUCCESS, KESTATUS_SUCCESS});
     std::vector<std::size_t> taken; // at each report
-    mReceiver.WriteReceivedFramesToFile([&] { taken.push_back(mFake.CallCount(Qbx::GetReceivedRawFrame)); },
-                                        [&] { return taken.size() == 2; });
+    mTimedReceiver.WriteReceivedFramesToFile(
+        [&] { taken.push_back(mFake.CallCount(Qbx::GetReceivedRawFrame)); },
+        [&] { return taken.size() == 2; });
     // One frame per look at the clock, and the last second's frames are taken after the second report.
     EXPECT_THAT(taken, ElementsAre(testing::AllOf(testing::Ge(997u), testing::Le(1000u)),
                                    testing::AllOf(testing::Ge(1994u), testing::Le(2000u))));
@@ -187,7 +188,7 @@ TEST_F(FrameReceiverTest, WriterThatHasEndedEndsTheLoop) {
     ASSERT_EQ(Start(1), KESTATUS_SUCCESS); // a packet in each file
     ASSERT_EQ(mkdir(NameOf(2).c_str(), 0700), 0);
     Queue(1);
-    EXPECT_EQ(mReceiver.TakeFrame(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mTimedReceiver.TakeFrame(), KESTATUS_SUCCESS);
     EXPECT_EQ(WaitForThreadStatus(), 0xE0010015);
     Queue(2);
     QueueWaits({KESTATUS_SUCCESS});
@@ -202,8 +203,8 @@ TEST_F(FrameReceiverTest, WriterThatHasEndedEndsTheLoop) {
 
 TEST_F(FrameReceiverTest, DeviceWithoutAFrame) {
     ASSERT_EQ(Start(0, 1), KESTATUS_SUCCESS);
-    EXPECT_EQ(mReceiver.TakeFrame(), KESTATUS_NO_DATA);
-    EXPECT_EQ(mReceiver.TakeFrame(), KESTATUS_NO_DATA);
+    EXPECT_EQ(mTimedReceiver.TakeFrame(), KESTATUS_NO_DATA);
+    EXPECT_EQ(mTimedReceiver.TakeFrame(), KESTATUS_NO_DATA);
     EXPECT_THAT(mConsole.Messages(), IsEmpty());
     RawFrame* const frame = mWriter.GetRawFrame();
     ASSERT_NE(frame, nullptr); // it is back in the pool
