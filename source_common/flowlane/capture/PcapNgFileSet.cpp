@@ -26,18 +26,19 @@ KESTATUS PcapNgFileSet::OpenFirstFile() {
     return OpenCurrentFile();
 }
 
+// Empty when there is no memory for the path: opening it then fails and is reported.
 KEStdPath PcapNgFileSet::CreateNextFilePath() {
     KEStdPath path(mFileName);
-    if (path.Extension().IsEmpty()) {
-        path.Concat(cCaptureFileExtension);
+    if (path.Extension().IsEmpty() && path.Concat(cCaptureFileExtension) != KESTATUS_SUCCESS) {
+        return KEStdPath();
     }
     if (!mReadFileSet) {
         return path;
     }
     const std::string number = CaptureFileNumber(mFileNumber++);
+    const std::string name = path.Stem().c_str() + number + path.Extension().c_str();
     KEStdPath ofSet = path.ParentPath();
-    ofSet.Append((path.Stem().c_str() + number + path.Extension().c_str()).c_str());
-    return ofSet;
+    return ofSet.Append(name.c_str()) == KESTATUS_SUCCESS ? ofSet : KEStdPath();
 }
 
 KESTATUS PcapNgFileSet::OpenCurrentFile() {
