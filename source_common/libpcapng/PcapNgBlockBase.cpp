@@ -12,10 +12,9 @@ using namespace pcapng;
 
 namespace {
 
-constexpr std::uint64_t cMaxBlockLength = 0xFFFFFFFF;
-
-// By how much the options taken from some bytes may be longer than these bytes: as much as one option that
-// overlaps the next ones takes. A list of many of them would take thousands of times its own size.
+// How many bytes more than their source the options of a block may have: those of one option that overlaps
+// the next ones. Without this limit, many such options would take thousands of times the memory of their
+// source.
 constexpr std::size_t cMaxOverlap = Padded(cOptionHeaderSize + cMaxOptionLength);
 
 } // namespace
@@ -44,7 +43,7 @@ std::uint64_t PcapNgBlockBase::TotalOptionsLength() const noexcept {
 KESTATUS PcapNgBlockBase::ParseOptionsData(KEConstBufferReference data) {
     const unsigned char* option = data.mData;
     std::size_t remaining = data.mLength;
-    std::size_t allowed = data.mLength + cMaxOverlap; // bytes of options still to be taken
+    std::size_t allowed = data.mLength + cMaxOverlap; // bytes that further options may have
     while (remaining != 0) {
         if (remaining < cOptionHeaderSize) {
             KEOutputLogMessage(logger::Global, KEWARN, KE_FUNCTION_TAG, "ignore incomplete option header");
@@ -52,7 +51,7 @@ KESTATUS PcapNgBlockBase::ParseOptionsData(KEConstBufferReference data) {
         }
         const auto code = KELoadNative<std::uint16_t>(option);
         const auto length = KELoadNative<std::uint16_t>(option + cOptionLengthOffset);
-        // Rounded in 16 bits, so that the longest values, from 65533 bytes on, have a span of 4.
+        // The rounding is done in 16 bits, so that values of 65533 bytes and more have a span of 4.
         const std::size_t span = ((length + 3u) & 0xFFFCu) + cOptionHeaderSize;
         const auto taken = static_cast<std::size_t>(Padded(cOptionHeaderSize + length));
         if (span > remaining || cOptionHeaderSize + length > remaining || taken > allowed) {

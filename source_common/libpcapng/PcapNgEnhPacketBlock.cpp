@@ -10,12 +10,6 @@ namespace flowlane {
 using namespace kestrelon;
 using namespace pcapng;
 
-namespace {
-
-constexpr std::uint64_t cMaxPacketLength = 0xFFFFFFFF;
-
-} // namespace
-
 KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference data, std::uint64_t timestamp,
                                                   std::uint32_t interfaceID, std::uint32_t originalLength) {
     if (data.mLength > cMaxPacketLength) {
@@ -54,7 +48,7 @@ KESTATUS PcapNgEnhPacketBlock::InitEnhPacketBlock(KEConstBufferReference block) 
     mPacketData = {block.mData + cEnhPacketFixedSize, std::min<std::size_t>(mCapturedLength, room)};
     const auto paddedLength = static_cast<std::size_t>(Padded(mCapturedLength));
     if (paddedLength > room) {
-        return KESTATUS_SUCCESS; // no place for options
+        return KESTATUS_SUCCESS; // there is no room for options
     }
     return ParseBlockOptions(block, cEnhPacketFixedSize + paddedLength, KE_FUNCTION_TAG);
 }

@@ -142,7 +142,7 @@ KESTATUS PcapNgFile::FlushFileBuffer() {
     return KESTATUS_WRITE_FILE_FAILED;
 }
 
-// Finds the block that the first written bytes of the buffer end in.
+// Finds the block in which the written bytes at the start of the buffer end.
 void PcapNgFile::NoteWhereWritingEnded(std::size_t written) noexcept {
     if (written < mUnfinished.rest) {
         mUnfinished.written += written;
@@ -180,7 +180,7 @@ void PcapNgFile::GiveUpBuffer() noexcept {
         ++mBlocksLost;
     }
     if (mUnfinished.written != 0) {
-        // Should that fail, readers still take what is before.
+        // If this fails, readers can still read the blocks before.
         static_cast<void>(mFile.TruncateFile(static_cast<std::size_t>(mBytesOnDisk) - mUnfinished.written));
     }
 }
@@ -202,7 +202,7 @@ KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
         return LogIncompleteBlock(KE_FUNCTION_TAG, cBlockHeaderSize, length);
     }
     if (length > mFileSize) {
-        // The length may be damaged: no memory for more than there is to read.
+        // The length may be damaged. Memory is allocated only for what there is to read.
         std::uint64_t available = 0;
         const KESTATUS st = MeasureRest(available);
         if (st != KESTATUS_SUCCESS) {
@@ -225,7 +225,7 @@ KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
     return KESTATUS_SUCCESS;
 }
 
-// The bytes from the position, which stays, to the end of the file.
+// Counts the bytes from the position to the end of the file. The position stays.
 KESTATUS PcapNgFile::MeasureRest(std::uint64_t& rest) noexcept {
     std::size_t position = 0;
     KESTATUS st = mFile.Tell(position);

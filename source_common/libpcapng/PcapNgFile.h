@@ -1,10 +1,10 @@
-// A pcap-ng file, written or read block by block. Writing gathers blocks in a buffer of 4096 bytes, which
-// goes to the file when the next block would not fit; the file is not buffered otherwise, so that what was
-// flushed is with the system and a full disk is noticed at once. A file that was written is valid at every
-// moment, but for the last block when the process is killed in the midst of a write.
+// A pcap-ng file, written or read block by block. Writing gathers blocks in a buffer of 4096 bytes, and
+// writes the buffer to the file when the next block does not fit. There is no other buffer, so that flushed
+// blocks are with the system and a full disk is noticed at once. The file is valid at every moment, except
+// for its last block when the process is killed during a write.
 //
-// It owns the file and moves but does not copy. One thread at a time. Failures are logged to Global;
-// std::bad_alloc leaves an operation that finds no memory.
+// The object owns the file. It can be moved, but not copied. One thread at a time. Failures are logged on
+// Global. An operation that finds no memory throws std::bad_alloc.
 #ifndef FLOWLANE_PCAPNGFILE_H
 #define FLOWLANE_PCAPNGFILE_H
 
@@ -26,62 +26,62 @@ public:
     static constexpr std::size_t FileBufferSize = 4096;
 
     PcapNgFile() = default;
-    // Closes the file.
     ~PcapNgFile() { CloseFile(); }
     PcapNgFile(PcapNgFile&& other) noexcept;
     PcapNgFile& operator=(PcapNgFile&& other) noexcept;
     PcapNgFile(const PcapNgFile&) = delete;
     PcapNgFile& operator=(const PcapNgFile&) = delete;
 
-    // Closes an open file first. An existing file is replaced. The headers are in the file on success; after
-    // a failure the stream may be open, for the caller to close.
-    KESTATUS OpenForWrite(const kestrelon::T_UNICHAR* path, const PcapNgSectionHeaderBlock& shb,
-                          const PcapNgInterfaceDescBlock& idb);
-    // Closes an open file first.
-    //   KESTATUS_NO_DATA  the file is empty; it is open for the caller to close
-    KESTATUS OpenForRead(const kestrelon::T_UNICHAR* path);
+    // First closes an open file. An existing file is replaced. On success the headers are in the file. After
+    // a failure the file may be open, and the caller closes it.
+    [[nodiscard]] KESTATUS OpenForWrite(const kestrelon::T_UNICHAR* path, const PcapNgSectionHeaderBlock& shb,
+                                        const PcapNgInterfaceDescBlock& idb);
+    // First closes an open file.
+    //   KESTATUS_NO_DATA  the file is empty; it is open, and the caller closes it
+    [[nodiscard]] KESTATUS OpenForRead(const kestrelon::T_UNICHAR* path);
 
-    // Appends a block. After a failure the block is not part of the file; what was gathered before it is
-    // kept, and the next block or flush tries to write that again, from where the last write ended.
+    // Appends a block. After a failure the block is not part of the file. The blocks gathered before it are
+    // kept, and the next block or flush continues to write them where the last write ended.
     //   KESTATUS_WRITE_FILE_FAILED  the gathered blocks could not be written
-    KESTATUS WriteBlock(const PcapNgBlockBase& block);
-    // Reads the next block whole, from its type to its trailing length, into block, which is replaced and
-    // grows as needed.
-    //   KESTATUS_NO_DATA       the end of the file, also when less than a block's header is left
-    //   KESTATUS_INVALID_FILE  the file ends in the midst of the block, or the length is none of a block
-    KESTATUS ReadNextBlock(kestrelon::KEBufferBlock& block);
+    [[nodiscard]] KESTATUS WriteBlock(const PcapNgBlockBase& block);
+    // Replaces the contents of block by the next whole block, from its type to its trailing length. The
+    // buffer grows as needed.
+    //   KESTATUS_NO_DATA       the file is at its end, or has less than the header of a block left
+    //   KESTATUS_INVALID_FILE  the file ends within the block, or the block's length is not valid
+    [[nodiscard]] KESTATUS ReadNextBlock(kestrelon::KEBufferBlock& block);
 
-    // Writes what is gathered.
+    // Writes the gathered blocks.
     //   KESTATUS_WRITE_FILE_FAILED  not all of it could be written; the rest is kept
-    KESTATUS FlushFileBuffer();
-    // Flushes and closes; safe on a closed file. Gathered blocks that cannot be written are lost then, and
-    // the file is cut behind its last whole block: BlocksLost() tells how many they were.
+    [[nodiscard]] KESTATUS FlushFileBuffer();
+    // Flushes and closes. Does nothing to a closed file. Gathered blocks that cannot be written are lost, and
+    // BlocksLost() is their number. The file then ends with its last whole block.
     void CloseFile();
 
     bool IsOpen() const noexcept { return mFile.IsOpen(); }
-    // Bytes accepted since OpenForWrite, gathered ones included; of a file that is read, its size when
-    // opened.
+    // When writing, bytes since OpenForWrite, with the gathered blocks. When reading, the size of the file
+    // when it was opened.
     std::uint64_t FileSize() const noexcept { return mFileSize; }
     // Blocks that the last CloseFile could not write.
     unsigned BlocksLost() const noexcept { return mBlocksLost; }
     bool IsEndOfFile() const noexcept { return mFile.IsEndOfFile(); }
-    // Back to the file's start, to read it again.
-    KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
+    // Goes back to the start of the file, to read it again.
+    [[nodiscard]] KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
 
 private:
-    // A block that a failed write ended in: its bytes in the file, and those that head the buffer.
+    // The block within which a failed write ended: its bytes in the file, and the rest at the start of the
+    // buffer.
     struct Unfinished {
         std::size_t written = 0;
         std::size_t rest = 0;
     };
 
-    KESTATUS MeasureFile(std::uint64_t& size) noexcept;
-    KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
+    [[nodiscard]] KESTATUS MeasureFile(std::uint64_t& size) noexcept;
+    [[nodiscard]] KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
     void NoteWhereWritingEnded(std::size_t written) noexcept;
     void GiveUpBuffer() noexcept;
 
     kestrelon::KEStdFileStream mFile;
-    kestrelon::KEBufferBlock mFileBuffer; // whole blocks, but for the rest of an unfinished one at its start
+    kestrelon::KEBufferBlock mFileBuffer; // whole blocks, behind the rest of an unfinished one
     std::uint64_t mFileSize = 0;
     std::uint64_t mBytesOnDisk = 0; // written since OpenForWrite
     Unfinished mUnfinished;

@@ -1,6 +1,6 @@
 // The pcap-ng file format (draft-ietf-opsawg-pcapng) as this program writes and reads it: the byte order is
 // the machine's own. Every block begins with its type and its total length, 32 bits each, and ends with the
-// total length again; options stand before that. Offsets are from the start of the block.
+// total length again. Options are before that. Offsets are from the start of the block.
 #ifndef FLOWLANE_PCAPNGFORMAT_H
 #define FLOWLANE_PCAPNGFORMAT_H
 
@@ -17,9 +17,12 @@ constexpr std::size_t cBlockTypeOffset = 0;   // 32 bits
 constexpr std::size_t cBlockLengthOffset = 4; // 32 bits: of the whole block
 constexpr std::size_t cBlockHeaderSize = 8;
 constexpr std::size_t cBlockTrailerSize = 4; // the length again
+constexpr std::uint64_t cMaxBlockLength = 0xFFFFFFFF;
 
 // Section header block
 constexpr std::uint32_t cByteOrderMagic = 0x1A2B3C4D;
+constexpr std::uint16_t cMajorVersion = 1;
+constexpr std::uint16_t cMinorVersion = 0;
 constexpr std::size_t cMagicOffset = 8;          // 32 bits
 constexpr std::size_t cMajorVersionOffset = 12;  // 16 bits
 constexpr std::size_t cMinorVersionOffset = 14;  // 16 bits
@@ -29,6 +32,7 @@ constexpr std::uint64_t cUnknownSectionLength = 0xFFFFFFFFFFFFFFFF;
 
 // Interface description block
 constexpr std::uint16_t cLinkTypeEthernet = 1;
+constexpr std::uint32_t cSnapLengthUnlimited = 0;
 constexpr std::uint8_t cResolutionMicroseconds = 6; // 10 to the power of -6 seconds
 constexpr std::uint8_t cResolutionNanoseconds = 9;
 constexpr std::size_t cLinkTypeOffset = 8;          // 16 bits
@@ -37,6 +41,7 @@ constexpr std::size_t cSnapLengthOffset = 12;       // 32 bits
 constexpr std::size_t cInterfaceDescFixedSize = 16;
 
 // Enhanced packet block
+constexpr std::uint64_t cMaxPacketLength = 0xFFFFFFFF;
 constexpr std::size_t cInterfaceIdOffset = 8;     // 32 bits
 constexpr std::size_t cTimestampHighOffset = 12;  // 32 bits
 constexpr std::size_t cTimestampLowOffset = 16;   // 32 bits

@@ -40,7 +40,7 @@ KESTATUS PcapNgOption::CheckNumericValue(std::size_t size, const KELogMsgHeaderT
         return KESTATUS_INVALID_SIZE;
     }
     if (OptionLength() != size) {
-        // One field for two arguments: the expected length does not show.
+        // The text has one field for two arguments, so the expected length is not shown.
         KEOutputLogMessage(logger::Global, KEERROR, function, "invalid optionLength {}, exp. ",
                            OptionLength(), size);
         return KESTATUS_INVALID_LENGTH;

@@ -8,8 +8,8 @@ using namespace kestrelon;
 using namespace pcapng;
 
 void PcapNgSectionHeaderBlock::InitSectionHeaderBlock() noexcept {
-    mMajorVersion = 1;
-    mMinorVersion = 0;
+    mMajorVersion = cMajorVersion;
+    mMinorVersion = cMinorVersion;
     mSectionLength = cUnknownSectionLength;
     RemoveAllOptions();
 }

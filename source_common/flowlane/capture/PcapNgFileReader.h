@@ -1,71 +1,43 @@
-// Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission, with the
-// packets' recorded spacing. A worker thread sends the frames that are due and reads ahead as far as there
-// are free frames in the pool. Blocks and packets that cannot be replayed are counted and skipped; a time
-// that goes back and failures to read or send end the replay.
+// Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission. The
+// frames keep the spacing of the recording. A worker thread sends the frames that are due, and reads ahead
+// while the pool has free frames. Blocks and packets that cannot be replayed are counted and skipped. A
+// packet that is earlier than the one before ends the replay, and so does a failure to read or to send.
 //
-// The device is not owned and outlives the reader. Starting and stopping are for one owner thread; state and
-// statistics for any. While the thread runs, it alone uses the device. Messages go to the Global logger, but
-// for that of a file that does not exist (Cons).
+// PcapNgFileSet chooses the files, PcapNgPacketReader reads them, and RawFrameSender sends. This class starts
+// and stops them, and runs the thread.
+//
+// The device is not owned and outlives the reader. One owner thread starts and stops; any thread asks for
+// state and statistics. While the worker thread runs, it alone uses the device. Messages go to the Global
+// logger, except that a first file that does not exist is reported on Cons.
 #ifndef FLOWLANE_PCAPNGFILEREADER_H
 #define FLOWLANE_PCAPNGFILEREADER_H
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <string>
 
 #include "KEOsWorkerThread.h"
-#include "PcapNgEnhPacketBlock.h"
-#include "PcapNgFile.h"
-#include "PcapNgInterfaceDescBlock.h"
-#include "PcapNgSectionHeaderBlock.h"
-#include "base/KEBuffer.h"
 #include "base/PipelineClock.h"
-#include "base/RelaxedCounter.h"
+#include "capture/PcapNgFileSet.h"
+#include "capture/PcapNgPacketReader.h"
+#include "capture/PcapNgReaderStatistics.h"
+#include "capture/RawFrame.h"
 #include "capture/RawFramePool.h"
+#include "capture/RawFrameSender.h"
 #include "device/LostFrameCounter.h"
 #include "device/QuaysideDevice.h"
-#include "files/KEStdPath.h"
+#include "kestatus.h"
 #include "text/KEUnicode.h"
-#include "values/TNetAddress.h"
 
 namespace flowlane {
 
 class PcapNgFileReader {
 public:
-    // What is read next.
-    enum class State : std::uint32_t {
-        ExpSectionHeader = 0, // a section header block of a version that is understood
-        ExpInterfaceDesc =
-            1,          // an interface description block of Ethernet and a resolution that is understood
-        ReadPacket = 2, // packets, or one of the above anew
-        Done = 3,       // nothing: all has been read
-        Error = 4       // nothing: the replay has failed
-    };
+    using State = PcapNgPacketReader::State;
     // "???" for any other value.
-    static const char* StrForState(State state) noexcept;
+    static const char* StrForState(State state) noexcept { return PcapNgPacketReader::StrForState(state); }
 
-    struct Statistics {
-        std::uint64_t infFramesSent = 0;                     // frames submitted to the device
-        std::uint64_t errInvalidFile = 0;                    // failures to go on with the next file or pass
-        std::uint64_t errReadFileFailed = 0;                 // failures to read a block
-        std::uint64_t errSendFramesFailed = 0;               // failures to send
-        std::uint64_t errInvalidSectionHeader = 0;           // section header blocks that are none
-        std::uint64_t errUnsupportedVersion = 0;             // sections of another version than 1.0
-        std::uint64_t errInvalidInterfaceDesc = 0;           // interface description blocks that are none
-        std::uint64_t errInvalidLinkType = 0;                // interfaces that are not Ethernet
-        std::uint64_t errInvalidEnhPacket = 0;               // packet blocks that are none
-        std::uint64_t errPacketTruncated = 0;                // packets that were not captured whole
-        std::uint64_t errInvalidFrameLength = 0;             // packets shorter than an Ethernet header
-        std::uint64_t errFrameBufferTooSmall = 0;            // packets longer than a frame of the pool
-        std::uint64_t errInvalidOption = 0;                  // time resolutions that cannot be read
-        std::uint64_t errUnsupportedTimestampResolution = 0; // neither micro- nor nanoseconds
-        std::uint64_t errInvalidTimestamp = 0; // packets with a time before that of the one before
-
-        // The sum of the error counters.
-        std::uint64_t TotalErrorsOccurred() const noexcept;
-    };
-
+    using Statistics = PcapNgReaderStatistics;
     using StopCheck = std::function<bool()>;
 
     explicit PcapNgFileReader(PipelineClock& clock = PipelineClock::System()) noexcept;
@@ -74,124 +46,72 @@ public:
     PcapNgFileReader(const PcapNgFileReader&) = delete;
     PcapNgFileReader& operator=(const PcapNgFileReader&) = delete;
 
-    // Opens the first file, reads ahead and starts the thread; the first frame is due half a second later.
-    // fileName: ".pcapng" is appended when it has no extension; for a set, "_" and a number of five digits
-    // from startFileIndex on stand before the extension. frameCount frames of frameSize bytes are read ahead.
-    // replaceSrcMacAddr: frames are sent with the device's own address. loopMode: again and again.
-    // isStopRequested: whether the user asks for the end meanwhile; asked now and then on this thread while a
-    // long file has brought no frame yet. Reading on is left to the thread when it answers true.
+    // Opens the first file, reads ahead and starts the thread. The first frame is due half a second later.
+    //   fileName           ".pcapng" is appended when it has no extension
+    //   readFileSet        reads a set of files: "_" and a number come before the extension
+    //                      (CaptureFileName.h), counted up from startFileIndex until a file is missing
+    //   frameCount         how many frames are read ahead, of at most frameSize bytes each
+    //   replaceSrcMacAddr  frames are sent with the device's own address as their source
+    //   loopMode           the file or the set is replayed again and again
+    //   isStopRequested    true when the user asks for the end; called from time to time on this thread while
+    //                      a long file has no frame yet. When it is true, the thread does the reading.
+    // Status:
     //   KESTATUS_ALREADY_DONE       the reader was not stopped since the last start; nothing changes
     //   KESTATUS_NOT_PRESENT        the first file does not exist
-    //   KESTATUS_LENGTH_MISMATCH    the device's MAC address is not one
-    //   KESTATUS_INVALID_PARAMETER  no frames, or more than 4 GiB of them
+    //   KESTATUS_LENGTH_MISMATCH    the device's MAC address does not have 6 bytes
+    //   KESTATUS_INVALID_PARAMETER  frameCount is 0, or the frames would exceed 4 GiB
     //   KESTATUS_NO_MEMORY
-    // Other failures are those of opening and of reading ahead. Nothing stays open or allocated after one.
-    KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
-                             QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
-                             bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
-                             const StopCheck& isStopRequested = {});
-    // Ends the replay; frames that are not due yet are not sent. Does nothing without a start.
+    // Other failures are those of opening a file and of reading ahead. A failed start leaves nothing open or
+    // allocated.
+    [[nodiscard]] KESTATUS StartFileReader(const kestrelon::T_UNICHAR* fileName, unsigned startFileIndex,
+                                           QuaysideDevice& device, unsigned frameCount, unsigned frameSize,
+                                           bool replaceSrcMacAddr, bool readFileSet, bool loopMode,
+                                           const StopCheck& isStopRequested = {});
+    // Ends the replay. Frames that are not due yet are not sent. Does nothing without a start.
     void StopFileReader();
 
     // All files have been read and all their frames sent.
     bool AreAllFramesSent() const noexcept { return mAreAllFramesSent.load(std::memory_order_acquire); }
     bool AreAllFilesRead() const noexcept { return CurrentState() == State::Done; }
     bool IsInErrorState() const noexcept { return CurrentState() == State::Error; }
-    State CurrentState() const noexcept { return mCurrentState.load(std::memory_order_acquire); }
+    State CurrentState() const noexcept { return mPacketReader.CurrentState(); }
 
-    // Why sending or reading ahead has failed, when CurrentState tells of an error; success when it was the
-    // file's contents.
-    KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
+    // In the state Error: the status of the failure to send or to read, or success when the contents of the
+    // file were the reason.
+    [[nodiscard]] KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
-    // Frames that the device has not sent although they were submitted, since the start, as far as its
-    // library counts them; about a second old while the thread runs, current after a failure to send and
-    // after the end.
+    // Frames submitted since the start that the device has not sent, as far as its library counts them. The
+    // number is about a second old while the thread runs. It is current after a failure to send and after the
+    // end.
     std::uint64_t LostFrames() const noexcept { return mLostFrames.Value(); }
 
-    void QuerryStatistics(Statistics& statistics) const noexcept;
-    void ResetStatistics() noexcept;
+    void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
+    void ResetStatistics() noexcept { mStats.Clear(); }
 
-    // The parts of the worker's loop, for the thread that runs the reader.
-
-    // Reads blocks while there are free frames, but no more than what takes a moment.
-    KESTATUS FillSendQueue();
-    // Sends the frames that are due at now.
-    KESTATUS SendFrames(RawFrameTimePoint now);
+    // What the worker thread does.
     void ThreadRoutine();
 
 private:
-    KESTATUS ReadDeviceAddress();
-    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize, const StopCheck& isStopRequested);
-    KESTATUS ReadAhead(const StopCheck& isStopRequested);
-    kestrelon::KEStdPath CreateNextFilePath();
-    KESTATUS OpenCurrentFile();
-    KESTATUS OpenNextFile();
-    KESTATUS OpenNextFileOfSet();
-    bool IsPassWithoutFrames(const char* message);
-    void ProcessBlock();
-    void ProcessSectionHeaderBlock();
-    void ProcessInterfaceDescBlock();
-    void ProcessEnhPacketBlock();
-    void ProcessSectionHeader(const PcapNgSectionHeaderBlock& block);
-    void ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block);
-    bool ReadTimestampFactor(const PcapNgInterfaceDescBlock& block);
-    void ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet);
-    bool AdvanceSendTime(std::uint64_t timestamp);
-    void QueueFrame(const PcapNgEnhPacketBlock& packet);
-    void PatchRawFrameData(RawFrame& frame) const noexcept;
-    KESTATUS SubmitFrame(const RawFrame& frame);
+    [[nodiscard]] KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize,
+                                                 const StopCheck& isStopRequested);
+    [[nodiscard]] KESTATUS ReadAhead(const StopCheck& isStopRequested);
+    [[nodiscard]] KESTATUS ReadOn();
     void SendUntilStopped();
-    void ClearSendList() noexcept;
-    void SetState(State state);
+    void Fail(KESTATUS st);
 
     PipelineClock& mClock;
     kestrelon::KEOsWorkerThread mThread;
-    std::string mFileName;
-    std::uint32_t mStartFileIndex = 0;
-    std::uint32_t mFileNumber = 0; // of the next file of a set
-    kestrelon::KEStdPath mCurrentFilePath;
-    PcapNgFile mFile;
-    kestrelon::KEBufferBlock mBlockData; // the block just read
-    std::atomic<State> mCurrentState{State::ExpSectionHeader};
+    PcapNgFileSet mFiles;
     RawFramePool mFramePool;
-    RawFrameList mFramesToSent;     // in the order of the file
-    RawFrameTimePoint mCurSendTime; // of the last packet read
-    const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
-    const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
-    std::uint64_t mLastReadTimestamp = 0;
-    std::uint32_t mTimestampFactor = 1; // nanoseconds of a unit
-    QuaysideDevice* mDevice = nullptr;
+    RawFrameList mFramesToSent; // from the packet reader to the frame sender, in the order of the files
+    PcapNgReaderCounters mStats;
+    PcapNgPacketReader mPacketReader;
+    RawFrameSender mFrameSender;
     LostFrameCounter mLostFrames;
-    kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
-    const unsigned mBlockDelay = 10; // ms, between two rounds of the thread
-    // Each is raised by the thread that runs the reader.
-    struct {
-        RelaxedCounter infFramesSent;
-        RelaxedCounter errInvalidFile;
-        RelaxedCounter errReadFileFailed;
-        RelaxedCounter errSendFramesFailed;
-        RelaxedCounter errInvalidSectionHeader;
-        RelaxedCounter errUnsupportedVersion;
-        RelaxedCounter errInvalidInterfaceDesc;
-        RelaxedCounter errInvalidLinkType;
-        RelaxedCounter errInvalidEnhPacket;
-        RelaxedCounter errPacketTruncated;
-        RelaxedCounter errInvalidFrameLength;
-        RelaxedCounter errFrameBufferTooSmall;
-        RelaxedCounter errInvalidOption;
-        RelaxedCounter errUnsupportedTimestampResolution;
-        RelaxedCounter errInvalidTimestamp;
-    } mStats;
-    bool mLastReadTimestampValid = false;
-    bool mAddInitialOffset = false;
-    bool mReplaceSrcMacAddr = false;
-    bool mLoopMode = false;
-    bool mReadFileSet = false;
+    const unsigned mBlockDelay = 10; // ms, the pause of the thread between two rounds
     bool mIsStarted = false;
-    bool mIsThreadRunning = false; // a request to end is of this run
-    bool mIsFrameQueued = false;   // since the start of this pass through the file or the set
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
-    std::atomic<bool> mAreAllFramesSent{false}; // what AreAllFramesSent answers to other threads
+    std::atomic<bool> mAreAllFramesSent{false};
 };
 
 } // namespace flowlane

@@ -1,31 +1,30 @@
-// Records received frames in a pcap-ng file or a numbered set of files. The receive loop borrows a frame, has
-// the device fill it and hands it over; a worker thread writes the frames, gives them back to the pool and
-// starts the next file of a set. Frames that are lost on the way are counted, and their number stands with
-// the next packet in the file.
+// Records received frames in a pcap-ng file or a numbered set of files. The receive loop (FrameReceiver)
+// borrows a frame, has the device fill it and hands it over. A worker thread writes the frames, gives them
+// back to the pool and starts the next file of a set. Lost frames are counted, and the next packet in the
+// file carries their number.
 //
-// The receive loop, for each frame: GetRawFrame; receive into its buffer, or into one of the loop's own when
-// there is none; CheckRawFrame. When that is false, ReleaseRawFrame. When it is true, PoolUnderflowOccurred
-// without a frame, else set size and type, and WriteRawFrame.
+// The receive loop's calls for each received frame:
+//   1. GetRawFrame. The frame is received into its buffer, or into a spare buffer when there is no frame.
+//   2. CheckRawFrame.
+//   3. When that is false, ReleaseRawFrame. When it is true, WriteRawFrame with size and type set, or
+//      PoolUnderflowOccurred when there was no frame.
 //
-// Starting and stopping are for one owner thread, the calls above for one receiving thread, the statistics
-// for any. Messages go to the Global logger, but for that of an invalid time (Cons).
+// One owner thread starts and stops, one receiving thread makes the calls above, any thread asks for the
+// statistics. Messages go to the Global logger, except that an invalid time is reported on Cons.
 #ifndef FLOWLANE_PCAPNGFILEWRITER_H
 #define FLOWLANE_PCAPNGFILEWRITER_H
 
 #include <cstdint>
-#include <string>
 
 #include "KEOsThreadMutex.h"
 #include "KEOsWaitableQueue.h"
 #include "KEOsWorkerThread.h"
-#include "PcapNgEnhPacketBlock.h"
-#include "PcapNgFile.h"
-#include "PcapNgInterfaceDescBlock.h"
-#include "PcapNgSectionHeaderBlock.h"
 #include "base/KEBuffer.h"
 #include "base/KEEmptyLock.h"
-#include "base/RelaxedCounter.h"
+#include "capture/PcapNgPacketWriter.h"
+#include "capture/PcapNgWriterStatistics.h"
 #include "capture/RawFramePool.h"
+#include "capture/TriggerFrame.h"
 #include "device/QuaysideDevice.h"
 #include "text/KEUnicode.h"
 
@@ -33,25 +32,10 @@ namespace flowlane {
 
 class PcapNgFileWriter {
 public:
-    // Begins the payload of the frame that stands for an external trigger.
-    static constexpr std::uint32_t TriggerEthernetFrameMagic = 0x1234C000;
+    // The first four bytes of the payload of a trigger frame, see TriggerFrame.h.
+    static constexpr std::uint32_t TriggerEthernetFrameMagic = triggerframe::cMagic;
 
-    struct Statistics {
-        std::uint64_t infFramesWritten = 0;    // packets written to a file
-        std::uint64_t infIgnoredFrames = 0;    // frames of a kind that is not recorded
-        std::uint64_t errMissingFrames = 0;    // frames missing by their sequence numbers
-        std::uint64_t errPoolUnderflow = 0;    // frames discarded because no frame of the pool was free
-        std::uint64_t errWriteFileFailed = 0;  // packets that could not be written
-        std::uint64_t errInvalidFrameSize = 0; // frames shorter than their receive header
-        std::uint64_t errInitPacketBlock = 0;  // frames that no packet block could be built of
-        std::uint64_t errInvalidTimestamp = 0; // frames without a valid time, written with time 0
-
-        // Frames that are not in the files.
-        std::uint64_t FramesDropped() const noexcept {
-            return errMissingFrames + errPoolUnderflow + errWriteFileFailed + errInvalidFrameSize +
-                   errInitPacketBlock;
-        }
-    };
+    using Statistics = PcapNgWriterStatistics;
 
     PcapNgFileWriter() noexcept;
     // Stops the writer.
@@ -59,84 +43,69 @@ public:
     PcapNgFileWriter(const PcapNgFileWriter&) = delete;
     PcapNgFileWriter& operator=(const PcapNgFileWriter&) = delete;
 
-    // Opens the first file and starts the thread. fileName: "_" and a number of five digits are appended to
-    // it when there is a limit, and ".pcapng". The device gives the file its interface's name, description
-    // and address. frameCount frames of frameSize bytes, receive header included, may wait to be written.
-    // maxFileSize: in bytes, a file ends with the first packet that takes it beyond; 0 for no limit.
-    //   KESTATUS_ALREADY_DONE  the writer was not stopped since the last start
+    // Opens the first file and starts the thread.
+    //   fileName     ".pcapng" is appended, and before it a number when there is a limit (CaptureFileName.h)
+    //   device       its name, description and address are recorded in each file
+    //   frameCount   how many frames can wait to be written, of frameSize bytes each, receive header included
+    //   maxFileSize  bytes; a file ends with the first packet that takes it beyond; 0 for no limit
+    // Status:
+    //   KESTATUS_ALREADY_DONE       the writer was not stopped since the last start
+    //   KESTATUS_INVALID_PARAMETER  the frames would exceed 4 GiB
     //   KESTATUS_NO_MEMORY
-    // Other failures are the system's. Nothing is left open or allocated after a failure.
-    KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
-                             unsigned frameCount, unsigned frameSize, std::uint64_t maxFileSize);
-    // Writes what has been handed over, closes the file and frees the pool, which has to have all frames
-    // back. Does nothing when the writer was not started.
+    // Other failures are the system's. A failed start leaves nothing open or allocated.
+    [[nodiscard]] KESTATUS StartFileWriter(const kestrelon::T_UNICHAR* fileName, QuaysideDevice& device,
+                                           unsigned frameCount, unsigned frameSize,
+                                           std::uint64_t maxFileSize);
+    // Writes the frames that were handed over, closes the file and frees the pool. All frames have to be
+    // handed over or released before. Does nothing without a start.
     void StopFileWriter();
 
-    // A free frame, null when there is none; it is the caller's until handed over or released.
+    // A free frame, or null when there is none. The caller has it until it is handed over or released.
     RawFrame* GetRawFrame() noexcept;
     void ReleaseRawFrame(RawFrame* frame) noexcept;
-    // A received frame was discarded because there was no free frame.
+    // Counts a received frame that was discarded because there was no free frame.
     void PoolUnderflowOccurred() noexcept;
-    // Whether the frame is to be recorded; looks for gaps in the sequence. frame: with its receive header.
+    // True when the frame is to be recorded. Counts the frames that are missing before it, by its sequence
+    // number. frame begins with its receive header.
     bool CheckRawFrame(QBXRawFrameType type, kestrelon::KEConstBufferReference frame);
-    // Hands a frame over, with its size and type set, whatever the status.
+    // Hands over a frame whose size and type are set. The caller gives it up, whatever the status.
     //   KESTATUS_NOT_POSSIBLE  the thread has ended with a failure; the frame is not written
-    KESTATUS WriteRawFrame(RawFrame* frame);
+    [[nodiscard]] KESTATUS WriteRawFrame(RawFrame* frame);
 
-    // With what the thread has ended by itself; success as long as it has not.
-    KESTATUS ThreadStatus() const noexcept;
+    // The failure that has ended the thread; success while it runs.
+    [[nodiscard]] KESTATUS ThreadStatus() const noexcept;
 
-    void QuerryStatistics(Statistics& statistics) const noexcept;
-    void ResetStatistics() noexcept;
+    void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
+    void ResetStatistics() noexcept { mStats.Clear(); }
 
-    // The worker's work; it runs on its thread.
+    // What the worker thread does.
     void ThreadRoutine();
 
 private:
-    KESTATUS InitInterfaceDescription(QuaysideDevice& device);
-    void AddStringOption(QuaysideDevice& device, unsigned property, std::uint16_t code,
-                         const char* propertyFailed, const char* optionFailed);
-    void AddMacAddressOption(QuaysideDevice& device);
-    KESTATUS OpenFirstFileAndStart(unsigned frameCount, unsigned frameSize);
-    KESTATUS OpenNextFile();
-    KESTATUS OpenFile(const std::string& path);
-    std::string CreateNextFileName();
-    void PreparePacketBlock();
-    void CloseFile();
-    KESTATUS WriteUntilStopped();
-    KESTATUS WriteAllFramesToFile();
-    void WriteFrameToFile(const RawFrame& frame);
-    std::uint64_t TimestampOf(const RawFrame& frame);
-    KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
+    [[nodiscard]] KESTATUS OpenFirstFileAndStart(const kestrelon::T_UNICHAR* fileName,
+                                                 std::uint64_t maxFileSize, unsigned frameCount,
+                                                 unsigned frameSize);
+    [[nodiscard]] KESTATUS OpenNextFile();
+    [[nodiscard]] KESTATUS WriteUntilStopped();
+    [[nodiscard]] KESTATUS WriteAllFramesToFile();
 
     kestrelon::KEOsWorkerThread mThread;
     kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames
     RawFramePool mFramePool;
     kestrelon::KEOsWaitableQueue<RawFrame, kestrelon::KEEmptyLock> mPendingFrames;
-    std::string mFileBaseName;
-    std::uint64_t mMaxFileSize = 0;
-    std::uint32_t mFileNumber = 0;
-    PcapNgSectionHeaderBlock mSectionHeaderBlock;
-    PcapNgInterfaceDescBlock mIfDescriptionBlock;
-    PcapNgFile mFile;
-    std::uint64_t mFramesDropped = 0;    // the receive loop's: lost since the last frame handed over
-    std::uint64_t mFramesNotWritten = 0; // the thread's: lost since the last packet written
-    std::uint32_t mSequenceNumber = 0;   // expected next
+    PcapNgWriterCounters mStats;      // each field is raised by one thread
+    PcapNgPacketWriter mPacketWriter; // the thread's while it runs
+    // The number of lost frames has this name on its whole way into the file. It moves on with the next
+    // frame, so that it reaches the packet behind the gap however far the thread is behind:
+    //   1. PcapNgFileWriter::mFramesDropped    the receive loop counts frames lost since the last hand-over
+    //   2. RawFrame::mFramesDropped            the frame that is handed over next takes the number with it
+    //   3. PcapNgPacketWriter::mFramesDropped  the thread adds it up, and the packets that it cannot write
+    //   4. the drop count of a packet          the next packet that is written takes the sum
+    // Statistics::FramesDropped() is the sum of all losses since the start.
+    std::uint64_t mFramesDropped = 0;
+    std::uint32_t mSequenceNumber = 0; // expected next
     bool mSequenceNumberValid = false;
     bool mIsStarted = false;
-    PcapNgEnhPacketBlock mPacketBlock;
-    PcapNgOption mDropCount; // while it is not the packet block's
-    // Each is raised by one thread.
-    struct {
-        RelaxedCounter infFramesWritten;
-        RelaxedCounter infIgnoredFrames;
-        RelaxedCounter errMissingFrames;
-        RelaxedCounter errPoolUnderflow;
-        RelaxedCounter errWriteFileFailed;
-        RelaxedCounter errInvalidFrameSize;
-        RelaxedCounter errInitPacketBlock;
-        RelaxedCounter errInvalidTimestamp;
-    } mStats;
 };
 
 } // namespace flowlane

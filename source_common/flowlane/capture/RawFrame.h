@@ -1,5 +1,5 @@
 // One Ethernet frame between the device and a pcap-ng file: received and waiting to be written, or read and
-// waiting to be sent. Frames live in a pool (RawFramePool.h), which owns the memory. No locking.
+// waiting to be sent. A pool (RawFramePool.h) owns the frames and their memory. No locking.
 #ifndef FLOWLANE_RAWFRAME_H
 #define FLOWLANE_RAWFRAME_H
 
@@ -21,15 +21,15 @@ public:
     RawFrame(const RawFrame&) = delete;
     RawFrame& operator=(const RawFrame&) = delete;
 
-    // Gives the frame its buffer, which outlives it; size, type and drops are cleared.
+    // Gives the frame its buffer, which outlives it. Clears size, type and lost frames.
     void InitRawFrame(kestrelon::KEBufferReference buffer) noexcept {
         mFrameBuffer = buffer;
         mFrameSize = 0;
         mFrameType = QBXRawFrameType_Unknown;
-        mFramesDroppedBefore = 0;
+        mFramesDropped = 0;
     }
 
-    // The bytes in use; mFrameBuffer is the whole buffer.
+    // The bytes in use. mFrameBuffer is the whole buffer.
     kestrelon::KEBufferReference FrameData() noexcept { return {mFrameBuffer.mData, mFrameSize}; }
     kestrelon::KEConstBufferReference FrameData() const noexcept { return {mFrameBuffer.mData, mFrameSize}; }
 
@@ -37,12 +37,12 @@ public:
     void SetSendTime(RawFrameTimePoint time) noexcept { mSendTime = time; }
     RawFrameTimePoint SendTime() const noexcept { return mSendTime; }
 
-    // The one list the frame is on: the pool's free list or a queue of its user.
+    // For the one list that the frame is in: the pool's free list or a queue of its user.
     kestrelon::KEDListEntry mListEntry;
     kestrelon::KEBufferReference mFrameBuffer;
     std::uint32_t mFrameSize = 0; // bytes in use, at most the buffer's
     QBXRawFrameType mFrameType = QBXRawFrameType_Unknown;
-    std::uint64_t mFramesDroppedBefore = 0; // for the user: frames lost between the one before and this one
+    std::uint64_t mFramesDropped = 0; // capture: frames lost between the previous frame and this one
 
 private:
     RawFrameTimePoint mSendTime;

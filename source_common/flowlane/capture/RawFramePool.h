@@ -1,6 +1,7 @@
-// A fixed number of frames with buffers of one size, made in two allocations, so that none is needed for a
-// frame. Frames are reused first in, first out, as their last user left them. The pool owns all frames, also
-// those that are handed out. No locking: its user serialises access. Messages go to the Global logger.
+// A fixed number of frames with buffers of one size. All of them are made in two allocations, so that no
+// frame needs one later. Frames are reused first in, first out, and are as their last user left them. The
+// pool owns all frames, also those that are handed out. No locking: its user serialises access. Messages go
+// to the Global logger.
 #ifndef FLOWLANE_RAWFRAMEPOOL_H
 #define FLOWLANE_RAWFRAMEPOOL_H
 
@@ -20,22 +21,22 @@ public:
     RawFramePool(const RawFramePool&) = delete;
     RawFramePool& operator=(const RawFramePool&) = delete;
 
-    // frameSize: of each buffer in bytes. Throws std::bad_alloc; the pool stays without frames then.
+    // frameSize: bytes of each buffer. Throws std::bad_alloc, and has no frames then.
     //   KESTATUS_INTERNAL_ERROR     it has frames already
     //   KESTATUS_INVALID_PARAMETER  the buffers together would exceed 4 GiB
-    KESTATUS AllocateFramePool(unsigned count, unsigned frameSize);
-    // Frees all frames, also those that are handed out, which is reported.
+    [[nodiscard]] KESTATUS AllocateFramePool(unsigned count, unsigned frameSize);
+    // Frees all frames. Frames that are still handed out are freed too, which is logged.
     void FreeFramePool() noexcept;
 
-    // Takes the frame that was free longest, null when none is free.
+    // The frame that was free longest, or null when none is free.
     RawFrame* GetRawFrame() noexcept;
-    // Gives back a frame of this pool that is on no list.
+    // Gives back a frame of this pool. It is in no list.
     void PutRawFrame(RawFrame* frame) noexcept;
-    // Adds a frame that somebody else owns and that outlives the pool.
+    // Adds a frame that the caller owns. It outlives the pool.
     void AddItem(RawFrame* frame) noexcept;
 
     bool IsAllocated() const noexcept { return mTotalCount != 0; }
-    // All frames, and how many of them are free.
+    // The number of all frames, and of the free ones.
     std::uint32_t TotalCount() const noexcept { return mTotalCount; }
     std::uint32_t CurrentCount() const noexcept { return mCurrentCount; }
 

@@ -1,6 +1,10 @@
+#include <cstdint>
+#include <iterator>
+
 #include "KEPosixTime.h"
 #include "base/LogCons.h"
 #include "capture/PcapNgFileReader.h"
+#include "capture/PcapNgReaderStatistics.h"
 #include "commands/CmdLine.h"
 #include "commands/CommandChecks.h"
 #include "commands/Commands.h"
@@ -16,18 +20,42 @@ namespace {
 
 constexpr unsigned cStatisticsInterval = 1000; // ms
 
+using Statistics = PcapNgFileReader::Statistics;
+
+struct ErrorLine {
+    std::uint64_t Statistics::*counter;
+    const char* line;
+};
+constexpr ErrorLine cErrorLines[] = {
+    {&Statistics::errInvalidFile, "  Invalid file:                     {}"},
+    {&Statistics::errReadFileFailed, "  Read file failed:                 {}"},
+    {&Statistics::errSendFramesFailed, "  Send frames failed:               {}"},
+    {&Statistics::errInvalidSectionHeader, "  Invalid section headers:          {}"},
+    {&Statistics::errUnsupportedVersion, "  Unsupported format version:       {}"},
+    {&Statistics::errInvalidInterfaceDesc, "  Invalid interface description:    {}"},
+    {&Statistics::errInvalidLinkType, "  Invalid link type:                {}"},
+    {&Statistics::errInvalidEnhPacket, "  Invalid enhanced packet:          {}"},
+    {&Statistics::errPacketTruncated, "  Packet truncated:                 {}"},
+    {&Statistics::errInvalidFrameLength, "  Invalid frame length:             {}"},
+    {&Statistics::errFrameBufferTooSmall, "  Frame buffer tooo small:          {}"},
+    {&Statistics::errInvalidOption, "  Invalid option:                   {}"},
+    {&Statistics::errUnsupportedTimestampResolution, "  Unsupported timestamp resolution: {}"},
+    {&Statistics::errInvalidTimestamp, "  Invalid timestamp:                {}"},
+};
+static_assert(std::size(cErrorLines) == PcapNgReaderCounters::cFieldCount - 1); // all but the frames sent
+
 template <typename... Args>
 void Print(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Cons, level, format, args...);
 }
 
-void PrintFrameCounts(const PcapNgFileReader::Statistics& stats) {
+void PrintFrameCounts(const Statistics& stats) {
     Print(KEINFO, "{} frames successfully sent, {} errors occured", stats.infFramesSent,
           stats.TotalErrorsOccurred());
 }
 
 void PrintSummary(const PcapNgFileReader& reader) {
-    PcapNgFileReader::Statistics stats;
+    Statistics stats;
     reader.QuerryStatistics(stats);
     if (stats.TotalErrorsOccurred() == 0) {
         PrintFrameCounts(stats);
@@ -36,26 +64,15 @@ void PrintSummary(const PcapNgFileReader& reader) {
     Print(KEINFO, "Errors occurred!");
     PrintFrameCounts(stats);
     Print(KEINFO, "Details:");
-    Print(KEINFO, "  Invalid file:                     {}", stats.errInvalidFile);
-    Print(KEINFO, "  Read file failed:                 {}", stats.errReadFileFailed);
-    Print(KEINFO, "  Send frames failed:               {}", stats.errSendFramesFailed);
-    Print(KEINFO, "  Invalid section headers:          {}", stats.errInvalidSectionHeader);
-    Print(KEINFO, "  Unsupported format version:       {}", stats.errUnsupportedVersion);
-    Print(KEINFO, "  Invalid interface description:    {}", stats.errInvalidInterfaceDesc);
-    Print(KEINFO, "  Invalid link type:                {}", stats.errInvalidLinkType);
-    Print(KEINFO, "  Invalid enhanced packet:          {}", stats.errInvalidEnhPacket);
-    Print(KEINFO, "  Packet truncated:                 {}", stats.errPacketTruncated);
-    Print(KEINFO, "  Invalid frame length:             {}", stats.errInvalidFrameLength);
-    Print(KEINFO, "  Frame buffer tooo small:          {}", stats.errFrameBufferTooSmall);
-    Print(KEINFO, "  Invalid option:                   {}", stats.errInvalidOption);
-    Print(KEINFO, "  Unsupported timestamp resolution: {}", stats.errUnsupportedTimestampResolution);
-    Print(KEINFO, "  Invalid timestamp:                {}", stats.errInvalidTimestamp);
+    for (const auto& [counter, line] : cErrorLines) {
+        Print(KEINFO, line, stats.*counter);
+    }
 }
 
 // Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
 void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, StopRequest& stopRequest) {
     while (!stopRequest.IsRequested()) {
-        PcapNgFileReader::Statistics stats;
+        Statistics stats;
         reader.QuerryStatistics(stats);
         PrintFrameCounts(stats);
         lostFrames.Print(reader.LostFrames());

@@ -39,7 +39,7 @@ KESTATUS SelectDevice(QuaysideEnumerator& enumerator, QuaysideDevice& device, co
         description = KEStdStringFormat("{}", index);
     }
     if (device.Handle() != 0) {
-        device.CloseDevice();
+        static_cast<void>(device.CloseDevice()); // the name is known
     }
     return KESTATUS_SUCCESS;
 }

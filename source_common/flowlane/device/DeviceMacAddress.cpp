@@ -7,17 +7,18 @@ namespace flowlane {
 
 using namespace kestrelon;
 
-KESTATUS ReadDeviceMacAddress(QuaysideDevice& device, TNET_EthernetMacAddress& address) {
+KESTATUS ReadDeviceMacAddress(QuaysideDevice& device, TNET_EthernetMacAddress& address,
+                              const MacAddressFailureTexts& texts) {
     TNET_EthernetMacAddress found{};
-    constexpr unsigned cSize = sizeof found.mac;
-    unsigned length = 0;
-    const KESTATUS st = device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, found.mac, cSize, &length);
+    constexpr unsigned cExpectedSize = sizeof found.mac;
+    unsigned size = 0;
+    const KESTATUS st =
+        device.GetDevicePropertyBinary(QBX_PROPERTY_MAC_ADDRESS, found.mac, cExpectedSize, &size);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Global, "GetDevicePropertyBinary failed, st={}", st);
+        return KEOutputFailure(logger::Global, texts.readFailed, st);
     }
-    if (length != cSize) {
-        KEOutputLogMessage(logger::Global, KEERROR, "MAC address length mismatch, got {}, exp {}", length,
-                           cSize);
+    if (size != cExpectedSize) {
+        KEOutputLogMessage(logger::Global, KEERROR, texts.sizeMismatch, size, cExpectedSize);
         return KESTATUS_LENGTH_MISMATCH;
     }
     address = found;

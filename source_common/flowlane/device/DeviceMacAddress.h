@@ -8,9 +8,17 @@
 
 namespace flowlane {
 
-// Failures are logged on Global and leave address alone: the device's status, or
-//   KESTATUS_LENGTH_MISMATCH  what the device has for an address is not 6 bytes long
-KESTATUS ReadDeviceMacAddress(QuaysideDevice& device, kestrelon::TNET_EthernetMacAddress& address);
+// The texts of the failures, which differ from stage to stage.
+struct MacAddressFailureTexts {
+    const char* readFailed = "GetDevicePropertyBinary failed, st={}";         // the status
+    const char* sizeMismatch = "MAC address length mismatch, got {}, exp {}"; // the size found, and 6
+};
+
+// Failures are logged on Global and leave address unchanged: the device's status, or
+//   KESTATUS_LENGTH_MISMATCH  the device's address does not have 6 bytes
+[[nodiscard]] KESTATUS ReadDeviceMacAddress(QuaysideDevice& device,
+                                            kestrelon::TNET_EthernetMacAddress& address,
+                                            const MacAddressFailureTexts& texts = {});
 
 } // namespace flowlane
 

@@ -25,7 +25,7 @@ void LostFrameCounter::Update(PipelineClock::TimePoint now) {
 
 void LostFrameCounter::UpdateNow() {
     std::uint64_t lost = 0;
-    // A number that goes back is none of lost frames.
+    // Losses never become fewer: a smaller number is ignored.
     if (mDevice && Read(lost) && lost >= mBase + mLost.Value()) {
         mLost.Set(lost - mBase);
     }

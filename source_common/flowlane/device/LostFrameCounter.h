@@ -1,10 +1,10 @@
-// The frames that a device has lost since it was opened, as far as its library counts them
-// (QBX_PROPERTY_LOST_FRAMES). The library is asked once at the beginning; a library that does not answer
-// with a number of 8 bytes is never asked again, and the count stays 0.
+// The frames that a device has lost since Start, as far as its library counts them
+// (QBX_PROPERTY_LOST_FRAMES). A library that does not answer with a number of 8 bytes is not asked again, and
+// the count stays as it is.
 //
-// Threads: Start before a worker uses the device. Update is for the thread that uses the device then, and
-// UpdateNow for the owner when the worker has ended, so that one thread at a time is in the library. Value is
-// for any thread. The device is not owned and outlives the counter.
+// Threads: the owner calls Start before a worker uses the device. The worker calls Update and UpdateNow. The
+// owner calls UpdateNow when the worker has ended. So one thread at a time is in the library. Any thread
+// calls Value. The device is not owned and outlives the counter.
 #ifndef FLOWLANE_LOSTFRAMECOUNTER_H
 #define FLOWLANE_LOSTFRAMECOUNTER_H
 
@@ -18,11 +18,11 @@ namespace flowlane {
 
 class LostFrameCounter {
 public:
-    // Asks for the number that the losses are counted from.
+    // Asks the library for its number, from which the losses are counted.
     void Start(QuaysideDevice& device, PipelineClock::TimePoint now);
-    // Asks again when a second has passed since the last time.
+    // Asks again when at least a second has passed since the last time.
     void Update(PipelineClock::TimePoint now);
-    // Asks again whatever the time. Does nothing before Start.
+    // Asks again at once. Does nothing before Start.
     void UpdateNow();
 
     std::uint64_t Value() const noexcept { return mLost.Value(); }
@@ -30,7 +30,7 @@ public:
 private:
     bool Read(std::uint64_t& lost);
 
-    QuaysideDevice* mDevice = nullptr; // null while there is nobody to ask
+    QuaysideDevice* mDevice = nullptr; // null when the library is not to be asked
     std::uint64_t mBase = 0;
     PipelineClock::TimePoint mLastUpdate;
     RelaxedCounter mLost;

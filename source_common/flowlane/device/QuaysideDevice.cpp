@@ -10,11 +10,11 @@ QuaysideDevice::~QuaysideDevice() {
 
 void QuaysideDevice::CloseIfOpen() {
     if (mHandle != 0) {
-        CloseDevice();
+        static_cast<void>(CloseDevice()); // the handle is given up whatever the status
     }
 }
 
-// A library may leave anything in the handle of a call that failed.
+// A call that failed may have left any value in handle.
 KESTATUS QuaysideDevice::Keep(QBXDeviceHandle handle, KESTATUS st) {
     if (st == KESTATUS_SUCCESS) {
         mHandle = handle;

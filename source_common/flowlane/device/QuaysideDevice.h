@@ -1,9 +1,8 @@
-// An opened device: owns a handle of the device library and closes it at the end. Each operation is the
-// library function of the same name on that handle and returns its status unchanged; arguments, statuses
-// and blocking are described in quayside2_api.h. Without an open device the handle passed is 0.
+// An opened device: owns a handle of the device library and closes it at the end. Each operation calls the
+// library function of the same name with that handle and returns its status unchanged. quayside2_api.h
+// describes arguments, statuses and blocking. Without an open device the handle is 0.
 //
-// Threads: opening and closing are for the owner; the other operations may be called by several threads
-// at once, as the library says.
+// Threads: the owner opens and closes. Several threads may call the other operations at once.
 #ifndef FLOWLANE_QUAYSIDEDEVICE_H
 #define FLOWLANE_QUAYSIDEDEVICE_H
 
@@ -19,35 +18,38 @@ public:
     QuaysideDevice(const QuaysideDevice&) = delete;
     QuaysideDevice& operator=(const QuaysideDevice&) = delete;
 
-    // Opening closes a device that is still open first.
-    KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
-    KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
-                             QBXRawHeaderType headerType, unsigned reserved2);
-    KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index, unsigned reserved1,
-                             QBXRawHeaderType headerType, unsigned reserved2);
-    // Afterwards no device is open, whatever the status.
-    KESTATUS CloseDevice();
+    // Each first closes a device that is still open.
+    [[nodiscard]] KESTATUS OpenControlDevice(const QuaysideEnumerator& enumerator, unsigned index);
+    [[nodiscard]] KESTATUS OpenRawTxDevice(const QuaysideEnumerator& enumerator, unsigned index,
+                                           unsigned reserved1, QBXRawHeaderType headerType,
+                                           unsigned reserved2);
+    [[nodiscard]] KESTATUS OpenRawRxDevice(const QuaysideEnumerator& enumerator, unsigned index,
+                                           unsigned reserved1, QBXRawHeaderType headerType,
+                                           unsigned reserved2);
+    // No device is open afterwards, whatever the status.
+    [[nodiscard]] KESTATUS CloseDevice();
 
-    KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
-    KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size, unsigned* returnedSize);
+    [[nodiscard]] KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
+    [[nodiscard]] KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size,
+                                                   unsigned* returnedSize);
 
-    KESTATUS EnableRawRx();
-    KESTATUS DisableRawRx();
-    KESTATUS WaitForRawFrame(int timeoutMs);
-    KESTATUS GetReceivedRawFrame(QBXRawFrameType* type, void* buffer, unsigned bufferSize,
-                                 unsigned* receivedLength);
+    [[nodiscard]] KESTATUS EnableRawRx();
+    [[nodiscard]] KESTATUS DisableRawRx();
+    [[nodiscard]] KESTATUS WaitForRawFrame(int timeoutMs);
+    [[nodiscard]] KESTATUS GetReceivedRawFrame(QBXRawFrameType* type, void* buffer, unsigned bufferSize,
+                                               unsigned* receivedLength);
 
-    KESTATUS CheckSubmitRawFrame(unsigned length);
-    KESTATUS WaitForTxResources(unsigned count, int timeoutMs);
-    KESTATUS SubmitRawFrame(const void* frame, unsigned length, unsigned* reserved);
-    KESTATUS SendRawFrames();
+    [[nodiscard]] KESTATUS CheckSubmitRawFrame(unsigned length);
+    [[nodiscard]] KESTATUS WaitForTxResources(unsigned count, int timeoutMs);
+    [[nodiscard]] KESTATUS SubmitRawFrame(const void* frame, unsigned length, unsigned* reserved);
+    [[nodiscard]] KESTATUS SendRawFrames();
 
     // 0 when no device is open.
     QBXDeviceHandle Handle() const noexcept { return mHandle; }
 
 private:
     void CloseIfOpen();
-    KESTATUS Keep(QBXDeviceHandle handle, KESTATUS st);
+    [[nodiscard]] KESTATUS Keep(QBXDeviceHandle handle, KESTATUS st);
 
     QBXDeviceHandle mHandle = 0;
 };

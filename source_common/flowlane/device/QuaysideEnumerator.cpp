@@ -5,15 +5,17 @@
 namespace flowlane {
 
 QuaysideEnumerator::~QuaysideEnumerator() {
+    CloseIfOpen();
+}
+
+void QuaysideEnumerator::CloseIfOpen() {
     if (mHandle != 0) {
-        CloseEnumeration();
+        static_cast<void>(CloseEnumeration()); // the handle is given up whatever the status
     }
 }
 
 KESTATUS QuaysideEnumerator::EnumerateDevices(QBXDeviceType type, unsigned& count) {
-    if (mHandle != 0) {
-        CloseEnumeration();
-    }
+    CloseIfOpen();
     count = 0;
     QBXEnumerationHandle handle = 0;
     const KESTATUS st = QBX_EnumerateDevices(type, &handle, &count);

@@ -1,5 +1,6 @@
-// The list of the connected devices: owns an enumeration of the device library and closes it at the end.
-// Instances are addressed by index, 0 to count - 1. For one thread at a time.
+// The list of the connected devices: owns an enumeration of the device library and closes it at the end. Its
+// instances have the indexes 0 to count - 1. The operations return the library's status unchanged. One thread
+// at a time.
 #ifndef FLOWLANE_QUAYSIDEENUMERATOR_H
 #define FLOWLANE_QUAYSIDEENUMERATOR_H
 
@@ -7,7 +8,6 @@
 
 namespace flowlane {
 
-// The operations return the library's status unchanged.
 class QuaysideEnumerator {
 public:
     QuaysideEnumerator() = default;
@@ -15,15 +15,17 @@ public:
     QuaysideEnumerator(const QuaysideEnumerator&) = delete;
     QuaysideEnumerator& operator=(const QuaysideEnumerator&) = delete;
 
-    // Closes an enumeration that is still open first. count is 0 on failure.
-    KESTATUS EnumerateDevices(QBXDeviceType type, unsigned& count);
-    // Afterwards there is none, whatever the status.
-    KESTATUS CloseEnumeration();
+    // First closes an enumeration that is still open. count is 0 on failure.
+    [[nodiscard]] KESTATUS EnumerateDevices(QBXDeviceType type, unsigned& count);
+    // No enumeration is open afterwards, whatever the status.
+    [[nodiscard]] KESTATUS CloseEnumeration();
 
-    // 0 when there is none.
+    // 0 when no enumeration is open.
     QBXEnumerationHandle Handle() const noexcept { return mHandle; }
 
 private:
+    void CloseIfOpen();
+
     QBXEnumerationHandle mHandle = 0;
 };
 

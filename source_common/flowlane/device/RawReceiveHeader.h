@@ -1,6 +1,6 @@
-// The header that the device library puts before each received frame (receive header type 2), 16 bytes in the
-// machine's own byte order. Behind it stands the Ethernet frame, or what an external trigger brings: 64 bits
-// and 16 bits of event data.
+// The receive header of type 2 that the device library puts before each received frame. Its layout is
+// described in quayside2_api.h. Behind it is the Ethernet frame, or the data of an external trigger's event:
+// 64 bits and 16 bits.
 #ifndef FLOWLANE_RAWRECEIVEHEADER_H
 #define FLOWLANE_RAWRECEIVEHEADER_H
 
@@ -11,15 +11,10 @@
 
 namespace flowlane::rawheader {
 
-constexpr std::size_t cSecondsOffset = 0;         // 64 bits, since 1970-01-01 UTC
-constexpr std::size_t cNanosecondsOffset = 8;     // 32 bits
-constexpr std::size_t cSequenceNumberOffset = 12; // 32 bits, one up for every frame
-constexpr std::size_t cSize = 16;
-
-static_assert(cSecondsOffset == QBX_RAW_HEADER_2_SECONDS_OFFSET);
-static_assert(cNanosecondsOffset == QBX_RAW_HEADER_2_NANOSECONDS_OFFSET);
-static_assert(cSequenceNumberOffset == QBX_RAW_HEADER_2_SEQUENCE_OFFSET);
-static_assert(cSize == QBX_RAW_HEADER_2_SIZE);
+constexpr std::size_t cSecondsOffset = QBX_RAW_HEADER_2_SECONDS_OFFSET;         // 64 bits
+constexpr std::size_t cNanosecondsOffset = QBX_RAW_HEADER_2_NANOSECONDS_OFFSET; // 32 bits
+constexpr std::size_t cSequenceNumberOffset = QBX_RAW_HEADER_2_SEQUENCE_OFFSET; // 32 bits
+constexpr std::size_t cSize = QBX_RAW_HEADER_2_SIZE;
 
 constexpr std::uint64_t cInvalidSeconds = 0xFFFFFFFFFFFFFFFF; // there is no valid time
 

@@ -76,7 +76,7 @@ KESTATUS AvtpSource::StartSource() {
     if (st != KESTATUS_SUCCESS) {
         if (st != KESTATUS_ALREADY_DONE) { // otherwise a running worker needs it
             mIsReceptionEnabled = false;
-            mDevice->DisableRawRx();
+            static_cast<void>(mDevice->DisableRawRx()); // the start fails anyway
         }
         return KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
     }

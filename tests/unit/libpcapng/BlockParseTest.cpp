@@ -1,3 +1,5 @@
+// Parsing of each kind of block: its fields and options, and what is refused.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -108,12 +110,16 @@ TEST_F(BlockParseTest, TrailingLengthIsNotCompared) {
 
 enum Kind { Section, Interface, Packet };
 
+struct Refusal {
+    KESTATUS status;
+    const char* line;
+};
+
 struct CheckRow {
     const char* name;
     Kind kind;
-    std::function<ByteList(ByteList)> spoil;
-    const char* line;
-    KESTATUS status;
+    std::function<ByteList(ByteList)> spoil; // a valid block
+    Refusal refusal;
 };
 
 class BlockCheckTest : public BlockParseTest, public testing::WithParamInterface<CheckRow> {
@@ -150,7 +156,7 @@ std::function<ByteList(ByteList)> Cut(std::size_t length) {
 std::function<ByteList(ByteList)> Set(std::size_t offset, const ByteList& bytes) {
     return [=](const ByteList& block) { return SetBytes(block, offset, bytes); };
 }
-// The last of two faults is told by the check that comes first.
+// Two faults: the one that is checked first is reported.
 std::function<ByteList(ByteList)> Both(const std::function<ByteList(ByteList)>& a,
                                        const std::function<ByteList(ByteList)>& b) {
     return [=](const ByteList& block) { return b(a(block)); };
@@ -160,15 +166,15 @@ TEST_P(BlockCheckTest, RefusesWithTheFieldsUnchanged) {
     const CheckRow& row = GetParam();
     ASSERT_EQ(Parse(Valid()), KESTATUS_SUCCESS);
     mLog.Clear();
-    // Other values of all fields, to see that none is taken.
+    // All fields have other values, to show that none is taken.
     ByteList other = Valid();
     for (std::size_t i = row.kind == Section ? 12 : 8; i < 16; ++i) {
         other[i] ^= 0xFF;
     }
-    EXPECT_EQ(Parse(row.spoil(other)), row.status);
+    EXPECT_EQ(Parse(row.spoil(other)), row.refusal.status);
     const char* const functions[] = {"InitSectionHeaderBlock", "InitInterfaceDescBlock",
                                      "InitEnhPacketBlock"};
-    EXPECT_THAT(mLog.Messages(), ElementsAre(IsMessageOf(KEERROR, functions[row.kind], row.line)));
+    EXPECT_THAT(mLog.Messages(), ElementsAre(IsMessageOf(KEERROR, functions[row.kind], row.refusal.line)));
     if (row.kind == Section) {
         EXPECT_EQ(mSection.MajorVersion(), 0x0201);
         EXPECT_EQ(mSection.MinorVersion(), 0x0403);
@@ -184,38 +190,59 @@ TEST_P(BlockCheckTest, RefusesWithTheFieldsUnchanged) {
 INSTANTIATE_TEST_SUITE_P(
     Checks, BlockCheckTest,
     testing::Values(
-        CheckRow{"SectionEmpty", Section, Cut(0), "invalid length 0, min. 28", KESTATUS_INVALID_LENGTH},
-        CheckRow{"SectionShort", Section, Cut(27), "invalid length 27, min. 28", KESTATUS_INVALID_LENGTH},
-        CheckRow{"SectionType", Section, Set(0, LE32(1)), "invalid block type 1", KESTATUS_INVALID_TYPE},
-        CheckRow{"SectionMagic", Section, Set(8, LE32(0x4D3C2B1A)),
-                 "invalid byte-order magic 0x4D3C2B1A, exp. 0x1A2B3C4D", KESTATUS_MAGIC_MISMATCH},
-        CheckRow{"SectionLength", Section, Set(4, LE32(47)), "length mismatch got 48, exp. 47",
-                 KESTATUS_LENGTH_MISMATCH},
-        CheckRow{"SectionLengthFirst", Section, Both(Cut(20), Set(0, LE32(1))), "invalid length 20, min. 28",
-                 KESTATUS_INVALID_LENGTH},
-        CheckRow{"SectionTypeBeforeMagic", Section, Both(Set(8, LE32(0)), Set(0, LE32(6))),
-                 "invalid block type 6", KESTATUS_INVALID_TYPE},
-        CheckRow{"SectionMagicBeforeLength", Section, Both(Set(8, LE32(0)), Set(4, LE32(1))),
-                 "invalid byte-order magic 0x00000000, exp. 0x1A2B3C4D", KESTATUS_MAGIC_MISMATCH},
-        CheckRow{"InterfaceShort", Interface, Cut(19), "invalid length 19, min. 20", KESTATUS_INVALID_LENGTH},
-        CheckRow{"InterfaceType", Interface, Set(0, LE32(0x0A0D0D0A)), "invalid block type 168627466",
-                 KESTATUS_INVALID_TYPE},
-        CheckRow{"InterfaceLength", Interface, Set(4, LE32(44)), "length mismatch got 40, exp. 44",
-                 KESTATUS_LENGTH_MISMATCH},
-        CheckRow{"InterfaceTypeBeforeLength", Interface, Both(Set(4, LE32(44)), Set(0, LE32(6))),
-                 "invalid block type 6", KESTATUS_INVALID_TYPE},
-        CheckRow{"PacketShort", Packet, Cut(31), "invalid length 31, min. 32", KESTATUS_INVALID_LENGTH},
-        CheckRow{"PacketType", Packet, Set(0, LE32(3)), "invalid block type 3", KESTATUS_INVALID_TYPE},
-        CheckRow{"PacketLength", Packet, Set(4, LE32(0xFFFFFFFF)), "length mismatch got 56, exp. 4294967295",
-                 KESTATUS_LENGTH_MISMATCH},
-        CheckRow{"PacketTypeBeforeLength", Packet, Both(Set(4, LE32(0)), Set(0, LE32(1))),
-                 "invalid block type 1", KESTATUS_INVALID_TYPE}),
+        CheckRow{"SectionEmpty", Section, Cut(0), {KESTATUS_INVALID_LENGTH, "invalid length 0, min. 28"}},
+        CheckRow{"SectionShort", Section, Cut(27), {KESTATUS_INVALID_LENGTH, "invalid length 27, min. 28"}},
+        CheckRow{"SectionType", Section, Set(0, LE32(1)), {KESTATUS_INVALID_TYPE, "invalid block type 1"}},
+        CheckRow{"SectionMagic",
+                 Section,
+                 Set(8, LE32(0x4D3C2B1A)),
+                 {KESTATUS_MAGIC_MISMATCH, "invalid byte-order magic 0x4D3C2B1A, exp. 0x1A2B3C4D"}},
+        CheckRow{"SectionLength",
+                 Section,
+                 Set(4, LE32(47)),
+                 {KESTATUS_LENGTH_MISMATCH, "length mismatch got 48, exp. 47"}},
+        CheckRow{"SectionLengthFirst",
+                 Section,
+                 Both(Cut(20), Set(0, LE32(1))),
+                 {KESTATUS_INVALID_LENGTH, "invalid length 20, min. 28"}},
+        CheckRow{"SectionTypeBeforeMagic",
+                 Section,
+                 Both(Set(8, LE32(0)), Set(0, LE32(6))),
+                 {KESTATUS_INVALID_TYPE, "invalid block type 6"}},
+        CheckRow{"SectionMagicBeforeLength",
+                 Section,
+                 Both(Set(8, LE32(0)), Set(4, LE32(1))),
+                 {KESTATUS_MAGIC_MISMATCH, "invalid byte-order magic 0x00000000, exp. 0x1A2B3C4D"}},
+        CheckRow{
+            "InterfaceShort", Interface, Cut(19), {KESTATUS_INVALID_LENGTH, "invalid length 19, min. 20"}},
+        CheckRow{"InterfaceType",
+                 Interface,
+                 Set(0, LE32(0x0A0D0D0A)),
+                 {KESTATUS_INVALID_TYPE, "invalid block type 168627466"}},
+        CheckRow{"InterfaceLength",
+                 Interface,
+                 Set(4, LE32(44)),
+                 {KESTATUS_LENGTH_MISMATCH, "length mismatch got 40, exp. 44"}},
+        CheckRow{"InterfaceTypeBeforeLength",
+                 Interface,
+                 Both(Set(4, LE32(44)), Set(0, LE32(6))),
+                 {KESTATUS_INVALID_TYPE, "invalid block type 6"}},
+        CheckRow{"PacketShort", Packet, Cut(31), {KESTATUS_INVALID_LENGTH, "invalid length 31, min. 32"}},
+        CheckRow{"PacketType", Packet, Set(0, LE32(3)), {KESTATUS_INVALID_TYPE, "invalid block type 3"}},
+        CheckRow{"PacketLength",
+                 Packet,
+                 Set(4, LE32(0xFFFFFFFF)),
+                 {KESTATUS_LENGTH_MISMATCH, "length mismatch got 56, exp. 4294967295"}},
+        CheckRow{"PacketTypeBeforeLength",
+                 Packet,
+                 Both(Set(4, LE32(0)), Set(0, LE32(1))),
+                 {KESTATUS_INVALID_TYPE, "invalid block type 1"}}),
     [](const auto& row) { return row.param.name; });
 
 // --- Packet data ---------------------------------------------------------------------------------
 
 struct CapturedRow {
-    std::uint64_t captured; // claimed; the block has 8 bytes of data and the options
+    std::uint64_t captured; // as the block says; it has 8 bytes of data, and the options
     std::size_t dataLength;
     bool isCut;
     bool hasOptions;
@@ -258,7 +285,7 @@ TEST_F(BlockParseTest, BlockThatIsNoMultipleOfFour) {
 struct OptionsRow {
     const char* name;
     ByteList bytes;
-    std::vector<unsigned> codes; // that are taken
+    std::vector<unsigned> codes; // of the options that are taken
     const char* warning;         // null: none
 };
 

@@ -1,3 +1,5 @@
+// The bytes that each kind of block is written as.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

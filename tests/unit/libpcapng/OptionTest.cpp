@@ -1,3 +1,5 @@
+// Options: the bytes they are stored as, and the values read from them.
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

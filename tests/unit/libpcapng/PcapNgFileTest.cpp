@@ -1,3 +1,5 @@
+// Files written and read block by block: buffering, sizes, full disks, and files that are not whole.
+
 #include "PcapNgFile.h"
 
 #include <fcntl.h>

@@ -1,11 +1,13 @@
-// Files that were cut anywhere, and files whose length fields say anything: the replay always ends, and
-// sends only whole packets of the file in their order.
+// Files that are cut at any byte, and files with any values in their length fields: the replay always ends,
+// and sends only whole packets of the file, in their order.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "ByteList.h"
 #include "FakeDeviceTest.h"
@@ -57,8 +59,7 @@ protected:
     Result Replay(const ByteList& bytes) {
         OpenToSend();
         const std::string path = mFolder / "file.pcapng";
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        mFolder.Write("file.pcapng", {bytes.begin(), bytes.end()});
         VirtualClock clock;
         PcapNgFileReader reader(clock);
         Result result;
@@ -151,7 +152,7 @@ TEST_F(PcapNgHostileFileTest, EveryLengthField) {
                     ASSERT_LE(frame[0], 3u);
                     last = frame[0];
                 }
-                // What is missing is told.
+                // Missing packets are counted.
                 if (result.start == KESTATUS_SUCCESS && result.frames.size() < 3) {
                     ASSERT_GT(result.stats.TotalErrorsOccurred(), 0u);
                 }

@@ -1,17 +1,20 @@
-// The memory that a file takes when it is parsed and replayed is bounded by its size, whatever stands in it.
+// The memory that a file takes when it is parsed and replayed is bounded by its size, whatever its contents.
+// A capture that finds no memory does not start.
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <string>
 
 #include "ByteList.h"
 #include "CountedAllocations.h"
 #include "FakeDeviceTest.h"
 #include "LogCapture.h"
+#include "OperatorNew.h"
 #include "TemporaryFolder.h"
 #include "VirtualClock.h"
 #include "WaitUntil.h"
 #include "capture/PcapNgFileReader.h"
+#include "capture/PcapNgFileWriter.h"
 
 using namespace flowlane;
 using namespace kestrelon;
@@ -78,8 +81,7 @@ TEST_P(PcapNgMemoryTest, ReplayOfAFile) {
     const TemporaryFolder folder;
     const ByteList options = Overlapping(GetParam());
     const ByteList bytes = Concat({Section(options), Interface(options), Packet(options)});
-    std::ofstream(folder / "file.pcapng", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    folder.Write("file.pcapng", {bytes.begin(), bytes.end()});
     const std::size_t before = AllocatedBytes();
     VirtualClock clock;
     PcapNgFileReader reader(clock);
@@ -93,5 +95,36 @@ TEST_P(PcapNgMemoryTest, ReplayOfAFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, PcapNgMemoryTest, testing::Values(100'000, 1'000'000));
+
+using PcapNgScarceMemoryTest = FakeDeviceTest;
+
+// Memory runs short at each of its allocations in turn: the start fails with that status and leaves a writer
+// that can be started.
+TEST_F(PcapNgScarceMemoryTest, StartOfTheWriter) {
+    FLOWLANE_NEEDS_OPERATOR_NEW();
+    OpenToReceive(QBXRawHeaderType_2);
+    mFake.SetRecording(false);
+    const LogCapture log(logger::Global, KEFATAL);
+    const TemporaryFolder folder;
+    const std::string name = folder / "a name that is too long for the place of a short one";
+    PcapNgFileWriter writer;
+    const auto start = [&](std::size_t allocations) {
+        const ScarceMemory scarce(allocations);
+        return writer.StartFileWriter(name.c_str(), mDevice, 10, 1538, 0);
+    };
+    std::size_t failures = 0;
+    KESTATUS st = KESTATUS_SUCCESS;
+    while ((st = start(failures)) == KESTATUS_NO_MEMORY && failures < 100) {
+        EXPECT_EQ(writer.GetRawFrame(), nullptr);
+        ++failures;
+    }
+    ASSERT_EQ(st, KESTATUS_SUCCESS);
+    EXPECT_GT(failures, 5u);
+    RawFrame* const frame = writer.GetRawFrame();
+    ASSERT_NE(frame, nullptr) << "after " << failures; // a success has frames
+    writer.ReleaseRawFrame(frame);
+    writer.StopFileWriter();
+    EXPECT_EQ(log.CountContaining(KEFATAL, ""), 0u);
+}
 
 } // namespace

@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <fstream>
 
-#include "ByteList.h"
 #include "FakeDeviceTest.h"
 #include "LogCapture.h"
+#include "ReplayBlocks.h"
 #include "SystemCallFaults.h"
 #include "TemporaryFolder.h"
 #include "capture/PcapNgFileReader.h"
@@ -60,12 +59,8 @@ TEST_F(PcapNgStartFailureTest, WriterWithoutAThread) {
 
 TEST_F(PcapNgStartFailureTest, ReaderWithoutAThread) {
     OpenToSend();
-    const ByteList bytes =
-        Concat({Block(0x0A0D0D0A, Concat({LE32(0x1A2B3C4D), LE16(1), LE16(0), LE64(~std::uint64_t{0})})),
-                Block(1, Concat({LE16(1), LE16(0), LE32(0)})),
-                Block(6, Concat({LE32(0), LE64(0), LE32(60), LE32(60), ByteList(60, 7)}))});
-    std::ofstream(mFolder / "file.pcapng", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    const ByteList bytes = FileOf(Packet(1));
+    mFolder.Write("file.pcapng", {bytes.begin(), bytes.end()});
     PcapNgFileReader reader;
     const auto start = [&] {
         return reader.StartFileReader((mFolder / "file").c_str(), 1, mDevice, 10, 1522, false, false, false);

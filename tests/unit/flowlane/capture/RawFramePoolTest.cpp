@@ -1,3 +1,5 @@
+// The pool of frames: what it hands out and takes back, and what it refuses.
+
 #include "capture/RawFramePool.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// The capture command with what it tells the log alone, which its user does not see.
+// What the capture command logs on Global, where its user does not see it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ using namespace testsupport;
 
 namespace {
 
-TEST(PcapNgCaptureTest, EachFrameWithoutAPoolFrameIsToldToTheLog) {
+TEST(CmdPcapTest, EachFrameWithoutAPoolFrameIsLogged) {
     FakeDevice& fake = FakeDevice::Instance();
     fake.Reset();
     const TemporaryFolder folder;
