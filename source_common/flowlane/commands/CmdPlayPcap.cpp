@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <iterator>
 
-#include "KEPosixTime.h"
 #include "base/LogCons.h"
 #include "capture/PcapNgFileReader.h"
 #include "capture/PcapNgReaderStatistics.h"
@@ -10,6 +9,7 @@
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
 
 namespace flowlane {
@@ -17,8 +17,6 @@ namespace flowlane {
 using namespace kestrelon;
 
 namespace {
-
-constexpr unsigned cStatisticsInterval = 1000; // ms
 
 using Statistics = PcapNgFileReader::Statistics;
 
@@ -69,25 +67,23 @@ void PrintSummary(const PcapNgFileReader& reader) {
     }
 }
 
-// Prints the statistics once a second until all is sent, the replay has failed or the user asks for the end.
-void WaitForEnd(const PcapNgFileReader& reader, LostFramesReport& lostFrames, StopRequest& stopRequest) {
-    while (!stopRequest.IsRequested()) {
-        Statistics stats;
-        reader.QuerryStatistics(stats);
-        PrintFrameCounts(stats);
-        lostFrames.Print(reader.LostFrames());
-        if (reader.AreAllFramesSent()) {
-            Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
-            return;
-        }
-        if (reader.CurrentState() == PcapNgFileReader::State::Error) {
-            lostFrames.Print(reader.LostFrames());
-            FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
-            Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
-            return;
-        }
-        KEPosixSleep(cStatisticsInterval);
+// Whether all is sent or the replay has failed.
+bool PrintProgress(const PcapNgFileReader& reader, LostFramesReport& lostFrames) {
+    Statistics stats;
+    reader.QuerryStatistics(stats);
+    PrintFrameCounts(stats);
+    lostFrames.Print(reader.LostFrames());
+    if (reader.AreAllFramesSent()) {
+        Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
+        return true;
     }
+    if (reader.CurrentState() == PcapNgFileReader::State::Error) {
+        lostFrames.Print(reader.LostFrames());
+        FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
+        Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -119,7 +115,7 @@ KESTATUS CmdPlayPcap() {
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    WaitForEnd(reader, lostFrames, stopRequest);
+    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, lostFrames); });
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();

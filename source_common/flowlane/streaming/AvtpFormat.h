@@ -13,6 +13,7 @@
 
 #include <cstdint>
 
+#include "device/EthernetFormat.h"
 #include "streaming/TSPacket.h"
 
 namespace flowlane {
@@ -27,21 +28,9 @@ static_assert(sizeof(AVTP_StreamID) == 8);
 
 namespace avtp {
 
-// --- Ethernet (IEEE 802.3) and its VLAN tag (IEEE 802.1Q) ----------------------------------------
-
-constexpr unsigned cMacAddressSize = 6;
-constexpr unsigned cEthDestinationOffset = 0;
-constexpr unsigned cEthSourceOffset = 6;
-constexpr unsigned cEthTypeOffset = 12; // of the EtherType, or of the VLAN tag
-constexpr unsigned cEthHeaderSize = 14;
-constexpr unsigned cEthVlanTCIOffset = 14;  // priority 3 bits, drop eligible 1 bit, VLAN ID 12 bits
-constexpr unsigned cEthVlanTypeOffset = 16; // of the EtherType behind a VLAN tag
-constexpr unsigned cEthVlanHeaderSize = 18;
-constexpr unsigned cEthMaxPayloadSize = 1500;
-constexpr unsigned cEthMaxFrameSize = cEthVlanHeaderSize + cEthMaxPayloadSize;
+using namespace ethernet; // the headers in front
 
 constexpr std::uint16_t cEtherTypeAvtp = 0x22F0;
-constexpr std::uint16_t cEtherTypeVlan = 0x8100; // the tag protocol identifier
 
 // --- AVTP common stream header (IEEE 1722) -------------------------------------------------------
 
