@@ -121,6 +121,28 @@ KESTATUS PacketReceiver::Start(unsigned interfaceIndex) {
     return result == 0 ? KESTATUS_SUCCESS : StatusForError(errno);
 }
 
+bool PacketReceiver::Peek(Frame& frame) noexcept {
+    mHasFrame = mRing.Peek(mFrame);
+    if (mHasFrame) {
+        frame = {mFrame.seconds * cNanosecondsPerSecond + mFrame.nanoseconds, mFrame.WireBytes(),
+                 mFrame.isCut};
+    }
+    return mHasFrame;
+}
+
+// The kernel is asked only when it has said that there is a loss, and when there is time.
+std::uint32_t PacketReceiver::TakeLoss() noexcept {
+    return !mHasFrame || mRing.TakeLossMark() ? TakeDropCount() : 0;
+}
+
+bool PacketReceiver::Take(std::uint8_t* to) noexcept {
+    if (to) {
+        mFrame.CopyTo(to);
+    }
+    mRing.Pop();
+    return true;
+}
+
 std::uint32_t PacketReceiver::TakeDropCount() noexcept {
     struct tpacket_stats_v3 statistics = {};
     socklen_t size = sizeof(statistics);

@@ -7,12 +7,13 @@
 #include <cstddef>
 
 #include "common/ProcessFile.h"
+#include "common/ReceivedFrames.h"
 #include "kestatus.h"
 #include "netif/PacketRing.h"
 
 namespace quayside2::netif {
 
-class PacketReceiver {
+class PacketReceiver : public ReceivedFrames {
 public:
     // How the kernel hands frames over. A reader that stalls loses nothing for blockCount x blockTimeout
     // milliseconds at low rates, and until blockCount x blockBytes are full at high ones.
@@ -23,9 +24,7 @@ public:
     };
 
     PacketReceiver() = default;
-    PacketReceiver(const PacketReceiver&) = delete;
-    PacketReceiver& operator=(const PacketReceiver&) = delete;
-    ~PacketReceiver();
+    ~PacketReceiver() override;
 
     // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
@@ -35,7 +34,11 @@ public:
     // Starts reception from an interface, whatever the frames' destination. Once.
     KESTATUS Start(unsigned interfaceIndex);
 
-    PacketRing& Ring() noexcept { return mRing; }
+    // Whether Peek would show a frame.
+    bool HasFrame() noexcept { return mRing.HasFrame(); }
+    [[nodiscard]] bool Peek(Frame& frame) noexcept override;
+    [[nodiscard]] std::uint32_t TakeLoss() noexcept override;
+    [[nodiscard]] bool Take(std::uint8_t* to) noexcept override;
     // Frames that the kernel has dropped for want of room since the last call.
     std::uint32_t TakeDropCount() noexcept;
 
@@ -55,6 +58,8 @@ private:
     std::size_t mMemoryBytes = 0;
     std::int64_t mLastBlockDelay = 0; // nanoseconds
     PacketRing mRing;
+    PacketRing::Frame mFrame; // as Peek has shown it
+    bool mHasFrame = false;   // Peek has shown one
 };
 
 } // namespace quayside2::netif

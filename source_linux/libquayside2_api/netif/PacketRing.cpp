@@ -8,8 +8,6 @@ namespace quayside2::netif {
 
 namespace {
 
-constexpr std::uint32_t cAddressBytes = 12;
-
 void StoreBE16(std::uint8_t* to, std::uint16_t value) noexcept {
     to[0] = static_cast<std::uint8_t>(value >> 8);
     to[1] = static_cast<std::uint8_t>(value);
@@ -29,7 +27,7 @@ void PacketRing::Frame::CopyTo(std::uint8_t* to) const noexcept {
     std::memcpy(to, data, cAddressBytes);
     StoreBE16(to + cAddressBytes, tagType);
     StoreBE16(to + cAddressBytes + 2, tagControl);
-    std::memcpy(to + cAddressBytes + cTagBytes, data + cAddressBytes, dataBytes - cAddressBytes);
+    std::memcpy(to + cAddressBytes + cVlanTagBytes, data + cAddressBytes, dataBytes - cAddressBytes);
 }
 
 bool PacketRing::Peek(Frame& frame) noexcept {

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "common/EthernetFrame.h"
+
 namespace quayside2::netif {
 
 class PacketRing {
@@ -24,12 +26,10 @@ public:
         std::uint32_t nanoseconds = 0;
 
         // Bytes of the frame as it was on the wire.
-        std::uint32_t WireBytes() const noexcept { return dataBytes + (hasTag ? cTagBytes : 0); }
+        std::uint32_t WireBytes() const noexcept { return dataBytes + (hasTag ? cVlanTagBytes : 0); }
         // Stores the frame as it was on the wire, WireBytes long.
         void CopyTo(std::uint8_t* to) const noexcept;
     };
-
-    static constexpr std::uint32_t cTagBytes = 4;
 
     PacketRing() = default;
     // blockCount blocks of blockBytes each, one after the other.

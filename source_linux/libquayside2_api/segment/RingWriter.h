@@ -7,8 +7,8 @@
 
 #include <array>
 
+#include "common/FrameBatch.h"
 #include "segment/SegmentLayout.h"
-#include "segment/TxBatch.h"
 
 namespace quayside2::segment {
 
@@ -29,9 +29,9 @@ public:
     std::uint64_t Reclaimed() const noexcept { return mReclaimed; }
     void Reclaim(std::uint64_t position) noexcept;
 
-    // Writes a record behind the others, not yet visible to anybody. Requires room for it: at most
-    // TxBatch::cMaxFrames are appended and not sent.
-    void Append(TxBatch::Record& record) noexcept;
+    // Writes a frame of 1 to cMaxTaggedFrameBytes behind the others, not yet visible to anybody. Requires
+    // room for it: at most FrameBatch::cMaxFrames are appended and not sent.
+    void Append(const std::uint8_t* frame, std::uint32_t length) noexcept;
     bool HasUnsent() const noexcept { return mUnsentCount != 0; }
     // Sends what was appended, with this time.
     void Publish(std::uint64_t time) noexcept;
@@ -46,7 +46,7 @@ private:
     std::uint64_t mReclaimed;
     std::uint64_t mFrameCount = 0;
     // Where the records start that are appended and not sent.
-    std::array<std::uint64_t, TxBatch::cMaxFrames> mUnsent{};
+    std::array<std::uint64_t, FrameBatch::cMaxFrames> mUnsent{};
     std::size_t mUnsentCount = 0;
 };
 

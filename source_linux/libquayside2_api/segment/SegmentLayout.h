@@ -23,15 +23,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/EthernetFrame.h"
+
 namespace quayside2::segment {
 
 inline constexpr std::uint32_t cPortCount = 4;
 inline constexpr std::uint64_t cRingBytes = 4u << 20;
 inline constexpr std::uint64_t cBlockBytes = 64u << 10;
 
-inline constexpr std::uint32_t cMinFrameBytes = 14;
-inline constexpr std::uint32_t cMaxFrameBytes = 1514;
-inline constexpr std::uint32_t cMaxTaggedFrameBytes = 1518;
+inline constexpr std::uint32_t cMaxFrameBytes = 1514; // without a VLAN tag
+inline constexpr std::uint32_t cMaxTaggedFrameBytes = cMaxFrameBytes + cVlanTagBytes;
 
 inline constexpr std::uint64_t cWordBytes = 8;
 inline constexpr std::uint64_t cRecordAlignment = 16;

@@ -487,11 +487,11 @@ TEST_F(NetifWakeTest, TheLastFramesBeforeARemovalAreTaken) {
     PeerSocket("flw0").Send(MakeFrame(60, 1));
     Shell("ip link del flw1");
     KESTATUS status = KESTATUS_SUCCESS;
-    while (status == KESTATUS_SUCCESS && !receiver.Ring().HasFrame()) {
+    while (status == KESTATUS_SUCCESS && !receiver.HasFrame()) {
         status = receiver.Wait(1'000'000'000);
     }
     EXPECT_EQ(status, KESTATUS_DEVICE_REMOVED);
-    EXPECT_TRUE(receiver.Ring().HasFrame());
+    EXPECT_TRUE(receiver.HasFrame());
 }
 
 // Removed after it went down: the kernel says nothing any more.

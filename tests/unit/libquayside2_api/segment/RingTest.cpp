@@ -24,13 +24,11 @@ protected:
 
     // Appends a frame of this length whose bytes are the tag, giving up what is in the way.
     static void Append(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
-        TxBatch batch;
         const std::vector<std::uint8_t> frame(length, tag);
-        batch.Add(frame.data(), length);
         if (writer.ReclaimWanted() > writer.Reclaimed()) {
             writer.Reclaim(writer.ReclaimWanted());
         }
-        writer.Append(batch.Front());
+        writer.Append(frame.data(), length);
     }
     static void Send(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
         Append(writer, length, tag);

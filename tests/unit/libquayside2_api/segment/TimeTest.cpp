@@ -28,13 +28,11 @@ public:
         mWriter.emplace(mPort.OwnRing(), mPort.OwnSender());
     }
     void Send(std::uint64_t time) {
-        quayside2::segment::TxBatch batch;
         const Bytes frame = MakeFrame(60, 1);
-        batch.Add(frame.data(), 60);
         if (mWriter->ReclaimWanted() > mWriter->Reclaimed()) {
             mWriter->Reclaim(mWriter->ReclaimWanted());
         }
-        mWriter->Append(batch.Front());
+        mWriter->Append(frame.data(), 60);
         mWriter->Publish(time);
     }
 

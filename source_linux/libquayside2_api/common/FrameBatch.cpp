@@ -1,0 +1,29 @@
+#include "common/FrameBatch.h"
+
+#include <cstring>
+
+namespace quayside2 {
+
+void FrameBatch::SetMaxFrameBytes(std::uint32_t bytes) {
+    mBytes.reset(new std::uint8_t[std::size_t{cMaxFrames} * bytes]); // not set to 0: most is never touched
+    mMaxFrameBytes = bytes;
+}
+
+void FrameBatch::Add(const std::uint8_t* frame, std::uint32_t length) noexcept {
+    const std::uint32_t place = (mFirst + mCount) % cMaxFrames;
+    std::memcpy(Place(place), frame, length);
+    mLengths[place] = length;
+    ++mCount;
+}
+
+FrameBatch::Frame FrameBatch::At(std::uint32_t number) const noexcept {
+    const std::uint32_t place = (mFirst + number) % cMaxFrames;
+    return {Place(place), mLengths[place]};
+}
+
+void FrameBatch::RemoveFirst(std::uint32_t count) noexcept {
+    mCount -= count;
+    mFirst = mCount == 0 ? 0 : (mFirst + count) % cMaxFrames; // the first places stay in the cache
+}
+
+} // namespace quayside2
