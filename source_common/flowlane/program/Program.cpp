@@ -22,9 +22,6 @@ using namespace kestrelon;
 
 namespace {
 
-constexpr std::uint32_t cApiVersionMajor = 2;
-constexpr std::uint32_t cApiVersionMinor = 20;
-
 // Gives a missing standard stream a place, so that no file opened later gets its number and with it the
 // console's lines. Reading from it is the end of the input, and what is written to it is gone.
 void OccupyStandardDescriptors() {
@@ -70,7 +67,7 @@ int Run(int argc, const char* const* argv) {
     KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons);
     KESetLevelForAllLoggers(KEINFO);
 
-    if (!QBX_CheckApiVersion(cApiVersionMajor, cApiVersionMinor)) {
+    if (!QBX_CheckApiVersion(QBX_API_VERSION_MAJOR, QBX_API_VERSION_MINOR)) {
         KEOutputLogMessage(logger::Cons, KEERROR, "The DLL is incompatible with this application.");
         return -1;
     }

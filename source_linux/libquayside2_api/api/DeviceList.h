@@ -9,7 +9,7 @@
 namespace quayside2 {
 
 // Lists what the back ends offer, narrowed and ordered by the environment variable QUAYSIDE2_DEVICES.
-KESTATUS ListDevices(DeviceInstances& instances);
+[[nodiscard]] KESTATUS ListDevices(DeviceInstances& instances);
 
 // Keeps the instances that names lists, in its order. names: friendly names separated by commas, blanks
 // around a name do not count; unknown names and repetitions are ignored. Of several instances with one

@@ -46,7 +46,7 @@ public:
         Pin(Pin&& other) noexcept : mSlot(other.mSlot) { other.mSlot = nullptr; }
         Pin& operator=(Pin&&) = delete;
         ~Pin() {
-            if (mSlot == nullptr) {
+            if (!mSlot) {
                 return;
             }
             const std::uint64_t before = mSlot->word.fetch_sub(1, std::memory_order_acq_rel);
@@ -54,7 +54,7 @@ public:
                 mSlot->word.notify_all();
             }
         }
-        explicit operator bool() const noexcept { return mSlot != nullptr; }
+        explicit operator bool() const noexcept { return mSlot; }
         Object& operator*() const noexcept { return *mSlot->object; }
         Object* operator->() const noexcept { return mSlot->object.get(); }
 

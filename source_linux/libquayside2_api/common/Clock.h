@@ -2,9 +2,10 @@
 #ifndef QUAYSIDE2_CLOCK_H
 #define QUAYSIDE2_CLOCK_H
 
+#include <time.h>
+
 #include <cstdint>
 #include <limits>
-#include <time.h>
 
 namespace quayside2 {
 
@@ -13,8 +14,8 @@ inline constexpr std::int64_t cNanosecondsPerMillisecond = 1'000'000;
 inline constexpr std::int64_t cNever = std::numeric_limits<std::int64_t>::max();
 
 inline std::int64_t ReadClock(clockid_t clock) noexcept {
-    struct timespec time = {};
-    ::clock_gettime(clock, &time);
+    timespec time = {};
+    clock_gettime(clock, &time);
     return static_cast<std::int64_t>(time.tv_sec) * cNanosecondsPerSecond + time.tv_nsec;
 }
 

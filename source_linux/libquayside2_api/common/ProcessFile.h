@@ -22,11 +22,11 @@ public:
 
     // open(2); flags get O_CLOEXEC. A file that is still open is closed first. Returns 0 or an errno value,
     // ENFILE too when this process has no place to remember another descriptor.
-    int Open(const char* path, int flags, mode_t mode);
+    [[nodiscard]] int Open(const char* path, int flags, mode_t mode);
     // socket(2); type gets SOCK_CLOEXEC. Otherwise as Open.
-    int OpenSocket(int domain, int type, int protocol);
+    [[nodiscard]] int OpenSocket(int domain, int type, int protocol);
     // eventfd(2), closed by exec, that never blocks. Otherwise as Open.
-    int OpenEvent();
+    [[nodiscard]] int OpenEvent();
     void Close() noexcept;
 
     bool IsOpen() const noexcept { return mPlace >= 0; }

@@ -17,10 +17,10 @@ namespace quayside2 {
 class TransmitDevice : public Device {
 public:
     const DeviceProperties& Properties() const noexcept final { return mProperties; }
-    KESTATUS CheckSubmitRawFrame(std::uint32_t length) final;
-    KESTATUS SubmitRawFrame(const std::uint8_t* frame, std::uint32_t length) final;
-    KESTATUS WaitForTxResources(std::uint32_t count, std::int32_t timeoutMs) final;
-    KESTATUS SendRawFrames() final;
+    [[nodiscard]] KESTATUS CheckSubmitRawFrame(std::uint32_t length) final;
+    [[nodiscard]] KESTATUS SubmitRawFrame(const std::uint8_t* frame, std::uint32_t length) final;
+    [[nodiscard]] KESTATUS WaitForTxResources(std::uint32_t count, std::int32_t timeoutMs) final;
+    [[nodiscard]] KESTATUS SendRawFrames() final;
     // Says that the handle is being closed. A back end whose waiting threads have to be woken overrides it,
     // calls it first and wakes them then.
     void Shutdown() noexcept override;

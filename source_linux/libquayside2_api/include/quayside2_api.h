@@ -1,5 +1,5 @@
 // The device interface: enumerate network devices, open one, send and receive raw Ethernet frames.
-// C ABI, usable from C and C++. Interface version 2.20.
+// C ABI, usable from C and C++.
 //
 // Handles are 32-bit numbers; 0 is no handle. They belong to the process that got them and never
 // become pointers: a stale, zero or foreign handle is answered with KESTATUS_INVALID_HANDLE. In a child
@@ -107,7 +107,7 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 // version, and a minor version not above the library's own.
 QBX_API bool QBX_CheckApiVersion(uint32_t major, uint32_t minor);
 
-// The library's interface version: major in bits 31..16, minor in bits 15..0. 2.20 is 0x00020014.
+// The library's interface version: major in bits 31..16, minor in bits 15..0.
 QBX_API uint32_t QBX_GetApiVersion(void);
 
 // Lists the devices. *count gets their number; instances are addressed by index 0 to *count - 1

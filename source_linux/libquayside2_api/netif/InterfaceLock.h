@@ -15,10 +15,10 @@ public:
     enum class Direction { Receive, Transmit };
 
     // KESTATUS_IN_USE when somebody holds it, in this or another process.
-    KESTATUS Take(unsigned interfaceIndex, Direction direction);
+    [[nodiscard]] KESTATUS Take(unsigned interfaceIndex, Direction direction);
 
     // Asks without taking it, so that nobody is refused meanwhile.
-    static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
+    [[nodiscard]] static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
 
 private:
     ProcessFile mSocket;

@@ -12,7 +12,7 @@ class NetifBackend : public DeviceBackend {
 public:
     // The Ethernet interfaces of this network namespace by interface index, the loopback interface last. None
     // when the kernel does not tell, for example in a sandbox.
-    KESTATUS Enumerate(DeviceInstances& instances) const override;
+    [[nodiscard]] KESTATUS Enumerate(DeviceInstances& instances) const override;
 };
 
 } // namespace quayside2::netif

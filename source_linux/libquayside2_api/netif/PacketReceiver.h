@@ -28,11 +28,11 @@ public:
 
     // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
-    KESTATUS Create(const RingSize& size);
+    [[nodiscard]] KESTATUS Create(const RingSize& size);
     // KESTATUS_DEVICE_REMOVED when there is no such interface.
-    KESTATUS CheckInterface(unsigned interfaceIndex) const noexcept;
+    [[nodiscard]] KESTATUS CheckInterface(unsigned interfaceIndex) const noexcept;
     // Starts reception from an interface, whatever the frames' destination. Once.
-    KESTATUS Start(unsigned interfaceIndex);
+    [[nodiscard]] KESTATUS Start(unsigned interfaceIndex);
 
     // Whether Peek would show a frame.
     bool HasFrame() noexcept { return mRing.HasFrame(); }
@@ -44,13 +44,13 @@ public:
 
     // Sleeps until there may be frames, the waiters are woken, the time in nanoseconds is up, or a moment has
     // passed. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the ring then.
-    KESTATUS Wait(std::int64_t nanoseconds) noexcept;
+    [[nodiscard]] KESTATUS Wait(std::int64_t nanoseconds) noexcept;
     // Every waiting thread returns soon; later waits do not sleep at all.
     void WakeWaiters() noexcept;
 
 private:
-    KESTATUS CreateRing(RingSize size);
-    KESTATUS CheckState() noexcept;
+    [[nodiscard]] KESTATUS CreateRing(RingSize size);
+    [[nodiscard]] KESTATUS CheckState() noexcept;
 
     ProcessFile mSocket;
     ProcessFile mWakeEvent;

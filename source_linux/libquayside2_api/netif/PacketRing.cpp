@@ -1,8 +1,9 @@
 #include "netif/PacketRing.h"
 
-#include <cstring>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+
+#include <cstring>
 
 namespace quayside2::netif {
 
@@ -13,8 +14,8 @@ void StoreBE16(std::uint8_t* to, std::uint16_t value) noexcept {
     to[1] = static_cast<std::uint8_t>(value);
 }
 
-struct tpacket_hdr_v1& HeaderOf(std::uint8_t* block) noexcept {
-    return reinterpret_cast<struct tpacket_block_desc*>(block)->hdr.bh1;
+tpacket_hdr_v1& HeaderOf(std::uint8_t* block) noexcept {
+    return reinterpret_cast<tpacket_block_desc*>(block)->hdr.bh1;
 }
 
 } // namespace
@@ -34,7 +35,7 @@ bool PacketRing::Peek(Frame& frame) noexcept {
     if (!EnterBlock()) {
         return false;
     }
-    const auto& header = *reinterpret_cast<const struct tpacket3_hdr*>(mPosition);
+    const auto& header = *reinterpret_cast<const tpacket3_hdr*>(mPosition);
     frame.data = mPosition + header.tp_mac;
     frame.dataBytes = header.tp_snaplen;
     frame.isCut = header.tp_snaplen < header.tp_len;
@@ -52,7 +53,7 @@ void PacketRing::Pop() noexcept {
     if (mFramesLeft == 0) {
         return;
     }
-    mPosition += reinterpret_cast<const struct tpacket3_hdr*>(mPosition)->tp_next_offset;
+    mPosition += reinterpret_cast<const tpacket3_hdr*>(mPosition)->tp_next_offset;
     if (--mFramesLeft == 0) {
         LeaveBlock();
     }
@@ -67,7 +68,7 @@ bool PacketRing::TakeLossMark() noexcept {
 // Makes the next block that the kernel has handed over the one being read, unless one is.
 bool PacketRing::EnterBlock() noexcept {
     while (mFramesLeft == 0) {
-        struct tpacket_hdr_v1& header = HeaderOf(Block());
+        tpacket_hdr_v1& header = HeaderOf(Block());
         const std::uint32_t status = __atomic_load_n(&header.block_status, __ATOMIC_ACQUIRE);
         if ((status & TP_STATUS_USER) == 0) {
             return false;

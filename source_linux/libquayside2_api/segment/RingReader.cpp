@@ -96,7 +96,7 @@ void RingReader::CountLoss(std::uint64_t count) noexcept {
 bool RingReader::Take(std::uint8_t* to) noexcept {
     mPeeked = false;
     const std::uint64_t end = mRecord + RecordBytes(mLength);
-    if (to != nullptr) {
+    if (to) {
         LoadBytes(to, &WordAt(mRecord + cRecordHeaderBytes), mLength);
     }
     if (IsOverwritten(mRecord)) {
@@ -113,7 +113,9 @@ bool RingReader::Take(std::uint8_t* to) noexcept {
 }
 
 void RingReader::WakeSender() noexcept {
-    // A sender says that it waits and looks at the cursors then; the other way round here.
+    // Pairs with the fence of SegmentTxDevice::SleepForRoom. Here: cursor, fence, roomWanted. There:
+    // roomWanted, fence, cursor. So either the sender sees how far this reader is or this reader sees that it
+    // waits.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::uint64_t wanted = mSender.roomWanted.load(std::memory_order_relaxed);
     if (wanted != 0 && mPosition >= wanted &&
@@ -123,6 +125,8 @@ void RingReader::WakeSender() noexcept {
 }
 
 void RingReader::ReleaseSender() noexcept {
+    // Pairs with the fence of SegmentTxDevice::SleepForRoom. Here: epoch, which the caller has changed,
+    // fence, roomWanted. There: roomWanted, fence, epoch.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     if (mSender.roomWanted.load(std::memory_order_relaxed) != 0) {
         FutexWake(mSender.roomWord);

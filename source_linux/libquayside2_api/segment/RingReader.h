@@ -41,7 +41,8 @@ public:
     // The same without copying.
     bool Skip() noexcept { return Take(nullptr); }
 
-    // This reader stops: a sender that waits looks again whom it has to wait for.
+    // This reader stops: a sender that waits looks again whom it has to wait for. The caller has changed the
+    // receiver's epoch before.
     void ReleaseSender() noexcept;
 
 private:

@@ -18,7 +18,7 @@ public:
 
     // The four ports of the segment that the environment variable QUAYSIDE2_SEGMENT names, "default" when
     // it is not set or empty. KESTATUS_INVALID_PARAMETER when the name is not valid.
-    KESTATUS Enumerate(DeviceInstances& instances) const override;
+    [[nodiscard]] KESTATUS Enumerate(DeviceInstances& instances) const override;
 
 private:
     std::string mDirectory;

@@ -15,7 +15,7 @@ public:
 
     // Takes a port of the segment at path and maps what is asked for. What a former holder left in the
     // port's receiver state is switched off, so that no sender waits for it. Statuses of SegmentFile.
-    KESTATUS Open(const std::string& path, std::uint32_t number, Rings rings);
+    [[nodiscard]] KESTATUS Open(const std::string& path, std::uint32_t number, Rings rings);
 
     std::uint32_t Number() const noexcept { return mNumber; }
     const SegmentFile& File() const noexcept { return mFile; }

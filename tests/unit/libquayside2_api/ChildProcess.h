@@ -2,8 +2,9 @@
 #ifndef FLOWLANE_TESTS_CHILDPROCESS_H
 #define FLOWLANE_TESTS_CHILDPROCESS_H
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 class ChildProcess {

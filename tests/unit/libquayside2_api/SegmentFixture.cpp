@@ -1,9 +1,10 @@
 #include "SegmentFixture.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 Bytes MakeFrame(std::size_t length, std::uint8_t tag) {
     Bytes frame(length);
@@ -19,22 +20,22 @@ Bytes MakeFrame(std::size_t length, std::uint8_t tag) {
 
 SegmentFixture::SegmentFixture() {
     static std::atomic<unsigned> sCount{0};
-    mName = "unit-" + std::to_string(::getpid()) + "-" + std::to_string(sCount++);
-    ::setenv("QUAYSIDE2_SEGMENT", mName.c_str(), 1);
-    ::setenv("QUAYSIDE2_DEVICES", "lane-1,lane-2,lane-3,lane-4", 1);
+    mName = "unit-" + std::to_string(getpid()) + "-" + std::to_string(sCount++);
+    setenv("QUAYSIDE2_SEGMENT", mName.c_str(), 1);
+    setenv("QUAYSIDE2_DEVICES", "lane-1,lane-2,lane-3,lane-4", 1);
 }
 
 SegmentFixture::~SegmentFixture() {
     for (const QBXDeviceHandle device : mDevices) {
         QBX_CloseDevice(device);
     }
-    ::unlink(SegmentFilePath().c_str());
-    ::unsetenv("QUAYSIDE2_SEGMENT");
-    ::unsetenv("QUAYSIDE2_DEVICES");
+    unlink(SegmentFilePath().c_str());
+    unsetenv("QUAYSIDE2_SEGMENT");
+    unsetenv("QUAYSIDE2_DEVICES");
 }
 
 std::string SegmentFixture::SegmentFilePath() const {
-    return "/dev/shm/quayside2-" + std::to_string(::geteuid()) + "-" + mName;
+    return "/dev/shm/quayside2-" + std::to_string(geteuid()) + "-" + mName;
 }
 
 QBXDeviceHandle SegmentFixture::Keep(QBXDeviceHandle device) {
@@ -73,28 +74,28 @@ QBXDeviceHandle SegmentFixture::OpenControl(unsigned lane) {
 KESTATUS SegmentFixture::TryOpenTx(unsigned lane) {
     const Enumeration list;
     QBXDeviceHandle device = 0;
-    const KESTATUS status = QBX_OpenRawTxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_None, &device, 0);
-    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    const KESTATUS st = QBX_OpenRawTxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_None, &device, 0);
+    EXPECT_EQ(st == KESTATUS_SUCCESS, device != 0);
     QBX_CloseDevice(device);
-    return status;
+    return st;
 }
 
 KESTATUS SegmentFixture::TryOpenRx(unsigned lane) {
     const Enumeration list;
     QBXDeviceHandle device = 0;
-    const KESTATUS status = QBX_OpenRawRxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_2, &device, 0);
-    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    const KESTATUS st = QBX_OpenRawRxDevice(list.handle, lane - 1, 0, QBXRawHeaderType_2, &device, 0);
+    EXPECT_EQ(st == KESTATUS_SUCCESS, device != 0);
     QBX_CloseDevice(device);
-    return status;
+    return st;
 }
 
 KESTATUS SegmentFixture::TryOpenControl(unsigned lane) {
     const Enumeration list;
     QBXDeviceHandle device = 0;
-    const KESTATUS status = QBX_OpenControlDevice(list.handle, lane - 1, &device);
-    EXPECT_EQ(status == KESTATUS_SUCCESS, device != 0);
+    const KESTATUS st = QBX_OpenControlDevice(list.handle, lane - 1, &device);
+    EXPECT_EQ(st == KESTATUS_SUCCESS, device != 0);
     QBX_CloseDevice(device);
-    return status;
+    return st;
 }
 
 void SegmentFixture::Send(QBXDeviceHandle device, const Bytes& frame) {
@@ -134,9 +135,9 @@ std::optional<Received> SegmentFixture::TakeItem(QBXDeviceHandle device) {
 std::uint64_t SegmentFixture::LostFrames(QBXDeviceHandle device) {
     std::uint64_t count = 0;
     std::uint32_t size = 0;
-    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &count, sizeof(count), &size),
+    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &count, sizeof count, &size),
               KESTATUS_SUCCESS);
-    EXPECT_EQ(size, sizeof(count));
+    EXPECT_EQ(size, sizeof count);
     return count;
 }
 
@@ -151,17 +152,17 @@ EnvironmentChange::EnvironmentChange(const char* name, const char* value) : mNam
     if (const char* const old = std::getenv(name)) {
         mOld = old;
     }
-    if (value != nullptr) {
-        ::setenv(name, value, 1);
+    if (value) {
+        setenv(name, value, 1);
     } else {
-        ::unsetenv(name);
+        unsetenv(name);
     }
 }
 
 EnvironmentChange::~EnvironmentChange() {
     if (mOld) {
-        ::setenv(mName, mOld->c_str(), 1);
+        setenv(mName, mOld->c_str(), 1);
     } else {
-        ::unsetenv(mName);
+        unsetenv(mName);
     }
 }

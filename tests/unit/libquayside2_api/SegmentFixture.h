@@ -2,8 +2,9 @@
 #ifndef FLOWLANE_TESTS_SEGMENTFIXTURE_H
 #define FLOWLANE_TESTS_SEGMENTFIXTURE_H
 
-#include <cstdint>
 #include <gtest/gtest.h>
+
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

@@ -36,7 +36,7 @@ const std::vector<DeviceCall>& DeviceCalls() {
         {"WaitForRawFrame", [](QBXDeviceHandle h) { return QBX_WaitForRawFrame(h, 0); }},
         {"GetReceivedRawFrame",
          [](QBXDeviceHandle h) {
-             return QBX_GetReceivedRawFrame(h, nullptr, sBuffer, sizeof(sBuffer), &sLength);
+             return QBX_GetReceivedRawFrame(h, nullptr, sBuffer, sizeof sBuffer, &sLength);
          }},
         {"CheckSubmitRawFrame", [](QBXDeviceHandle h) { return QBX_CheckSubmitRawFrame(h, 60); }},
         {"WaitForTxResources", [](QBXDeviceHandle h) { return QBX_WaitForTxResources(h, 1, 0); }},

@@ -3,8 +3,9 @@
 #ifndef FLOWLANE_TESTS_NETIFFIXTURE_H
 #define FLOWLANE_TESTS_NETIFFIXTURE_H
 
-#include <cstdint>
 #include <gtest/gtest.h>
+
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

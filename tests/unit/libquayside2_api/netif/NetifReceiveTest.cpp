@@ -1,8 +1,9 @@
 // Receiving from a network interface what a packet socket sends at the other end of the link.
+#include <net/if.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <net/if.h>
 #include <thread>
 
 #include "netif/NetifFixture.h"
@@ -354,10 +355,10 @@ protected:
     // What a thread that waits without limit gets, and how long after the call it does.
     template <typename Call>
     KESTATUS WaitWhile(QBXDeviceHandle device, Call&& call, std::chrono::milliseconds& delay) {
-        KESTATUS status = KESTATUS_SUCCESS;
+        KESTATUS st = KESTATUS_SUCCESS;
         std::chrono::steady_clock::time_point woken;
         std::thread waiter([&] {
-            status = QBX_WaitForRawFrame(device, -1);
+            st = QBX_WaitForRawFrame(device, -1);
             woken = std::chrono::steady_clock::now();
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -365,7 +366,7 @@ protected:
         call();
         waiter.join();
         delay = std::chrono::duration_cast<std::chrono::milliseconds>(woken - called);
-        return status;
+        return st;
     }
 };
 
@@ -386,14 +387,14 @@ TEST_F(NetifWakeTest, DisablingWakes) {
 TEST_F(NetifWakeTest, DisablingAndEnablingAgainWakesToo) {
     const QBXDeviceHandle device = OpenEnabledRx("flw1");
     std::chrono::milliseconds delay{};
-    const KESTATUS status = WaitWhile(
+    const KESTATUS st = WaitWhile(
         device,
         [&] {
             QBX_DisableRawRx(device);
             QBX_EnableRawRx(device);
         },
         delay);
-    EXPECT_EQ(status, KESTATUS_NOT_ENABLED);
+    EXPECT_EQ(st, KESTATUS_NOT_ENABLED);
     PeerSocket("flw0").Send(MakeFrame(60, 1));
     EXPECT_TRUE(Receive(device));
 }
@@ -426,14 +427,14 @@ TEST_F(NetifWakeTest, ALinkThatComesBackGoesOn) {
     const std::uint64_t before = ProcessorTime();
     EXPECT_EQ(QBX_WaitForRawFrame(device, 1000), KESTATUS_TIMEOUT);
     EXPECT_LT(ProcessorTime() - before, 200'000'000u);
-    const KESTATUS status = WaitWhile(
+    const KESTATUS st = WaitWhile(
         device,
         [&] {
             SetLinkUp("flw1");
             peer.Send(MakeFrame(60, 2));
         },
         delay);
-    EXPECT_EQ(status, KESTATUS_SUCCESS);
+    EXPECT_EQ(st, KESTATUS_SUCCESS);
     const auto received = Receive(device);
     ASSERT_TRUE(received);
     EXPECT_EQ(received->frame, MakeFrame(60, 2));
@@ -483,14 +484,14 @@ TEST_F(NetifWakeTest, FramesOfARemovedInterfaceAreStillTaken) {
 TEST_F(NetifWakeTest, TheLastFramesBeforeARemovalAreTaken) {
     quayside2::netif::PacketReceiver receiver;
     ASSERT_EQ(receiver.Create({64u << 10, 64, 200}), KESTATUS_SUCCESS);
-    ASSERT_EQ(receiver.Start(::if_nametoindex("flw1")), KESTATUS_SUCCESS);
+    ASSERT_EQ(receiver.Start(if_nametoindex("flw1")), KESTATUS_SUCCESS);
     PeerSocket("flw0").Send(MakeFrame(60, 1));
     Shell("ip link del flw1");
-    KESTATUS status = KESTATUS_SUCCESS;
-    while (status == KESTATUS_SUCCESS && !receiver.HasFrame()) {
-        status = receiver.Wait(1'000'000'000);
+    KESTATUS st = KESTATUS_SUCCESS;
+    while (st == KESTATUS_SUCCESS && !receiver.HasFrame()) {
+        st = receiver.Wait(1'000'000'000);
     }
-    EXPECT_EQ(status, KESTATUS_DEVICE_REMOVED);
+    EXPECT_EQ(st, KESTATUS_DEVICE_REMOVED);
     EXPECT_TRUE(receiver.HasFrame());
 }
 

@@ -350,12 +350,12 @@ TEST_F(NetifTransmitTest, ClosingWakesAThreadThatWaitsForRoom) {
     Shell(cStandstill);
     const QBXDeviceHandle device = OpenTx("flw0");
     FillLink(device);
-    KESTATUS status = KESTATUS_SUCCESS;
-    std::thread waiter([&] { status = QBX_WaitForTxResources(device, 64, -1); });
+    KESTATUS st = KESTATUS_SUCCESS;
+    std::thread waiter([&] { st = QBX_WaitForTxResources(device, 64, -1); });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(QBX_CloseDevice(device), KESTATUS_SUCCESS);
     waiter.join();
-    EXPECT_EQ(status, KESTATUS_INVALID_HANDLE);
+    EXPECT_EQ(st, KESTATUS_INVALID_HANDLE);
 }
 
 } // namespace

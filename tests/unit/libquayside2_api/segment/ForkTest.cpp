@@ -1,9 +1,10 @@
 // A forked child has none of its parent's handles and keeps none of its ports.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <functional>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "SanitizedBuild.h"
 #include "SegmentFixture.h"
@@ -14,12 +15,12 @@ class ForkTest : public SegmentFixture {
 protected:
     // Runs a check in a forked child; its result is the child's.
     static bool InChild(const std::function<bool()>& check) {
-        const pid_t child = ::fork();
+        const pid_t child = fork();
         if (child == 0) {
-            ::_exit(check() ? 0 : 1);
+            _exit(check() ? 0 : 1);
         }
         int status = 0;
-        return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 };
 
@@ -52,24 +53,24 @@ TEST_F(ForkTest, AChildKeepsNoLock) {
     const QBXDeviceHandle tx = OpenTx(1);
     int toChild[2];
     int toParent[2];
-    ASSERT_EQ(::pipe(toChild), 0);
-    ASSERT_EQ(::pipe(toParent), 0);
-    const pid_t child = ::fork();
+    ASSERT_EQ(pipe(toChild), 0);
+    ASSERT_EQ(pipe(toParent), 0);
+    const pid_t child = fork();
     if (child == 0) {
         char byte = 0;
-        const bool ok = ::write(toParent[1], &byte, 1) == 1 && ::read(toChild[0], &byte, 1) == 1;
-        ::_exit(ok ? 0 : 1);
+        const bool ok = write(toParent[1], &byte, 1) == 1 && read(toChild[0], &byte, 1) == 1;
+        _exit(ok ? 0 : 1);
     }
     char byte = 0;
-    ASSERT_EQ(::read(toParent[0], &byte, 1), 1);
+    ASSERT_EQ(read(toParent[0], &byte, 1), 1);
     EXPECT_EQ(QBX_CloseDevice(tx), KESTATUS_SUCCESS);
     EXPECT_EQ(TryOpenTx(1), KESTATUS_SUCCESS) << "while the child lives";
-    ASSERT_EQ(::write(toChild[1], &byte, 1), 1);
+    ASSERT_EQ(write(toChild[1], &byte, 1), 1);
     int status = 0;
-    ::waitpid(child, &status, 0);
+    waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
     for (const int end : {toChild[0], toChild[1], toParent[0], toParent[1]}) {
-        ::close(end);
+        close(end);
     }
 }
 
@@ -100,7 +101,7 @@ TEST_F(ForkTest, WorksWhileOtherThreadsOpenAndClose) {
     }
     for (int i = 0; i < 100; ++i) {
         EXPECT_TRUE(InChild([] {
-            ::alarm(60); // ends a child that waits for a lock which nobody holds there
+            alarm(60); // ends a child that waits for a lock which nobody holds there
             return TryOpenTx(4) == KESTATUS_SUCCESS;
         })) << i;
     }

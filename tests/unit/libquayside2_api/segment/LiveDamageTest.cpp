@@ -1,14 +1,15 @@
 // Somebody writes nonsense into the shared memory while it is in use: no crash, no endless call, and all is
 // well when that ends. The address sanitizer watches.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <fcntl.h>
 #include <random>
-#include <sys/mman.h>
 #include <thread>
-#include <unistd.h>
 
 #include "SegmentFixture.h"
 #include "segment/SegmentLayout.h"
@@ -22,15 +23,15 @@ protected:
     // The whole file, writable; made by opening a lane once.
     void Map() {
         EXPECT_EQ(TryOpenControl(1), KESTATUS_SUCCESS);
-        const int file = ::open(SegmentFilePath().c_str(), O_RDWR | O_CLOEXEC);
-        void* const memory = ::mmap(nullptr, cFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        const int file = open(SegmentFilePath().c_str(), O_RDWR | O_CLOEXEC);
+        void* const memory = mmap(nullptr, cFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
         ASSERT_NE(memory, MAP_FAILED);
-        ::close(file);
+        close(file);
         mMemory = static_cast<std::uint8_t*>(memory);
     }
     ~LiveDamageTest() override {
-        if (mMemory != nullptr) {
-            ::munmap(mMemory, cFileBytes);
+        if (mMemory) {
+            munmap(mMemory, cFileBytes);
         }
     }
     ControlPages& Control() const { return *reinterpret_cast<ControlPages*>(mMemory); }

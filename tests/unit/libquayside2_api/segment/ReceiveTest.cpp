@@ -67,8 +67,8 @@ TEST_F(ReceiveTest, HeaderHasTheTimeOfDayAndCountsFromZero) {
     const QBXDeviceHandle rx = OpenEnabledRx(1);
     const QBXDeviceHandle tx = OpenTx(2);
     const auto now = [] {
-        struct timespec time = {};
-        ::clock_gettime(CLOCK_REALTIME, &time);
+        timespec time = {};
+        clock_gettime(CLOCK_REALTIME, &time);
         return static_cast<std::uint64_t>(time.tv_sec) * 1000000000u +
                static_cast<std::uint64_t>(time.tv_nsec);
     };

@@ -1,5 +1,6 @@
 // Rings whose shared memory holds nonsense: no crash, no endless loop, no frame that was not sent whole.
 #include <gtest/gtest.h>
+
 #include <memory>
 #include <random>
 #include <vector>

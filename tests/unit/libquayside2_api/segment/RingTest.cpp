@@ -1,6 +1,7 @@
 // One ring, one sender, one reader, in ordinary memory.
-#include <cstring>
 #include <gtest/gtest.h>
+
+#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>

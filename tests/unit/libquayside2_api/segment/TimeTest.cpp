@@ -117,8 +117,8 @@ protected:
     // Of all senders together; another number for long runs.
     static std::uint32_t FrameCount() {
         const char* const set = std::getenv("FLOWLANE_STRESS_FRAMES");
-        return set != nullptr ? static_cast<std::uint32_t>(std::strtoul(set, nullptr, 10))
-                              : (cSanitizedBuild ? 450000 : 1500000);
+        return set ? static_cast<std::uint32_t>(std::strtoul(set, nullptr, 10))
+                   : (cSanitizedBuild ? 450000 : 1500000);
     }
     void SendNumbered(QBXDeviceHandle tx, std::uint32_t run, std::uint32_t count) {
         for (std::uint32_t number = 0; number < count; ++number) {

@@ -99,12 +99,12 @@ TEST_F(TransmitTest, WaitingForResourcesLosesNothing) {
     const QBXDeviceHandle tx = OpenTx(1);
     // The receiver does not read, so the ring fills up; the wait must end in time and keep the frames.
     std::uint32_t sent = 0;
-    KESTATUS status = KESTATUS_SUCCESS;
-    while (sent < 100000 && (status = QBX_WaitForTxResources(tx, 1, 0)) == KESTATUS_SUCCESS) {
+    KESTATUS st = KESTATUS_SUCCESS;
+    while (sent < 100000 && (st = QBX_WaitForTxResources(tx, 1, 0)) == KESTATUS_SUCCESS) {
         ASSERT_EQ(Submit(tx, MakeFrame(1500, static_cast<std::uint8_t>(sent))), KESTATUS_SUCCESS);
         ++sent;
     }
-    ASSERT_EQ(status, KESTATUS_TIMEOUT);
+    ASSERT_EQ(st, KESTATUS_TIMEOUT);
     EXPECT_EQ(QBX_CheckSubmitRawFrame(tx, 60), KESTATUS_NO_SPACE);
     for (std::uint32_t i = 0; i < sent; ++i) {
         if (i == 1000) { // there is room now
