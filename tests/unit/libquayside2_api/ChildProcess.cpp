@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <thread>
 
+namespace testsupport {
+
 namespace {
 
 // Ends what hangs; nothing that works takes so long.
@@ -90,3 +92,5 @@ int ChildProcess::Wait() {
     }
     return mResult;
 }
+
+} // namespace testsupport

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace testsupport {
+
 class ChildProcess {
 public:
     // Starts a program with this process's environment; arguments without the program's own name. Its
@@ -32,5 +34,7 @@ private:
     bool mEnded = false;
     int mResult = 0;
 };
+
+} // namespace testsupport
 
 #endif

@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace testsupport;
+
 class EnumerationTest : public SegmentFixture {};
 
 // The friendly names in the order of an enumeration, separated by blanks.

@@ -8,6 +8,8 @@
 
 namespace {
 
+using namespace testsupport;
+
 std::string OutputOf(const std::string& command) {
     std::string output;
     FILE* const pipe = popen(command.c_str(), "r"); // NOLINT(cert-env33-c)

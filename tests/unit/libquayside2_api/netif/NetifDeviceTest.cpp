@@ -22,9 +22,12 @@
 #include <memory>
 #include <thread>
 
+#include "HoldingChild.h"
 #include "netif/NetifFixture.h"
 
 namespace {
+
+using namespace testsupport;
 
 class NetifDeviceTest : public NetifFixture {};
 
@@ -169,19 +172,6 @@ TEST_F(NetifDeviceTest, States) {
     EXPECT_STREQ(text, "removed");
 }
 
-TEST_F(NetifDeviceTest, PropertiesThatAHandleDoesNotHave) {
-    std::uint64_t lost = 0;
-    const QBXDeviceHandle control = OpenControl("flw0");
-    EXPECT_EQ(QBX_GetDevicePropertyBinary(control, QBX_PROPERTY_LOST_FRAMES, &lost, sizeof lost, nullptr),
-              KESTATUS_NOT_FOUND);
-    EXPECT_EQ(QBX_SendRawFrames(control), KESTATUS_WRONG_DIRECTION);
-    const QBXDeviceHandle sender = OpenTx("flw0");
-    std::uint32_t size = 0;
-    EXPECT_EQ(QBX_GetDevicePropertyBinary(sender, QBX_PROPERTY_LOST_FRAMES, &lost, 7, &size),
-              KESTATUS_BUFFER_TOO_SMALL);
-    EXPECT_EQ(size, 8u);
-}
-
 // Any program may take the name that says who holds an interface.
 TEST_F(NetifDeviceTest, ANameThatSomebodyElseHasIsInUse) {
     const auto bindName = [](const std::string& name) {
@@ -216,48 +206,6 @@ TEST_F(NetifDeviceTest, TheStateCannotBeAskedForWithoutADescriptor) {
               KEStatusFromErrno(EMFILE));
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(State("flw0"), "free");
-}
-
-// Handles are closed while other threads use them in every way.
-TEST_F(NetifDeviceTest, ClosingUnderUse) {
-    for (int round = 0; round < 20; ++round) {
-        const QBXDeviceHandle tx = OpenTx("flw0");
-        const QBXDeviceHandle rx = OpenEnabledRx("flw1");
-        std::thread sender([tx] {
-            const Bytes frame = MakeFrame(1000, 1);
-            KESTATUS status = KESTATUS_SUCCESS;
-            while (status != KESTATUS_INVALID_HANDLE) {
-                status = Submit(tx, frame);
-                if (status == KESTATUS_NO_SPACE) {
-                    status = QBX_WaitForTxResources(tx, 1, -1);
-                }
-            }
-        });
-        std::thread receiver([rx] {
-            Bytes buffer(2048);
-            std::uint32_t length = 0;
-            KESTATUS status = KESTATUS_SUCCESS;
-            while (status != KESTATUS_INVALID_HANDLE) {
-                status = QBX_WaitForRawFrame(rx, -1);
-                QBX_GetReceivedRawFrame(rx, nullptr, buffer.data(), 2048, &length);
-            }
-        });
-        std::thread switcher([rx] {
-            KESTATUS status = KESTATUS_SUCCESS;
-            while (status != KESTATUS_INVALID_HANDLE) {
-                QBX_DisableRawRx(rx);
-                status = QBX_EnableRawRx(rx);
-            }
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(round));
-        EXPECT_EQ(QBX_CloseDevice(tx), KESTATUS_SUCCESS);
-        EXPECT_EQ(QBX_CloseDevice(rx), KESTATUS_SUCCESS);
-        sender.join();
-        receiver.join();
-        switcher.join();
-        EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
-        EXPECT_EQ(TryOpenRx("flw1"), KESTATUS_SUCCESS);
-    }
 }
 
 TEST_F(NetifDeviceTest, AnInterfaceThatGoesWhileItIsOpen) {
@@ -326,131 +274,23 @@ TEST_F(NetifDeviceTest, NoOtherPrivilegeIsNeeded) {
 }
 
 TEST_F(NetifDeviceTest, AKilledHolderFreesItsInterface) {
-    int pipe[2];
-    ASSERT_EQ(::pipe(pipe), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    HoldingChild child([this] {
         OpenTx("flw0");
         OpenEnabledRx("flw0");
-        static_cast<void>(!write(pipe[1], "x", 1));
-        pause();
-        _exit(0);
-    }
-    char byte = 0;
-    ASSERT_EQ(read(pipe[0], &byte, 1), 1);
+        return !HasFailure();
+    });
     EXPECT_EQ(State("flw0"), "in use");
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    child.Kill();
     EXPECT_EQ(State("flw0"), "free");
-    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
     EXPECT_NE(ShellOutput("ip -d link show flw0").find("promiscuity 0"), std::string::npos);
-    close(pipe[0]);
-    close(pipe[1]);
 }
 
-// A child has nothing of its parent's devices, and keeps nothing of them alive.
-TEST_F(NetifDeviceTest, AChildKeepsNothing) {
+TEST_F(NetifDeviceTest, AForkedChildDoesNotKeepAnInterfacePromiscuous) {
     const QBXDeviceHandle receiver = OpenEnabledRx("flw0");
-    const QBXDeviceHandle sender = OpenTx("flw0");
-    int pipe[2];
-    ASSERT_EQ(::pipe(pipe), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const char answer = QBX_EnableRawRx(receiver) == KESTATUS_INVALID_HANDLE ? 'y' : 'n';
-        static_cast<void>(!write(pipe[1], &answer, 1));
-        pause();
-        _exit(0);
-    }
-    char answer = 0;
-    EXPECT_EQ(read(pipe[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y');
+    const HoldingChild child([] { return true; });
     QBX_CloseDevice(receiver);
-    QBX_CloseDevice(sender);
     EXPECT_NE(ShellOutput("ip -d link show flw0").find("promiscuity 0"), std::string::npos);
-    EXPECT_EQ(TryOpenTx("flw0"), KESTATUS_SUCCESS);
-    EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_SUCCESS);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    close(pipe[0]);
-    close(pipe[1]);
-}
-
-TEST_F(NetifDeviceTest, NothingStaysOpenAcrossExec) {
-    const auto countOpen = [](int flag) {
-        int count = 0;
-        for (int descriptor = 3; descriptor < 256; ++descriptor) {
-            const int flags = fcntl(descriptor, F_GETFD);
-            count += flags >= 0 && (flags & FD_CLOEXEC) == flag ? 1 : 0;
-        }
-        return count;
-    };
-    const int inheritedBefore = countOpen(0);
-    const int closedBefore = countOpen(FD_CLOEXEC);
-    OpenEnabledRx("flw0");
-    OpenTx("flw0");
-    OpenControl("flw0");
-    EXPECT_EQ(countOpen(0), inheritedBefore);
-    EXPECT_EQ(countOpen(FD_CLOEXEC), closedBefore + 5);
-}
-
-TEST_F(NetifDeviceTest, NothingStaysOpenAfterClosing) {
-    const auto descriptors = [] {
-        const std::filesystem::directory_iterator open("/proc/self/fd");
-        return std::distance(begin(open), end(open));
-    };
-    const auto before = descriptors();
-    for (int round = 0; round < 3; ++round) {
-        const QBXDeviceHandle receiver = OpenEnabledRx("flw0");
-        const QBXDeviceHandle sender = OpenTx("flw0");
-        QBX_DisableRawRx(receiver);
-        QBX_EnableRawRx(receiver);
-        EXPECT_EQ(TryOpenRx("flw0"), KESTATUS_IN_USE);
-        State("flw0");
-        QBX_CloseDevice(receiver);
-        QBX_CloseDevice(sender);
-    }
-    EXPECT_EQ(descriptors(), before);
-}
-
-// Sending, receiving, enabling and disabling from several threads at once; for the sanitizers.
-TEST_F(NetifDeviceTest, ManyThreads) {
-    const QBXDeviceHandle receiver = OpenEnabledRx("flw1");
-    const QBXDeviceHandle sender = OpenTx("flw0");
-    std::vector<std::thread> threads;
-    threads.reserve(6);
-    for (std::uint32_t i = 0; i < 2; ++i) {
-        threads.emplace_back([&, i] {
-            for (std::uint32_t number = 0; number < 2000; ++number) {
-                Submit(sender, MakeFrame(100, i));
-                QBX_SendRawFrames(sender);
-            }
-        });
-        threads.emplace_back([&] {
-            Bytes buffer(2000);
-            std::uint32_t length = 0;
-            for (int round = 0; round < 200; ++round) {
-                QBX_WaitForRawFrame(receiver, 5);
-                while (QBX_GetReceivedRawFrame(receiver, nullptr, buffer.data(), 2000, &length) ==
-                       KESTATUS_SUCCESS) {
-                }
-            }
-        });
-    }
-    threads.emplace_back([&] {
-        for (int round = 0; round < 10; ++round) {
-            QBX_DisableRawRx(receiver);
-            QBX_EnableRawRx(receiver);
-        }
-    });
-    threads.emplace_back([&] {
-        for (int round = 0; round < 50; ++round) {
-            EXPECT_LE(LostFrames(sender) + LostFrames(receiver), 10000u);
-        }
-    });
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(LostFrames(sender), 0u);
+    EXPECT_EQ(State("flw0"), "free");
 }
 
 } // namespace

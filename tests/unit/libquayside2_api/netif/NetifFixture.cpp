@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,20 +14,20 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace testsupport {
+
 namespace {
 
-constexpr int cGenerousTime = 10000; // ms
-
 // The index of a device in an enumeration.
-std::uint32_t IndexOf(QBXEnumerationHandle list, std::uint32_t count, const char* wanted) {
-    for (std::uint32_t index = 0; index < count; ++index) {
+std::uint32_t IndexOf(const char* wanted) {
+    const Enumeration list;
+    EXPECT_EQ(list.status, KESTATUS_SUCCESS);
+    for (std::uint32_t index = 0; index < list.count; ++index) {
         QBXDeviceHandle device = 0;
-        char name[QBX_PROPERTY_STRING_SIZE] = "";
-        EXPECT_EQ(QBX_OpenControlDevice(list, index, &device), KESTATUS_SUCCESS);
-        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof name),
-                  KESTATUS_SUCCESS);
+        EXPECT_EQ(QBX_OpenControlDevice(list.handle, index, &device), KESTATUS_SUCCESS);
+        const std::string name = ReadText(device, QBX_PROPERTY_FRIENDLY_NAME);
         QBX_CloseDevice(device);
-        if (std::strcmp(name, wanted) == 0) {
+        if (name == wanted) {
             return index;
         }
     }
@@ -36,73 +35,7 @@ std::uint32_t IndexOf(QBXEnumerationHandle list, std::uint32_t count, const char
     return UINT32_MAX;
 }
 
-enum class Use { Tx, RxWithHeader, RxBare, Control };
-
-KESTATUS Open(const char* name, Use use, QBXDeviceHandle& device) {
-    QBXEnumerationHandle list = 0;
-    std::uint32_t count = 0;
-    EXPECT_EQ(QBX_EnumerateDevices(QBXDeviceType_any, &list, &count), KESTATUS_SUCCESS);
-    const std::uint32_t index = IndexOf(list, count, name);
-    KESTATUS st = KESTATUS_FAILED;
-    switch (use) {
-    case Use::Tx:
-        st = QBX_OpenRawTxDevice(list, index, 0, QBXRawHeaderType_None, &device, 0);
-        break;
-    case Use::RxWithHeader:
-        st = QBX_OpenRawRxDevice(list, index, 0, QBXRawHeaderType_2, &device, 0);
-        break;
-    case Use::RxBare:
-        st = QBX_OpenRawRxDevice(list, index, 0, QBXRawHeaderType_None, &device, 0);
-        break;
-    case Use::Control:
-        st = QBX_OpenControlDevice(list, index, &device);
-        break;
-    }
-    EXPECT_EQ(st == KESTATUS_SUCCESS, device != 0);
-    QBX_CloseEnumeration(list);
-    return st;
-}
-
-QBXDeviceHandle OpenSurely(const char* name, Use use) {
-    QBXDeviceHandle device = 0;
-    EXPECT_EQ(Open(name, use, device), KESTATUS_SUCCESS);
-    return device;
-}
-
-KESTATUS TryOpen(const char* name, Use use) {
-    QBXDeviceHandle device = 0;
-    const KESTATUS st = Open(name, use, device);
-    QBX_CloseDevice(device);
-    return st;
-}
-
-std::uint64_t ReadClock(clockid_t clock) {
-    timespec time = {};
-    clock_gettime(clock, &time);
-    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(time.tv_nsec);
-}
-
 } // namespace
-
-Bytes MakeFrame(std::size_t length, std::uint32_t number) {
-    Bytes frame(length);
-    for (std::size_t i = 0; i < length; ++i) {
-        frame[i] = static_cast<std::uint8_t>(number * 31u + i * 7u);
-    }
-    if (length >= 14) {
-        frame[0] = 0x02;
-        frame[6] = 0x02;
-        frame[12] = 0x88;
-        frame[13] = 0xB5;
-    }
-    return frame;
-}
-
-Bytes MakeTaggedFrame(std::size_t length, std::uint32_t number, const Bytes& tag) {
-    Bytes frame = MakeFrame(length - tag.size(), number);
-    frame.insert(frame.begin() + 12, tag.begin(), tag.end());
-    return frame;
-}
 
 void Shell(const std::string& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command; // NOLINT(cert-env33-c): the test's own text
@@ -124,19 +57,15 @@ void MakeLink() {
     SetLinkUp("flw0");
 }
 
+OwnLink::~OwnLink() {
+    Shell("if [ -e /proc/sys/net/ipv4/conf/flw0 ]; then ip link del flw0; fi");
+}
+
 // The kernel takes up a carrier a moment later, and loses frames until then.
 void SetLinkUp(const std::string& interface) {
     Shell("ip link set " + interface +
           " up && for i in $(seq 1000); do ip -o link show type veth up | grep -vq 'state UP' || exit 0; "
           "sleep 0.01; done; exit 1");
-}
-
-std::uint64_t TimeOfDayNow() {
-    return ReadClock(CLOCK_REALTIME);
-}
-
-std::uint64_t ProcessorTime() {
-    return ReadClock(CLOCK_PROCESS_CPUTIME_ID);
 }
 
 PeerSocket::PeerSocket(const char* interface)
@@ -206,100 +135,35 @@ std::optional<Bytes> PeerSocket::Receive() const {
     }
 }
 
-NetifFixture::NetifFixture() {
-    mSegment = "unit-netif-" + std::to_string(getpid());
-    setenv("QUAYSIDE2_SEGMENT", mSegment.c_str(), 1);
-    unsetenv("QUAYSIDE2_DEVICES");
-    MakeLink();
-}
-
-NetifFixture::~NetifFixture() {
-    for (const QBXDeviceHandle device : mDevices) {
-        QBX_CloseDevice(device);
-    }
-    unlink(("/dev/shm/quayside2-" + std::to_string(geteuid()) + "-" + mSegment).c_str());
-    Shell("if [ -e /proc/sys/net/ipv4/conf/flw0 ]; then ip link del flw0; fi");
-}
-
-QBXDeviceHandle NetifFixture::Keep(QBXDeviceHandle device) {
-    mDevices.push_back(device);
-    return device;
-}
-
 QBXDeviceHandle NetifFixture::OpenTx(const char* name) {
-    return Keep(OpenSurely(name, Use::Tx));
+    return mDevices.Open(IndexOf(name), Use::Tx);
 }
 
-QBXDeviceHandle NetifFixture::OpenRx(const char* name, QBXRawHeaderType type) {
-    return Keep(OpenSurely(name, type == QBXRawHeaderType_2 ? Use::RxWithHeader : Use::RxBare));
+QBXDeviceHandle NetifFixture::OpenRx(const char* name, Use use) {
+    return mDevices.Open(IndexOf(name), use);
 }
 
-QBXDeviceHandle NetifFixture::OpenEnabledRx(const char* name, QBXRawHeaderType type) {
-    const QBXDeviceHandle device = OpenRx(name, type);
+QBXDeviceHandle NetifFixture::OpenEnabledRx(const char* name, Use use) {
+    const QBXDeviceHandle device = OpenRx(name, use);
     EXPECT_EQ(QBX_EnableRawRx(device), KESTATUS_SUCCESS);
     return device;
 }
 
 QBXDeviceHandle NetifFixture::OpenControl(const char* name) {
-    return Keep(OpenSurely(name, Use::Control));
+    return mDevices.Open(IndexOf(name), Use::Control);
 }
 
 KESTATUS NetifFixture::TryOpenTx(const char* name) {
-    return TryOpen(name, Use::Tx);
+    return TryOpen(IndexOf(name), Use::Tx);
 }
 
 KESTATUS NetifFixture::TryOpenRx(const char* name) {
-    return TryOpen(name, Use::RxWithHeader);
-}
-
-KESTATUS NetifFixture::Submit(QBXDeviceHandle device, const Bytes& frame) {
-    return QBX_SubmitRawFrame(device, frame.data(), static_cast<std::uint32_t>(frame.size()), nullptr);
-}
-
-void NetifFixture::Send(QBXDeviceHandle device, const Bytes& frame) {
-    ASSERT_EQ(Submit(device, frame), KESTATUS_SUCCESS);
-    ASSERT_EQ(QBX_SendRawFrames(device), KESTATUS_SUCCESS);
-}
-
-std::optional<ReceivedItem> NetifFixture::Receive(QBXDeviceHandle device, std::size_t bufferSize) {
-    Bytes buffer(bufferSize);
-    std::uint32_t length = 0;
-    ReceivedItem item;
-    const auto take = [&] {
-        return QBX_GetReceivedRawFrame(device, &item.type, buffer.data(),
-                                       static_cast<std::uint32_t>(buffer.size()), &length);
-    };
-    KESTATUS st = take(); // a report of lost frames is not waited for
-    if (st == KESTATUS_NO_DATA && QBX_WaitForRawFrame(device, cGenerousTime) == KESTATUS_SUCCESS) {
-        st = take();
-    }
-    if (st != KESTATUS_SUCCESS || length < QBX_RAW_HEADER_2_SIZE) {
-        return std::nullopt;
-    }
-    std::uint64_t seconds = 0;
-    std::uint32_t nanoseconds = 0;
-    std::memcpy(&seconds, buffer.data() + QBX_RAW_HEADER_2_SECONDS_OFFSET, 8);
-    std::memcpy(&nanoseconds, buffer.data() + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, 4);
-    std::memcpy(&item.sequence, buffer.data() + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, 4);
-    EXPECT_LT(nanoseconds, 1'000'000'000u);
-    item.time = seconds * 1'000'000'000 + nanoseconds;
-    item.frame.assign(buffer.begin() + QBX_RAW_HEADER_2_SIZE, buffer.begin() + length);
-    return item;
-}
-
-std::uint64_t NetifFixture::LostFrames(QBXDeviceHandle device) {
-    std::uint64_t lost = UINT64_MAX;
-    std::uint32_t size = 0;
-    EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &lost, sizeof lost, &size),
-              KESTATUS_SUCCESS);
-    EXPECT_EQ(size, sizeof lost);
-    return lost;
+    return TryOpen(IndexOf(name), Use::Rx);
 }
 
 std::string NetifFixture::State(const char* name) {
-    const QBXDeviceHandle device = OpenSurely(name, Use::Control);
-    char text[QBX_PROPERTY_STRING_SIZE] = "";
-    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof text), KESTATUS_SUCCESS);
-    QBX_CloseDevice(device);
-    return text;
+    OpenDevices devices;
+    return ReadText(devices.Open(IndexOf(name), Use::Control), QBX_PROPERTY_STATE);
 }
+
+} // namespace testsupport

@@ -16,6 +16,8 @@
 
 namespace {
 
+using namespace testsupport;
+
 using namespace quayside2::segment;
 
 class LiveDamageTest : public SegmentFixture {
@@ -79,7 +81,7 @@ TEST_F(LiveDamageTest, WhileFramesAreSentAndReceived) {
         }
     });
     std::mt19937_64 random(7);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     const std::uint64_t words = sizeof(ControlPages) / cWordBytes;
     const std::uint64_t firstWord = offsetof(ControlPages, senders) / cWordBytes;
     while (std::chrono::steady_clock::now() < until) {
