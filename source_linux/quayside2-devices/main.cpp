@@ -21,8 +21,8 @@ struct DeviceLine {
     std::string name;
     std::string product;
     std::string macAddress;
-    std::string state; // one of a few words, or the status that opening it gave
-    std::string use;   // of a device in use of which a direction is free: "sending" or "receiving"
+    std::string state; // one of a few words, or the status of opening it
+    std::string use;   // "sending" or "receiving" when a device is in use in that direction alone
 };
 
 void PrintUsage(FILE* to) {
@@ -68,7 +68,7 @@ std::string ReadState(QBXDeviceHandle device) {
     if (st == KESTATUS_SUCCESS) {
         return text;
     }
-    // A library that does not tell: it could be opened.
+    // Another library, which has no such property: the device could be opened.
     return st == KESTATUS_NOT_FOUND ? "free" : StatusText(st);
 }
 
@@ -153,7 +153,7 @@ std::size_t Utf8Length(const std::string& text, std::size_t at) {
     return isWrong ? 0 : length;
 }
 
-// RFC 8259. Text that is not known is null; what is not UTF-8 becomes the replacement character.
+// RFC 8259. Unknown text is null. A byte that is not part of UTF-8 becomes the replacement character.
 std::string JsonText(const std::string& text) {
     if (text.empty()) {
         return "null";
@@ -209,7 +209,7 @@ int ListDevices(bool json) {
     }
     QBX_CloseEnumeration(devices);
     json ? PrintJson(lines) : PrintTable(lines);
-    // What was written before may have failed too.
+    // An earlier write may have failed too.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("quayside2-devices: standard output");
         return cExitFailure;

@@ -28,7 +28,7 @@ inline std::uint64_t TimeOfDay() noexcept {
     return static_cast<std::uint64_t>(ReadClock(CLOCK_REALTIME));
 }
 
-// The steady time at which a wait of this many milliseconds ends; negative: cNever.
+// The steady time at which a wait of this many milliseconds ends. cNever for a negative number.
 inline std::int64_t DeadlineAfter(std::int32_t milliseconds) noexcept {
     return milliseconds < 0 ? cNever : SteadyNow() + milliseconds * cNanosecondsPerMillisecond;
 }

@@ -13,9 +13,9 @@ namespace quayside2 {
 
 namespace {
 
-// A device has at most this many, as many devices can be open as a handle table holds, and some are to spare
-// for those being opened.
+// A device has at most this many descriptors.
 constexpr int cPlacesPerDevice = 3;
+// As many devices as a handle table holds, and some more that are being opened.
 constexpr int cPlaces = cPlacesPerDevice * (256 + 64);
 
 struct OpenDescriptors {

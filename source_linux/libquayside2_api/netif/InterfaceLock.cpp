@@ -49,7 +49,7 @@ KESTATUS InterfaceLock::Ask(unsigned interfaceIndex, Direction direction, bool& 
         return StatusForError(error);
     }
     const LockAddress name(interfaceIndex, direction);
-    // Only a name that nobody has refuses the connection; a socket of another kind has it all the same.
+    // ECONNREFUSED means that nobody has the name. With any other error somebody has it.
     isTaken = connect(socket.Descriptor(), name.Get(), name.size) == 0 || errno != ECONNREFUSED;
     return KESTATUS_SUCCESS;
 }

@@ -36,7 +36,7 @@ KESTATUS NetifControlDevice::GetState(std::string& state) const {
     int error = socket.OpenSocket(AF_PACKET, SOCK_RAW, 0);
     const bool isPrivileged = error == 0;
     if (error == EPERM || error == EACCES) {
-        error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0); // good enough for asking
+        error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0); // any socket can ask
     }
     if (error != 0) {
         return StatusForError(error);
@@ -138,7 +138,7 @@ KESTATUS NetifBackend::Enumerate(DeviceInstances& instances) const {
     }
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> list(first, freeifaddrs);
     ProcessFile socket;
-    // Without a socket nobody can be asked, and the products have their general names.
+    // Without a socket the kernel cannot be asked for drivers, and the products have their general names.
     static_cast<void>(socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0));
     for (Listed& listed : ListInterfaces(list.get())) {
         std::string driver = QueryDriver(socket.Descriptor(), listed.properties.friendlyName);

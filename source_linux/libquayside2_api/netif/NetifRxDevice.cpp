@@ -8,15 +8,15 @@ namespace quayside2::netif {
 
 namespace {
 
-// A capture may wait for its disk and does not mind frames that come late: few wake-ups and 4 s in hand. A
-// forwarder wants frames soon: 1 ms, and 1 s in hand.
+// A capture may wait for its disk, and its frames may come late: few wake-ups, and blocks for 4 s. A
+// forwarder wants frames soon: after 1 ms, and blocks for 1 s.
 constexpr PacketReceiver::RingSize cRingOfCapture = {128u << 10, 512, 8};
 constexpr PacketReceiver::RingSize cRingOfForwarder = {64u << 10, 1024, 1};
 
 } // namespace
 
 KESTATUS NetifRxDevice::Open() {
-    KESTATUS st = MakeReceiver(); // first, so that a missing privilege is what a user hears of
+    KESTATUS st = MakeReceiver(); // first, so that a missing privilege is reported before all else
     if (st == KESTATUS_SUCCESS) {
         st = mReceiver->CheckInterface(mInterfaceIndex);
     }

@@ -20,13 +20,13 @@ namespace {
 
 // A smaller ring is no longer worth having.
 constexpr std::uint32_t cMinRingBytes = 4u << 20;
-// What the kernel takes for the size of a frame when it checks the ring's measures; blocks hold frames of any
-// length.
+// The kernel asks for a size of frames to check that of the ring. Blocks hold frames of any length all the
+// same.
 constexpr std::uint32_t cNominalFrameBytes = 2048;
-// A waiting thread looks this often whether the interface is still there: the kernel tells when it goes down,
-// but no longer when it is removed after that.
+// A waiting thread looks this often whether the interface is still there. The kernel reports that it goes
+// down, but not that it is removed after that.
 constexpr std::int64_t cWaitSlice = 250 * cNanosecondsPerMillisecond;
-// How much later than after two block timeouts the kernel's timer may hand over a block that is not full.
+// The kernel's timer hands over a block that is not full after two block timeouts, or so much later.
 constexpr std::int64_t cTimerSlack = 20 * cNanosecondsPerMillisecond;
 
 timespec LessThanASecond(std::int64_t nanoseconds) noexcept {
@@ -105,7 +105,7 @@ KESTATUS PacketReceiver::CheckInterface(unsigned interfaceIndex) const noexcept 
 }
 
 KESTATUS PacketReceiver::Start(unsigned interfaceIndex) {
-    // The kernel counts memberships and drops this one when the socket is closed.
+    // The kernel counts memberships. It removes this one when the socket is closed.
     packet_mreq membership = {};
     membership.mr_ifindex = static_cast<int>(interfaceIndex);
     membership.mr_type = PACKET_MR_PROMISC;
@@ -131,7 +131,7 @@ bool PacketReceiver::Peek(Frame& frame) noexcept {
     return mHasFrame;
 }
 
-// The kernel is asked only when it has said that there is a loss, and when there is time.
+// Asks the kernel only when it has reported a loss, or when no frame is waiting.
 std::uint32_t PacketReceiver::TakeLoss() noexcept {
     return !mHasFrame || mRing.TakeLossMark() ? TakeDropCount() : 0;
 }
@@ -172,7 +172,7 @@ KESTATUS PacketReceiver::Wait(std::int64_t nanoseconds) noexcept {
     return st;
 }
 
-// A link that goes down says so once; reception goes on by itself when it is up again.
+// A link that goes down reports it once. Reception goes on by itself when the link is up again.
 KESTATUS PacketReceiver::CheckState() noexcept {
     int error = 0;
     socklen_t size = sizeof error;

@@ -1,6 +1,6 @@
-// A packet socket with its receive ring, for one enabling: it is made, started, read and thrown away.
+// A packet socket with its receive ring, for one enabling: it is made, started, read and destroyed.
 //
-// Wait and WakeWaiters are for any thread; everything else needs a lock of the caller's.
+// Wait and WakeWaiters are for any thread. For everything else the caller holds a lock.
 #ifndef QUAYSIDE2_NETIF_PACKETRECEIVER_H
 #define QUAYSIDE2_NETIF_PACKETRECEIVER_H
 
@@ -26,7 +26,7 @@ public:
     PacketReceiver() = default;
     ~PacketReceiver() override;
 
-    // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
+    // Takes the memory for the ring, or for a smaller one when there is not enough. Nothing is received yet.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
     [[nodiscard]] KESTATUS Create(const RingSize& size);
     // KESTATUS_DEVICE_REMOVED when there is no such interface.
@@ -39,13 +39,14 @@ public:
     [[nodiscard]] bool Peek(Frame& frame) noexcept override;
     [[nodiscard]] std::uint32_t TakeLoss() noexcept override;
     [[nodiscard]] bool Take(std::uint8_t* to) noexcept override;
-    // Frames that the kernel has dropped for want of room since the last call.
+    // Frames that the kernel has dropped since the last call because the ring was full.
     std::uint32_t TakeDropCount() noexcept;
 
-    // Sleeps until there may be frames, the waiters are woken, the time in nanoseconds is up, or a moment has
-    // passed. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the ring then.
+    // Sleeps until there may be frames, until WakeWaiters, until the time in nanoseconds is up, or for a
+    // quarter of a second. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the
+    // ring then.
     [[nodiscard]] KESTATUS Wait(std::int64_t nanoseconds) noexcept;
-    // Every waiting thread returns soon; later waits do not sleep at all.
+    // Every waiting thread returns soon. Later waits do not sleep at all.
     void WakeWaiters() noexcept;
 
 private:

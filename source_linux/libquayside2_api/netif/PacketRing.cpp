@@ -65,7 +65,7 @@ bool PacketRing::TakeLossMark() noexcept {
     return isMarked;
 }
 
-// Makes the next block that the kernel has handed over the one being read, unless one is.
+// Goes on to the next block when none is being read. False when the kernel has not handed it over.
 bool PacketRing::EnterBlock() noexcept {
     while (mFramesLeft == 0) {
         tpacket_hdr_v1& header = HeaderOf(Block());

@@ -16,10 +16,10 @@
 
 namespace quayside2::segment {
 
-// What the system call reads where it is handed a time.
+// The system call reads a time as two longs.
 static_assert(sizeof(timespec) == 2 * sizeof(long));
 
-// Sleeps while the word holds expected, at most the given time; may return earlier without a reason.
+// Sleeps while the word holds expected, at most the given time. May return earlier without a reason.
 inline void FutexWait(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
                       std::int64_t nanoseconds) noexcept {
     if (nanoseconds <= 0) {

@@ -25,7 +25,7 @@ public:
     void Start() noexcept;
     // Whether there is something to look at with Peek.
     bool HasData() const noexcept;
-    // Reading stops: senders that wait look again for whom they have to wait.
+    // Reading has been disabled: senders that wait for this port go on.
     void ReleaseSenders() noexcept;
 
     [[nodiscard]] bool Peek(Frame& frame) noexcept override;

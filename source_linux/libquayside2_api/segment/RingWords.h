@@ -1,8 +1,7 @@
 // Copying between private memory and a ring, word by word.
 //
-// A receiver may read a record while its sender, who has given it up, writes over it; the receiver notices
-// afterwards and forgets what it copied. Word-sized atomic accesses make that legal, and cost little more
-// than memcpy.
+// A receiver may read a record while the sender overwrites it. The receiver notices that afterwards and
+// forgets what it copied. Word-sized atomic accesses make that legal, and cost little more than memcpy.
 #ifndef QUAYSIDE2_SEGMENT_RINGWORDS_H
 #define QUAYSIDE2_SEGMENT_RINGWORDS_H
 

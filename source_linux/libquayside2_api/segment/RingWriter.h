@@ -1,7 +1,7 @@
 // The sending side of one ring.
 //
-// After construction nothing is read from the shared memory any more: what others do to it cannot mislead
-// the sender. Not for several threads at once.
+// After construction it reads nothing from the shared memory any more, so that damage cannot mislead the
+// sender. Not for several threads at once.
 #ifndef QUAYSIDE2_SEGMENT_RINGWRITER_H
 #define QUAYSIDE2_SEGMENT_RINGWRITER_H
 
@@ -14,8 +14,8 @@ namespace quayside2::segment {
 
 class RingWriter {
 public:
-    // Goes on where the last sender of this ring ended. What it sent can still be read, unless what it left
-    // makes no sense.
+    // Goes on where the last sender of this ring ended. What that one sent can still be read, unless the ring
+    // is damaged.
     RingWriter(Ring& ring, SenderState& state) noexcept;
 
     // End of all records, sent or not.
@@ -23,8 +23,8 @@ public:
     // End of the records that are sent.
     std::uint64_t SentEnd() const noexcept { return mSentEnd; }
 
-    // The next record needs everything before ReclaimWanted to be given up; when that is above Reclaimed,
-    // Reclaim has to be called before Append.
+    // The next record overwrites everything before ReclaimWanted. When that is above Reclaimed, Reclaim has
+    // to be called before Append.
     std::uint64_t ReclaimWanted() const noexcept;
     std::uint64_t Reclaimed() const noexcept { return mReclaimed; }
     void Reclaim(std::uint64_t position) noexcept;

@@ -15,7 +15,7 @@ public:
     SegmentControlDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
         : mProperties(properties), mPort(std::move(port)) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
-    // Whoever opened it holds it.
+    // Its holder asks, so nobody else has it.
     KESTATUS GetState(std::string& state) const override {
         state = "free";
         return KESTATUS_SUCCESS;
@@ -26,7 +26,7 @@ private:
     const std::unique_ptr<SegmentPort> mPort;
 };
 
-// The same without taking the port, for looking at one that somebody else may hold.
+// The same without taking the port, which somebody else may hold.
 class SegmentInspectDevice : public Device {
 public:
     SegmentInspectDevice(const DeviceProperties& properties, std::string path, std::uint32_t port)

@@ -87,9 +87,9 @@ KESTATUS TakeSetUpLock(int descriptor) {
     return KESTATUS_TIMEOUT;
 }
 
-// Reserves the file's memory, so that touching it can never fail later. Piece by piece: a signal undoes the
-// piece at hand, and a process with a fast timer would never come to the end of a large one. The size comes
-// first, so that a file of which only a part is reserved is known for an unfinished one.
+// Reserves the file's memory, so that touching it can never fail later. It does that piece by piece: a signal
+// undoes the piece at hand, and a process with a fast timer would never come to the end of a large one. The
+// file gets its size first, so that it is known to be unfinished while only a part is reserved.
 int Reserve(int descriptor) {
     if (ftruncate(descriptor, static_cast<off_t>(cFileBytes)) != 0) {
         return errno;
@@ -116,7 +116,7 @@ KESTATUS CheckFolder(const std::string& path) {
     if (statvfs(folder.c_str(), &info) != 0) {
         return KEStatusFromErrno(errno);
     }
-    // A file system without a limit says that it has 0 in all.
+    // A file system without a limit reports 0 in all.
     const bool isFull = info.f_blocks != 0 && info.f_bavail < (cFileBytes - 1) / info.f_frsize + 1;
     const bool hasNoPlace = info.f_files != 0 && info.f_favail == 0;
     return isFull || hasNoPlace ? KEStatusFromErrno(ENOSPC) : KESTATUS_SUCCESS;
@@ -164,8 +164,8 @@ KESTATUS SegmentFile::Open(const std::string& path) {
     return KESTATUS_BUSY;
 }
 
-// Opens the file or creates an empty one. In two steps, because a sticky folder may refuse O_CREAT on
-// another user's file with a status that would hide the reason.
+// Opens the file or creates an empty one. It takes two steps: a sticky folder may refuse O_CREAT on another
+// user's file with a status that would hide the reason.
 KESTATUS SegmentFile::OpenExisting(const std::string& path) {
     for (int tries = 0; tries < cOpenTries; ++tries) {
         int error = mFile.Open(path.c_str(), cOpenFlags, 0);
@@ -192,7 +192,7 @@ KESTATUS SegmentFile::CheckKind() const {
     if (fstat(mFile.Descriptor(), &info) != 0) {
         return KEStatusFromErrno(errno);
     }
-    // A file with a second name may be one that somebody else uses for something else.
+    // A file with a second name may have another purpose.
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1) {
         return KESTATUS_INVALID_FILE;
     }
@@ -202,8 +202,8 @@ KESTATUS SegmentFile::CheckKind() const {
     return KESTATUS_SUCCESS;
 }
 
-// Makes sure, under the set-up lock, that the file is complete. removed: its name was taken away
-// meanwhile, by a failed set-up or by the user, so another file has to be opened.
+// Completes the file, under the set-up lock. removed: its name was taken away meanwhile, by a failed set-up
+// or by the user, so another file has to be opened.
 KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
     const int descriptor = mFile.Descriptor();
     KESTATUS st = TakeSetUpLock(descriptor);
@@ -226,7 +226,7 @@ KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
             RemoveUnfinished(path);
         }
     }
-    // A file with holes is not one of ours, but harmless once they are filled.
+    // The library makes no file with holes, but such a file can be used when they are filled.
     if (st == KESTATUS_SUCCESS && !empty &&
         static_cast<std::uint64_t>(info.st_blocks) * cStatBlockBytes < cFileBytes) {
         const int error = Reserve(descriptor);
@@ -272,7 +272,7 @@ KESTATUS SegmentFile::CheckHeader(bool& empty) const {
     return KESTATUS_SUCCESS;
 }
 
-// The rest of the header goes before the magic number, which makes the file complete.
+// The magic number comes last; it makes the file complete.
 KESTATUS SegmentFile::Initialise() {
     const int descriptor = mFile.Descriptor();
     const int error = Reserve(descriptor);
@@ -350,7 +350,7 @@ KESTATUS SegmentFile::WaitUntilMade() const {
 
 bool SegmentFile::IsLocked(std::int64_t offset) const noexcept {
     flock lock = LockOf(F_WRLCK, offset);
-    // When the kernel will not say, assume a holder: that costs time, not frames.
+    // When the kernel does not answer, assume a holder: that costs time, not frames.
     return fcntl(mFile.Descriptor(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 

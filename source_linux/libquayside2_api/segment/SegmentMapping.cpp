@@ -31,7 +31,7 @@ KESTATUS SegmentMapping::Map(Area& area, int descriptor, int protection, std::ui
     }
     area.address = address;
     area.size = size;
-    // A forked child must not have it: a mapping keeps the file, and with it the port's lock, alive.
+    // A forked child must not have it: a mapping keeps the file open, and with it the port's lock.
     return madvise(address, size, MADV_DONTFORK) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
 }
 

@@ -11,8 +11,8 @@ namespace {
 
 // A waiting sender looks by itself this often: whether receivers died, and against a lost wake-up.
 constexpr std::int64_t cRoomSlice = 10 * cNanosecondsPerMillisecond;
-// A waiting sender is woken when this much more than the next block is free, so that a sender faster
-// than its receiver does not sleep for every block.
+// A waiting sender is woken when so much more than the next block is free. So a sender that is faster than
+// its receiver does not sleep for every block.
 constexpr std::uint64_t cRoomHysteresis = cRingBytes / 4;
 
 } // namespace

@@ -1,5 +1,5 @@
-// lane-check: receives numbered frames (lane_frame.h) and checks every byte of them, and that the sequence
-// numbers of the receive header tell of every lost frame.
+// lane-check: receives numbered frames (lane_frame.h) and checks every byte of them. Every lost frame has to
+// show in the sequence numbers of the receive header.
 //
 // Frames of one run must come in order, and between two of them the sequence number must grow exactly as
 // their own numbers do. Between the last frame of one run and the first of the next it must grow at least

@@ -1,5 +1,5 @@
-// Numbered test frames: every byte follows from the run (who sent) and the number, so that a receiver can
-// tell a torn, repeated or foreign frame from a good one.
+// Numbered test frames. Every byte follows from the run (who sent) and the number, so that a receiver
+// recognises a torn, repeated or foreign frame.
 //
 //   0   destination, broadcast     6   source, locally administered
 //   12  EtherType 0x88B5           14  run, u32        18  number, u32      22...  filler

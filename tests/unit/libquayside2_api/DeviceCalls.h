@@ -15,7 +15,7 @@ namespace testsupport {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t cBatchFrames = 64;
-// Milliseconds: longer than anything takes that works.
+// Milliseconds; anything that works takes less.
 constexpr int cGenerousTime = 10000;
 
 // A frame of this length with EtherType 0x88B5 whose other bytes depend on the number.
@@ -37,17 +37,17 @@ void Send(QBXDeviceHandle device, const Bytes& frame);
 // Submits frames of 60 bytes with the numbers 0 to 63: a full batch.
 void SubmitBatch(QBXDeviceHandle device);
 
-// What is ready on a handle with the receive header, frame or idle item. The buffer has room for the header
-// and so many bytes.
+// The item that is ready on a handle with the receive header, frame or idle item. The buffer has room for the
+// header and a frame of maxFrameBytes.
 std::optional<Item> TakeItem(QBXDeviceHandle device, std::size_t maxFrameBytes = 2048);
-// The same, waited for when nothing is ready, at most a generous time.
+// The same; waits a generous time when nothing is ready.
 std::optional<Item> ReceiveItem(QBXDeviceHandle device, std::size_t maxFrameBytes = 2048);
-// The next frame, waited for in the same way. Idle items before it are passed over.
+// The next frame; waits in the same way. Idle items before it are left out.
 std::optional<Item> Receive(QBXDeviceHandle device, std::size_t maxFrameBytes = 2048);
 // The status of taking an item into a buffer that is large enough.
 KESTATUS Get(QBXDeviceHandle device);
 
-// QBX_PROPERTY_LOST_FRAMES, which has to be known.
+// QBX_PROPERTY_LOST_FRAMES, which has to be there.
 std::uint64_t LostFrames(QBXDeviceHandle device);
 // A text property, which has to be there.
 std::string ReadText(QBXDeviceHandle device, std::uint32_t property);
