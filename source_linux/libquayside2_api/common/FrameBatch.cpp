@@ -4,8 +4,16 @@
 
 namespace quayside2 {
 
+namespace {
+
+constexpr std::size_t cAlignment = 16;
+
+} // namespace
+
 void FrameBatch::SetMaxFrameBytes(std::uint32_t bytes) {
-    mBytes.reset(new std::uint8_t[std::size_t{cMaxFrames} * bytes]); // not set to 0: most is never touched
+    const std::size_t placeBytes = (std::size_t{bytes} + cAlignment - 1) / cAlignment * cAlignment;
+    mBytes.reset(new std::uint8_t[cMaxFrames * placeBytes]); // not set to 0: most is never touched
+    mPlaceBytes = placeBytes;
     mMaxFrameBytes = bytes;
 }
 

@@ -42,15 +42,14 @@ public:
     void RemoveFirst(std::uint32_t count) noexcept;
 
 private:
-    std::uint8_t* Place(std::uint32_t place) const noexcept {
-        return mBytes.get() + std::size_t{place} * mMaxFrameBytes;
-    }
+    std::uint8_t* Place(std::uint32_t place) const noexcept { return mBytes.get() + place * mPlaceBytes; }
 
     std::uint32_t mMaxFrameBytes = 0;
-    std::uint32_t mFirst = 0; // the oldest frame's place
+    std::size_t mPlaceBytes = 0; // mMaxFrameBytes, rounded up so that every place is aligned for words
+    std::uint32_t mFirst = 0;    // the oldest frame's place
     std::uint32_t mCount = 0;
     std::array<std::uint32_t, cMaxFrames> mLengths{};
-    std::unique_ptr<std::uint8_t[]> mBytes; // places of mMaxFrameBytes each
+    std::unique_ptr<std::uint8_t[]> mBytes; // places of mPlaceBytes each
 };
 
 } // namespace quayside2

@@ -30,7 +30,6 @@ std::vector<std::string> OpenDescriptors(bool onlyInherited) {
 TEST_P(HandleConformance, WrongDirection) {
     const QBXDeviceHandle tx = OpenTx();
     const QBXDeviceHandle rx = OpenEnabledRx();
-    OpenDevices devices;
     std::uint8_t buffer[2048] = {};
     std::uint32_t length = 0;
     const auto expectNoReceiver = [&](QBXDeviceHandle device) {
