@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 
 #include "DeviceCalls.h"
 
@@ -26,6 +27,10 @@ struct DeviceKind {
     const char* name;
     std::unique_ptr<DevicePair> (*makePair)();
 };
+
+inline void PrintTo(const DeviceKind& kind, std::ostream* to) {
+    *to << kind.name;
+}
 
 class ConformanceFixture : public testing::TestWithParam<DeviceKind> {
 protected:

@@ -18,13 +18,13 @@ struct Woken {
     steady_clock::duration delay; // from the action on
 };
 
-// Waits without limit on another thread, lets it fall asleep, and then acts.
+// Waits a generous time on another thread, lets it fall asleep, and then acts.
 template <typename Action>
 Woken WaitUntil(QBXDeviceHandle device, Action&& action) {
     std::atomic<KESTATUS> st{KESTATUS_PENDING};
     steady_clock::time_point woken;
     std::thread waiter([&] {
-        const KESTATUS result = QBX_WaitForRawFrame(device, -1);
+        const KESTATUS result = QBX_WaitForRawFrame(device, cGenerousTime);
         woken = steady_clock::now();
         st = result;
     });
