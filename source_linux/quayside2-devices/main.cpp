@@ -1,5 +1,6 @@
-// quayside2-devices: lists the instances of the device library, for people and for scripts. It uses the
-// public device interface alone and disturbs nobody who uses a device.
+// quayside2-devices: lists the instances of the device library, for people and for scripts. It sees the
+// devices through the public device interface, has the texts of statuses from the toolbox, and disturbs
+// nobody who uses a device.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -20,8 +21,8 @@ struct DeviceLine {
     std::string name;
     std::string product;
     std::string macAddress;
-    std::string state; // one of a few words, or the status that opening it gave
-    std::string use;   // of a device in use of which a direction is free: "sending" or "receiving"
+    std::string state; // one of a few words, or the status of opening it
+    std::string use;   // "sending" or "receiving" when a device is in use in that direction alone
 };
 
 void PrintUsage(FILE* to) {
@@ -37,10 +38,10 @@ void PrintUsage(FILE* to) {
 }
 
 // As flowlane prints it.
-std::string StatusText(KESTATUS status) {
+std::string StatusText(KESTATUS st) {
     char number[16];
-    std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
-    return std::string(number) + "(" + kestrelon::KEStringForStatusCode(status) + ")";
+    std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(st));
+    return std::string(number) + "(" + kestrelon::KEStringForStatusCode(st) + ")";
 }
 
 std::string ReadText(QBXDeviceHandle device, std::uint32_t property) {
@@ -63,12 +64,12 @@ std::string ReadMacAddress(QBXDeviceHandle device) {
 // A word, or the status with which the device cannot be opened.
 std::string ReadState(QBXDeviceHandle device) {
     char text[QBX_PROPERTY_STRING_SIZE] = "";
-    const KESTATUS status = QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof text);
-    if (status == KESTATUS_SUCCESS) {
+    const KESTATUS st = QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof text);
+    if (st == KESTATUS_SUCCESS) {
         return text;
     }
-    // A library that does not tell: it could be opened.
-    return status == KESTATUS_NOT_FOUND ? "free" : StatusText(status);
+    // Another library, which has no such property: the device could be opened.
+    return st == KESTATUS_NOT_FOUND ? "free" : StatusText(st);
 }
 
 // Takes "sending" out of "in use (sending)".
@@ -84,9 +85,9 @@ DeviceLine ReadDevice(QBXEnumerationHandle devices, std::uint32_t index) {
     DeviceLine line;
     line.index = index;
     QBXDeviceHandle device = 0;
-    const KESTATUS status = QBX_OpenControlDevice(devices, index, &device);
-    if (status != KESTATUS_SUCCESS) {
-        line.state = status == KESTATUS_IN_USE ? "in use" : StatusText(status);
+    const KESTATUS st = QBX_OpenControlDevice(devices, index, &device);
+    if (st != KESTATUS_SUCCESS) {
+        line.state = st == KESTATUS_IN_USE ? "in use" : StatusText(st);
         return line;
     }
     line.name = ReadText(device, QBX_PROPERTY_FRIENDLY_NAME);
@@ -152,7 +153,7 @@ std::size_t Utf8Length(const std::string& text, std::size_t at) {
     return isWrong ? 0 : length;
 }
 
-// RFC 8259. Text that is not known is null; what is not UTF-8 becomes the replacement character.
+// RFC 8259. Unknown text is null. A byte that is not part of UTF-8 becomes the replacement character.
 std::string JsonText(const std::string& text) {
     if (text.empty()) {
         return "null";
@@ -193,13 +194,12 @@ void PrintJson(const std::vector<DeviceLine>& lines) {
 }
 
 int ListDevices(bool json) {
-    ::setenv("QUAYSIDE2_INSPECT", "1", 1); // look without taking
+    setenv("QUAYSIDE2_INSPECT", "1", 1); // look without taking
     QBXEnumerationHandle devices = 0;
     std::uint32_t count = 0;
-    const KESTATUS status = QBX_EnumerateDevices(QBXDeviceType_any, &devices, &count);
-    if (status != KESTATUS_SUCCESS) {
-        std::fprintf(stderr, "quayside2-devices: the devices cannot be listed: %s\n",
-                     StatusText(status).c_str());
+    const KESTATUS st = QBX_EnumerateDevices(QBXDeviceType_any, &devices, &count);
+    if (st != KESTATUS_SUCCESS) {
+        std::fprintf(stderr, "quayside2-devices: the devices cannot be listed: %s\n", StatusText(st).c_str());
         return cExitFailure;
     }
     std::vector<DeviceLine> lines;
@@ -209,7 +209,7 @@ int ListDevices(bool json) {
     }
     QBX_CloseEnumeration(devices);
     json ? PrintJson(lines) : PrintTable(lines);
-    // What was written before may have failed too.
+    // An earlier write may have failed too.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("quayside2-devices: standard output");
         return cExitFailure;

@@ -42,15 +42,15 @@ DeviceInstances SelectByName(const DeviceInstances& instances, std::string_view 
 
 KESTATUS ListDevices(DeviceInstances& instances) {
     DeviceInstances all;
-    KESTATUS status = segment::SegmentBackend().Enumerate(all);
-    if (status == KESTATUS_SUCCESS) {
-        status = netif::NetifBackend().Enumerate(all);
+    KESTATUS st = segment::SegmentBackend().Enumerate(all);
+    if (st == KESTATUS_SUCCESS) {
+        st = netif::NetifBackend().Enumerate(all);
     }
-    if (status != KESTATUS_SUCCESS) {
-        return status;
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     const char* names = std::getenv("QUAYSIDE2_DEVICES");
-    instances = SelectByName(all, names == nullptr ? std::string_view() : std::string_view(names));
+    instances = SelectByName(all, names ? std::string_view(names) : std::string_view());
     return KESTATUS_SUCCESS;
 }
 

@@ -8,12 +8,12 @@
 
 namespace quayside2 {
 
-// Lists what the back ends offer, narrowed and ordered by the environment variable QUAYSIDE2_DEVICES.
-KESTATUS ListDevices(DeviceInstances& instances);
+// Lists the instances of all back ends. The environment variable QUAYSIDE2_DEVICES selects and orders them.
+[[nodiscard]] KESTATUS ListDevices(DeviceInstances& instances);
 
-// Keeps the instances that names lists, in its order. names: friendly names separated by commas, blanks
-// around a name do not count; unknown names and repetitions are ignored. Of several instances with one
-// name the first is taken. An empty text keeps everything.
+// Returns the instances that names lists, in its order. names has friendly names separated by commas. Blanks
+// around a name, unknown names and repetitions are ignored. When several instances have one name, the first
+// is taken. An empty text selects all.
 DeviceInstances SelectByName(const DeviceInstances& instances, std::string_view names);
 
 } // namespace quayside2

@@ -1,7 +1,7 @@
 // Gives out small numbers for objects and finds the objects again.
 //
-// A handle holds a kind, a generation and a slot number, so that a closed handle, a number that never was
-// one and a handle of another table are all told from a living one. The table owns the objects.
+// A handle holds a kind, a generation and a slot number. So a closed handle, a handle of another table and a
+// number that never was a handle are recognised. The table owns the objects.
 //
 // Finding is lock-free and pins the object: Remove waits until nobody uses it any more. Handles in use on
 // different threads never share a cache line that is written.
@@ -46,7 +46,7 @@ public:
         Pin(Pin&& other) noexcept : mSlot(other.mSlot) { other.mSlot = nullptr; }
         Pin& operator=(Pin&&) = delete;
         ~Pin() {
-            if (mSlot == nullptr) {
+            if (!mSlot) {
                 return;
             }
             const std::uint64_t before = mSlot->word.fetch_sub(1, std::memory_order_acq_rel);
@@ -54,7 +54,7 @@ public:
                 mSlot->word.notify_all();
             }
         }
-        explicit operator bool() const noexcept { return mSlot != nullptr; }
+        explicit operator bool() const noexcept { return mSlot; }
         Object& operator*() const noexcept { return *mSlot->object; }
         Object* operator->() const noexcept { return mSlot->object.get(); }
 
@@ -101,8 +101,8 @@ public:
         return Pin(&slot);
     }
 
-    // Makes the handle invalid, calls wake(object) so that its users leave, waits for them and hands the
-    // object over. Null when the handle was not valid.
+    // Makes the handle invalid, calls wake(object) so that its users leave, waits for them and returns the
+    // object. Null when the handle was not valid.
     template <typename Wake>
     std::unique_ptr<Object> Remove(std::uint32_t handle, Wake&& wake) noexcept {
         Slot& slot = mSlots[handle % cCapacity];
@@ -126,8 +126,8 @@ public:
         return object;
     }
 
-    // For the handlers of a fork. Lock keeps the table still; Forget, in the child, makes every handle
-    // invalid without destroying an object: they belong to the parent, and their threads do not exist here.
+    // For the handlers of a fork. Lock keeps the table as it is. Forget, in the child, makes every handle
+    // invalid and destroys no object: the objects belong to the parent, and their threads do not exist here.
     void Lock() { mMutex.lock(); }
     void Unlock() { mMutex.unlock(); }
     void Forget() noexcept {

@@ -1,8 +1,9 @@
 #include "api/ProcessState.h"
 
-#include <chrono>
 #include <pthread.h>
 #include <unistd.h>
+
+#include <chrono>
 
 #include "common/ProcessFile.h"
 
@@ -36,7 +37,7 @@ void ChildAfterFork() {
 // Differs between processes and runs; no secret.
 std::uint32_t Seed() {
     const auto now = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
-    const std::uint64_t mixed = (now ^ static_cast<std::uint64_t>(::getpid()) << 32) * 0x9E3779B97F4A7C15ull;
+    const std::uint64_t mixed = (now ^ static_cast<std::uint64_t>(getpid()) << 32) * 0x9E3779B97F4A7C15ull;
     return static_cast<std::uint32_t>(mixed >> 40);
 }
 
@@ -46,7 +47,7 @@ ProcessState& ProcessState::Instance() {
     static ProcessState& sState = *[] {
         auto* const state = new ProcessState(Seed());
         // Only a lack of memory can make this fail; a fork then behaves as without handlers.
-        static_cast<void>(::pthread_atfork(PrepareFork, ParentAfterFork, ChildAfterFork));
+        static_cast<void>(pthread_atfork(PrepareFork, ParentAfterFork, ChildAfterFork));
         return state;
     }();
     return sState;

@@ -1,5 +1,5 @@
-// What the library holds for the whole process: the two handle tables, and the handlers that make a forked
-// child start with none of its parent's handles. Never destroyed; the kernel frees what a process leaves.
+// What the library holds for the whole process: the two handle tables. A forked child starts with empty ones.
+// Never destroyed; the kernel frees what a process leaves.
 #ifndef QUAYSIDE2_PROCESSSTATE_H
 #define QUAYSIDE2_PROCESSSTATE_H
 

@@ -16,9 +16,6 @@ using quayside2::ProcessState;
 
 namespace {
 
-constexpr std::uint32_t cMajorVersion = QBX_API_VERSION_MAJOR;
-constexpr std::uint32_t cMinorVersion = QBX_API_VERSION_MINOR;
-
 // Runs an operation and turns what it throws into a status.
 template <typename Operation>
 KESTATUS Guarded(Operation&& operation) noexcept {
@@ -51,9 +48,9 @@ KESTATUS OpenDevice(QBXEnumerationHandle enumeration, std::uint32_t index, const
         return KESTATUS_INVALID_INDEX;
     }
     std::unique_ptr<Device> device;
-    const KESTATUS status = (*instances)[index]->Open(mode, device);
-    if (status != KESTATUS_SUCCESS) {
-        return status;
+    const KESTATUS st = (*instances)[index]->Open(mode, device);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     const QBXDeviceHandle opened = state.devices.Insert(std::move(device));
     if (opened == 0) {
@@ -80,7 +77,7 @@ KESTATUS ReadTextProperty(const Device& device, std::uint32_t property, std::str
 
 KESTATUS CopyBinaryProperty(const void* value, std::uint32_t valueSize, void* buffer, std::uint32_t size,
                             std::uint32_t* returnedSize) {
-    if (returnedSize != nullptr) {
+    if (returnedSize) {
         *returnedSize = valueSize;
     }
     if (size < valueSize) {
@@ -93,15 +90,15 @@ KESTATUS CopyBinaryProperty(const void* value, std::uint32_t valueSize, void* bu
 } // namespace
 
 bool QBX_CheckApiVersion(uint32_t major, uint32_t minor) {
-    return major == cMajorVersion && minor <= cMinorVersion;
+    return major == QBX_API_VERSION_MAJOR && minor <= QBX_API_VERSION_MINOR;
 }
 
 uint32_t QBX_GetApiVersion(void) {
-    return cMajorVersion << 16 | cMinorVersion;
+    return QBX_API_VERSION_MAJOR << 16 | QBX_API_VERSION_MINOR;
 }
 
 KESTATUS QBX_EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* enumeration, uint32_t* count) {
-    if (enumeration == nullptr || count == nullptr) {
+    if (!enumeration || !count) {
         return KESTATUS_INVALID_PARAMETER;
     }
     *enumeration = 0;
@@ -111,9 +108,9 @@ KESTATUS QBX_EnumerateDevices(QBXDeviceType type, QBXEnumerationHandle* enumerat
     }
     return Guarded([&]() -> KESTATUS {
         auto instances = std::make_unique<DeviceInstances>();
-        const KESTATUS status = quayside2::ListDevices(*instances);
-        if (status != KESTATUS_SUCCESS) {
-            return status;
+        const KESTATUS st = quayside2::ListDevices(*instances);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
         }
         const auto found = static_cast<std::uint32_t>(instances->size());
         const QBXEnumerationHandle handle =
@@ -136,7 +133,7 @@ KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle enumeration) {
 }
 
 KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_t index, QBXDeviceHandle* device) {
-    if (device == nullptr) {
+    if (!device) {
         return KESTATUS_INVALID_PARAMETER;
     }
     *device = 0;
@@ -145,7 +142,7 @@ KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_t index,
 
 KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
                              QBXRawHeaderType headerType, QBXDeviceHandle* device, uint32_t reserved2) {
-    if (device == nullptr) {
+    if (!device) {
         return KESTATUS_INVALID_PARAMETER;
     }
     *device = 0;
@@ -160,7 +157,7 @@ KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle enumeration, uint32_t index, u
 
 KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t index, uint32_t reserved1,
                              QBXRawHeaderType headerType, QBXDeviceHandle* device, uint32_t reserved2) {
-    if (device == nullptr) {
+    if (!device) {
         return KESTATUS_INVALID_PARAMETER;
     }
     *device = 0;
@@ -188,13 +185,13 @@ KESTATUS QBX_CloseDevice(QBXDeviceHandle device) {
 
 KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, char* buffer, uint32_t size) {
     return WithDevice(device, [&](const Device& opened) -> KESTATUS {
-        if (buffer == nullptr) {
+        if (!buffer) {
             return KESTATUS_INVALID_PARAMETER;
         }
         std::string text;
-        const KESTATUS status = ReadTextProperty(opened, property, text);
-        if (status != KESTATUS_SUCCESS) {
-            return status;
+        const KESTATUS st = ReadTextProperty(opened, property, text);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
         }
         if (size == 0) {
             return KESTATUS_BUFFER_TOO_SMALL;
@@ -209,7 +206,7 @@ KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, uint32_t property, 
 KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t property, void* buffer, uint32_t size,
                                      uint32_t* returnedSize) {
     return WithDevice(device, [&](Device& opened) -> KESTATUS {
-        if (buffer == nullptr) {
+        if (!buffer) {
             return KESTATUS_INVALID_PARAMETER;
         }
         switch (property) {
@@ -220,10 +217,10 @@ KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle device, uint32_t property, 
         }
         case QBX_PROPERTY_LOST_FRAMES: {
             std::uint64_t count = 0;
-            const KESTATUS status = opened.GetLostFrames(count);
-            return status == KESTATUS_SUCCESS
-                       ? CopyBinaryProperty(&count, sizeof(count), buffer, size, returnedSize)
-                       : status;
+            const KESTATUS st = opened.GetLostFrames(count);
+            return st == KESTATUS_SUCCESS
+                       ? CopyBinaryProperty(&count, sizeof count, buffer, size, returnedSize)
+                       : st;
         }
         default:
             return KESTATUS_NOT_FOUND;
@@ -246,17 +243,17 @@ KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs) {
 KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType* type, void* buffer,
                                  uint32_t bufferSize, uint32_t* receivedLength) {
     return WithDevice(device, [&](Device& opened) -> KESTATUS {
-        if (buffer == nullptr || receivedLength == nullptr) {
+        if (!buffer || !receivedLength) {
             return KESTATUS_INVALID_PARAMETER;
         }
         QBXRawFrameType received = QBXRawFrameType_Unknown;
         *receivedLength = 0;
-        const KESTATUS status = opened.GetReceivedRawFrame(received, static_cast<std::uint8_t*>(buffer),
-                                                           bufferSize, *receivedLength);
-        if (type != nullptr) {
+        const KESTATUS st = opened.GetReceivedRawFrame(received, static_cast<std::uint8_t*>(buffer),
+                                                       bufferSize, *receivedLength);
+        if (type) {
             *type = received;
         }
-        return status;
+        return st;
     });
 }
 
@@ -270,7 +267,7 @@ KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, int32_t 
 
 KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length, uint32_t* reserved) {
     return WithDevice(device, [&](Device& opened) -> KESTATUS {
-        if (frame == nullptr || reserved != nullptr) {
+        if (!frame || reserved) {
             return KESTATUS_INVALID_PARAMETER;
         }
         return opened.SubmitRawFrame(static_cast<const std::uint8_t*>(frame), length);

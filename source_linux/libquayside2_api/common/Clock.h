@@ -2,9 +2,10 @@
 #ifndef QUAYSIDE2_CLOCK_H
 #define QUAYSIDE2_CLOCK_H
 
+#include <time.h>
+
 #include <cstdint>
 #include <limits>
-#include <time.h>
 
 namespace quayside2 {
 
@@ -13,8 +14,8 @@ inline constexpr std::int64_t cNanosecondsPerMillisecond = 1'000'000;
 inline constexpr std::int64_t cNever = std::numeric_limits<std::int64_t>::max();
 
 inline std::int64_t ReadClock(clockid_t clock) noexcept {
-    struct timespec time = {};
-    ::clock_gettime(clock, &time);
+    timespec time = {};
+    clock_gettime(clock, &time);
     return static_cast<std::int64_t>(time.tv_sec) * cNanosecondsPerSecond + time.tv_nsec;
 }
 
@@ -27,7 +28,7 @@ inline std::uint64_t TimeOfDay() noexcept {
     return static_cast<std::uint64_t>(ReadClock(CLOCK_REALTIME));
 }
 
-// The steady time at which a wait of this many milliseconds ends; negative: cNever.
+// The steady time at which a wait of this many milliseconds ends. cNever for a negative number.
 inline std::int64_t DeadlineAfter(std::int32_t milliseconds) noexcept {
     return milliseconds < 0 ? cNever : SteadyNow() + milliseconds * cNanosecondsPerMillisecond;
 }

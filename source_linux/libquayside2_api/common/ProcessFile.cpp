@@ -1,20 +1,21 @@
 #include "common/ProcessFile.h"
 
-#include <cerrno>
 #include <fcntl.h>
-#include <mutex>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
 #include <utility>
 
 namespace quayside2 {
 
 namespace {
 
-// A device has at most this many, as many devices can be open as a handle table holds, and some are to spare
-// for those being opened.
+// A device has at most this many descriptors.
 constexpr int cPlacesPerDevice = 3;
+// As many devices as a handle table holds, and some more that are being opened.
 constexpr int cPlaces = cPlacesPerDevice * (256 + 64);
 
 struct OpenDescriptors {
@@ -72,15 +73,15 @@ int ProcessFile::Take(Opener&& open) {
 }
 
 int ProcessFile::Open(const char* path, int flags, mode_t mode) {
-    return Take([&] { return ::open(path, flags | O_CLOEXEC, mode); });
+    return Take([&] { return open(path, flags | O_CLOEXEC, mode); });
 }
 
 int ProcessFile::OpenSocket(int domain, int type, int protocol) {
-    return Take([&] { return ::socket(domain, type | SOCK_CLOEXEC, protocol); });
+    return Take([&] { return socket(domain, type | SOCK_CLOEXEC, protocol); });
 }
 
 int ProcessFile::OpenEvent() {
-    return Take([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
+    return Take([] { return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
 }
 
 void ProcessFile::Close() noexcept {
@@ -90,7 +91,7 @@ void ProcessFile::Close() noexcept {
     OpenDescriptors& list = List();
     const std::lock_guard lock(list.mutex);
     int& descriptor = list.descriptors[std::exchange(mPlace, -1)];
-    ::close(std::exchange(descriptor, -1));
+    close(std::exchange(descriptor, -1));
 }
 
 int ProcessFile::Descriptor() const noexcept {
@@ -110,7 +111,7 @@ void ProcessFile::ChildAfterFork() {
     OpenDescriptors& list = List();
     for (int& descriptor : list.descriptors) {
         if (descriptor >= 0) {
-            ::close(std::exchange(descriptor, -1));
+            close(std::exchange(descriptor, -1));
         }
     }
     list.mutex.unlock();

@@ -1,7 +1,7 @@
 // A file descriptor that belongs to this process alone.
 //
-// It is closed by exec, and a child made by fork closes its copy at once: the lock that a descriptor
-// carries would otherwise outlive the parent in a child that knows nothing of it. From any thread.
+// Exec closes it, and a child made by fork closes its copy at once. Otherwise the lock of a descriptor would
+// live on in a child that does not know of it. From any thread.
 #ifndef QUAYSIDE2_PROCESSFILE_H
 #define QUAYSIDE2_PROCESSFILE_H
 
@@ -20,13 +20,13 @@ public:
     ProcessFile& operator=(ProcessFile&& other) noexcept;
     ~ProcessFile() { Close(); }
 
-    // open(2); flags get O_CLOEXEC. A file that is still open is closed first. Returns 0 or an errno value,
-    // ENFILE too when this process has no place to remember another descriptor.
-    int Open(const char* path, int flags, mode_t mode);
-    // socket(2); type gets SOCK_CLOEXEC. Otherwise as Open.
-    int OpenSocket(int domain, int type, int protocol);
-    // eventfd(2), closed by exec, that never blocks. Otherwise as Open.
-    int OpenEvent();
+    // open(2); O_CLOEXEC is added to flags. A file that is still open is closed first. Returns 0 or an errno
+    // value. ENFILE also means that this process has no place to remember another descriptor.
+    [[nodiscard]] int Open(const char* path, int flags, mode_t mode);
+    // socket(2); SOCK_CLOEXEC is added to type. Otherwise as Open.
+    [[nodiscard]] int OpenSocket(int domain, int type, int protocol);
+    // eventfd(2) that never blocks. Otherwise as Open.
+    [[nodiscard]] int OpenEvent();
     void Close() noexcept;
 
     bool IsOpen() const noexcept { return mPlace >= 0; }

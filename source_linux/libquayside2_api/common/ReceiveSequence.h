@@ -1,8 +1,8 @@
-// The numbers in the receive headers of one handle, from which its user learns of every loss.
+// The numbers in the receive headers of one handle. They show every loss.
 //
-// Each delivered item, frame or idle item, has the next number; a loss is a gap before the next item. So the
-// first item after an enabling must not be the one with the gap: an idle item comes before it. Not for
-// several threads at once.
+// Each delivered item, frame or idle item, has the next number. A loss is a gap before the next item. A
+// reader sees a gap only when it has a number to compare with: when frames are lost before the first item, an
+// idle item comes first. Not for several threads at once.
 #ifndef QUAYSIDE2_RECEIVESEQUENCE_H
 #define QUAYSIDE2_RECEIVESEQUENCE_H
 
@@ -17,23 +17,25 @@ public:
     void Start() noexcept {
         mNext = 0;
         mIsBegun = false;
-        mUntold = 0;
+        mUnreported = 0;
     }
 
     // Frames were lost because the reader was too slow.
     void Lose(std::uint32_t count) noexcept {
-        mUntold += count;
+        mUnreported += count;
         mLost += count;
     }
     // A frame is left out because it does not fit into the reader's buffer.
-    void Skip() noexcept { ++mUntold; }
+    void Skip() noexcept { ++mUnreported; }
 
     // Whether an idle item is due before the next frame. isFrameReady: that frame is there.
-    bool IsIdleDue(bool isFrameReady) const noexcept { return mUntold != 0 && (!isFrameReady || !mIsBegun); }
+    bool IsIdleDue(bool isFrameReady) const noexcept {
+        return mUnreported != 0 && (!isFrameReady || !mIsBegun);
+    }
     // The number of the item that is delivered now.
     std::uint32_t Take() noexcept {
         if (mIsBegun) {
-            mNext += std::exchange(mUntold, 0);
+            mNext += std::exchange(mUnreported, 0);
         }
         mIsBegun = true;
         return mNext++;
@@ -44,8 +46,8 @@ public:
 
 private:
     std::uint32_t mNext = 0;
-    bool mIsBegun = false;     // an item was delivered since the enabling
-    std::uint32_t mUntold = 0; // lost and skipped frames that no number has shown yet
+    bool mIsBegun = false;         // an item was delivered since the enabling
+    std::uint32_t mUnreported = 0; // lost and skipped frames that no gap has shown yet
     std::uint64_t mLost = 0;
 };
 

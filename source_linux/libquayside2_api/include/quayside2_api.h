@@ -1,9 +1,9 @@
 // The device interface: enumerate network devices, open one, send and receive raw Ethernet frames.
-// C ABI, usable from C and C++. Interface version 2.20.
+// C ABI, usable from C and C++.
 //
-// Handles are 32-bit numbers; 0 is no handle. They belong to the process that got them and never
-// become pointers: a stale, zero or foreign handle is answered with KESTATUS_INVALID_HANDLE. In a child
-// made by fork the parent's handles are foreign.
+// Handles are 32-bit numbers; 0 is no handle. They belong to the process that got them. A handle that was
+// closed, that never was one, or that is another process's gives KESTATUS_INVALID_HANDLE. A child made by
+// fork is another process.
 //
 // Threads: every function may be called from several threads at once. Frames of one transmit handle
 // are sent in the order in which SubmitRawFrame took them; when several threads submit on one handle
@@ -36,8 +36,8 @@
 #define QBX_API
 #endif
 
-// The enumerations are 32 bits wide in both languages. In C++ that is said, so that a value which is no
-// enumerator can be passed and answered with a status.
+// The enumerations are 32 bits wide in both languages. C++ has to be told, so that it allows values that are
+// no enumerators. The library answers those with a status.
 #ifdef __cplusplus
 #define QBX_ENUM_U32 : uint32_t
 #define QBX_ENUM_I32 : int32_t
@@ -52,7 +52,7 @@ typedef uint32_t QBXEnumerationHandle;
 // An opened device; 0 is none.
 typedef uint32_t QBXDeviceHandle;
 
-// What stands before each received frame.
+// What comes before each received frame.
 typedef enum QBXRawHeaderType QBX_ENUM_U32 {
     QBXRawHeaderType_None = 0, // nothing: the buffer holds the bare Ethernet frame
     QBXRawHeaderType_1 = 1,    // not supported by this library
@@ -88,16 +88,16 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 #define QBX_PROPERTY_MAC_ADDRESS 0x8110u    // binary: the device's own MAC address, 6 bytes in wire order
 #define QBX_PROPERTY_FRIENDLY_NAME 0x8118u  // text: name of the instance, at most 255 bytes and a zero
 
-// Properties of this library alone; another one answers KESTATUS_NOT_FOUND.
+// Properties of this library alone. Another library returns KESTATUS_NOT_FOUND.
 // Text: "free", "link down" (nothing can be sent or received now), "no privilege", "in use", "in use
-// (sending)" or "in use (receiving)" when the other direction is free, "removed". For a handle opened for
-// control; others answer KESTATUS_NOT_FOUND. Where the device cannot be opened at all, reading the property
-// fails with the status that opening it would give.
+// (sending)" or "in use (receiving)" when the other direction is free, "removed". For handles opened for
+// control; others give KESTATUS_NOT_FOUND. When the device cannot be opened at all, reading the property
+// returns the status that opening it would return.
 #define QBX_PROPERTY_STATE 0x81F0u
 // Binary: 8 bytes, native byte order. Counts the frames that a raw handle has lost so far: submitted frames
-// that could not be sent, or received ones for which the reader was too slow. Handles opened for control
-// answer KESTATUS_NOT_FOUND. On the virtual segment a loss is known when the frame behind it is looked at,
-// and senders lose nothing: what a receiver misses is its own loss.
+// that could not be sent, or received frames for which the reader was too slow. Handles opened for control
+// give KESTATUS_NOT_FOUND. On the virtual segment senders lose nothing: what a receiver misses is its own
+// loss. It is counted when the receiver comes to the frame behind it.
 #define QBX_PROPERTY_LOST_FRAMES 0x81F1u
 
 // Buffer size, terminator included, that holds every text property.
@@ -107,11 +107,11 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 // version, and a minor version not above the library's own.
 QBX_API bool QBX_CheckApiVersion(uint32_t major, uint32_t minor);
 
-// The library's interface version: major in bits 31..16, minor in bits 15..0. 2.20 is 0x00020014.
+// The library's interface version: major in bits 31..16, minor in bits 15..0.
 QBX_API uint32_t QBX_GetApiVersion(void);
 
-// Lists the devices. *count gets their number; instances are addressed by index 0 to *count - 1
-// until the enumeration is closed. An empty list is a success with *count 0.
+// Lists the devices. *count gets their number. Instances have the indexes 0 to *count - 1 until the
+// enumeration is closed. An empty list is a success with *count 0.
 //   KESTATUS_INVALID_TYPE       type is not QBXDeviceType_any
 //   KESTATUS_INVALID_PARAMETER  the environment names a virtual segment that cannot exist
 //   KESTATUS_NO_RESOURCES       too many enumerations are open
@@ -122,10 +122,10 @@ QBX_API KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle enumeration);
 
 // Opens an instance to read its properties. A port of the virtual segment has one holder at a time, of any
 // kind; a network interface has one that sends and one that receives, and any number for control. With the
-// environment variable QUAYSIDE2_INSPECT opening for control takes nothing anywhere.
+// environment variable QUAYSIDE2_INSPECT opening for control takes no device.
 //   KESTATUS_INVALID_INDEX  no such instance
-//   KESTATUS_IN_USE         somebody holds the instance, in this or another process. One that is open
-//                           for control only is waited for a moment.
+//   KESTATUS_IN_USE         somebody holds the instance, in this or another process. A holder that opened
+//                           it for control only is waited for, 200 ms at most.
 //   KESTATUS_NO_RESOURCES   too many devices are open in this process
 //   others                  the instance cannot be reached, see docs/device-library.md
 QBX_API KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle enumeration, uint32_t index,
@@ -152,10 +152,10 @@ QBX_API KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle enumeration, uint32_t 
                                      QBXRawHeaderType headerType, QBXDeviceHandle* device,
                                      uint32_t reserved2);
 
-// Closes a device. Frames submitted and not yet sent go out first, within the time limit of
-// QBX_SendRawFrames. A thread that waits on the handle wakes with KESTATUS_INVALID_HANDLE. Frames that a
-// network interface does not take in that time are lost without a word: who must know calls QBX_SendRawFrames
-// first and reads QBX_PROPERTY_LOST_FRAMES.
+// Closes a device. Frames submitted and not yet sent are sent first, within the time limit of
+// QBX_SendRawFrames. A thread that waits on the handle gets KESTATUS_INVALID_HANDLE. Frames that a network
+// interface does not take in that time are lost, and nobody is told. A caller who must know calls
+// QBX_SendRawFrames first and reads QBX_PROPERTY_LOST_FRAMES.
 QBX_API KESTATUS QBX_CloseDevice(QBXDeviceHandle device);
 
 // Copies a text property, zero-terminated, into buffer of size bytes.
@@ -182,10 +182,10 @@ QBX_API KESTATUS QBX_EnableRawRx(QBXDeviceHandle device);
 //   KESTATUS_WRONG_DIRECTION  not a receive handle
 QBX_API KESTATUS QBX_DisableRawRx(QBXDeviceHandle device);
 
-// Waits until at least one received frame is ready. timeoutMs: milliseconds, 0 only looks, a negative
-// value waits without limit.
+// Waits until at least one received frame is ready. timeoutMs is a number of milliseconds; 0 only looks, and
+// a negative value waits without limit.
 //   KESTATUS_TIMEOUT      no frame came in time
-//   KESTATUS_NOT_ENABLED  delivery is or was stopped meanwhile
+//   KESTATUS_NOT_ENABLED  delivery does not run, or was stopped meanwhile
 //   KESTATUS_INVALID_HANDLE  also when the handle is closed meanwhile
 //   KESTATUS_DEVICE_REMOVED  the device is gone
 QBX_API KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs);
@@ -196,20 +196,20 @@ QBX_API KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle device, int32_t timeoutMs);
 //   KESTATUS_NO_DATA           nothing is ready
 //   KESTATUS_NOT_ENABLED       delivery is stopped
 //   KESTATUS_BUFFER_TOO_SMALL  the buffer cannot hold even the receive header
-// A frame longer than the buffer is left out; the next sequence number shows it.
+// A frame longer than the buffer is left out. The next sequence number shows the gap.
 QBX_API KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle device, QBXRawFrameType* type, void* buffer,
                                          uint32_t bufferSize, uint32_t* receivedLength);
 
-// Tells whether a frame of length bytes can be submitted now.
-//   KESTATUS_NO_SPACE         the batch is full: QBX_SendRawFrames makes room
+// Says whether a frame of length bytes can be submitted now. The length is checked first.
+//   KESTATUS_NO_SPACE         the batch has no place for it: QBX_SendRawFrames makes room
 //   KESTATUS_INVALID_LENGTH   the link cannot carry it (below 14 bytes, or above the MTU + 14, + 4 with
 //                             a VLAN tag)
 //   KESTATUS_WRONG_DIRECTION  not a transmit handle
 QBX_API KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle device, uint32_t length);
 
 // Waits until count frames can be submitted (count 1 or more, at most the size of the batch), at most
-// timeoutMs milliseconds; a negative value waits without limit. Sends the batch when that makes room; what
-// finds no room in time stays in it.
+// timeoutMs milliseconds; a negative value waits without limit. Sends the batch when that makes room. What
+// could not be sent in time stays in the batch.
 //   KESTATUS_TIMEOUT            no room in time
 //   KESTATUS_INVALID_PARAMETER  count is 0 or above the size of the batch
 //   KESTATUS_INVALID_HANDLE     also when the handle is closed meanwhile
@@ -222,9 +222,9 @@ QBX_API KESTATUS QBX_WaitForTxResources(QBXDeviceHandle device, uint32_t count, 
 QBX_API KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle device, const void* frame, uint32_t length,
                                     uint32_t* reserved);
 
-// Hands the batch to the wire, waiting a bounded time for room. Afterwards it is empty, of what other threads
-// submitted meanwhile too: frames that a network interface did not take in that time, or whose link is down,
-// are counted (QBX_PROPERTY_LOST_FRAMES), which is no failure.
+// Sends the batch. Waits for room, one second at most in all. Afterwards the batch is empty; that includes
+// what other threads submitted meanwhile. Frames that a network interface did not take in that time, or whose
+// link is down, are lost and counted (QBX_PROPERTY_LOST_FRAMES). That is no failure.
 //   KESTATUS_NO_DATA         the batch was empty
 //   KESTATUS_DEVICE_REMOVED  the device is gone
 //   KESTATUS_INVALID_LENGTH, others  the system refuses a frame, which is counted; the rest is sent

@@ -1,10 +1,11 @@
 #include "netif/InterfaceLock.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include "netif/NetifQuery.h"
 
@@ -14,18 +15,17 @@ namespace {
 
 // A name begins with a zero byte and has no terminator.
 struct LockAddress {
-    struct sockaddr_un address = {};
+    sockaddr_un address = {};
     socklen_t size = 0;
 
     LockAddress(unsigned interfaceIndex, InterfaceLock::Direction direction) noexcept {
         address.sun_family = AF_UNIX;
         const char* const use = direction == InterfaceLock::Direction::Receive ? "receive" : "transmit";
-        const int length = std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1,
+        const int length = std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1,
                                          "quayside2-interface-%u-%s", interfaceIndex, use);
-        size = static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + 1 +
-                                      static_cast<std::size_t>(length));
+        size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(length));
     }
-    const struct sockaddr* Get() const noexcept { return reinterpret_cast<const struct sockaddr*>(&address); }
+    const sockaddr* Get() const noexcept { return reinterpret_cast<const sockaddr*>(&address); }
 };
 
 } // namespace
@@ -36,7 +36,7 @@ KESTATUS InterfaceLock::Take(unsigned interfaceIndex, Direction direction) {
         return StatusForError(error);
     }
     const LockAddress name(interfaceIndex, direction);
-    if (::bind(mSocket.Descriptor(), name.Get(), name.size) == 0) {
+    if (bind(mSocket.Descriptor(), name.Get(), name.size) == 0) {
         return KESTATUS_SUCCESS;
     }
     return errno == EADDRINUSE ? KESTATUS_IN_USE : StatusForError(errno);
@@ -49,8 +49,8 @@ KESTATUS InterfaceLock::Ask(unsigned interfaceIndex, Direction direction, bool& 
         return StatusForError(error);
     }
     const LockAddress name(interfaceIndex, direction);
-    // Only a name that nobody has refuses the connection; a socket of another kind has it all the same.
-    isTaken = ::connect(socket.Descriptor(), name.Get(), name.size) == 0 || errno != ECONNREFUSED;
+    // ECONNREFUSED means that nobody has the name. With any other error somebody has it.
+    isTaken = connect(socket.Descriptor(), name.Get(), name.size) == 0 || errno != ECONNREFUSED;
     return KESTATUS_SUCCESS;
 }
 

@@ -1,7 +1,7 @@
 // Who sends and who receives on an interface: one holder for each direction.
 //
-// The lock is the name of a socket in the abstract name space: it belongs to the network namespace as the
-// interface does, and the kernel frees it when its holder dies, however that happens.
+// The lock is the name of a socket in the abstract name space. It belongs to the network namespace, as the
+// interface does. The kernel frees it when its holder dies, however that happens.
 #ifndef QUAYSIDE2_NETIF_INTERFACELOCK_H
 #define QUAYSIDE2_NETIF_INTERFACELOCK_H
 
@@ -15,10 +15,10 @@ public:
     enum class Direction { Receive, Transmit };
 
     // KESTATUS_IN_USE when somebody holds it, in this or another process.
-    KESTATUS Take(unsigned interfaceIndex, Direction direction);
+    [[nodiscard]] KESTATUS Take(unsigned interfaceIndex, Direction direction);
 
-    // Asks without taking it, so that nobody is refused meanwhile.
-    static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
+    // Asks whether somebody holds it, without taking it: nobody else is refused meanwhile.
+    [[nodiscard]] static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
 
 private:
     ProcessFile mSocket;

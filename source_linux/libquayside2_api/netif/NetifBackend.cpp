@@ -1,12 +1,13 @@
 #include "netif/NetifBackend.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <ifaddrs.h>
 #include <linux/if_arp.h>
 #include <linux/if_packet.h>
 #include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "netif/InterfaceLock.h"
 #include "netif/NetifQuery.h"
@@ -35,42 +36,42 @@ KESTATUS NetifControlDevice::GetState(std::string& state) const {
     int error = socket.OpenSocket(AF_PACKET, SOCK_RAW, 0);
     const bool isPrivileged = error == 0;
     if (error == EPERM || error == EACCES) {
-        error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0); // good enough for asking
+        error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0); // any socket can ask
     }
     if (error != 0) {
         return StatusForError(error);
     }
     bool isLinkUp = false;
-    KESTATUS status = QueryIsLinkUp(socket.Descriptor(), mInterfaceIndex, isLinkUp);
-    if (status == KESTATUS_DEVICE_REMOVED) {
+    KESTATUS st = QueryIsLinkUp(socket.Descriptor(), mInterfaceIndex, isLinkUp);
+    if (st == KESTATUS_DEVICE_REMOVED) {
         state = "removed";
         return KESTATUS_SUCCESS;
     }
     using Direction = InterfaceLock::Direction;
     bool isReceiving = false;
     bool isSending = false;
-    if (status == KESTATUS_SUCCESS) {
-        status = InterfaceLock::Ask(mInterfaceIndex, Direction::Receive, isReceiving);
+    if (st == KESTATUS_SUCCESS) {
+        st = InterfaceLock::Ask(mInterfaceIndex, Direction::Receive, isReceiving);
     }
-    if (status == KESTATUS_SUCCESS) {
-        status = InterfaceLock::Ask(mInterfaceIndex, Direction::Transmit, isSending);
+    if (st == KESTATUS_SUCCESS) {
+        st = InterfaceLock::Ask(mInterfaceIndex, Direction::Transmit, isSending);
     }
     if (isReceiving || isSending) {
         state = isReceiving && isSending ? "in use" : isReceiving ? "in use (receiving)" : "in use (sending)";
     } else {
         state = !isPrivileged ? "no privilege" : isLinkUp ? "free" : "link down";
     }
-    return status;
+    return st;
 }
 
 template <typename OpenedDevice, typename... Arguments>
 KESTATUS OpenAs(std::unique_ptr<Device>& device, Arguments&&... arguments) {
     auto opened = std::make_unique<OpenedDevice>(arguments...);
-    const KESTATUS status = opened->Open();
-    if (status == KESTATUS_SUCCESS) {
+    const KESTATUS st = opened->Open();
+    if (st == KESTATUS_SUCCESS) {
         device = std::move(opened);
     }
-    return status;
+    return st;
 }
 
 class NetifInstance : public DeviceInstance {
@@ -105,13 +106,13 @@ struct Listed {
     DeviceProperties properties;
 };
 
-std::vector<Listed> ListInterfaces(const struct ifaddrs* first) {
+std::vector<Listed> ListInterfaces(const ifaddrs* first) {
     std::vector<Listed> found;
-    for (const struct ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_PACKET) {
+    for (const ifaddrs* entry = first; entry; entry = entry->ifa_next) {
+        if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_PACKET) {
             continue;
         }
-        const auto& address = *reinterpret_cast<const struct sockaddr_ll*>(entry->ifa_addr);
+        const auto& address = *reinterpret_cast<const sockaddr_ll*>(entry->ifa_addr);
         const bool isLoopback = address.sll_hatype == ARPHRD_LOOPBACK;
         if (!isLoopback && address.sll_hatype != ARPHRD_ETHER) {
             continue;
@@ -131,13 +132,14 @@ std::vector<Listed> ListInterfaces(const struct ifaddrs* first) {
 } // namespace
 
 KESTATUS NetifBackend::Enumerate(DeviceInstances& instances) const {
-    struct ifaddrs* first = nullptr;
-    if (::getifaddrs(&first) != 0) {
+    ifaddrs* first = nullptr;
+    if (getifaddrs(&first) != 0) {
         return KESTATUS_SUCCESS;
     }
-    const std::unique_ptr<struct ifaddrs, decltype(&::freeifaddrs)> list(first, ::freeifaddrs);
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> list(first, freeifaddrs);
     ProcessFile socket;
-    socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0);
+    // Without a socket the kernel cannot be asked for drivers, and the products have their general names.
+    static_cast<void>(socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0));
     for (Listed& listed : ListInterfaces(list.get())) {
         std::string driver = QueryDriver(socket.Descriptor(), listed.properties.friendlyName);
         if (driver.empty()) {

@@ -11,8 +11,8 @@ namespace quayside2::netif {
 class NetifBackend : public DeviceBackend {
 public:
     // The Ethernet interfaces of this network namespace by interface index, the loopback interface last. None
-    // when the kernel does not tell, for example in a sandbox.
-    KESTATUS Enumerate(DeviceInstances& instances) const override;
+    // when the kernel does not list them, for example in a sandbox.
+    [[nodiscard]] KESTATUS Enumerate(DeviceInstances& instances) const override;
 };
 
 } // namespace quayside2::netif

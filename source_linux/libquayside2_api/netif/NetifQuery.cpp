@@ -1,32 +1,33 @@
 #include "netif/NetifQuery.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>
-#include <string_view>
 #include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
 
 namespace quayside2::netif {
 
 namespace {
 
 // Calls ioctl(request) for the interface of this index. Returns 0 or an errno value.
-int AskByIndex(int socket, unsigned index, unsigned long request, struct ifreq& answer) noexcept {
+int AskByIndex(int socket, unsigned index, unsigned long request, ifreq& answer) noexcept {
     answer = {};
     answer.ifr_ifindex = static_cast<int>(index);
-    if (::ioctl(socket, SIOCGIFNAME, &answer) != 0) {
+    if (ioctl(socket, SIOCGIFNAME, &answer) != 0) {
         return errno;
     }
-    return ::ioctl(socket, request, &answer) == 0 ? 0 : errno;
+    return ioctl(socket, request, &answer) == 0 ? 0 : errno;
 }
 
 // The text in a field that may be filled to its end.
 template <std::size_t Size>
 std::string_view FieldText(const char (&field)[Size]) {
-    return {field, ::strnlen(field, Size)};
+    return {field, strnlen(field, Size)};
 }
 
 } // namespace
@@ -49,7 +50,7 @@ KESTATUS StatusForError(int error) noexcept {
 }
 
 KESTATUS QueryMtu(int socket, unsigned index, std::uint32_t& mtu) noexcept {
-    struct ifreq answer;
+    ifreq answer;
     const int error = AskByIndex(socket, index, SIOCGIFMTU, answer);
     if (error == 0) {
         mtu = static_cast<std::uint32_t>(std::max(answer.ifr_mtu, 0));
@@ -58,7 +59,7 @@ KESTATUS QueryMtu(int socket, unsigned index, std::uint32_t& mtu) noexcept {
 }
 
 KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept {
-    struct ifreq answer;
+    ifreq answer;
     const int error = AskByIndex(socket, index, SIOCGIFFLAGS, answer);
     if (error == 0) {
         isUp = (answer.ifr_flags & IFF_UP) != 0 && (answer.ifr_flags & IFF_RUNNING) != 0;
@@ -67,12 +68,12 @@ KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept {
 }
 
 std::string QueryDriver(int socket, const std::string& name) {
-    struct ethtool_drvinfo info = {};
+    ethtool_drvinfo info = {};
     info.cmd = ETHTOOL_GDRVINFO;
-    struct ifreq request = {};
-    name.copy(request.ifr_name, sizeof(request.ifr_name) - 1);
+    ifreq request = {};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
     request.ifr_data = reinterpret_cast<char*>(&info);
-    if (::ioctl(socket, SIOCETHTOOL, &request) != 0) {
+    if (ioctl(socket, SIOCETHTOOL, &request) != 0) {
         return {};
     }
     std::string text(FieldText(info.driver));

@@ -1,6 +1,6 @@
 // Questions about one Linux network interface, asked by its index, so that a rename changes nothing.
 //
-// From any thread. Each takes any open socket of the interface's network namespace.
+// From any thread. socket is any open socket of the interface's network namespace.
 #ifndef QUAYSIDE2_NETIF_NETIFQUERY_H
 #define QUAYSIDE2_NETIF_NETIFQUERY_H
 
@@ -13,15 +13,16 @@ namespace quayside2::netif {
 
 // The status for an errno value of a packet socket: KESTATUS_DEVICE_REMOVED when it means that the interface
 // is gone, KESTATUS_ADMIN_PRIVILEGES_REQUIRED when a privilege is missing, KESTATUS_NO_MEMORY.
-KESTATUS StatusForError(int error) noexcept;
+[[nodiscard]] KESTATUS StatusForError(int error) noexcept;
 
 // Largest frame without its 14-byte header, in bytes.
-KESTATUS QueryMtu(int socket, unsigned index, std::uint32_t& mtu) noexcept;
+[[nodiscard]] KESTATUS QueryMtu(int socket, unsigned index, std::uint32_t& mtu) noexcept;
 
 // Whether the interface is up and has a carrier.
-KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept;
+[[nodiscard]] KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept;
 
-// What drives the interface, "virtio_net (0000:00:03.0)" for example; empty when nobody tells.
+// The driver of the interface and its bus, "virtio_net (0000:00:03.0)" for example. Empty when the driver
+// does not say.
 std::string QueryDriver(int socket, const std::string& name);
 
 } // namespace quayside2::netif

@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "common/Device.h"
-#include "common/ReceiveSequence.h"
+#include "common/ReceiveDelivery.h"
 #include "netif/InterfaceLock.h"
 #include "netif/PacketReceiver.h"
 
@@ -19,33 +19,34 @@ public:
     NetifRxDevice(const DeviceProperties& properties, unsigned interfaceIndex, bool receiveHeader)
         : mProperties(properties),
           mInterfaceIndex(interfaceIndex),
-          mHeaderBytes(receiveHeader ? QBX_RAW_HEADER_2_SIZE : 0) {}
+          mHasReceiveHeader(receiveHeader),
+          mDelivery(receiveHeader) {}
 
     // Takes the interface and the memory. Once, before anything else.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
     //   KESTATUS_IN_USE                     somebody receives from the interface
     //   KESTATUS_DEVICE_REMOVED             the interface is gone
-    KESTATUS Open();
+    [[nodiscard]] KESTATUS Open();
 
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
-    KESTATUS GetLostFrames(std::uint64_t& count) override;
-    KESTATUS EnableRawRx() override;
-    KESTATUS DisableRawRx() override;
-    KESTATUS WaitForRawFrame(std::int32_t timeoutMs) override;
-    KESTATUS GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t* buffer, std::uint32_t bufferSize,
-                                 std::uint32_t& receivedLength) override;
+    [[nodiscard]] KESTATUS GetLostFrames(std::uint64_t& count) override;
+    [[nodiscard]] KESTATUS EnableRawRx() override;
+    [[nodiscard]] KESTATUS DisableRawRx() override;
+    [[nodiscard]] KESTATUS WaitForRawFrame(std::int32_t timeoutMs) override;
+    [[nodiscard]] KESTATUS GetReceivedRawFrame(QBXRawFrameType& type, std::uint8_t* buffer,
+                                               std::uint32_t bufferSize,
+                                               std::uint32_t& receivedLength) override;
     void Shutdown() noexcept override;
 
 private:
-    KESTATUS State() const noexcept;
-    KESTATUS WaitState(const std::shared_ptr<PacketReceiver>& receiver);
-    KESTATUS MakeReceiver();
+    [[nodiscard]] KESTATUS State() const noexcept;
+    [[nodiscard]] KESTATUS WaitState(const std::shared_ptr<PacketReceiver>& receiver);
+    [[nodiscard]] KESTATUS MakeReceiver();
     void CountDrops() noexcept;
-    void WriteHeader(std::uint8_t* to, std::uint64_t seconds, std::uint32_t nanoseconds) noexcept;
 
     const DeviceProperties mProperties;
     const unsigned mInterfaceIndex;
-    const std::uint32_t mHeaderBytes; // 0 without the receive header
+    const bool mHasReceiveHeader;
     InterfaceLock mLock;
 
     std::mutex mMutex; // everything below
@@ -54,7 +55,7 @@ private:
     std::shared_ptr<PacketReceiver> mReceiver;
     bool mIsEnabled = false;
     bool mIsShutdown = false;
-    ReceiveSequence mSequence;
+    ReceiveDelivery mDelivery;
 };
 
 } // namespace quayside2::netif

@@ -1,18 +1,19 @@
-// A packet socket with its receive ring, for one enabling: it is made, started, read and thrown away.
+// A packet socket with its receive ring, for one enabling: it is made, started, read and destroyed.
 //
-// Wait and WakeWaiters are for any thread; everything else needs a lock of the caller's.
+// Wait and WakeWaiters are for any thread. For everything else the caller holds a lock.
 #ifndef QUAYSIDE2_NETIF_PACKETRECEIVER_H
 #define QUAYSIDE2_NETIF_PACKETRECEIVER_H
 
 #include <cstddef>
 
 #include "common/ProcessFile.h"
+#include "common/ReceivedFrames.h"
 #include "kestatus.h"
 #include "netif/PacketRing.h"
 
 namespace quayside2::netif {
 
-class PacketReceiver {
+class PacketReceiver : public ReceivedFrames {
 public:
     // How the kernel hands frames over. A reader that stalls loses nothing for blockCount x blockTimeout
     // milliseconds at low rates, and until blockCount x blockBytes are full at high ones.
@@ -23,31 +24,34 @@ public:
     };
 
     PacketReceiver() = default;
-    PacketReceiver(const PacketReceiver&) = delete;
-    PacketReceiver& operator=(const PacketReceiver&) = delete;
-    ~PacketReceiver();
+    ~PacketReceiver() override;
 
-    // Takes the memory, a smaller ring where there is not enough. Nothing is received yet.
+    // Takes the memory for the ring, or for a smaller one when there is not enough. Nothing is received yet.
     //   KESTATUS_ADMIN_PRIVILEGES_REQUIRED  CAP_NET_RAW is missing
-    KESTATUS Create(const RingSize& size);
+    [[nodiscard]] KESTATUS Create(const RingSize& size);
     // KESTATUS_DEVICE_REMOVED when there is no such interface.
-    KESTATUS CheckInterface(unsigned interfaceIndex) const noexcept;
+    [[nodiscard]] KESTATUS CheckInterface(unsigned interfaceIndex) const noexcept;
     // Starts reception from an interface, whatever the frames' destination. Once.
-    KESTATUS Start(unsigned interfaceIndex);
+    [[nodiscard]] KESTATUS Start(unsigned interfaceIndex);
 
-    PacketRing& Ring() noexcept { return mRing; }
-    // Frames that the kernel has dropped for want of room since the last call.
+    // Whether Peek would show a frame.
+    bool HasFrame() noexcept { return mRing.HasFrame(); }
+    [[nodiscard]] bool Peek(Frame& frame) noexcept override;
+    [[nodiscard]] std::uint32_t TakeLoss() noexcept override;
+    [[nodiscard]] bool Take(std::uint8_t* to) noexcept override;
+    // Frames that the kernel has dropped since the last call because the ring was full.
     std::uint32_t TakeDropCount() noexcept;
 
-    // Sleeps until there may be frames, the waiters are woken, the time in nanoseconds is up, or a moment has
-    // passed. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the ring then.
-    KESTATUS Wait(std::int64_t nanoseconds) noexcept;
-    // Every waiting thread returns soon; later waits do not sleep at all.
+    // Sleeps until there may be frames, until WakeWaiters, until the time in nanoseconds is up, or for a
+    // quarter of a second. KESTATUS_DEVICE_REMOVED when the interface is gone; the last frames are in the
+    // ring then.
+    [[nodiscard]] KESTATUS Wait(std::int64_t nanoseconds) noexcept;
+    // Every waiting thread returns soon. Later waits do not sleep at all.
     void WakeWaiters() noexcept;
 
 private:
-    KESTATUS CreateRing(RingSize size);
-    KESTATUS CheckState() noexcept;
+    [[nodiscard]] KESTATUS CreateRing(RingSize size);
+    [[nodiscard]] KESTATUS CheckState() noexcept;
 
     ProcessFile mSocket;
     ProcessFile mWakeEvent;
@@ -55,6 +59,8 @@ private:
     std::size_t mMemoryBytes = 0;
     std::int64_t mLastBlockDelay = 0; // nanoseconds
     PacketRing mRing;
+    PacketRing::Frame mFrame; // as Peek has shown it
+    bool mHasFrame = false;   // Peek has shown one
 };
 
 } // namespace quayside2::netif

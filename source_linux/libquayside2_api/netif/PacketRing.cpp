@@ -1,22 +1,21 @@
 #include "netif/PacketRing.h"
 
-#include <cstring>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+
+#include <cstring>
 
 namespace quayside2::netif {
 
 namespace {
-
-constexpr std::uint32_t cAddressBytes = 12;
 
 void StoreBE16(std::uint8_t* to, std::uint16_t value) noexcept {
     to[0] = static_cast<std::uint8_t>(value >> 8);
     to[1] = static_cast<std::uint8_t>(value);
 }
 
-struct tpacket_hdr_v1& HeaderOf(std::uint8_t* block) noexcept {
-    return reinterpret_cast<struct tpacket_block_desc*>(block)->hdr.bh1;
+tpacket_hdr_v1& HeaderOf(std::uint8_t* block) noexcept {
+    return reinterpret_cast<tpacket_block_desc*>(block)->hdr.bh1;
 }
 
 } // namespace
@@ -29,14 +28,14 @@ void PacketRing::Frame::CopyTo(std::uint8_t* to) const noexcept {
     std::memcpy(to, data, cAddressBytes);
     StoreBE16(to + cAddressBytes, tagType);
     StoreBE16(to + cAddressBytes + 2, tagControl);
-    std::memcpy(to + cAddressBytes + cTagBytes, data + cAddressBytes, dataBytes - cAddressBytes);
+    std::memcpy(to + cAddressBytes + cVlanTagBytes, data + cAddressBytes, dataBytes - cAddressBytes);
 }
 
 bool PacketRing::Peek(Frame& frame) noexcept {
     if (!EnterBlock()) {
         return false;
     }
-    const auto& header = *reinterpret_cast<const struct tpacket3_hdr*>(mPosition);
+    const auto& header = *reinterpret_cast<const tpacket3_hdr*>(mPosition);
     frame.data = mPosition + header.tp_mac;
     frame.dataBytes = header.tp_snaplen;
     frame.isCut = header.tp_snaplen < header.tp_len;
@@ -54,7 +53,7 @@ void PacketRing::Pop() noexcept {
     if (mFramesLeft == 0) {
         return;
     }
-    mPosition += reinterpret_cast<const struct tpacket3_hdr*>(mPosition)->tp_next_offset;
+    mPosition += reinterpret_cast<const tpacket3_hdr*>(mPosition)->tp_next_offset;
     if (--mFramesLeft == 0) {
         LeaveBlock();
     }
@@ -66,10 +65,10 @@ bool PacketRing::TakeLossMark() noexcept {
     return isMarked;
 }
 
-// Makes the next block that the kernel has handed over the one being read, unless one is.
+// Goes on to the next block when none is being read. False when the kernel has not handed it over.
 bool PacketRing::EnterBlock() noexcept {
     while (mFramesLeft == 0) {
-        struct tpacket_hdr_v1& header = HeaderOf(Block());
+        tpacket_hdr_v1& header = HeaderOf(Block());
         const std::uint32_t status = __atomic_load_n(&header.block_status, __ATOMIC_ACQUIRE);
         if ((status & TP_STATUS_USER) == 0) {
             return false;

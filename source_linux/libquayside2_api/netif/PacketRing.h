@@ -1,12 +1,14 @@
 // Reads the blocks of a memory-mapped receive ring of a packet socket (TPACKET_V3, packet(7) and
 // Documentation/networking/packet_mmap.rst of the Linux kernel).
 //
-// The kernel fills blocks in turn and hands each over when it is full or its time is up; a block goes back as
-// soon as its last frame has been popped. Does not own the memory. Not for several threads at once.
+// The kernel fills blocks in turn and hands each over when it is full or its time is up. A block goes back to
+// the kernel when its last frame has been popped. Does not own the memory. Not for several threads at once.
 #ifndef QUAYSIDE2_NETIF_PACKETRING_H
 #define QUAYSIDE2_NETIF_PACKETRING_H
 
 #include <cstdint>
+
+#include "common/EthernetFrame.h"
 
 namespace quayside2::netif {
 
@@ -24,12 +26,10 @@ public:
         std::uint32_t nanoseconds = 0;
 
         // Bytes of the frame as it was on the wire.
-        std::uint32_t WireBytes() const noexcept { return dataBytes + (hasTag ? cTagBytes : 0); }
+        std::uint32_t WireBytes() const noexcept { return dataBytes + (hasTag ? cVlanTagBytes : 0); }
         // Stores the frame as it was on the wire, WireBytes long.
         void CopyTo(std::uint8_t* to) const noexcept;
     };
-
-    static constexpr std::uint32_t cTagBytes = 4;
 
     PacketRing() = default;
     // blockCount blocks of blockBytes each, one after the other.
@@ -43,7 +43,7 @@ public:
     // Takes the frame that Peek showed.
     void Pop() noexcept;
 
-    // True once after the kernel has said with a block that frames were dropped.
+    // True once for each block with which the kernel has reported dropped frames.
     bool TakeLossMark() noexcept;
 
 private:

@@ -1,8 +1,8 @@
-// Decides whether a sender has to wait for a receiver before it overwrites what that one has not read.
+// Decides whether a sender has to wait before it overwrites frames that a receiver has not read.
 //
-// A sender waits for a receiver that is enabled, whose process lives and who is behind, until the receiver
-// has not moved for cPatience. It is then given up: frames are overwritten, and the sender never waits
-// for it again until it moves. Not for several threads at once.
+// A sender waits for a receiver that is behind, that is enabled, and whose process lives. When the receiver
+// has not moved for cPatience, it is given up: frames are overwritten, and the sender does not wait for it
+// again until it moves. Not for several threads at once.
 #ifndef QUAYSIDE2_SEGMENT_FLOWCONTROL_H
 #define QUAYSIDE2_SEGMENT_FLOWCONTROL_H
 
@@ -21,8 +21,8 @@ public:
     FlowControl(const ControlPages& control, std::uint32_t ownPort, std::function<bool(std::uint32_t)> isHeld)
         : mControl(control), mOwnPort(ownPort), mIsHeld(std::move(isHeld)) {}
 
-    // Whether some receiver has to be waited for before everything before reclaim is given up. end: end of
-    // the records sent so far. now: any steady clock, nanoseconds.
+    // Whether the sender has to wait for some receiver before it overwrites everything before the position
+    // reclaim. end: end of the records sent so far. now: any steady clock, nanoseconds.
     bool MustWait(std::uint64_t reclaim, std::uint64_t end, std::int64_t now);
 
 private:

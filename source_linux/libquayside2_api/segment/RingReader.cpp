@@ -10,8 +10,8 @@ namespace {
 // How often Peek follows a sender that overruns it again and again, before it leaves the rest to the
 // next call.
 constexpr int cPeekTries = 8;
-// How often Start looks again because a sender was faster. A lap of the ring takes a sender far longer than a
-// look, so more than two are damage.
+// How often Start looks again because a sender was faster. A look is far shorter than a sender's lap of the
+// ring, so more than two looks mean damage.
 constexpr int cStartTries = 8;
 // A number that no frame has.
 constexpr std::uint64_t cUnknownCount = ~std::uint64_t{0};
@@ -83,9 +83,9 @@ bool RingReader::Peek() noexcept {
     return mPeeked;
 }
 
-// Counts what was lost before the frame with a number. Until that frame is taken it counts as lost too.
+// Counts what was lost before the frame of this number. Until that frame is taken it counts as lost too.
 void RingReader::CountLoss(std::uint64_t count) noexcept {
-    // Numbers that go back come from a sender that had to start its ring afresh: what was lost is unknown.
+    // When numbers go back, the sender had to start its ring afresh, and the loss is unknown.
     const bool unknownLoss = mDamaged || count < mNextCount;
     const std::uint32_t lost = count > mNextCount ? static_cast<std::uint32_t>(count - mNextCount) : 0;
     mLost += unknownLoss && lost == 0 ? 1 : lost;
@@ -96,7 +96,7 @@ void RingReader::CountLoss(std::uint64_t count) noexcept {
 bool RingReader::Take(std::uint8_t* to) noexcept {
     mPeeked = false;
     const std::uint64_t end = mRecord + RecordBytes(mLength);
-    if (to != nullptr) {
+    if (to) {
         LoadBytes(to, &WordAt(mRecord + cRecordHeaderBytes), mLength);
     }
     if (IsOverwritten(mRecord)) {
@@ -113,7 +113,9 @@ bool RingReader::Take(std::uint8_t* to) noexcept {
 }
 
 void RingReader::WakeSender() noexcept {
-    // A sender says that it waits and looks at the cursors then; the other way round here.
+    // Pairs with the fence of SegmentTxDevice::SleepForRoom. Here: cursor, fence, roomWanted. There:
+    // roomWanted, fence, cursor. So either the sender sees how far this reader is or this reader sees that it
+    // waits.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::uint64_t wanted = mSender.roomWanted.load(std::memory_order_relaxed);
     if (wanted != 0 && mPosition >= wanted &&
@@ -123,6 +125,8 @@ void RingReader::WakeSender() noexcept {
 }
 
 void RingReader::ReleaseSender() noexcept {
+    // Pairs with the fence of SegmentTxDevice::SleepForRoom. Here: epoch, which the caller has changed,
+    // fence, roomWanted. There: roomWanted, fence, epoch.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     if (mSender.roomWanted.load(std::memory_order_relaxed) != 0) {
         FutexWake(mSender.roomWord);
@@ -133,7 +137,7 @@ std::uint64_t RingReader::CountAt(std::uint64_t position) const noexcept {
     return position == 0 ? 0 : WordAt(position - cWordBytes).load(std::memory_order_relaxed);
 }
 
-// To be asked after the words in question were read: when it says no, they were good.
+// For words behind position that have been read already: when it is false, they were good.
 bool RingReader::IsOverwritten(std::uint64_t position) const noexcept {
     std::atomic_thread_fence(std::memory_order_acquire);
     return mSender.reclaim.load(std::memory_order_relaxed) > position;
@@ -152,7 +156,7 @@ void RingReader::Resynchronise() noexcept {
     WakeSender();
 }
 
-// Nothing between here and the end makes sense: at least one frame was lost.
+// What comes before the end cannot be read: at least one frame was lost.
 void RingReader::SkipDamage(std::uint64_t head) noexcept {
     mHead = head;
     mDamaged = true;

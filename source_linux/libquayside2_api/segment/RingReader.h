@@ -1,8 +1,8 @@
 // One receiver's view of one port's ring.
 //
-// Nothing that is read from the shared memory is trusted: positions and lengths are checked, damage makes
-// the reader start again at the end of the ring, and frames passed by are counted as lost. Not for several
-// threads at once.
+// The reader does not trust the shared memory: it checks positions and lengths. When it finds damage it
+// starts again at the end of the ring, and counts the frames in between as lost. Not for several threads at
+// once.
 #ifndef QUAYSIDE2_SEGMENT_RINGREADER_H
 #define QUAYSIDE2_SEGMENT_RINGREADER_H
 
@@ -24,15 +24,15 @@ public:
     // Whether there is something to look at with Peek.
     bool HasData() const noexcept;
     // Looks at the next frame. False when there is none; then HasData is false too, unless a frame came
-    // just now. Afterwards Time, Length and PassedOver tell of that frame, until it is taken or skipped.
+    // just now. Time, Length and PassedOver are those of that frame until it is taken or skipped.
     bool Peek() noexcept;
     std::uint64_t Time() const noexcept { return mTime; }     // nanoseconds since 1970-01-01 UTC
     std::uint32_t Length() const noexcept { return mLength; } // a length that a frame can have
-    // Counts how often another ring's frame was chosen instead of it.
+    // How often another ring's frame was chosen instead of it; PassOver counts one.
     void PassOver() noexcept { ++mPassedOver; }
     std::uint32_t PassedOver() const noexcept { return mPassedOver; }
 
-    // How many frames of this ring were lost before the one that Peek shows; each is told once.
+    // How many frames of this ring were lost before the one that Peek shows. Reports each loss once.
     std::uint32_t TakeLoss() noexcept { return std::exchange(mLost, 0); }
 
     // Copies the frame, Length() bytes, and goes on to the next. False when the frame was overwritten
@@ -41,12 +41,13 @@ public:
     // The same without copying.
     bool Skip() noexcept { return Take(nullptr); }
 
-    // This reader stops: a sender that waits looks again whom it has to wait for.
+    // Reading has been disabled: the caller has changed the receiver's epoch. A sender that waits looks again
+    // for which receivers it has to wait.
     void ReleaseSender() noexcept;
 
 private:
     const Word& WordAt(std::uint64_t position) const noexcept { return mRing[RingIndex(position)]; }
-    // Frames sent up to a position that is the end of a record, as the record says.
+    // The number of the frame whose record ends at a position, as the record has it.
     std::uint64_t CountAt(std::uint64_t position) const noexcept;
     bool IsOverwritten(std::uint64_t position) const noexcept;
     void CountLoss(std::uint64_t count) noexcept;
@@ -63,7 +64,7 @@ private:
     std::uint64_t mHead = 0;      // end of the records, as seen last; not below mPosition
     std::uint64_t mNextCount = 1; // number of the frame that comes next when none is lost
     bool mDamaged = false;        // something was lost since, whatever the numbers say
-    std::uint32_t mLost = 0;      // frames before the next one, not told yet
+    std::uint32_t mLost = 0;      // frames before the next one, not reported yet
 
     bool mPeeked = false;
     std::uint64_t mRecord = 0; // where the frame's record starts

@@ -1,8 +1,7 @@
 // Copying between private memory and a ring, word by word.
 //
-// A receiver may read a record while its sender, who has given it up, writes over it; the receiver notices
-// afterwards and forgets what it copied. Word-sized atomic accesses make that legal, and cost little more
-// than memcpy.
+// A receiver may read a record while the sender overwrites it. The receiver notices that afterwards and
+// forgets what it copied. Word-sized atomic accesses make that legal, and cost little more than memcpy.
 #ifndef QUAYSIDE2_SEGMENT_RINGWORDS_H
 #define QUAYSIDE2_SEGMENT_RINGWORDS_H
 
@@ -12,10 +11,23 @@
 
 namespace quayside2::segment {
 
-inline void StoreWords(Word* to, const std::uint64_t* from, std::size_t count) noexcept {
-    for (std::size_t i = 0; i < count; ++i) {
-        to[i].store(from[i], std::memory_order_relaxed);
+// Fills the last word up with zeros. Returns the word behind it.
+inline Word* StoreBytes(Word* to, const std::uint8_t* from, std::size_t bytes) noexcept {
+    while (bytes >= cWordBytes) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, from, cWordBytes);
+        to->store(word, std::memory_order_relaxed);
+        ++to;
+        from += cWordBytes;
+        bytes -= cWordBytes;
     }
+    if (bytes > 0) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, from, bytes);
+        to->store(word, std::memory_order_relaxed);
+        ++to;
+    }
+    return to;
 }
 
 inline void LoadBytes(std::uint8_t* to, const Word* from, std::size_t bytes) noexcept {

@@ -46,12 +46,19 @@ void RingWriter::Reclaim(std::uint64_t position) noexcept {
     std::atomic_thread_fence(std::memory_order_release);
 }
 
-void RingWriter::Append(TxBatch::Record& record) noexcept {
+void RingWriter::Append(const std::uint8_t* frame, std::uint32_t length) noexcept {
     const std::uint64_t start = NextRecordPosition(mEnd);
+    mEnd = start + RecordBytes(length);
     mUnsent[mUnsentCount++] = start;
-    record.words[record.wordCount - 1] = ++mFrameCount;
-    StoreWords(&WordAt(start), record.words, record.wordCount);
-    mEnd = start + record.wordCount * cWordBytes;
+    Word* word = &WordAt(start);
+    Word* const last = word + RecordBytes(length) / cWordBytes - 1;
+    word[0].store(std::uint64_t{cRecordMark} << 32 | length, std::memory_order_relaxed);
+    word[1].store(0, std::memory_order_relaxed); // the time of sending, until it is sent
+    word = StoreBytes(word + cRecordHeaderBytes / cWordBytes, frame, length);
+    for (; word != last; ++word) {
+        word->store(0, std::memory_order_relaxed);
+    }
+    last->store(++mFrameCount, std::memory_order_relaxed);
 }
 
 void RingWriter::Publish(std::uint64_t time) noexcept {

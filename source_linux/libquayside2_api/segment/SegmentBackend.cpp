@@ -15,7 +15,7 @@ public:
     SegmentControlDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
         : mProperties(properties), mPort(std::move(port)) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
-    // Whoever opened it holds it.
+    // Its holder asks, so nobody else has it.
     KESTATUS GetState(std::string& state) const override {
         state = "free";
         return KESTATUS_SUCCESS;
@@ -26,7 +26,7 @@ private:
     const std::unique_ptr<SegmentPort> mPort;
 };
 
-// The same without taking the port, for looking at one that somebody else may hold.
+// The same without taking the port, which somebody else may hold.
 class SegmentInspectDevice : public Device {
 public:
     SegmentInspectDevice(const DeviceProperties& properties, std::string path, std::uint32_t port)
@@ -34,9 +34,9 @@ public:
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
     KESTATUS GetState(std::string& state) const override {
         bool isBusy = false;
-        const KESTATUS status = SegmentFile::LookAtPort(mPath, mPort, isBusy);
+        const KESTATUS st = SegmentFile::LookAtPort(mPath, mPort, isBusy);
         state = isBusy ? "in use" : "free";
-        return status;
+        return st;
     }
 
 private:
@@ -67,9 +67,9 @@ public:
         const Rings rings = mode.kind == OpenMode::Kind::RawTx   ? Rings::Own
                             : mode.kind == OpenMode::Kind::RawRx ? Rings::All
                                                                  : Rings::None;
-        const KESTATUS status = port->Open(mPath, mPort, rings);
-        if (status != KESTATUS_SUCCESS) {
-            return status;
+        const KESTATUS st = port->Open(mPath, mPort, rings);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
         }
         switch (mode.kind) {
         case OpenMode::Kind::RawTx:
@@ -96,12 +96,12 @@ private:
 
 KESTATUS SegmentBackend::Enumerate(DeviceInstances& instances) const {
     const char* const set = std::getenv("QUAYSIDE2_SEGMENT");
-    const std::string name = set == nullptr || *set == '\0' ? "default" : set;
+    const std::string name = !set || *set == '\0' ? "default" : set;
     if (!IsValidSegmentName(name)) {
         return KESTATUS_INVALID_PARAMETER;
     }
     const char* const inspect = std::getenv("QUAYSIDE2_INSPECT");
-    const bool isInspecting = inspect != nullptr && *inspect != '\0';
+    const bool isInspecting = inspect && *inspect != '\0';
     for (std::uint32_t port = 0; port < cPortCount; ++port) {
         instances.push_back(
             std::make_shared<SegmentInstance>(SegmentPath(mDirectory, name), port, isInspecting));

@@ -1,7 +1,7 @@
 // The virtual Ethernet segment: four ports, lane-1 to lane-4, that live in shared memory of one user.
 //
-// What one port sends every other open port receives, in this and other processes. It needs no privilege
-// and no server process.
+// Each frame that one port sends is received by every other open port, in this and other processes. That
+// needs no privilege and no server process.
 #ifndef QUAYSIDE2_SEGMENT_SEGMENTBACKEND_H
 #define QUAYSIDE2_SEGMENT_SEGMENTBACKEND_H
 
@@ -18,7 +18,7 @@ public:
 
     // The four ports of the segment that the environment variable QUAYSIDE2_SEGMENT names, "default" when
     // it is not set or empty. KESTATUS_INVALID_PARAMETER when the name is not valid.
-    KESTATUS Enumerate(DeviceInstances& instances) const override;
+    [[nodiscard]] KESTATUS Enumerate(DeviceInstances& instances) const override;
 
 private:
     std::string mDirectory;

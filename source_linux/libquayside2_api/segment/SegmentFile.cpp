@@ -1,13 +1,14 @@
 #include "segment/SegmentFile.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "segment/SegmentLayout.h"
 
@@ -43,8 +44,8 @@ KESTATUS StatusOfOpenError(int error) {
     }
 }
 
-struct flock LockOf(short type, std::int64_t offset, std::int64_t bytes = 1) {
-    struct flock lock = {};
+flock LockOf(short type, std::int64_t offset, std::int64_t bytes = 1) {
+    flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = offset;
@@ -54,8 +55,8 @@ struct flock LockOf(short type, std::int64_t offset, std::int64_t bytes = 1) {
 
 // Takes or frees a lock without waiting.
 int SetLock(int descriptor, short type, std::int64_t offset, std::int64_t bytes = 1) {
-    struct flock lock = LockOf(type, offset, bytes);
-    while (::fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
+    flock lock = LockOf(type, offset, bytes);
+    while (fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
         if (errno != EINTR) {
             return errno;
         }
@@ -68,8 +69,8 @@ bool IsConflict(int error) {
 }
 
 void SleepMillisecond() {
-    constexpr struct timespec cMillisecond = {0, 1000000};
-    ::nanosleep(&cMillisecond, nullptr);
+    constexpr timespec cMillisecond = {0, 1000000};
+    nanosleep(&cMillisecond, nullptr);
 }
 
 KESTATUS TakeSetUpLock(int descriptor) {
@@ -86,17 +87,16 @@ KESTATUS TakeSetUpLock(int descriptor) {
     return KESTATUS_TIMEOUT;
 }
 
-// Reserves the file's memory, so that touching it can never fail later. Piece by piece: a signal undoes the
-// piece at hand, and a process with a fast timer would never come to the end of a large one. The size comes
-// first, so that a file of which only a part is reserved is known for an unfinished one.
+// Reserves the file's memory, so that touching it can never fail later. It does that piece by piece: a signal
+// undoes the piece at hand, and a process with a fast timer would never come to the end of a large one. The
+// file gets its size first, so that it is known to be unfinished while only a part is reserved.
 int Reserve(int descriptor) {
-    if (::ftruncate(descriptor, static_cast<off_t>(cFileBytes)) != 0) {
+    if (ftruncate(descriptor, static_cast<off_t>(cFileBytes)) != 0) {
         return errno;
     }
     for (std::uint64_t offset = 0; offset < cFileBytes;) {
         const std::uint64_t bytes = std::min(cReservePiece, cFileBytes - offset);
-        const int error =
-            ::posix_fallocate(descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes));
+        const int error = posix_fallocate(descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes));
         if (error == 0) {
             offset += bytes;
         } else if (error != EINTR) {
@@ -109,21 +109,21 @@ int Reserve(int descriptor) {
 // Whether a segment could be made in the folder of this path. Makes nothing.
 KESTATUS CheckFolder(const std::string& path) {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
-    if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
         return StatusOfOpenError(errno);
     }
     struct statvfs info = {};
-    if (::statvfs(folder.c_str(), &info) != 0) {
+    if (statvfs(folder.c_str(), &info) != 0) {
         return KEStatusFromErrno(errno);
     }
-    // A file system without a limit says that it has 0 in all.
+    // A file system without a limit reports 0 in all.
     const bool isFull = info.f_blocks != 0 && info.f_bavail < (cFileBytes - 1) / info.f_frsize + 1;
     const bool hasNoPlace = info.f_files != 0 && info.f_favail == 0;
     return isFull || hasNoPlace ? KEStatusFromErrno(ENOSPC) : KESTATUS_SUCCESS;
 }
 
 bool WriteAll(int descriptor, const void* data, std::size_t size, off_t offset) {
-    return ::pwrite(descriptor, data, size, offset) == static_cast<ssize_t>(size);
+    return pwrite(descriptor, data, size, offset) == static_cast<ssize_t>(size);
 }
 
 } // namespace
@@ -139,7 +139,7 @@ bool IsValidSegmentName(std::string_view name) noexcept {
 std::string SegmentPath(std::string_view directory, std::string_view name) {
     std::string path(directory);
     path += "/quayside2-";
-    path += std::to_string(::geteuid());
+    path += std::to_string(geteuid());
     path += '-';
     path += name;
     return path;
@@ -147,25 +147,25 @@ std::string SegmentPath(std::string_view directory, std::string_view name) {
 
 KESTATUS SegmentFile::Open(const std::string& path) {
     for (int tries = 0; tries < cOpenTries; ++tries) {
-        KESTATUS status = OpenExisting(path);
-        if (status != KESTATUS_SUCCESS) {
-            return status;
+        KESTATUS st = OpenExisting(path);
+        if (st != KESTATUS_SUCCESS) {
+            return st;
         }
         bool removed = false;
-        status = SetUp(path, removed);
+        st = SetUp(path, removed);
         if (!removed) {
-            if (status != KESTATUS_SUCCESS) {
+            if (st != KESTATUS_SUCCESS) {
                 mFile.Close();
             }
-            return status;
+            return st;
         }
     }
     mFile.Close();
     return KESTATUS_BUSY;
 }
 
-// Opens the file or creates an empty one. In two steps, because a sticky folder may refuse O_CREAT on
-// another user's file with a status that would hide the reason.
+// Opens the file or creates an empty one. It takes two steps: a sticky folder may refuse O_CREAT on another
+// user's file with a status that would hide the reason.
 KESTATUS SegmentFile::OpenExisting(const std::string& path) {
     for (int tries = 0; tries < cOpenTries; ++tries) {
         int error = mFile.Open(path.c_str(), cOpenFlags, 0);
@@ -178,7 +178,7 @@ KESTATUS SegmentFile::OpenExisting(const std::string& path) {
         error = mFile.Open(path.c_str(), cOpenFlags | O_CREAT | O_EXCL, cFileMode);
         if (error == 0) {
             // The mask of the process may have taken bits away that we need.
-            return ::fchmod(mFile.Descriptor(), cFileMode) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+            return fchmod(mFile.Descriptor(), cFileMode) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
         }
         if (error != EEXIST) {
             return StatusOfOpenError(error);
@@ -189,29 +189,29 @@ KESTATUS SegmentFile::OpenExisting(const std::string& path) {
 
 KESTATUS SegmentFile::CheckKind() const {
     struct stat info = {};
-    if (::fstat(mFile.Descriptor(), &info) != 0) {
+    if (fstat(mFile.Descriptor(), &info) != 0) {
         return KEStatusFromErrno(errno);
     }
-    // A file with a second name may be one that somebody else uses for something else.
+    // A file with a second name may have another purpose.
     if (!S_ISREG(info.st_mode) || info.st_nlink > 1) {
         return KESTATUS_INVALID_FILE;
     }
-    if (info.st_uid != ::geteuid() || (info.st_mode & cOthersMode) != 0) {
+    if (info.st_uid != geteuid() || (info.st_mode & cOthersMode) != 0) {
         return KESTATUS_NOT_ALLOWED;
     }
     return KESTATUS_SUCCESS;
 }
 
-// Makes sure, under the set-up lock, that the file is complete. removed: its name was taken away
-// meanwhile, by a failed set-up or by the user, so another file has to be opened.
+// Completes the file, under the set-up lock. removed: its name was taken away meanwhile, by a failed set-up
+// or by the user, so another file has to be opened.
 KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
     const int descriptor = mFile.Descriptor();
-    KESTATUS status = TakeSetUpLock(descriptor);
-    if (status != KESTATUS_SUCCESS) {
-        return status;
+    KESTATUS st = TakeSetUpLock(descriptor);
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     struct stat info = {};
-    if (::fstat(descriptor, &info) != 0) {
+    if (fstat(descriptor, &info) != 0) {
         return KEStatusFromErrno(errno);
     }
     removed = info.st_nlink == 0;
@@ -219,30 +219,30 @@ KESTATUS SegmentFile::SetUp(const std::string& path, bool& removed) {
         return KESTATUS_BUSY;
     }
     bool empty = false;
-    status = CheckHeader(empty);
-    if (status == KESTATUS_SUCCESS && empty) {
-        status = Initialise();
-        if (status != KESTATUS_SUCCESS) {
+    st = CheckHeader(empty);
+    if (st == KESTATUS_SUCCESS && empty) {
+        st = Initialise();
+        if (st != KESTATUS_SUCCESS) {
             RemoveUnfinished(path);
         }
     }
-    // A file with holes is not one of ours, but harmless once they are filled.
-    if (status == KESTATUS_SUCCESS && !empty &&
+    // The library makes no file with holes, but such a file can be used when they are filled.
+    if (st == KESTATUS_SUCCESS && !empty &&
         static_cast<std::uint64_t>(info.st_blocks) * cStatBlockBytes < cFileBytes) {
         const int error = Reserve(descriptor);
-        status = error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
+        st = error == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(error);
     }
     static_cast<void>(SetLock(descriptor, F_UNLCK, cSetUpLockOffset));
-    return status;
+    return st;
 }
 
 // Takes the file's name away, unless another file has it by now.
 void SegmentFile::RemoveUnfinished(const std::string& path) const noexcept {
     struct stat own = {};
     struct stat named = {};
-    if (::fstat(mFile.Descriptor(), &own) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+    if (fstat(mFile.Descriptor(), &own) == 0 && lstat(path.c_str(), &named) == 0 &&
         own.st_dev == named.st_dev && own.st_ino == named.st_ino) {
-        ::unlink(path.c_str());
+        unlink(path.c_str());
     }
 }
 
@@ -250,11 +250,11 @@ void SegmentFile::RemoveUnfinished(const std::string& path) const noexcept {
 KESTATUS SegmentFile::CheckHeader(bool& empty) const {
     const int descriptor = mFile.Descriptor();
     struct stat info = {};
-    if (::fstat(descriptor, &info) != 0) {
+    if (fstat(descriptor, &info) != 0) {
         return KEStatusFromErrno(errno);
     }
     FileHeader header = {};
-    const ssize_t read = ::pread(descriptor, &header, sizeof(header), 0);
+    const ssize_t read = pread(descriptor, &header, sizeof header, 0);
     if (read < 0) {
         return KEStatusFromErrno(errno);
     }
@@ -263,16 +263,16 @@ KESTATUS SegmentFile::CheckHeader(bool& empty) const {
         empty = true;
         return KESTATUS_SUCCESS;
     }
-    if (read < static_cast<ssize_t>(sizeof(header.magic)) || header.magic != cMagic) {
+    if (read < static_cast<ssize_t>(sizeof header.magic) || header.magic != cMagic) {
         return KESTATUS_INVALID_FILE;
     }
-    if (std::memcmp(&header, &cExpectedHeader, sizeof(header)) != 0 || size != cFileBytes) {
+    if (std::memcmp(&header, &cExpectedHeader, sizeof header) != 0 || size != cFileBytes) {
         return KESTATUS_VERSION_MISMATCH;
     }
     return KESTATUS_SUCCESS;
 }
 
-// The rest of the header goes before the magic number, which makes the file complete.
+// The magic number comes last; it makes the file complete.
 KESTATUS SegmentFile::Initialise() {
     const int descriptor = mFile.Descriptor();
     const int error = Reserve(descriptor);
@@ -281,8 +281,8 @@ KESTATUS SegmentFile::Initialise() {
     }
     FileHeader header = cExpectedHeader;
     header.magic = 0;
-    if (!WriteAll(descriptor, &header, sizeof(header), 0) ||
-        !WriteAll(descriptor, &cMagic, sizeof(cMagic), offsetof(FileHeader, magic))) {
+    if (!WriteAll(descriptor, &header, sizeof header, 0) ||
+        !WriteAll(descriptor, &cMagic, sizeof cMagic, offsetof(FileHeader, magic))) {
         return KESTATUS_WRITE_FILE_FAILED;
     }
     return KESTATUS_SUCCESS;
@@ -324,14 +324,14 @@ KESTATUS SegmentFile::LookAtPort(const std::string& path, std::uint32_t port, bo
     if (error != 0) {
         return error == ENOENT ? CheckFolder(path) : StatusOfOpenError(error);
     }
-    KESTATUS status = segment.CheckKind();
-    if (status == KESTATUS_SUCCESS) {
-        status = segment.WaitUntilMade();
+    KESTATUS st = segment.CheckKind();
+    if (st == KESTATUS_SUCCESS) {
+        st = segment.WaitUntilMade();
     }
-    if (status == KESTATUS_SUCCESS) {
+    if (st == KESTATUS_SUCCESS) {
         isBusy = segment.IsLocked(cTrafficLockOffset + port);
     }
-    return status;
+    return st;
 }
 
 // Checks the header; while another process is making the file, waits for it as Open does.
@@ -339,9 +339,9 @@ KESTATUS SegmentFile::WaitUntilMade() const {
     for (int tries = 0; tries < cSetUpTries; ++tries) {
         const bool isBeingMade = IsLocked(cSetUpLockOffset);
         bool empty = false;
-        const KESTATUS status = CheckHeader(empty);
-        if (status != KESTATUS_SUCCESS || !empty || !isBeingMade) {
-            return status;
+        const KESTATUS st = CheckHeader(empty);
+        if (st != KESTATUS_SUCCESS || !empty || !isBeingMade) {
+            return st;
         }
         SleepMillisecond();
     }
@@ -349,9 +349,9 @@ KESTATUS SegmentFile::WaitUntilMade() const {
 }
 
 bool SegmentFile::IsLocked(std::int64_t offset) const noexcept {
-    struct flock lock = LockOf(F_WRLCK, offset);
-    // When the kernel will not say, assume a holder: that costs time, not frames.
-    return ::fcntl(mFile.Descriptor(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+    flock lock = LockOf(F_WRLCK, offset);
+    // When the kernel does not answer, assume a holder: that costs time, not frames.
+    return fcntl(mFile.Descriptor(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 
 } // namespace quayside2::segment

@@ -1,7 +1,7 @@
 // The file of a segment: found or made, checked, and its locks.
 //
-// Set-up is guarded by a lock of the file, so that two processes may start at once and one that is killed
-// half-way leaves a file that the next one completes. From one thread at a time.
+// A lock of the file guards its set-up: two processes may start at once. When one is killed half-way, the
+// next one completes the file. From one thread at a time.
 #ifndef QUAYSIDE2_SEGMENT_SEGMENTFILE_H
 #define QUAYSIDE2_SEGMENT_SEGMENTFILE_H
 
@@ -36,29 +36,29 @@ public:
     //   KESTATUS_VERSION_MISMATCH  it was made by a library of another version
     //   KESTATUS_TIMEOUT           another process is setting it up and does not finish
     //   KESTATUS_LINUX_ENOSPC and others of the Linux family
-    KESTATUS Open(const std::string& path);
+    [[nodiscard]] KESTATUS Open(const std::string& path);
 
     int Descriptor() const noexcept { return mFile.Descriptor(); }
 
-    // Takes a port for this object, until it is destroyed or the process dies. KESTATUS_IN_USE when
-    // another object, in this or another process, has it. One that has it for its properties alone is
-    // waited for, 200 ms at most: programs that start together look through the properties of all ports
-    // and would otherwise get into each other's way.
+    // Takes a port for this object, until it is destroyed or the process dies. KESTATUS_IN_USE when another
+    // object, in this or another process, has it. A holder that has it for its properties alone is waited
+    // for, 200 ms at most: programs that start together read the properties of all ports, and would otherwise
+    // be in each other's way.
     enum class PortUse { Properties, Traffic };
-    KESTATUS LockPort(std::uint32_t port, PortUse use);
-    // Whether another object than this has a port. From any thread.
+    [[nodiscard]] KESTATUS LockPort(std::uint32_t port, PortUse use);
+    // Whether another object has a port. From any thread.
     bool IsPortHeld(std::uint32_t port) const noexcept;
-    // Whether somebody has a port of the segment at this path for its traffic. Makes and takes nothing. Fails
-    // with the status with which Open would fail.
-    static KESTATUS LookAtPort(const std::string& path, std::uint32_t port, bool& isBusy);
+    // Whether somebody has a port of the segment at this path for its traffic. Makes and takes nothing.
+    // Statuses as Open.
+    [[nodiscard]] static KESTATUS LookAtPort(const std::string& path, std::uint32_t port, bool& isBusy);
 
 private:
-    KESTATUS OpenExisting(const std::string& path);
-    KESTATUS SetUp(const std::string& path, bool& removed);
-    KESTATUS CheckKind() const;
-    KESTATUS CheckHeader(bool& empty) const;
-    KESTATUS WaitUntilMade() const;
-    KESTATUS Initialise();
+    [[nodiscard]] KESTATUS OpenExisting(const std::string& path);
+    [[nodiscard]] KESTATUS SetUp(const std::string& path, bool& removed);
+    [[nodiscard]] KESTATUS CheckKind() const;
+    [[nodiscard]] KESTATUS CheckHeader(bool& empty) const;
+    [[nodiscard]] KESTATUS WaitUntilMade() const;
+    [[nodiscard]] KESTATUS Initialise();
     void RemoveUnfinished(const std::string& path) const noexcept;
     bool IsLocked(std::int64_t offset) const noexcept;
 

@@ -1,7 +1,8 @@
 #include "segment/SegmentMapping.h"
 
-#include <cerrno>
 #include <sys/mman.h>
+
+#include <cerrno>
 
 namespace quayside2::segment {
 
@@ -24,20 +25,19 @@ KESTATUS SegmentMapping::MapAllRings(int descriptor) {
 
 KESTATUS SegmentMapping::Map(Area& area, int descriptor, int protection, std::uint64_t offset,
                              std::uint64_t size) {
-    void* const address =
-        ::mmap(nullptr, size, protection, MAP_SHARED, descriptor, static_cast<off_t>(offset));
+    void* const address = mmap(nullptr, size, protection, MAP_SHARED, descriptor, static_cast<off_t>(offset));
     if (address == MAP_FAILED) {
         return KEStatusFromErrno(errno);
     }
     area.address = address;
     area.size = size;
-    // A forked child must not have it: a mapping keeps the file, and with it the port's lock, alive.
-    return ::madvise(address, size, MADV_DONTFORK) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+    // A forked child must not have it: a mapping keeps the file open, and with it the port's lock.
+    return madvise(address, size, MADV_DONTFORK) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
 }
 
 void SegmentMapping::Unmap(Area& area) noexcept {
-    if (area.address != nullptr) {
-        ::munmap(area.address, area.size);
+    if (area.address) {
+        munmap(area.address, area.size);
     }
 }
 

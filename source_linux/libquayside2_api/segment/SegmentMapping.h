@@ -18,9 +18,9 @@ public:
     ~SegmentMapping();
 
     // Each maps from a complete segment file; each at most once.
-    KESTATUS MapControl(int descriptor);
-    KESTATUS MapOwnRing(int descriptor, std::uint32_t port);
-    KESTATUS MapAllRings(int descriptor);
+    [[nodiscard]] KESTATUS MapControl(int descriptor);
+    [[nodiscard]] KESTATUS MapOwnRing(int descriptor, std::uint32_t port);
+    [[nodiscard]] KESTATUS MapAllRings(int descriptor);
 
     ControlPages& Control() const noexcept { return *static_cast<ControlPages*>(mControl.address); }
     Ring& OwnRing() const noexcept { return *static_cast<Ring*>(mRings.address); }
@@ -33,7 +33,8 @@ private:
         void* address = nullptr;
         std::size_t size = 0;
     };
-    static KESTATUS Map(Area& area, int descriptor, int protection, std::uint64_t offset, std::uint64_t size);
+    [[nodiscard]] static KESTATUS Map(Area& area, int descriptor, int protection, std::uint64_t offset,
+                                      std::uint64_t size);
     static void Unmap(Area& area) noexcept;
 
     Area mControl;

@@ -4,22 +4,22 @@ namespace quayside2::segment {
 
 KESTATUS SegmentPort::Open(const std::string& path, std::uint32_t number, Rings rings) {
     mNumber = number;
-    KESTATUS status = mFile.Open(path);
-    if (status == KESTATUS_SUCCESS) {
+    KESTATUS st = mFile.Open(path);
+    if (st == KESTATUS_SUCCESS) {
         using PortUse = SegmentFile::PortUse;
-        status = mFile.LockPort(number, rings == Rings::None ? PortUse::Properties : PortUse::Traffic);
+        st = mFile.LockPort(number, rings == Rings::None ? PortUse::Properties : PortUse::Traffic);
     }
-    if (status == KESTATUS_SUCCESS) {
-        status = mMapping.MapControl(mFile.Descriptor());
+    if (st == KESTATUS_SUCCESS) {
+        st = mMapping.MapControl(mFile.Descriptor());
     }
-    if (status == KESTATUS_SUCCESS && rings == Rings::Own) {
-        status = mMapping.MapOwnRing(mFile.Descriptor(), number);
+    if (st == KESTATUS_SUCCESS && rings == Rings::Own) {
+        st = mMapping.MapOwnRing(mFile.Descriptor(), number);
     }
-    if (status == KESTATUS_SUCCESS && rings == Rings::All) {
-        status = mMapping.MapAllRings(mFile.Descriptor());
+    if (st == KESTATUS_SUCCESS && rings == Rings::All) {
+        st = mMapping.MapAllRings(mFile.Descriptor());
     }
-    if (status != KESTATUS_SUCCESS) {
-        return status;
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     std::atomic<std::uint32_t>& epoch = OwnReceiver().epoch;
     epoch.store((epoch.load(std::memory_order_relaxed) + 2) & ~1u, std::memory_order_release);

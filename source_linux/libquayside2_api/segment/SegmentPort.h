@@ -13,9 +13,9 @@ class SegmentPort {
 public:
     enum class Rings { None, Own, All };
 
-    // Takes a port of the segment at path and maps what is asked for. What a former holder left in the
-    // port's receiver state is switched off, so that no sender waits for it. Statuses of SegmentFile.
-    KESTATUS Open(const std::string& path, std::uint32_t number, Rings rings);
+    // Takes a port of the segment at path and maps these rings. Disables the reception that a former holder
+    // may have left enabled, so that no sender waits for it. Statuses as SegmentFile.
+    [[nodiscard]] KESTATUS Open(const std::string& path, std::uint32_t number, Rings rings);
 
     std::uint32_t Number() const noexcept { return mNumber; }
     const SegmentFile& File() const noexcept { return mFile; }

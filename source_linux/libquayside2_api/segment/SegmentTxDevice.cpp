@@ -9,113 +9,69 @@ namespace quayside2::segment {
 
 namespace {
 
-// The longest that one call of SendRawFrames waits for all receivers together.
-constexpr std::int64_t cSendLimit = cNanosecondsPerSecond;
 // A waiting sender looks by itself this often: whether receivers died, and against a lost wake-up.
 constexpr std::int64_t cRoomSlice = 10 * cNanosecondsPerMillisecond;
-// A waiting sender is woken when this much more than the next block is free, so that a sender faster
-// than its receiver does not sleep for every block.
+// A waiting sender is woken when so much more than the next block is free. So a sender that is faster than
+// its receiver does not sleep for every block.
 constexpr std::uint64_t cRoomHysteresis = cRingBytes / 4;
-
-constexpr std::uint32_t cEtherTypeOffset = 12;
-
-bool IsVlanTagged(const std::uint8_t* frame) {
-    return frame[cEtherTypeOffset] == 0x81 && frame[cEtherTypeOffset + 1] == 0x00;
-}
 
 } // namespace
 
 SegmentTxDevice::SegmentTxDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
-    : mProperties(properties),
+    : TransmitDevice(properties),
       mPort(std::move(port)),
       mWriter(mPort->OwnRing(), mPort->OwnSender()),
       mFlowControl(mPort->Control(), mPort->Number(),
-                   [this](std::uint32_t number) { return mPort->File().IsPortHeld(number); }) {}
+                   [this](std::uint32_t number) { return mPort->File().IsPortHeld(number); }) {
+    SetMaxUntaggedBytes(cMaxFrameBytes);
+}
 
 KESTATUS SegmentTxDevice::GetLostFrames(std::uint64_t& count) {
     count = 0;
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS SegmentTxDevice::CheckSubmitRawFrame(std::uint32_t length) {
-    if (length < cMinFrameBytes || length > cMaxTaggedFrameBytes) {
-        return KESTATUS_INVALID_LENGTH;
-    }
-    const std::lock_guard lock(mMutex);
-    return mBatch.FreeFrames() == 0 ? KESTATUS_NO_SPACE : KESTATUS_SUCCESS;
-}
-
-KESTATUS SegmentTxDevice::WaitForTxResources(std::uint32_t count, std::int32_t timeoutMs) {
-    if (count == 0 || count > TxBatch::cMaxFrames) {
-        return KESTATUS_INVALID_PARAMETER;
-    }
-    Lock lock(mMutex);
-    if (mBatch.FreeFrames() < count) {
-        MoveBatch(lock, count, DeadlineAfter(timeoutMs), AtDeadline::Keep);
-    }
-    if (mBatch.FreeFrames() >= count) {
-        return KESTATUS_SUCCESS;
-    }
-    return mShutdown.load(std::memory_order_relaxed) ? KESTATUS_INVALID_HANDLE : KESTATUS_TIMEOUT;
-}
-
-KESTATUS SegmentTxDevice::SubmitRawFrame(const std::uint8_t* frame, std::uint32_t length) {
-    if (length < cMinFrameBytes || length > cMaxTaggedFrameBytes ||
-        (length > cMaxFrameBytes && !IsVlanTagged(frame))) {
-        return KESTATUS_INVALID_LENGTH;
-    }
-    const std::lock_guard lock(mMutex);
-    if (mBatch.FreeFrames() == 0) {
-        return KESTATUS_NO_SPACE;
-    }
-    mBatch.Add(frame, length);
-    return KESTATUS_SUCCESS;
-}
-
-KESTATUS SegmentTxDevice::SendRawFrames() {
-    Lock lock(mMutex);
-    if (mBatch.IsEmpty()) {
-        return KESTATUS_NO_DATA;
-    }
-    MoveBatch(lock, TxBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Overwrite);
-    return KESTATUS_SUCCESS;
-}
-
 void SegmentTxDevice::Shutdown() noexcept {
-    mShutdown.store(true, std::memory_order_relaxed);
+    TransmitDevice::Shutdown();
     FutexWake(mPort->OwnSender().roomWord);
 }
 
-void SegmentTxDevice::Finish() noexcept {
-    Lock lock(mMutex);
-    MoveBatch(lock, TxBatch::cMaxFrames, SteadyNow() + cSendLimit, AtDeadline::Overwrite);
-}
-
-// Moves the batch into the ring and sends it. Once so many frames can be submitted it does not wait for the
-// rest.
-void SegmentTxDevice::MoveBatch(Lock& lock, std::uint32_t enough, std::int64_t deadline,
-                                AtDeadline atDeadline) {
-    const bool keep = atDeadline == AtDeadline::Keep;
-    while (!mBatch.IsEmpty()) {
-        const std::uint64_t reclaim = mWriter.ReclaimWanted();
-        if (reclaim > mWriter.Reclaimed()) {
-            const std::int64_t now = SteadyNow();
-            if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now)) {
-                const bool isOver = now >= deadline || (keep && mShutdown.load(std::memory_order_relaxed));
-                if (mBatch.FreeFrames() >= enough || (isOver && keep)) {
-                    break;
-                }
-                if (!isOver) {
-                    SleepForRoom(lock, reclaim, deadline);
-                    continue; // another thread may have moved frames meanwhile
-                }
-            }
-            mWriter.Reclaim(reclaim);
+KESTATUS SegmentTxDevice::SendBatch(Lock& lock, const SendTerms& terms) {
+    while (!Batch().IsEmpty()) {
+        const Room room = MakeRoom(lock, terms);
+        if (room == Room::None) {
+            break;
         }
-        mWriter.Append(mBatch.Front());
-        mBatch.PopFront();
+        if (room == Room::Free) {
+            const FrameBatch::Frame frame = Batch().At(0);
+            mWriter.Append(frame.data, frame.length);
+            Batch().RemoveFirst(1);
+        }
     }
     PublishAndWake();
+    return KESTATUS_SUCCESS;
+}
+
+// Makes room in the ring for one frame. Changed: it has slept, and another thread may have sent the frame
+// meanwhile. None: there is no room by the terms.
+SegmentTxDevice::Room SegmentTxDevice::MakeRoom(Lock& lock, const SendTerms& terms) {
+    const std::uint64_t reclaim = mWriter.ReclaimWanted();
+    if (reclaim <= mWriter.Reclaimed()) {
+        return Room::Free;
+    }
+    const std::int64_t now = SteadyNow();
+    if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now)) {
+        const bool isOver = IsOver(terms, now);
+        if (Batch().FreeFrames() >= terms.enoughPlaces || (isOver && terms.atDeadline == AtDeadline::Keep)) {
+            return Room::None;
+        }
+        if (!isOver) {
+            SleepForRoom(lock, reclaim, terms.deadline);
+            return Room::Changed;
+        }
+    }
+    mWriter.Reclaim(reclaim);
+    return Room::Free;
 }
 
 // Sends what was appended and sleeps without the lock until there may be room, at most for a moment.
@@ -124,7 +80,9 @@ void SegmentTxDevice::SleepForRoom(Lock& lock, std::uint64_t reclaim, std::int64
     SenderState& state = mPort->OwnSender();
     const std::uint32_t word = state.roomWord.load(std::memory_order_acquire);
     state.roomWanted.store(std::min(reclaim + cRoomHysteresis, mWriter.SentEnd()), std::memory_order_relaxed);
-    // Receivers move first and look for waiting senders then; the other way round here.
+    // Pairs with the fences of RingReader::WakeSender and RingReader::ReleaseSender. Here: roomWanted, fence,
+    // cursors and epochs of the receivers. There: cursor or epoch, fence, roomWanted. One of the two sees
+    // what the other one has written.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     const std::int64_t now = SteadyNow();
     if (mFlowControl.MustWait(reclaim, mWriter.SentEnd(), now)) {
@@ -141,7 +99,9 @@ void SegmentTxDevice::PublishAndWake() noexcept {
         return;
     }
     mWriter.Publish(TimeOfDay());
-    // Receivers say that they sleep and look for frames then; the other way round here.
+    // Pairs with the fence of SegmentRxDevice::WaitForRawFrame. Here: head of the ring, fence, sleeping.
+    // There: sleeping, fence, head. So either the receiver sees the frames or this thread sees that it
+    // sleeps.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     for (std::uint32_t port = 0; port < cPortCount; ++port) {
         ReceiverState& receiver = mPort->Control().receivers[port];

@@ -1,5 +1,5 @@
-// lane-check: receives numbered frames (lane_frame.h) and checks every byte of them, and that the sequence
-// numbers of the receive header tell of every lost frame.
+// lane-check: receives numbered frames (lane_frame.h) and checks every byte of them. Every lost frame has to
+// show in the sequence numbers of the receive header.
 //
 // Frames of one run must come in order, and between two of them the sequence number must grow exactly as
 // their own numbers do. Between the last frame of one run and the first of the next it must grow at least
@@ -50,8 +50,8 @@ static uint32_t CheckFrame(Check* check, const uint8_t* received, uint32_t lengt
     uint32_t number = 0;
     uint32_t sequence;
     uint32_t nanoseconds;
-    memcpy(&sequence, received + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof(sequence));
-    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof(nanoseconds));
+    memcpy(&sequence, received + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof sequence);
+    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof nanoseconds);
     if (length <= QBX_RAW_HEADER_2_SIZE || nanoseconds > 999999999 ||
         !LaneFrameCheck(received + QBX_RAW_HEADER_2_SIZE, length - QBX_RAW_HEADER_2_SIZE, &run, &number)) {
         Complain(check, "torn frame", run, number, sequence);
@@ -93,7 +93,7 @@ static int Receive(const LaneDevice* lane, Check* check, uint64_t lastNumber, ti
         for (unsigned taken = 0; taken < 100000; ++taken) {
             uint32_t length = 0;
             QBXRawFrameType type = QBXRawFrameType_Unknown;
-            status = QBX_GetReceivedRawFrame(lane->handle, &type, buffer, sizeof(buffer), &length);
+            status = QBX_GetReceivedRawFrame(lane->handle, &type, buffer, sizeof buffer, &length);
             if (status == KESTATUS_NO_DATA) {
                 break;
             }
@@ -145,7 +145,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     struct sigaction action;
-    memset(&action, 0, sizeof(action));
+    memset(&action, 0, sizeof action);
     action.sa_handler = OnSignal;
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);

@@ -49,13 +49,13 @@ static int WriteFileHeader(FILE* file) {
         uint16_t major, minor;
         uint32_t zone, accuracy, snapLength, linkType;
     } header = {0xA1B23C4Du, 2, 4, 0, 0, 65535, 1};
-    return fwrite(&header, sizeof(header), 1, file) == 1;
+    return fwrite(&header, sizeof header, 1, file) == 1;
 }
 
 // Counts a number of the receive header and what is missing before it.
 static void CountSequence(Dump* dump, const uint8_t* received) {
     uint32_t sequence;
-    memcpy(&sequence, received + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof(sequence));
+    memcpy(&sequence, received + QBX_RAW_HEADER_2_SEQUENCE_OFFSET, sizeof sequence);
     const uint32_t gap = dump->isCounting ? sequence - dump->nextSequence : 0;
     if (gap != 0 && dump->reportGaps) {
         fprintf(stderr, "lane-dump: %" PRIu32 " missing before number %" PRIu32 "\n", gap, sequence);
@@ -68,12 +68,12 @@ static void CountSequence(Dump* dump, const uint8_t* received) {
 static int WriteFrame(Dump* dump, const uint8_t* received, uint32_t receivedLength) {
     uint64_t seconds;
     uint32_t nanoseconds;
-    memcpy(&seconds, received + QBX_RAW_HEADER_2_SECONDS_OFFSET, sizeof(seconds));
-    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof(nanoseconds));
+    memcpy(&seconds, received + QBX_RAW_HEADER_2_SECONDS_OFFSET, sizeof seconds);
+    memcpy(&nanoseconds, received + QBX_RAW_HEADER_2_NANOSECONDS_OFFSET, sizeof nanoseconds);
     ++dump->frames;
     const uint32_t length = receivedLength - QBX_RAW_HEADER_2_SIZE;
     const uint32_t header[4] = {(uint32_t)seconds, nanoseconds, length, length};
-    return fwrite(header, sizeof(header), 1, dump->file) == 1 &&
+    return fwrite(header, sizeof header, 1, dump->file) == 1 &&
            fwrite(received + QBX_RAW_HEADER_2_SIZE, length, 1, dump->file) == 1;
 }
 
@@ -90,7 +90,7 @@ static int Receive(const LaneDevice* lane, Dump* dump, uint64_t count, uint64_t 
         while (dump->frames < count) {
             uint32_t length = 0;
             QBXRawFrameType type = QBXRawFrameType_Unknown;
-            status = QBX_GetReceivedRawFrame(lane->handle, &type, buffer, sizeof(buffer), &length);
+            status = QBX_GetReceivedRawFrame(lane->handle, &type, buffer, sizeof buffer, &length);
             if (status == KESTATUS_NO_DATA) {
                 break;
             }
@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     struct sigaction action;
-    memset(&action, 0, sizeof(action));
+    memset(&action, 0, sizeof action);
     action.sa_handler = OnSignal;
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);

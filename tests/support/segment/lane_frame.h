@@ -1,5 +1,5 @@
-// Numbered test frames: every byte follows from the run (who sent) and the number, so that a receiver can
-// tell a torn, repeated or foreign frame from a good one.
+// Numbered test frames. Every byte follows from the run (who sent) and the number, so that a receiver
+// recognises a torn, repeated or foreign frame.
 //
 //   0   destination, broadcast     6   source, locally administered
 //   12  EtherType 0x88B5           14  run, u32        18  number, u32      22...  filler
@@ -30,9 +30,9 @@ static inline uint32_t LaneFrameLength(uint32_t run, uint32_t number) {
 static inline void LaneFrameFill(uint8_t* frame, uint32_t length, uint32_t run, uint32_t number) {
     static const uint8_t header[14] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02,
                                        0x51, 0x42, 0x58, 0x01, 0x00, 0x88, 0xB5};
-    memcpy(frame, header, sizeof(header));
-    memcpy(frame + 14, &run, sizeof(run));
-    memcpy(frame + 18, &number, sizeof(number));
+    memcpy(frame, header, sizeof header);
+    memcpy(frame + 14, &run, sizeof run);
+    memcpy(frame + 18, &number, sizeof number);
     uint64_t state = LaneMix(((uint64_t)number << 32 | run) ^ length);
     for (uint32_t at = LANE_FRAME_HEADER; at < length; at += 8) {
         state = state * 6364136223846793005u + 1442695040888963407u;

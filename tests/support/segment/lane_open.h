@@ -35,7 +35,7 @@ static inline int LaneFindName(LaneDevice* lane, QBXEnumerationHandle enumeratio
         if (status != KESTATUS_SUCCESS) {
             return LaneFailed(lane, "opening a device", status);
         }
-        QBX_GetDevicePropertyString(control, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof(name));
+        QBX_GetDevicePropertyString(control, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof name);
         QBX_CloseDevice(control);
         if (strcmp(name, lane->name) == 0) {
             lane->index = index;

@@ -1,16 +1,19 @@
 #include "ChildProcess.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
+
+namespace testsupport {
 
 namespace {
 
@@ -21,7 +24,7 @@ constexpr auto cTimeLimit = std::chrono::seconds(150);
 
 ChildProcess::ChildProcess(const std::string& path, const std::vector<std::string>& arguments) {
     int output[2];
-    if (::pipe2(output, O_CLOEXEC) != 0) {
+    if (pipe2(output, O_CLOEXEC) != 0) {
         std::perror("pipe2");
         std::abort();
     }
@@ -31,11 +34,11 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
     }
     words.push_back(nullptr);
     posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-    const int error = ::posix_spawn(&mId, path.c_str(), &actions, nullptr, words.data(), environ);
-    ::posix_spawn_file_actions_destroy(&actions);
-    ::close(output[1]);
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    const int error = posix_spawn(&mId, path.c_str(), &actions, nullptr, words.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(output[1]);
     mOutput = output[0];
     if (error != 0) {
         errno = error;
@@ -46,19 +49,19 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
 
 ChildProcess::~ChildProcess() {
     if (!mEnded) {
-        ::kill(mId, SIGKILL);
-        ::waitpid(mId, nullptr, 0);
+        kill(mId, SIGKILL);
+        waitpid(mId, nullptr, 0);
     }
-    ::close(mOutput);
+    close(mOutput);
 }
 
 std::string ChildProcess::ReadLine() {
     std::string line;
     const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(cTimeLimit);
     for (;;) {
-        struct pollfd wait = {mOutput, POLLIN, 0};
+        pollfd wait = {mOutput, POLLIN, 0};
         char next = 0;
-        if (::poll(&wait, 1, static_cast<int>(limit.count())) != 1 || ::read(mOutput, &next, 1) != 1 ||
+        if (poll(&wait, 1, static_cast<int>(limit.count())) != 1 || read(mOutput, &next, 1) != 1 ||
             next == '\n') {
             return line;
         }
@@ -67,12 +70,12 @@ std::string ChildProcess::ReadLine() {
 }
 
 void ChildProcess::Signal(int number) const {
-    ::kill(mId, number);
+    kill(mId, number);
 }
 
 bool ChildProcess::IsRunning() {
     int status = 0;
-    if (!mEnded && ::waitpid(mId, &status, WNOHANG) == mId) {
+    if (!mEnded && waitpid(mId, &status, WNOHANG) == mId) {
         mEnded = true;
         mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
@@ -83,9 +86,11 @@ int ChildProcess::Wait() {
     const auto deadline = std::chrono::steady_clock::now() + cTimeLimit;
     while (IsRunning()) {
         if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(mId, SIGKILL);
+            kill(mId, SIGKILL);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return mResult;
 }
+
+} // namespace testsupport

@@ -2,9 +2,12 @@
 #ifndef FLOWLANE_TESTS_CHILDPROCESS_H
 #define FLOWLANE_TESTS_CHILDPROCESS_H
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
+
+namespace testsupport {
 
 class ChildProcess {
 public:
@@ -31,5 +34,7 @@ private:
     bool mEnded = false;
     int mResult = 0;
 };
+
+} // namespace testsupport
 
 #endif

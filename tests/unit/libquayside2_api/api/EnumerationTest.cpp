@@ -1,10 +1,13 @@
 // Listing devices: the four lanes, and the environment that names the segment and narrows the list.
 #include <gmock/gmock.h>
+
 #include <unistd.h>
 
 #include "SegmentFixture.h"
 
 namespace {
+
+using namespace testsupport;
 
 class EnumerationTest : public SegmentFixture {};
 
@@ -17,7 +20,7 @@ std::string ListedNames() {
         QBXDeviceHandle device = 0;
         EXPECT_EQ(QBX_OpenControlDevice(list.handle, index, &device), KESTATUS_SUCCESS);
         char name[QBX_PROPERTY_STRING_SIZE] = "";
-        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof(name)),
+        EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof name),
                   KESTATUS_SUCCESS);
         QBX_CloseDevice(device);
         names += names.empty() ? name : std::string(" ") + name;
@@ -112,7 +115,7 @@ TEST_F(EnumerationTest, AnEmptySegmentNameIsTheDefault) {
 // Listing alone must not create anything.
 TEST_F(EnumerationTest, ListingLeavesNoFile) {
     EXPECT_EQ(Enumeration().count, 4u);
-    EXPECT_NE(::access(SegmentFilePath().c_str(), F_OK), 0);
+    EXPECT_NE(access(SegmentFilePath().c_str(), F_OK), 0);
 }
 
 TEST_F(EnumerationTest, AnEnumerationKeepsItsSegment) {
@@ -131,21 +134,21 @@ TEST_F(EnumerationTest, DevicesOutliveTheirEnumeration) {
         ASSERT_EQ(QBX_OpenControlDevice(list.handle, 0, &device), KESTATUS_SUCCESS);
     }
     char name[QBX_PROPERTY_STRING_SIZE] = "";
-    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof(name)),
+    EXPECT_EQ(QBX_GetDevicePropertyString(device, QBX_PROPERTY_FRIENDLY_NAME, name, sizeof name),
               KESTATUS_SUCCESS);
     EXPECT_EQ(QBX_CloseDevice(device), KESTATUS_SUCCESS);
 }
 
 TEST_F(EnumerationTest, TooManyEnumerationsAreRefusedAndOneClosedIsEnough) {
     std::vector<QBXEnumerationHandle> handles;
-    KESTATUS status = KESTATUS_SUCCESS;
+    KESTATUS st = KESTATUS_SUCCESS;
     QBXEnumerationHandle handle = 0;
     std::uint32_t count = 0;
     while (handles.size() < 10000 &&
-           (status = QBX_EnumerateDevices(QBXDeviceType_any, &handle, &count)) == KESTATUS_SUCCESS) {
+           (st = QBX_EnumerateDevices(QBXDeviceType_any, &handle, &count)) == KESTATUS_SUCCESS) {
         handles.push_back(handle);
     }
-    EXPECT_EQ(status, KESTATUS_NO_RESOURCES);
+    EXPECT_EQ(st, KESTATUS_NO_RESOURCES);
     EXPECT_EQ(handle, 0u);
     EXPECT_EQ(count, 0u);
     EXPECT_GE(handles.size(), 64u);

@@ -1,23 +1,26 @@
 // Versions, and what the library file shows to the linker.
-#include <cstdio>
 #include <gmock/gmock.h>
+
+#include <cstdio>
 #include <sstream>
 
 #include "SegmentFixture.h"
 
 namespace {
 
+using namespace testsupport;
+
 std::string OutputOf(const std::string& command) {
     std::string output;
-    FILE* const pipe = ::popen(command.c_str(), "r"); // NOLINT(cert-env33-c)
-    if (pipe == nullptr) {
+    FILE* const pipe = popen(command.c_str(), "r"); // NOLINT(cert-env33-c)
+    if (!pipe) {
         return {};
     }
     char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof(buffer), pipe)) > 0;) {
+    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
         output.append(buffer, count);
     }
-    EXPECT_EQ(::pclose(pipe), 0) << command;
+    EXPECT_EQ(pclose(pipe), 0) << command;
     return output;
 }
 

@@ -3,20 +3,14 @@
 #ifndef FLOWLANE_TESTS_NETIFFIXTURE_H
 #define FLOWLANE_TESTS_NETIFFIXTURE_H
 
-#include <cstdint>
 #include <gtest/gtest.h>
+
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "quayside2_api.h"
+#include "DeviceCalls.h"
 
-using Bytes = std::vector<std::uint8_t>;
-
-// A frame of this length with EtherType 0x88B5 whose other bytes depend on the number.
-Bytes MakeFrame(std::size_t length, std::uint32_t number);
-// The same with a tag of 4 bytes, which counts to the length.
-Bytes MakeTaggedFrame(std::size_t length, std::uint32_t number, const Bytes& tag = {0x81, 0x00, 0x20, 0x05});
+namespace testsupport {
 
 // Runs a command of the shell, which has to succeed.
 void Shell(const std::string& command);
@@ -28,11 +22,14 @@ void MakeLink();
 // Sets an interface up and waits until it carries frames; the other end is up.
 void SetLinkUp(const std::string& interface);
 
-// Nanoseconds since 1970.
-std::uint64_t TimeOfDayNow();
-
-// Processor time of this process so far, in nanoseconds.
-std::uint64_t ProcessorTime();
+// The link that MakeLink makes, until the end of its life.
+class OwnLink {
+public:
+    OwnLink() { MakeLink(); }
+    ~OwnLink();
+    OwnLink(const OwnLink&) = delete;
+    OwnLink& operator=(const OwnLink&) = delete;
+};
 
 // A packet socket on an interface, used directly.
 class PeerSocket {
@@ -54,41 +51,26 @@ private:
     int mIndex;
 };
 
-struct ReceivedItem {
-    QBXRawFrameType type = QBXRawFrameType_Unknown;
-    Bytes frame;
-    std::uint64_t time = 0; // nanoseconds since 1970
-    std::uint32_t sequence = 0;
-};
-
-// Two interfaces, flw0 and flw1, that are the two ends of a link and up.
+// Two interfaces, flw0 and flw1, that are the two ends of a link and up. All devices are listed.
 class NetifFixture : public testing::Test {
 protected:
-    NetifFixture();
-    ~NetifFixture() override;
-
     // By name; the handles are closed at the end of the test.
     QBXDeviceHandle OpenTx(const char* name);
-    QBXDeviceHandle OpenRx(const char* name, QBXRawHeaderType type = QBXRawHeaderType_2);
-    QBXDeviceHandle OpenEnabledRx(const char* name, QBXRawHeaderType type = QBXRawHeaderType_2);
+    QBXDeviceHandle OpenRx(const char* name, Use use = Use::Rx);
+    QBXDeviceHandle OpenEnabledRx(const char* name, Use use = Use::Rx);
     QBXDeviceHandle OpenControl(const char* name);
     // Tries to open and returns the status; an opened device is closed again.
     static KESTATUS TryOpenTx(const char* name);
     static KESTATUS TryOpenRx(const char* name);
-
-    static KESTATUS Submit(QBXDeviceHandle device, const Bytes& frame);
-    static void Send(QBXDeviceHandle device, const Bytes& frame);
-    // The next item of a handle with the receive header, waited for at most ten seconds; the buffer has so
-    // many bytes.
-    static std::optional<ReceivedItem> Receive(QBXDeviceHandle device, std::size_t bufferSize = 70000);
-    static std::uint64_t LostFrames(QBXDeviceHandle device);
     static std::string State(const char* name);
 
 private:
-    QBXDeviceHandle Keep(QBXDeviceHandle device);
-
-    std::string mSegment; // of the lanes, which are listed too
-    std::vector<QBXDeviceHandle> mDevices;
+    const OwnSegment mSegment; // of the lanes, which are listed too
+    const EnvironmentChange mAll{"QUAYSIDE2_DEVICES", nullptr};
+    const OwnLink mLink;
+    OpenDevices mDevices;
 };
+
+} // namespace testsupport
 
 #endif

@@ -1,7 +1,9 @@
 // Reading the receive ring of a packet socket, from memory laid out as the kernel does it.
-#include <cstring>
 #include <gtest/gtest.h>
+
 #include <linux/if_packet.h>
+
+#include <cstring>
 #include <vector>
 
 #include "netif/PacketRing.h"
@@ -30,17 +32,17 @@ protected:
     PacketRingTest()
         : mMemory(std::size_t{cBlockBytes} * cBlockCount), mRing(mMemory.data(), cBlockBytes, cBlockCount) {}
 
-    struct tpacket_hdr_v1& Block(std::uint32_t block) {
-        return reinterpret_cast<struct tpacket_block_desc*>(mMemory.data() + std::size_t{block} * cBlockBytes)
+    tpacket_hdr_v1& Block(std::uint32_t block) {
+        return reinterpret_cast<tpacket_block_desc*>(mMemory.data() + std::size_t{block} * cBlockBytes)
             ->hdr.bh1;
     }
-    struct tpacket3_hdr& Header(std::uint32_t block, std::uint32_t number) {
-        return *reinterpret_cast<struct tpacket3_hdr*>(mMemory.data() + std::size_t{block} * cBlockBytes +
-                                                       cFirstFrame + number * cFrameDistance);
+    tpacket3_hdr& Header(std::uint32_t block, std::uint32_t number) {
+        return *reinterpret_cast<tpacket3_hdr*>(mMemory.data() + std::size_t{block} * cBlockBytes +
+                                                cFirstFrame + number * cFrameDistance);
     }
     // Adds a frame to a block that the reader does not have yet.
-    struct tpacket3_hdr& Add(std::uint32_t block, const Bytes& data = cFrame) {
-        struct tpacket3_hdr& header = Header(block, Block(block).num_pkts);
+    tpacket3_hdr& Add(std::uint32_t block, const Bytes& data = cFrame) {
+        tpacket3_hdr& header = Header(block, Block(block).num_pkts);
         header = {};
         header.tp_next_offset = cFrameDistance;
         header.tp_mac = cMacOffset;
@@ -85,7 +87,7 @@ TEST_F(PacketRingTest, NothingIsReadyBeforeABlockIsHandedOver) {
 }
 
 TEST_F(PacketRingTest, TimeOfTheKernel) {
-    struct tpacket3_hdr& header = Add(0);
+    tpacket3_hdr& header = Add(0);
     header.tp_sec = 0xFFFFFFFE;
     header.tp_nsec = 999'999'999;
     HandOver(0);
@@ -107,7 +109,7 @@ class PacketRingTagTest : public PacketRingTest, public testing::WithParamInterf
 
 TEST_P(PacketRingTagTest, TheTagIsPutBack) {
     const TagRow& row = GetParam();
-    struct tpacket3_hdr& header = Add(0);
+    tpacket3_hdr& header = Add(0);
     header.tp_status = row.status;
     header.hv1.tp_vlan_tpid = row.type;
     header.hv1.tp_vlan_tci = row.control;
@@ -132,7 +134,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return row.param.name; });
 
 TEST_F(PacketRingTest, InnerTagsAreData) {
-    struct tpacket3_hdr& header = Add(0, WithTag({0x81, 0x00, 0x00, 0x07}));
+    tpacket3_hdr& header = Add(0, WithTag({0x81, 0x00, 0x00, 0x07}));
     header.tp_status = cTagged;
     header.hv1.tp_vlan_tpid = 0x88A8;
     header.hv1.tp_vlan_tci = 9;
@@ -142,7 +144,7 @@ TEST_F(PacketRingTest, InnerTagsAreData) {
 
 TEST_F(PacketRingTest, AFrameShorterThanItsAddressesGetsNoTag) {
     const Bytes data(11, 0x55);
-    struct tpacket3_hdr& header = Add(0, data);
+    tpacket3_hdr& header = Add(0, data);
     header.tp_status = cTagged;
     HandOver(0);
     EXPECT_EQ(Take(), data);

@@ -1,5 +1,6 @@
 // Whom a sender waits for, and how long: in virtual time.
 #include <gtest/gtest.h>
+
 #include <memory>
 
 #include "segment/FlowControl.h"

@@ -1,19 +1,22 @@
 // Somebody writes nonsense into the shared memory while it is in use: no crash, no endless call, and all is
 // well when that ends. The address sanitizer watches.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <fcntl.h>
 #include <random>
-#include <sys/mman.h>
 #include <thread>
-#include <unistd.h>
 
 #include "SegmentFixture.h"
 #include "segment/SegmentLayout.h"
 
 namespace {
+
+using namespace testsupport;
 
 using namespace quayside2::segment;
 
@@ -22,15 +25,15 @@ protected:
     // The whole file, writable; made by opening a lane once.
     void Map() {
         EXPECT_EQ(TryOpenControl(1), KESTATUS_SUCCESS);
-        const int file = ::open(SegmentFilePath().c_str(), O_RDWR | O_CLOEXEC);
-        void* const memory = ::mmap(nullptr, cFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        const int file = open(SegmentFilePath().c_str(), O_RDWR | O_CLOEXEC);
+        void* const memory = mmap(nullptr, cFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
         ASSERT_NE(memory, MAP_FAILED);
-        ::close(file);
+        close(file);
         mMemory = static_cast<std::uint8_t*>(memory);
     }
     ~LiveDamageTest() override {
-        if (mMemory != nullptr) {
-            ::munmap(mMemory, cFileBytes);
+        if (mMemory) {
+            munmap(mMemory, cFileBytes);
         }
     }
     ControlPages& Control() const { return *reinterpret_cast<ControlPages*>(mMemory); }
@@ -78,7 +81,7 @@ TEST_F(LiveDamageTest, WhileFramesAreSentAndReceived) {
         }
     });
     std::mt19937_64 random(7);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     const std::uint64_t words = sizeof(ControlPages) / cWordBytes;
     const std::uint64_t firstWord = offsetof(ControlPages, senders) / cWordBytes;
     while (std::chrono::steady_clock::now() < until) {

@@ -1,5 +1,6 @@
 // Rings whose shared memory holds nonsense: no crash, no endless loop, no frame that was not sent whole.
 #include <gtest/gtest.h>
+
 #include <memory>
 #include <random>
 #include <vector>
@@ -10,6 +11,7 @@
 namespace {
 
 using namespace quayside2::segment;
+using quayside2::cMinFrameBytes;
 
 constexpr std::uint64_t cNonsense[] = {1,
                                        8,
@@ -35,12 +37,10 @@ protected:
 
     static void Send(RingWriter& writer, std::uint8_t tag) {
         const std::vector<std::uint8_t> frame(100, tag);
-        TxBatch batch;
-        batch.Add(frame.data(), 100);
         if (writer.ReclaimWanted() > writer.Reclaimed()) {
             writer.Reclaim(writer.ReclaimWanted());
         }
-        writer.Append(batch.Front());
+        writer.Append(frame.data(), 100);
         writer.Publish(1);
     }
     // Takes at most a hundred frames; returns how many there were.

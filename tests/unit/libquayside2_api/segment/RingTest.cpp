@@ -1,6 +1,7 @@
 // One ring, one sender, one reader, in ordinary memory.
-#include <cstring>
 #include <gtest/gtest.h>
+
+#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
@@ -24,13 +25,11 @@ protected:
 
     // Appends a frame of this length whose bytes are the tag, giving up what is in the way.
     static void Append(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
-        TxBatch batch;
         const std::vector<std::uint8_t> frame(length, tag);
-        batch.Add(frame.data(), length);
         if (writer.ReclaimWanted() > writer.Reclaimed()) {
             writer.Reclaim(writer.ReclaimWanted());
         }
-        writer.Append(batch.Front());
+        writer.Append(frame.data(), length);
     }
     static void Send(RingWriter& writer, std::uint32_t length, std::uint8_t tag) {
         Append(writer, length, tag);

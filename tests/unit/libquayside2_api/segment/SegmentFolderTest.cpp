@@ -4,6 +4,8 @@
 
 namespace {
 
+using namespace testsupport;
+
 class SegmentFolderTest : public SegmentFixture {};
 
 TEST_F(SegmentFolderTest, States) {
