@@ -31,8 +31,6 @@ struct IntNumber {
     bool isSigned;
 };
 
-enum class FormatSpecError { Success = 0, UnsupportedType = 1, IncompleteSpec = 2 };
-
 // Where formatted characters go. A range with null pointers only counts.
 template <typename CharT>
 struct StringBufferRangeData {
@@ -219,6 +217,8 @@ public:
     int FmtString(const wchar_t* text, const KEFormatSpec& spec) noexcept override;
     void PutString(const char* text) noexcept override;
     void PutCharacter(char character) noexcept override;
+    // Copies count characters without formatting.
+    void PutCharacters(const char* characters, std::size_t count) noexcept;
 
 protected:
     void FmtIntNumberImpl(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept override;
@@ -229,7 +229,6 @@ protected:
     fmtimpl::StringBufferRangeData<CharT> mRange;
 
 private:
-    void PutCharacters(const char* characters, std::size_t count) noexcept;
     void PutFill(std::uint64_t count, const KEFormatSpec& spec) noexcept;
 };
 
@@ -242,10 +241,6 @@ public:
     // length of the whole text, also of what did not fit.
     std::size_t FormatArgs(const CharT* format, const fmtimpl::ArgumentHolder* args,
                            std::size_t count) noexcept;
-
-    // Reads one format spec, from the character behind the ":" on; position is left on the
-    // character that ended it, or behind one that is not supported.
-    static fmtimpl::FormatSpecError ExtractFormatSpec(const CharT*& position, KEFormatSpec& spec) noexcept;
 };
 
 extern template class KEFormatterImplT<char>;

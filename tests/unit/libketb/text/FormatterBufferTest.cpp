@@ -29,6 +29,8 @@ void ExpectEverySize(const std::string& text, const char* format, const Args&...
 TEST(FormatterBuffer, EverySize) {
     ExpectEverySize("", "");
     ExpectEverySize("literal text", "literal text");
+    ExpectEverySize("a literal text of 34 characters...", "a literal text of 34 characters...");
+    ExpectEverySize("<an argument of 28 characters>", "<{}>", "an argument of 28 characters");
     ExpectEverySize("12 abc -7", "{} {} {}", 12, "abc", -7);
     ExpectEverySize("***ab...", "{:*>5}{:.<3}", "ab", "");
     ExpectEverySize("   7|7   |-007", "{:4}|{:<4}|{:04}", 7, 7, -7);

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "text/KEFormatter.h"
+#include "text/KEFormatScanner.h"
 
 using namespace kestrelon;
 using fmtimpl::FormatSpecError;
@@ -37,7 +37,7 @@ struct SpecCase {
 
 void ExpectSpec(const SpecCase& test, KEFormatSpec spec = {}) {
     const char* position = test.text;
-    EXPECT_EQ(KEFormatter::ExtractFormatSpec(position, spec), test.error) << test.text;
+    EXPECT_EQ(KEFormatScanner::ExtractFormatSpec(position, spec), test.error) << test.text;
     EXPECT_EQ(static_cast<unsigned>(position - test.text), test.consumed) << test.text;
     EXPECT_EQ(spec.mFlags, test.flags) << test.text;
     EXPECT_EQ(spec.mWidth, test.width) << test.text;
