@@ -4,10 +4,10 @@
 #define FLOWLANE_TESTS_ALLOCATIONGATE_H
 
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 
 namespace testsupport {
 
@@ -15,9 +15,9 @@ class AllocationGate {
 public:
     // Waits until it is open; the test's own thread passes at once.
     void Pass() noexcept {
-        while (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
+        if (mIsClosed.load() && std::this_thread::get_id() != mOwner) {
             mIsReached.store(true);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            EXPECT_TRUE(WaitUntil([this] { return !mIsClosed.load(); }));
         }
     }
     bool IsReached() const noexcept { return mIsReached.load(); }

@@ -7,10 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <stdexcept>
-#include <thread>
 #include <utility>
+
+#include "WaitUntil.h"
 
 namespace testsupport {
 
@@ -97,15 +97,11 @@ std::string TerminalChild::NextLine() {
     }
 }
 
-bool TerminalChild::WaitForModes(const std::function<bool(const termios&)>& condition) const {
-    for (int waitedMs = 0; waitedMs < cPatienceMs; ++waitedMs) {
-        termios modes{};
-        if (tcgetattr(mTerminal, &modes) == 0 && condition(modes)) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
+testing::AssertionResult
+TerminalChild::WaitForModes(const std::function<bool(const termios&)>& condition) const {
+    termios modes{};
+    return WaitUntil([&] { return tcgetattr(mTerminal, &modes) == 0 && condition(modes); },
+                     [&] { return modes.c_lflag; });
 }
 
 std::string TerminalChild::Shown() const {

@@ -6,6 +6,7 @@
 #ifndef FLOWLANE_TESTS_TERMINALCHILD_H
 #define FLOWLANE_TESTS_TERMINALCHILD_H
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 #include <termios.h>
 
@@ -40,8 +41,8 @@ public:
     void Type(const std::string& keys) const;
     // The next line the child reports; "<end>" when it has ended, "<time-out>" when it says nothing.
     std::string NextLine();
-    // Waits until condition says yes to the terminal's modes.
-    bool WaitForModes(const std::function<bool(const termios&)>& condition) const;
+    // Waits until condition is true for the terminal's modes.
+    testing::AssertionResult WaitForModes(const std::function<bool(const termios&)>& condition) const;
     // All that the terminal has shown so far.
     std::string Shown() const;
     // Hangs up: the terminal is gone for the child.

@@ -1,5 +1,5 @@
-// A clock that stands still but for the sleeps of who uses it: a sleep returns at once and moves the time
-// on. After a number of sleeps the time stands still for good, and sleeping takes a little real time.
+// A clock whose time moves only when somebody sleeps: a sleep returns at once and moves the time forward.
+// After a given number of sleeps the time stops for good, and each sleep takes a millisecond of real time.
 #ifndef FLOWLANE_TESTS_VIRTUALCLOCK_H
 #define FLOWLANE_TESTS_VIRTUALCLOCK_H
 
@@ -8,6 +8,7 @@
 #include <limits>
 #include <thread>
 
+#include "WaitUntil.h" // IWYU pragma: export: who moves this clock waits for what follows
 #include "base/PipelineClock.h"
 
 namespace testsupport {
@@ -36,7 +37,7 @@ public:
     void AllowSleeps(unsigned count) { mSleepsLeft.store(count); }
     unsigned Sleeps() const { return mSleeps.load(); }
     unsigned LastSleep() const { return mLastSleep.load(); }
-    // How often a sleep found the time standing still: from 1 on, all work up to then is done.
+    // How many sleeps found the time stopped. From 1 on, all work up to that time is done.
     unsigned StoodStill() const { return mStoodStill.load(); }
 
 private:
@@ -46,19 +47,6 @@ private:
     std::atomic<unsigned> mLastSleep{0};
     std::atomic<unsigned> mStoodStill{0};
 };
-
-// Waits until the condition holds; false when it does not within a minute of real time.
-template <typename Condition>
-bool WaitUntil(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 } // namespace testsupport
 

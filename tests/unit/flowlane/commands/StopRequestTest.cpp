@@ -20,6 +20,7 @@
 
 #include "KEPosixTerminal.h"
 #include "TerminalChild.h"
+#include "WaitUntil.h"
 
 using namespace flowlane;
 using namespace kestrelon;
@@ -28,19 +29,6 @@ using namespace testsupport;
 namespace {
 
 using Reporter = TerminalChild::Reporter;
-
-constexpr int cPatienceMs = 20000;
-
-// Returns whether the condition came true.
-bool WaitFor(const std::function<bool()>& condition) {
-    for (int waitedMs = 0; waitedMs < cPatienceMs; ++waitedMs) {
-        if (condition()) {
-            return true;
-        }
-        usleep(1000);
-    }
-    return false;
-}
 
 int WaitingBytes() {
     int count = 0;
@@ -104,7 +92,7 @@ TEST_P(StopRequestOnTerminalTest, AKeyIsSeenAtOnceAndNotShown) {
                 StopRequest stopRequest;
                 ReportModes(reporter);
                 reporter.Line("early", stopRequest.IsRequested());
-                reporter.Line("requested", WaitFor([&] { return stopRequest.IsRequested(); }));
+                reporter.Line("requested", WaitUntil([&] { return stopRequest.IsRequested(); }));
                 reporter.Line("still", stopRequest.IsRequested());
             }
             ReportModes(reporter);
@@ -125,11 +113,11 @@ TEST_P(StopRequestOnTerminalTest, NothingIsLeftForTheNextReader) {
             {
                 StopRequest stopRequest;
                 reporter.Line("ready");
-                WaitFor([] { return WaitingBytes() == 3; });
+                reporter.Line("typed", WaitUntil([] { return WaitingBytes() == 3; }));
                 reporter.Line("requested", stopRequest.IsRequested());
                 reporter.Line("left", WaitingBytes());
                 // Keys that nobody asks for any more.
-                reporter.Line("typed", WaitFor([] { return WaitingBytes() == 4; }));
+                reporter.Line("typed", WaitUntil([] { return WaitingBytes() == 4; }));
             }
             ReportModes(reporter);
             reporter.Line("left", KEPosixKbHit());
@@ -137,6 +125,7 @@ TEST_P(StopRequestOnTerminalTest, NothingIsLeftForTheNextReader) {
         GetParam());
     EXPECT_EQ(child.NextLine(), "ready");
     child.Type("\x1b[A");
+    EXPECT_EQ(child.NextLine(), "typed=1");
     EXPECT_EQ(child.NextLine(), "requested=1");
     EXPECT_EQ(child.NextLine(), "left=0");
     child.Type("more");
@@ -301,7 +290,7 @@ TEST(StopRequestTest, TheFirstSignalIsARequestAndALaterOneEndsTheProcess) {
                     RunUnblocked([number] { raise(number); });
                     raise(SIGTERM);
                 });
-                reporter.Line("requested", WaitFor([&] { return stopRequest.IsRequested(); }));
+                reporter.Line("requested", WaitUntil([&] { return stopRequest.IsRequested(); }));
                 usleep(600'000);
                 raise(number);
                 reporter.Line("still there");
@@ -340,7 +329,7 @@ void SuspendAndContinue(const Reporter& reporter, const std::function<void()>& s
         alarm(60); // whatever goes wrong
         StopRequest stopRequest;
         suspend();
-        _exit(WaitFor([&] { return stopRequest.IsRequested(); }) ? 0 : 1);
+        _exit(WaitUntil([&] { return stopRequest.IsRequested(); }) ? 0 : 1);
     }
     int status = 0;
     waitpid(command, &status, WUNTRACED);
@@ -348,7 +337,7 @@ void SuspendAndContinue(const Reporter& reporter, const std::function<void()>& s
     ReportModes(reporter);
     kill(command, SIGCONT);
     reporter.Line("direct again",
-                  WaitFor([] { return !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode(); }));
+                  WaitUntil([] { return !KEPosixGetCanonicalMode() && !KEPosixGetEchoMode(); }));
     kill(command, SIGTERM);
     waitpid(command, &status, 0);
     reporter.Line("exit", WIFEXITED(status) ? WEXITSTATUS(status) : -1);

@@ -5,12 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <random>
-#include <thread>
 
 #include "FakeDevice.h"
 #include "LogCapture.h"
+#include "WaitUntil.h"
 #include "streaming/AvtpFrameBuilder.h"
 #include "streaming/AvtpSource.h"
 #include "streaming/KeepingSink.h"
@@ -160,9 +159,8 @@ TEST_P(AvtpLossTest, ForwardsWholePacketsAndResumesWithTheNextFrame) {
         fake.QueueReceivedFrame(frame.Bytes());
     }
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    for (int i = 0; i < 60000 && fake.CallCount(Qbx::GetReceivedRawFrame) <= arriving.size(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    const auto taken = [&] { return fake.CallCount(Qbx::GetReceivedRawFrame); };
+    EXPECT_TRUE(WaitUntil([&] { return taken() > arriving.size(); }, taken));
     source.StopSource();
 
     EXPECT_EQ(source.QuerryStatistics().infAvtpPacketsReceived, arriving.size());

@@ -16,6 +16,7 @@
 #include "LogCapture.h"
 #include "SystemCallFaults.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "streaming/AvtpFrameBuilder.h"
 #include "streaming/KeepingSink.h"
 
@@ -51,13 +52,9 @@ protected:
             mFake.QueueReceivedFrame(frame);
         }
         ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
-        WaitUntil(
-            [&] { return mFake.CallCount(Qbx::GetReceivedRawFrame) >= callsBefore + frames.size() + 1; });
+        const auto taken = [&] { return mFake.CallCount(Qbx::GetReceivedRawFrame) - callsBefore; };
+        ASSERT_TRUE(WaitUntil([&] { return taken() >= frames.size() + 1; }, taken));
         mSource.StopSource();
-    }
-
-    static void WaitUntil(const std::function<bool()>& condition) {
-        ASSERT_TRUE(testsupport::WaitUntil(condition));
     }
 
     void ExpectPackets(const std::vector<unsigned>& ordinals) const {
@@ -421,7 +418,7 @@ TEST_F(AvtpSourceTest, StartingTwiceLeavesTheFirstStartAlone) {
     EXPECT_EQ(mSource.StartSource(), KESTATUS_ALREADY_DONE);
     EXPECT_EQ(mFake.CallCount(Qbx::EnableRawRx), 1u);
     mFake.QueueReceivedFrame(AvtpFrame({.firstPacket = 4}));
-    WaitUntil([&] { return mSource.QuerryStatistics().infTsPacketsDelivered == 1; });
+    ASSERT_TRUE(WaitUntil([&] { return mSource.QuerryStatistics().infTsPacketsDelivered == 1; }));
     mSource.StopSource();
     ExpectPackets({4});
 }
@@ -438,7 +435,7 @@ TEST_F(AvtpSourceTest, EachStartBeginsAnew) {
 TEST_F(AvtpSourceTest, StopWakesAThreadThatWaitsWithoutLimit) {
     ASSERT_EQ(Create(), KESTATUS_SUCCESS);
     ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
-    WaitUntil([&] { return mFake.CallCount(Qbx::WaitForRawFrame) == 1; });
+    ASSERT_TRUE(WaitUntil([&] { return mFake.CallCount(Qbx::WaitForRawFrame) == 1; }));
     mSource.StopSource();
     EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
     mSource.StopSource();
@@ -454,14 +451,14 @@ TEST_F(AvtpSourceTest, WhatWasReceivedBeforeTheStopIsForwarded) {
     std::atomic<bool> isDelivering{false};
     mSink.mOnDeliver = [&] {
         isDelivering.store(true);
-        testsupport::WaitUntil([&] { return mayGoOn.load(); });
+        EXPECT_TRUE(WaitUntil([&] { return mayGoOn.load(); }));
     };
     for (std::uint8_t i = 0; i < 20; ++i) {
         mFake.QueueReceivedFrame(AvtpFrame(
             {.sequenceNumber = i, .dataBlockCount = static_cast<std::uint8_t>(8 * i), .firstPacket = i}));
     }
     ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
-    WaitUntil([&] { return isDelivering.load(); });
+    ASSERT_TRUE(WaitUntil([&] { return isDelivering.load(); }));
     std::thread stop([&] { mSource.StopSource(); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50)); // time to do it wrong
     mayGoOn.store(true);
@@ -484,7 +481,7 @@ TEST_F(AvtpSourceTest, StopsWhileFramesKeepComing) {
     };
     mFake.QueueReceivedFrame(frame);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    WaitUntil([&] { return deliveries.load() > 100; });
+    ASSERT_TRUE(WaitUntil([&] { return deliveries.load() > 100; }));
     source.StopSource();
     EXPECT_EQ(mFake.CallCount(Qbx::DisableRawRx), 1u);
 }
@@ -502,7 +499,7 @@ TEST_F(AvtpSourceTest, LostFramesArePublishedOnceASecond) {
     const auto receiveOne = [&] {
         ++taken;
         mFake.QueueReceivedFrame(AvtpFrame({}));
-        WaitUntil([&] { return mFake.CallCount(Qbx::WaitForRawFrame) > taken; });
+        ASSERT_TRUE(WaitUntil([&] { return mFake.CallCount(Qbx::WaitForRawFrame) > taken; }));
     };
     mFake.SetLostFrames(1004);
     clock.Sleep(999);
@@ -528,7 +525,7 @@ TEST_F(AvtpSourceTest, LostFramesAreExactWhenTheWorkerGivesUp) {
     mFake.SetLostFrames(6);
     mFake.Queue(Qbx::GetReceivedRawFrame, {KESTATUS_DEVICE_REMOVED});
     mFake.QueueReceivedFrame(AvtpFrame({}));
-    WaitUntil([&] { return mSource.FailureStatus() != KESTATUS_SUCCESS; });
+    ASSERT_TRUE(WaitUntil([&] { return mSource.FailureStatus() != KESTATUS_SUCCESS; }));
     EXPECT_EQ(mSource.LostFrames(), 6u);
 }
 
@@ -536,7 +533,7 @@ TEST_F(AvtpSourceTest, StopGoesOnWhenReceptionCannotBeDisabled) {
     ASSERT_EQ(Create(), KESTATUS_SUCCESS);
     mFake.Queue(Qbx::WaitForRawFrame, {KESTATUS_DEVICE_REMOVED}); // the thread has ended by itself
     ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
-    WaitUntil([&] { return mLog.Texts().size() == 1; });
+    ASSERT_TRUE(WaitUntil([&] { return mLog.Texts().size() == 1; }));
     mFake.Queue(Qbx::DisableRawRx, {KESTATUS_HARDWARE_ERROR});
     mSource.StopSource();
     EXPECT_EQ(mLog.Count(KEERROR, "DisableRawRx failed, st=0xe0000087(KESTATUS_HARDWARE_ERROR)"), 1u);
@@ -556,7 +553,7 @@ TEST_P(AvtpSourceDeviceFailure, EndsTheThread) {
     mFake.Queue(GetParam().function, GetParam().answers);
     mFake.QueueReceivedFrame(AvtpFrame({}));
     ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
-    WaitUntil([&] { return mLog.Texts().size() >= GetParam().lines.size(); });
+    ASSERT_TRUE(WaitUntil([&] { return mLog.Texts().size() >= GetParam().lines.size(); }));
     mSource.StopSource();
     EXPECT_THAT(mLog.Texts(), ElementsAreArray(GetParam().lines));
     EXPECT_EQ(mLog.CountContaining(KEERROR, ""), GetParam().lines.size());

@@ -13,6 +13,7 @@
 #include "LogCapture.h"
 #include "OperatorNew.h"
 #include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "log/KELogging.h"
 #include "streaming/AvtpSink.h"
 #include "streaming/RecordingSink.h"

@@ -20,6 +20,8 @@
 
 #include "LogCapture.h"
 #include "SystemCallFaults.h"
+#include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "streaming/RecordingSink.h"
 #include "streaming/TSFileSource.h"
 
@@ -38,9 +40,10 @@ protected:
     KESTATUS Create(const char* path, bool rewindFile, unsigned packets) {
         return mSource.CreateTSFileSource(path, mSink, rewindFile, packets);
     }
-    bool WaitForMessage(const std::string& part) {
+    testing::AssertionResult WaitForMessage(const std::string& part) {
         return WaitUntil(
-            [&] { return mLog.CountContaining(KEINFO, part) + mLog.CountContaining(KEERROR, part) != 0; });
+            [&] { return mLog.CountContaining(KEINFO, part) + mLog.CountContaining(KEERROR, part) != 0; },
+            [&] { return mLog.Messages(); });
     }
     std::vector<std::uint32_t> Ordinals() const {
         std::vector<std::uint32_t> ordinals;
@@ -467,7 +470,8 @@ TEST(TSFileSourceFailureTest, AFailingSinkStopsTheWorker) {
             TSFileSource source(clock);
             ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 100), KESTATUS_SUCCESS);
             ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-            ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEERROR, "stop thread") != 0; }));
+            ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEERROR, "stop thread") != 0; },
+                                  [&] { return log.Messages(); }));
             source.StopSource();
             EXPECT_EQ(source.QuerryStatistics().infTsPacketsDelivered, c.delivered);
         }

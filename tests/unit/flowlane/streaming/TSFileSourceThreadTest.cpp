@@ -6,6 +6,8 @@
 #include <thread>
 
 #include "LogCapture.h"
+#include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "streaming/RecordingSink.h"
 #include "streaming/TSFileSource.h"
 
@@ -116,7 +118,8 @@ TEST(TSFileSourceThreadTest, AWorkerThatHasEndedMustBeStoppedBeforeTheNextStart)
     TSFileSource source(clock);
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 500), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; },
+                          [&] { return log.Messages(); }));
     EXPECT_EQ(source.StartSource(), KESTATUS_ALREADY_DONE);
     EXPECT_EQ(source.QuerryStatistics().infTsPacketsDelivered, 60u);
     source.StopSource();
@@ -124,7 +127,8 @@ TEST(TSFileSourceThreadTest, AWorkerThatHasEndedMustBeStoppedBeforeTheNextStart)
     // The file is not rewound: the next run is over at once, and counts from 0.
     log.Clear();
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; },
+                          [&] { return log.Messages(); }));
     EXPECT_TRUE(source.IsEndOfFileReached());
     source.StopSource();
     EXPECT_EQ(source.QuerryStatistics().infTsPacketsDelivered, 0u);
@@ -149,7 +153,8 @@ TEST(TSFileSourceThreadTest, ARestartGoesOnInTheFile) {
     const std::int64_t restart = clock.Now().time_since_epoch().count();
     clock.AllowSleeps(100000);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
-    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; }));
+    ASSERT_TRUE(WaitUntil([&] { return log.CountContaining(KEINFO, "stop thread") != 0; },
+                          [&] { return log.Messages(); }));
     source.StopSource();
     ASSERT_GT(sink.mDeliveries.size(), delivered);
     // 76 were delivered and 90 more read: the next PCR is that of packet 180.
@@ -176,7 +181,7 @@ public:
             return KESTATUS_SUCCESS;
         }
         mIsSending.store(true);
-        WaitUntil([&] { return mMayGoOn.load(); });
+        EXPECT_TRUE(WaitUntil([&] { return mMayGoOn.load(); }));
         return mStatus;
     }
 

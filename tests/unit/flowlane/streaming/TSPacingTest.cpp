@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "VirtualClock.h"
+#include "WaitUntil.h"
 #include "streaming/PacingOracle.h"
 #include "streaming/TSFileSource.h"
 
@@ -83,7 +85,8 @@ void ExpectPlaysOnce(const TSStream& stream, std::size_t deliveries) {
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 1000), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
     ASSERT_TRUE(
-        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; }));
+        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; },
+                  [&] { return log.Messages(); }));
     EXPECT_TRUE(source.IsEndOfFileReached());
     source.StopSource();
 
@@ -116,7 +119,8 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 203), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
     ASSERT_TRUE(
-        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; }));
+        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; },
+                  [&] { return log.Messages(); }));
     source.StopSource();
 
     ASSERT_EQ(sink.mDeliveries.size(), expected.deliveries.size());
