@@ -31,15 +31,15 @@ public:
 
     // Opens the file. KESTATUS_ALREADY_OPEN when already started; KESTATUS_INVALID_PARAMETER without a file
     // name; KESTATUS_FAILED when the name expands to nothing. configuration may be null.
-    KESTATUS StartTarget(KELogConfiguration* configuration) override;
+    [[nodiscard]] KESTATUS StartTarget(KELogConfiguration* configuration) override;
     void StopTarget() override;
     void OutputMessage(KELogMessage& message, const KELogger& logger,
                        const KELogMsgMetaData& metaData) override;
 
 private:
-    KESTATUS StartTargetImpl(KELogConfiguration* configuration);
+    [[nodiscard]] KESTATUS StartTargetImpl(KELogConfiguration* configuration);
     void ReadConfiguration(KELogConfiguration& configuration);
-    KESTATUS ExpandFileName();
+    [[nodiscard]] KESTATUS ExpandFileName();
 
     KEOsThreadMutexAutoCreate mMutex;
     std::string mFilePathAndName; // as configured; expanded by the start

@@ -8,12 +8,12 @@ namespace kestrelon {
 
 class KEOsManualResetEvent : public KEPosixEvent {
 public:
-    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(true); }
+    [[nodiscard]] KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(true); }
 };
 
 class KEOsAutoResetEvent : public KEPosixEvent {
 public:
-    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(false); }
+    [[nodiscard]] KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(false); }
 };
 
 } // namespace kestrelon

@@ -37,35 +37,37 @@ public:
     KEOsSocket& operator=(const KEOsSocket&) = delete;
 
     // Closes the socket held so far, then makes one in blocking mode. None is held after a failure.
-    KESTATUS CreateSocket(int domain, int type, int protocol) noexcept;
-    // Success when none is held. After a failure none is held either.
+    [[nodiscard]] KESTATUS CreateSocket(int domain, int type, int protocol) noexcept;
+    // Success when none is held. The status may be ignored: a failure is logged, and no socket is held after
+    // it either.
     KESTATUS CloseSocket() noexcept;
 
     // A new socket blocks until this is called.
-    KESTATUS EnableNonBlockingMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS EnableNonBlockingMode(bool enable) noexcept;
     // length: of the value in bytes.
-    KESTATUS SetSocketOption(int level, int name, const void* value, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS SetSocketOption(int level, int name, const void* value, socklen_t length) noexcept;
 
-    KESTATUS Connect(const sockaddr& address, socklen_t length) noexcept;
-    KESTATUS Bind(const sockaddr& address, socklen_t length) noexcept;
-    KESTATUS Listen(int backlog) noexcept;
+    [[nodiscard]] KESTATUS Connect(const sockaddr& address, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS Bind(const sockaddr& address, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS Listen(int backlog) noexcept;
     // Hands the new connection, in blocking mode, to connection, which closes what it held; a failure
     // leaves connection as it is. address and length as for accept; both may be null.
-    KESTATUS AcceptConnection(KEOsSocket& connection, sockaddr* address, socklen_t* length) noexcept;
+    [[nodiscard]] KESTATUS AcceptConnection(KEOsSocket& connection, sockaddr* address,
+                                            socklen_t* length) noexcept;
     // how: SHUT_RD, SHUT_WR or SHUT_RDWR.
-    KESTATUS Shutdown(int how) noexcept;
+    [[nodiscard]] KESTATUS Shutdown(int how) noexcept;
 
     // Creates a socket for each entry in the list's order until one connects. When none does, no socket is
     // held and the last entry's status is returned; each failure is logged. KESTATUS_NO_ADDRESS for an
     // empty list, which leaves the socket as it is.
-    KESTATUS ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept;
+    [[nodiscard]] KESTATUS ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept;
     // The same with Bind; reuseAddress sets SO_REUSEADDR first.
-    KESTATUS BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept;
+    [[nodiscard]] KESTATUS BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept;
 
     // Waits until the socket is ready for what was asked: IoRead, IoWrite or both. A negative timeout waits
     // without limit; KESTATUS_TIMEOUT when the time has passed. Descriptors that select cannot take, none
     // among them, fail with EBADF.
-    KESTATUS WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept;
+    [[nodiscard]] KESTATUS WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept;
 
     // Transfers what one system call transfers. received and sent are the bytes transferred, 0 after a
     // failure; a short count is a success, and so is the orderly end of a connection, with received 0.
@@ -74,10 +76,10 @@ public:
     // message, when it has passed. After the wait the call is tried once more. In blocking mode the timeout
     // is not used; KESTATUS_WOULD_BLOCK when a time-out set as a socket option has passed.
     // flags as for recv and send. Sending to a closed connection is a status, never a signal.
-    KESTATUS ReceiveData(void* buffer, std::size_t size, std::size_t& received, KETimeoutInterval timeout = 0,
-                         int flags = 0) noexcept;
-    KESTATUS SendData(const void* data, std::size_t size, std::size_t& sent, KETimeoutInterval timeout = 0,
-                      int flags = 0) noexcept;
+    [[nodiscard]] KESTATUS ReceiveData(void* buffer, std::size_t size, std::size_t& received,
+                                       KETimeoutInterval timeout = 0, int flags = 0) noexcept;
+    [[nodiscard]] KESTATUS SendData(const void* data, std::size_t size, std::size_t& sent,
+                                    KETimeoutInterval timeout = 0, int flags = 0) noexcept;
 
     // For select, getsockname and the like; InvalidSocket when none is held. It stays the socket's.
     KEOsSocketHandle Handle() const noexcept { return mSocket; }

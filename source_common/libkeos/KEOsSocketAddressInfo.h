@@ -21,13 +21,17 @@ public:
 
     // A lookup replaces the list; node, service and hints as for getaddrinfo. When it fails the list is
     // empty, the status is KESTATUS_NO_ADDRESS, and the message tells the reason.
-    KESTATUS GetAddressInfo(const char* node, const char* service, const addrinfo* hints) noexcept;
+    [[nodiscard]] KESTATUS GetAddressInfo(const char* node, const char* service,
+                                          const addrinfo* hints) noexcept;
     // port in host byte order.
-    KESTATUS GetAddressInfo(const char* node, std::uint16_t port, const addrinfo* hints) noexcept;
+    [[nodiscard]] KESTATUS GetAddressInfo(const char* node, std::uint16_t port,
+                                          const addrinfo* hints) noexcept;
 
     // The addresses to bind a server's socket to. family: AF_...; socketType: SOCK_...; flags: AI_...
-    KESTATUS GetWildcardAddresses(const char* service, int family, int socketType, int flags) noexcept;
-    KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType, int flags) noexcept;
+    [[nodiscard]] KESTATUS GetWildcardAddresses(const char* service, int family, int socketType,
+                                                int flags) noexcept;
+    [[nodiscard]] KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType,
+                                                int flags) noexcept;
 
     // The head of the list, null when it is empty. It stays this object's, until the next lookup.
     const addrinfo* AddressInfo() const noexcept { return mAddressInfo; }

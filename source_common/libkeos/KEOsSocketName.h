@@ -16,10 +16,10 @@
 namespace kestrelon {
 
 // length: of the address in bytes.
-KESTATUS KEOsGetSocketHostName(const sockaddr& address, socklen_t length, std::string& name,
-                               int flags) noexcept;
-KESTATUS KEOsGetSocketServiceName(const sockaddr& address, socklen_t length, std::string& name,
-                                  int flags) noexcept;
+[[nodiscard]] KESTATUS KEOsGetSocketHostName(const sockaddr& address, socklen_t length, std::string& name,
+                                             int flags) noexcept;
+[[nodiscard]] KESTATUS KEOsGetSocketServiceName(const sockaddr& address, socklen_t length, std::string& name,
+                                                int flags) noexcept;
 
 } // namespace kestrelon
 

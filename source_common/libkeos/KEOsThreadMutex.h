@@ -10,7 +10,9 @@ namespace kestrelon {
 template <typename NativeMutexT>
 class KEOsThreadMutexT {
 public:
-    KESTATUS CreateMutexObj(bool recursive = true) noexcept { return mMutex.CreateMutexObj(recursive); }
+    [[nodiscard]] KESTATUS CreateMutexObj(bool recursive = true) noexcept {
+        return mMutex.CreateMutexObj(recursive);
+    }
     void DestroyMutex() noexcept { mMutex.DestroyMutex(); }
     bool IsCreated() const noexcept { return mMutex.IsCreated(); }
 

@@ -31,7 +31,7 @@ public:
 
     // Creates the event and enables waiting. On a queue that is initialised already it enables waiting
     // anew and brings the event in line with the list.
-    KESTATUS InitQueue() noexcept;
+    [[nodiscard]] KESTATUS InitQueue() noexcept;
     // Items still queued stay linked.
     void DestroyQueue() noexcept;
     bool IsInitialized() const noexcept { return mIsInitialized; }
@@ -40,15 +40,16 @@ public:
 
     // Appends the item, which must be on no list, and wakes the consumer if the queue was empty. Not
     // queued: KESTATUS_NOT_INITIALIZED. An event that cannot be set is logged; the item is queued then.
-    KESTATUS PutItem(T& item) noexcept;
+    [[nodiscard]] KESTATUS PutItem(T& item) noexcept;
 
     // Takes the oldest item, null when there is none. The event is reset when this leaves the queue empty.
     T* GetItem() noexcept;
 
     // Waits for an item or for QueueEvent, without limit for a negative timeout. Success at once while
-    // waiting is disabled; KESTATUS_TIMEOUT when the time has passed.
+    // waiting is disabled; KESTATUS_TIMEOUT when the time has passed. The status may be ignored: GetItem says
+    // whether there is an item.
     KESTATUS WaitOnQueue(KETimeoutInterval timeout) noexcept;
-    // Wakes the consumer without an item.
+    // Wakes the consumer without an item. The status may be ignored: a failure is logged.
     KESTATUS QueueEvent() noexcept { return mEvent.SetEvent(); }
 
     void EnableWait() noexcept { mIsWaitEnabled.store(true, std::memory_order_relaxed); }
@@ -111,7 +112,7 @@ KESTATUS KEOsWaitableQueue<T, Lock>::PutItem(T& item) noexcept {
     const bool wasEmpty = mQueuedItems.IsEmpty();
     mQueuedItems.AppendTail(item);
     if (wasEmpty) {
-        mEvent.SetEvent();
+        static_cast<void>(mEvent.SetEvent()); // a failure is logged; the item is queued
     }
     return KESTATUS_SUCCESS;
 }
@@ -121,7 +122,7 @@ T* KEOsWaitableQueue<T, Lock>::GetItem() noexcept {
     const LockGuard guard(mLock);
     T* const item = mQueuedItems.RemoveHead();
     if (mQueuedItems.IsEmpty()) {
-        mEvent.ResetEvent();
+        static_cast<void>(mEvent.ResetEvent()); // fails only on a queue that was not initialised
     }
     return item;
 }

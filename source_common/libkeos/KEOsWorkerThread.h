@@ -37,23 +37,26 @@ public:
     // Runs object->ThreadRoutine() on a new thread. KESTATUS_ALREADY_DONE while an earlier thread has not
     // been joined; on any other failure the state is NotCreated.
     template <typename T>
-    KESTATUS CreateThread(T* object) noexcept {
+    [[nodiscard]] KESTATUS CreateThread(T* object) noexcept {
         return CreateThreadImpl(&KEOsThread::ThreadEntryPointForMember_static<T, &T::ThreadRoutine>, object,
                                 __PRETTY_FUNCTION__);
     }
 
     // Waits until the state has left Creating, looking every 10 ms. KESTATUS_TIMEOUT after timeout ms,
     // never for a negative timeout; KESTATUS_FAILED when the routine has given up with a failure.
-    KESTATUS WaitUntilRunning(KETimeoutInterval timeout) noexcept;
+    [[nodiscard]] KESTATUS WaitUntilRunning(KETimeoutInterval timeout) noexcept;
 
     // Joins the thread, without a time limit whatever the timeout (one of 0 or more is warned about). The
-    // state is Terminated then, also when there was no thread.
+    // state is Terminated then, also when there was no thread. The status may be ignored: a failure is
+    // logged, and only a call from the thread itself can cause one.
     KESTATUS WaitForTerminationAndDestroy(KETimeoutInterval timeout) noexcept;
 
     // The routine's reports: a thread that sees the state also sees the status stored with it.
     void SetState(KEOsWorkerThreadState state, KESTATUS status) noexcept;
     KEOsWorkerThreadState State() const noexcept { return mThreadState.load(std::memory_order_acquire); }
-    KESTATUS StatusCode() const noexcept { return mThreadStatusCode.load(std::memory_order_relaxed); }
+    [[nodiscard]] KESTATUS StatusCode() const noexcept {
+        return mThreadStatusCode.load(std::memory_order_relaxed);
+    }
     // The routine is at its end or has been joined.
     bool HasEnded() const noexcept { return State() >= KEOsWorkerThreadState::Stopping; }
 
@@ -71,7 +74,8 @@ protected:
     std::atomic<KESTATUS> mThreadStatusCode{KESTATUS_SUCCESS}; // of the routine
 
 private:
-    KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object, const char* callerSignature) noexcept;
+    [[nodiscard]] KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object,
+                                            const char* callerSignature) noexcept;
 };
 
 } // namespace kestrelon

@@ -23,19 +23,20 @@ public:
     KEPosixCondition& operator=(const KEPosixCondition&) = delete;
 
     // KESTATUS_ALREADY_DONE when already created.
-    KESTATUS CreateCondition() noexcept;
-    // Nobody may wait any more. Success when there is nothing to destroy.
+    [[nodiscard]] KESTATUS CreateCondition() noexcept;
+    // Nobody may wait any more. Success when there is nothing to destroy. The status may be ignored: a
+    // failure is logged, and the condition is gone either way.
     KESTATUS DestroyCondition() noexcept;
 
-    KESTATUS SignalCondition() noexcept;    // wakes one waiter
-    KESTATUS BroadcastCondition() noexcept; // wakes all
+    [[nodiscard]] KESTATUS SignalCondition() noexcept;    // wakes one waiter
+    [[nodiscard]] KESTATUS BroadcastCondition() noexcept; // wakes all
 
-    KESTATUS WaitForConditionInfinite(KEPosixMutex& mutex) noexcept;
+    [[nodiscard]] KESTATUS WaitForConditionInfinite(KEPosixMutex& mutex) noexcept;
     // Until deadline, a time of the real-time clock (KEPosixGetAbsoluteTimeForTimeout); KESTATUS_TIMEOUT
     // when it has passed.
-    KESTATUS WaitForConditionTimed(KEPosixMutex& mutex, const timespec& deadline) noexcept;
+    [[nodiscard]] KESTATUS WaitForConditionTimed(KEPosixMutex& mutex, const timespec& deadline) noexcept;
     // Without limit for a negative timeout, else at most so long from now.
-    KESTATUS WaitForCondition(KEPosixMutex& mutex, KETimeoutInterval timeout) noexcept;
+    [[nodiscard]] KESTATUS WaitForCondition(KEPosixMutex& mutex, KETimeoutInterval timeout) noexcept;
 
     bool IsCreated() const noexcept { return mIsCreated; }
     pthread_cond_t* NativeCondition() noexcept { return &mCond; }

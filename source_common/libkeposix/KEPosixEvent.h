@@ -21,14 +21,14 @@ public:
     KEPosixEvent& operator=(const KEPosixEvent&) = delete;
 
     // The new event is not signalled. KESTATUS_ALREADY_DONE when already created.
-    KESTATUS CreateEvent(bool isManualReset) noexcept;
+    [[nodiscard]] KESTATUS CreateEvent(bool isManualReset) noexcept;
     void DestroyEvent() noexcept;
 
-    KESTATUS SetEvent() noexcept;
-    KESTATUS ResetEvent() noexcept;
+    [[nodiscard]] KESTATUS SetEvent() noexcept;
+    [[nodiscard]] KESTATUS ResetEvent() noexcept;
     // Waits until the event is signalled, without limit for a negative timeout. KESTATUS_TIMEOUT when the
     // time has passed; 0 only looks.
-    KESTATUS WaitForEvent(KETimeoutInterval timeout) noexcept;
+    [[nodiscard]] KESTATUS WaitForEvent(KETimeoutInterval timeout) noexcept;
 
     bool IsValid() const noexcept { return mIsCreated; }
     bool IsSignaled() const noexcept;

@@ -18,7 +18,7 @@ public:
     KEPosixMutex& operator=(const KEPosixMutex&) = delete;
 
     // The argument has no effect: every mutex is recursive. KESTATUS_ALREADY_DONE when already created.
-    KESTATUS CreateMutexObj(bool recursive = true) noexcept;
+    [[nodiscard]] KESTATUS CreateMutexObj(bool recursive = true) noexcept;
     // Nobody may hold the mutex any more.
     void DestroyMutex() noexcept;
 

@@ -18,13 +18,13 @@ public:
 
     // With nonBlocking neither end ever waits. KESTATUS_ALREADY_DONE while an end is open; after a failure
     // both are closed.
-    KESTATUS CreatePipe(bool nonBlocking) noexcept;
+    [[nodiscard]] KESTATUS CreatePipe(bool nonBlocking) noexcept;
 
     // Writes one byte. A full non-blocking pipe gives the status of EAGAIN; its reader has enough to wake
     // up for. KESTATUS_NOT_OPENED when the write end is closed.
-    KESTATUS WriteChar(char character) noexcept;
+    [[nodiscard]] KESTATUS WriteChar(char character) noexcept;
     // Discards what is in the pipe now; never waits. KESTATUS_NOT_OPENED when the read end is closed.
-    KESTATUS ReadUntilEmpty() noexcept;
+    [[nodiscard]] KESTATUS ReadUntilEmpty() noexcept;
 
     void CloseReadEnd() noexcept { CloseEnd(0); }
     void CloseWriteEnd() noexcept { CloseEnd(1); }

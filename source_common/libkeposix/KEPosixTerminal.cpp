@@ -58,6 +58,19 @@ KESTATUS SwitchMode(tcflag_t mode, bool enable) noexcept {
     return SetModes(modes);
 }
 
+// While it lives, the terminal delivers every key at once and shows none.
+class SingleKeyMode {
+public:
+    SingleKeyMode() noexcept {
+        // Input that is no terminal has no modes and needs none.
+        static_cast<void>(mMode.SwitchCanonicalMode(false));
+        static_cast<void>(mMode.SwitchEchoMode(false));
+    }
+
+private:
+    KEPosixTerminalMode mMode;
+};
+
 } // namespace
 
 bool KEPosixGetCanonicalMode() noexcept {
@@ -120,10 +133,7 @@ bool KEPosixKbHit() noexcept {
     if (IsInBackground()) {
         return false;
     }
-    // In canonical mode only finished lines would count.
-    KEPosixTerminalMode mode;
-    mode.SwitchCanonicalMode(false);
-    mode.SwitchEchoMode(false);
+    const SingleKeyMode mode; // in canonical mode only finished lines would count
     // select and poll call an input at its end readable; the number of waiting bytes does not lie.
     int count = 0;
     return ioctl(STDIN_FILENO, FIONREAD, &count) == 0 && count > 0;
@@ -133,9 +143,7 @@ int KEPosixGetCh() noexcept {
     if (IsInBackground()) {
         return -1;
     }
-    KEPosixTerminalMode mode;
-    mode.SwitchCanonicalMode(false);
-    mode.SwitchEchoMode(false);
+    const SingleKeyMode mode;
     // Not through stdio, whose buffer would hide further bytes from KEPosixKbHit.
     unsigned char character = 0;
     return read(STDIN_FILENO, &character, 1) == 1 ? character : -1;
@@ -146,7 +154,7 @@ KEPosixTerminalMode::KEPosixTerminalMode() noexcept
 
 KEPosixTerminalMode::~KEPosixTerminalMode() {
     if (mIsTerminal) {
-        KEPosixRestoreKeyModes(mSavedModes);
+        static_cast<void>(KEPosixRestoreKeyModes(mSavedModes)); // in the background the modes are not ours
     }
 }
 

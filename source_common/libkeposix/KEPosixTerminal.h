@@ -18,14 +18,14 @@ bool KEPosixGetCanonicalMode() noexcept;
 bool KEPosixGetEchoMode() noexcept;
 
 // KESTATUS_NOT_POSSIBLE in the background; the status of errno without a terminal.
-KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
-KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
+[[nodiscard]] KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
+[[nodiscard]] KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
 
 // Canonical and echo mode off in one step, so that keys come one by one and unseen; found gets the modes of
 // before, on success only. And back: canonical and echo mode as in found, other modes as they are. May be
 // called by signal handlers. Statuses as above.
-KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept;
-KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept;
+[[nodiscard]] KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept;
+[[nodiscard]] KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept;
 
 // Throws away the keys that wait. Nothing in the background and without a terminal. May be called by signal
 // handlers.
@@ -49,8 +49,8 @@ public:
     KEPosixTerminalMode(const KEPosixTerminalMode&) = delete;
     KEPosixTerminalMode& operator=(const KEPosixTerminalMode&) = delete;
 
-    KESTATUS SwitchCanonicalMode(bool enable) noexcept;
-    KESTATUS SwitchEchoMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS SwitchCanonicalMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS SwitchEchoMode(bool enable) noexcept;
 
 private:
     termios mSavedModes{};

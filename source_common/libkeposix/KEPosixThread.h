@@ -18,12 +18,13 @@ public:
 
     // Starts routine(arg) on a new thread. KESTATUS_ALREADY_DONE until the thread of an earlier call has
     // been joined, also when it has ended by itself. attr may be null.
-    KESTATUS CreateThread(void* (*routine)(void*), void* arg, const pthread_attr_t* attr) noexcept;
+    [[nodiscard]] KESTATUS CreateThread(void* (*routine)(void*), void* arg,
+                                        const pthread_attr_t* attr) noexcept;
 
     // Waits for the end of the thread and stores the routine's result in *result unless result is null.
     // The wait has no time limit: a waitTimeout of 0 or more is warned about and then ignored. Success at
     // once when there is no thread. When joining fails the thread still counts as created.
-    KESTATUS JoinAndDestroy(KETimeoutInterval waitTimeout, void** result) noexcept;
+    [[nodiscard]] KESTATUS JoinAndDestroy(KETimeoutInterval waitTimeout, void** result) noexcept;
 
     bool IsCreated() const noexcept { return mIsCreated; }
 

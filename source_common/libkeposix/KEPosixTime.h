@@ -11,6 +11,7 @@
 namespace kestrelon {
 
 // Sleeps once. A sleep that a signal cuts short is not resumed: it is logged and gives the status of EINTR.
+// The status may be ignored: most callers look at the time or at a flag again anyway.
 KESTATUS KEPosixSleep(unsigned int ms) noexcept;
 
 // Milliseconds of the monotonic clock. They wrap after about 49.7 days, so take differences in unsigned
@@ -19,7 +20,7 @@ std::uint32_t KEPosixGetTickCount() noexcept;
 
 // The real-time clock's time ms (at least 0) from now: a deadline for KEPosixCondition. ts is left alone on
 // failure.
-KESTATUS KEPosixGetAbsoluteTimeForTimeout(int ms, timespec& ts) noexcept;
+[[nodiscard]] KESTATUS KEPosixGetAbsoluteTimeForTimeout(int ms, timespec& ts) noexcept;
 
 // result = a - b with 0 to 999,999,999 nanoseconds; returns true when the result is negative (-0.3 s is
 // -1 second and 700,000,000 nanoseconds).

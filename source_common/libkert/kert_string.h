@@ -18,17 +18,18 @@
 
 namespace kestrelon {
 
-KESTATUS KEStringVPrintfA(char* buf, std::size_t size, const char* fmt, va_list args) noexcept
+[[nodiscard]] KESTATUS KEStringVPrintfA(char* buf, std::size_t size, const char* fmt, va_list args) noexcept
     __attribute__((format(printf, 3, 0)));
-KESTATUS KEStringVPrintfW(wchar_t* buf, std::size_t size, const wchar_t* fmt, va_list args) noexcept;
+[[nodiscard]] KESTATUS KEStringVPrintfW(wchar_t* buf, std::size_t size, const wchar_t* fmt,
+                                        va_list args) noexcept;
 
-KESTATUS KEStringPrintfA(char* buf, std::size_t size, const char* fmt, ...) noexcept
+[[nodiscard]] KESTATUS KEStringPrintfA(char* buf, std::size_t size, const char* fmt, ...) noexcept
     __attribute__((format(printf, 3, 4)));
-KESTATUS KEStringPrintfW(wchar_t* buf, std::size_t size, const wchar_t* fmt, ...) noexcept;
+[[nodiscard]] KESTATUS KEStringPrintfW(wchar_t* buf, std::size_t size, const wchar_t* fmt, ...) noexcept;
 
-KESTATUS KEStringPrintf(char* buf, std::size_t size, const char* fmt, ...) noexcept
+[[nodiscard]] KESTATUS KEStringPrintf(char* buf, std::size_t size, const char* fmt, ...) noexcept
     __attribute__((format(printf, 3, 4)));
-KESTATUS KEStringPrintf(wchar_t* buf, std::size_t size, const wchar_t* fmt, ...) noexcept;
+[[nodiscard]] KESTATUS KEStringPrintf(wchar_t* buf, std::size_t size, const wchar_t* fmt, ...) noexcept;
 
 } // namespace kestrelon
 

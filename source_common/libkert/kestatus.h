@@ -25,7 +25,7 @@ KESTATUS_CODES(KESTATUS_DEFINE)
 #ifdef __cplusplus
 // The status of an errno value (or of the error number a pthread function returned).
 // err must not be 0: 0 would give a failure code without a name.
-constexpr KESTATUS KEStatusFromErrno(int err) noexcept {
+[[nodiscard]] constexpr KESTATUS KEStatusFromErrno(int err) noexcept {
     return KESTATUS_LINUX_BASE | (static_cast<KESTATUS>(err) & 0xFFFFu);
 }
 #endif

@@ -30,8 +30,9 @@ const char* KEStringForStatusCode(KESTATUS status) noexcept;
 
 // The Linux-family status of an error code's value, whatever its category. Test the code first: the
 // value 0 gives 0xE0010000, which is a failure.
-KESTATUS KEStatusFromStdErrorCode(const std::error_code& error) noexcept;
-KESTATUS KEStatusFromStdFilesystemError(const std::filesystem::filesystem_error& error) noexcept;
+[[nodiscard]] KESTATUS KEStatusFromStdErrorCode(const std::error_code& error) noexcept;
+[[nodiscard]] KESTATUS
+KEStatusFromStdFilesystemError(const std::filesystem::filesystem_error& error) noexcept;
 
 } // namespace kestrelon
 

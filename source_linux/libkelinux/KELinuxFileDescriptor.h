@@ -18,8 +18,8 @@ public:
 
     // Close what is open, then open path; the descriptor is closed on exec. On failure, which is logged,
     // the descriptor is invalid and the status that of errno. flags and mode as for open.
-    KESTATUS OpenFile(const char* path, int flags) noexcept;
-    KESTATUS OpenFile(const char* path, int flags, mode_t mode) noexcept;
+    [[nodiscard]] KESTATUS OpenFile(const char* path, int flags) noexcept;
+    [[nodiscard]] KESTATUS OpenFile(const char* path, int flags, mode_t mode) noexcept;
 };
 
 } // namespace kestrelon

@@ -9,7 +9,7 @@ namespace kestrelon {
 // Names the module and starts logging without a configuration. A null moduleName stands for the name of
 // the program's own file. configSource is not read. Returns the status of KEStartLogging, or that of
 // finding the program's file.
-KESTATUS KELinuxInitLoggingFacility(const char* configSource, const char* moduleName);
+[[nodiscard]] KESTATUS KELinuxInitLoggingFacility(const char* configSource, const char* moduleName);
 
 } // namespace kestrelon
 

@@ -15,11 +15,11 @@ class KELinuxModuleFileName {
 public:
     // Asks the kernel for the file of a process. On failure (the errno of readlink, reported to the
     // system log) the object is left cleared.
-    KESTATUS InitWithProcessId(pid_t pid) noexcept;
+    [[nodiscard]] KESTATUS InitWithProcessId(pid_t pid) noexcept;
     // Takes a path as it is.
-    KESTATUS InitWithModuleName(const char* path) noexcept;
+    [[nodiscard]] KESTATUS InitWithModuleName(const char* path) noexcept;
     // Takes directory and base name anew from the path.
-    KESTATUS InitPathComponents() noexcept;
+    [[nodiscard]] KESTATUS InitPathComponents() noexcept;
 
     void Clear() noexcept;
     bool IsValid() const noexcept { return !mModuleName.empty(); }

@@ -21,7 +21,7 @@ public:
 
     // Expands text in place of the result so far. flags as for wordexp, WRDE_APPEND, WRDE_DOOFFS and
     // WRDE_REUSE excepted. KESTATUS_FAILED, and no words, when text is no valid list of words.
-    KESTATUS ExpandString(const char* text, int flags) noexcept;
+    [[nodiscard]] KESTATUS ExpandString(const char* text, int flags) noexcept;
     void ClearExpansion() noexcept;
 
     std::size_t WordCount() const noexcept { return mExpansion.we_wordc; }

@@ -214,15 +214,15 @@ void PcapNgFileReader::StopFileReader() {
 
 KEStdPath PcapNgFileReader::CreateNextFilePath() {
     KEStdPath path(mFileName);
-    if (path.Extension().IsEmpty()) {
-        path.Concat(".pcapng");
+    if (path.Extension().IsEmpty() && path.Concat(".pcapng") != KESTATUS_SUCCESS) {
+        return KEStdPath(); // without a name the open fails and reports it
     }
     if (!mReadFileSet) {
         return path;
     }
     KEStdPath ofSet = path.ParentPath();
-    ofSet.Append(KEStdStringFormat("{}_{:05}{}", path.Stem(), mFileNumber++, path.Extension()).c_str());
-    return ofSet;
+    const std::string name = KEStdStringFormat("{}_{:05}{}", path.Stem(), mFileNumber++, path.Extension());
+    return ofSet.Append(name.c_str()) == KESTATUS_SUCCESS ? ofSet : KEStdPath();
 }
 
 KESTATUS PcapNgFileReader::OpenCurrentFile() {

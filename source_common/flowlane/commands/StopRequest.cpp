@@ -88,7 +88,8 @@ void SwitchToDirectKeys() {
 
 void SwitchToUsualModes() {
     if (sAreKeysDirect.exchange(false)) {
-        KEPosixRestoreKeyModes(sUsualModes);
+        // In the background the modes belong to somebody else.
+        static_cast<void>(KEPosixRestoreKeyModes(sUsualModes));
     }
 }
 

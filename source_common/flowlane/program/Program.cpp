@@ -40,7 +40,7 @@ void OccupyStandardDescriptors() {
 void ShowGlobalMessages() {
     static KELogTargetConsole sTarget("Verbose", KEMAXLEVEL); // all levels go to standard error
     KESetPrefixOptionsForLogTarget(sTarget, KELogMsgPrefixLayout::LevelName);
-    KEAttachLogTargetToLogger(sTarget, logger::Global);
+    static_cast<void>(KEAttachLogTargetToLogger(sTarget, logger::Global)); // has a free slot
 }
 
 KESTATUS RunCommand() {
@@ -66,8 +66,9 @@ KESTATUS RunCommand() {
 }
 
 int Run(int argc, const char* const* argv) {
-    KELinuxInitLoggingFacility(nullptr, nullptr);
-    KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons);
+    // A failure goes to the system log, and the work goes on without.
+    static_cast<void>(KELinuxInitLoggingFacility(nullptr, nullptr));
+    static_cast<void>(KEAttachLogTargetToLogger(gLogTargets.Console, logger::Cons)); // has a free slot
     KESetLevelForAllLoggers(KEINFO);
 
     if (!QBX_CheckApiVersion(cApiVersionMajor, cApiVersionMinor)) {

@@ -13,16 +13,16 @@ namespace kestrelon {
 
 // Makes the directory and those above it. created: whether one was made; false on failure. An existing
 // directory is a success.
-KESTATUS KECreateDirectories(const KEStdPath& path, bool* created) noexcept;
+[[nodiscard]] KESTATUS KECreateDirectories(const KEStdPath& path, bool* created) noexcept;
 
 // Removes a file or an empty directory. removed: whether there was one; a missing one is a success.
-KESTATUS KERemoveFileOrDirectory(const KEStdPath& path, bool* removed) noexcept;
+[[nodiscard]] KESTATUS KERemoveFileOrDirectory(const KEStdPath& path, bool* removed) noexcept;
 
 // Removes a directory and all it holds, or a file. count: the number of entries removed, 0 on failure.
-KESTATUS KERemoveDirectoryTree(const KEStdPath& path, unsigned long long* count) noexcept;
+[[nodiscard]] KESTATUS KERemoveDirectoryTree(const KEStdPath& path, unsigned long long* count) noexcept;
 
 // On failure path is unchanged.
-KESTATUS KEGetCurrentWorkingDirPath(KEStdPath& path) noexcept;
+[[nodiscard]] KESTATUS KEGetCurrentWorkingDirPath(KEStdPath& path) noexcept;
 
 } // namespace kestrelon
 

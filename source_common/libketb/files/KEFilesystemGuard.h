@@ -13,8 +13,8 @@ namespace kestrelon {
 // then the error's number, and returned as a status of the Linux family; any other exception is
 // KESTATUS_FAILED. From any thread.
 template <typename Operation, typename... Args>
-KESTATUS KEGuardFilesystemOperation(Operation&& operation, const char* message,
-                                    const Args&... args) noexcept {
+[[nodiscard]] KESTATUS KEGuardFilesystemOperation(Operation&& operation, const char* message,
+                                                  const Args&... args) noexcept {
     try {
         operation();
         return KESTATUS_SUCCESS;

@@ -23,14 +23,15 @@ public:
     // Opens the file, closing an open one. Unless files are appended to, an existing file becomes the
     // backup first. KESTATUS_INVALID_PARAMETER for a null or empty name; the status of errno when the file
     // cannot be opened.
-    KESTATUS OpenLogFile(const T_UNICHAR* filePathAndName) noexcept;
+    [[nodiscard]] KESTATUS OpenLogFile(const T_UNICHAR* filePathAndName) noexcept;
     void CloseLogFile() noexcept;
     bool IsOpen() const noexcept { return mFile.IsOpen(); }
 
     // Write the data whole, then begin a new file if the limit is reached. KESTATUS_FAILED when not all
     // was written. A new file that cannot be opened leaves the log file closed.
-    KESTATUS WriteToLogFile(const void* data, std::size_t length) noexcept;
-    KESTATUS WriteToLogFileFormatted(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+    [[nodiscard]] KESTATUS WriteToLogFile(const void* data, std::size_t length) noexcept;
+    [[nodiscard]] KESTATUS WriteToLogFileFormatted(const char* format, ...) noexcept
+        __attribute__((format(printf, 2, 3)));
 
     // Empty while no file is open.
     const std::basic_string<T_UNICHAR>& FilePathAndName() const noexcept { return mFilePathAndName; }
@@ -43,7 +44,7 @@ public:
     bool mPermitSharing = true; // others may open the file meanwhile; a POSIX system always lets them
 
 private:
-    KESTATUS OpenStream() noexcept;
+    [[nodiscard]] KESTATUS OpenStream() noexcept;
     void AccountForWrite(std::size_t length) noexcept;
     void CheckFileSize() noexcept;
     void CreateBackupFile() noexcept;

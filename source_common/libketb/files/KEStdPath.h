@@ -43,12 +43,12 @@ public:
     // Append adds an element with a separator, an absolute one replaces the path; Concat adds text as it is.
     // A null text counts as "".
     //   KESTATUS_FAILED  memory is short; the path is unchanged
-    KESTATUS Append(const char* element) noexcept;
-    KESTATUS Concat(const char* text) noexcept;
+    [[nodiscard]] KESTATUS Append(const char* element) noexcept;
+    [[nodiscard]] KESTATUS Concat(const char* text) noexcept;
 
     // Change the path in place; on failure it is unchanged. Statuses as below.
-    KESTATUS MakeCanonicalPath() noexcept;
-    KESTATUS MakeAbsolutePath() noexcept;
+    [[nodiscard]] KESTATUS MakeCanonicalPath() noexcept;
+    [[nodiscard]] KESTATUS MakeAbsolutePath() noexcept;
 
     int FormatObject(KEFormatterBase& fmt, const KEFormatSpec& spec) const noexcept {
         return fmt.FmtString(c_str(), spec);
@@ -62,9 +62,9 @@ private:
 
 // The absolute path without links, "." and ".."; the path must exist. A failure is logged on Global and
 // returned as the status of its errno, or KESTATUS_FAILED; result is unchanged then. result may be path.
-KESTATUS KEMakeCanonicalPath(KEStdPath& result, const KEStdPath& path) noexcept;
+[[nodiscard]] KESTATUS KEMakeCanonicalPath(KEStdPath& result, const KEStdPath& path) noexcept;
 // The path seen from the root; it need not exist. Failures as above.
-KESTATUS KEMakeAbsolutePath(KEStdPath& result, const KEStdPath& path) noexcept;
+[[nodiscard]] KESTATUS KEMakeAbsolutePath(KEStdPath& result, const KEStdPath& path) noexcept;
 
 } // namespace kestrelon
 

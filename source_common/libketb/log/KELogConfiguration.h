@@ -15,10 +15,11 @@ class KELogConfiguration {
 public:
     virtual ~KELogConfiguration() = default;
 
-    virtual KESTATUS ReadLogLevel(const char* loggerName, KELogLevel& level);
-    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName, int& value);
-    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
-                                            std::string& value);
+    [[nodiscard]] virtual KESTATUS ReadLogLevel(const char* loggerName, KELogLevel& level);
+    [[nodiscard]] virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
+                                                          int& value);
+    [[nodiscard]] virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
+                                                          std::string& value);
     // Whatever a target of the same application may want to know; null when there is nothing.
     virtual const void* GetLogTargetContextInfo();
 };

@@ -24,14 +24,14 @@ public:
     KELogTarget& operator=(const KELogTarget&) = delete;
 
     // Prepares the target for output; configuration may be null.
-    virtual KESTATUS StartTarget(KELogConfiguration* configuration);
+    [[nodiscard]] virtual KESTATUS StartTarget(KELogConfiguration* configuration);
     virtual void StopTarget();
     virtual void OutputMessage(KELogMessage& message, const KELogger& logger,
                                const KELogMsgMetaData& metaData);
 
     // Attaches to every logger that has a free slot. The first KESTATUS_NO_RESOURCES is returned after all
     // loggers have been tried.
-    KESTATUS AttachToAllLoggers() noexcept;
+    [[nodiscard]] KESTATUS AttachToAllLoggers() noexcept;
     void DetachFromAllLoggers() noexcept;
 
     const char* Name() const noexcept { return mName; }

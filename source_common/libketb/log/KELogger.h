@@ -38,8 +38,8 @@ public:
     void ConstructImpl(const char* name, KELogLevel level) noexcept;
 
     // Success when the target is attached already; KESTATUS_NO_RESOURCES when all slots are taken.
-    KESTATUS AttachTarget(KELogTarget& target) noexcept;
-    // KESTATUS_NOT_FOUND when the target is not attached.
+    [[nodiscard]] KESTATUS AttachTarget(KELogTarget& target) noexcept;
+    // KESTATUS_NOT_FOUND, which may be ignored, when the target is not attached.
     KESTATUS DetachTarget(KELogTarget& target) noexcept;
     void DetachAllTargets() noexcept;
     bool IsAttachedToTarget(const KELogTarget& target) const noexcept;

@@ -81,31 +81,31 @@ KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept
 
 // The operations by name answer an unknown name with KESTATUS_OBJECT_NOT_FOUND. Attaching answers
 // KESTATUS_NO_RESOURCES when a logger has no free slot.
-KESTATUS KEAttachLogTargetToLogger(KELogTarget& target, KELogger& logger) noexcept;
-KESTATUS KEAttachLogTargetToLogger(const char* target, const char* logger) noexcept;
-KESTATUS KEAttachLogTargetToAllLoggers(KELogTarget& target) noexcept;
-KESTATUS KEAttachLogTargetToAllLoggers(const char* target) noexcept;
+[[nodiscard]] KESTATUS KEAttachLogTargetToLogger(KELogTarget& target, KELogger& logger) noexcept;
+[[nodiscard]] KESTATUS KEAttachLogTargetToLogger(const char* target, const char* logger) noexcept;
+[[nodiscard]] KESTATUS KEAttachLogTargetToAllLoggers(KELogTarget& target) noexcept;
+[[nodiscard]] KESTATUS KEAttachLogTargetToAllLoggers(const char* target) noexcept;
 // Every target to every logger; the first failure is returned after all have been tried.
-KESTATUS KEAttachAllLogTargets() noexcept;
+[[nodiscard]] KESTATUS KEAttachAllLogTargets() noexcept;
 void KEDetachAllLogTargets() noexcept;
 
 void KESetLevelForLogger(KELogger& logger, KELogLevel level) noexcept;
-KESTATUS KESetLevelForLogger(const char* logger, KELogLevel level) noexcept;
+[[nodiscard]] KESTATUS KESetLevelForLogger(const char* logger, KELogLevel level) noexcept;
 void KESetLevelForLoggersAttachedToTarget(const KELogTarget& target, KELogLevel level) noexcept;
-KESTATUS KESetLevelForLoggersAttachedToTarget(const char* target, KELogLevel level) noexcept;
+[[nodiscard]] KESTATUS KESetLevelForLoggersAttachedToTarget(const char* target, KELogLevel level) noexcept;
 void KESetLevelForAllLoggers(KELogLevel level) noexcept;
 
 // Replaces the options; to set or remove single ones use the target's mPrefixLayout.
 void KESetPrefixOptionsForLogTarget(KELogTarget& target, std::uint32_t options) noexcept;
-KESTATUS KESetPrefixOptionsForLogTarget(const char* target, std::uint32_t options) noexcept;
+[[nodiscard]] KESTATUS KESetPrefixOptionsForLogTarget(const char* target, std::uint32_t options) noexcept;
 
 // --- Start and stop ------------------------------------------------------------------------------
 
 // Starts all targets and, with a configuration, lets every logger ask it for its level. The first
 // failure of a target is returned, but the others are started and logging counts as started. A second
 // call does nothing and succeeds.
-KESTATUS KEStartLogging(KELogConfiguration* config);
-KESTATUS KEStartLogTargets(KELogConfiguration* config);
+[[nodiscard]] KESTATUS KEStartLogging(KELogConfiguration* config);
+[[nodiscard]] KESTATUS KEStartLogTargets(KELogConfiguration* config);
 // Stops all targets; does nothing unless logging was started.
 void KEStopLogging();
 

@@ -25,7 +25,7 @@ public:
     // Creates count items; 0 is a success without effect. Throws what the allocator throws; the items
     // created until then stay in the pool.
     //   KESTATUS_INTERNAL_ERROR  the pool holds items already
-    KESTATUS AllocatePool(unsigned count) {
+    [[nodiscard]] KESTATUS AllocatePool(unsigned count) {
         if (mTotalCount != 0) {
             KEOutputLogMessage(logger::Global, KEFATAL, "already allocated");
             return KESTATUS_INTERNAL_ERROR;

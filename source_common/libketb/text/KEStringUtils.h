@@ -234,12 +234,12 @@ std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept;
 // unsigned short; char and wchar_t.
 //   KESTATUS_INVALID_FORMAT  there is no number, or no such base; value is unchanged
 template <typename T, typename charT>
-KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept;
 
-KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept;
-KESTATUS KEConvertStringToNumeric(double& value, const char* text) noexcept;
-KESTATUS KEConvertStringToNumeric(float& value, const wchar_t* text) noexcept;
-KESTATUS KEConvertStringToNumeric(double& value, const wchar_t* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(double& value, const char* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(float& value, const wchar_t* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(double& value, const wchar_t* text) noexcept;
 
 } // namespace kestrelon
 

@@ -11,10 +11,10 @@
 
 namespace kestrelon {
 
-bool KEUtf8ToWide(const char* text, std::wstring& result) noexcept;
-bool KEUtf8ToUtf16(const char* text, std::u16string& result) noexcept;
-bool KEWideToUtf8(const wchar_t* text, std::string& result) noexcept;
-bool KEUtf16ToUtf8(const char16_t* text, std::string& result) noexcept;
+[[nodiscard]] bool KEUtf8ToWide(const char* text, std::wstring& result) noexcept;
+[[nodiscard]] bool KEUtf8ToUtf16(const char* text, std::u16string& result) noexcept;
+[[nodiscard]] bool KEWideToUtf8(const wchar_t* text, std::string& result) noexcept;
+[[nodiscard]] bool KEUtf16ToUtf8(const char16_t* text, std::string& result) noexcept;
 
 } // namespace kestrelon
 

@@ -25,7 +25,7 @@ struct KECmdLineArgHandler;
 
 template <typename StringT>
 struct KECmdLineArgHandler<StringT, StringT> {
-    static KESTATUS ProcessValue(StringT& target, const StringT& text) {
+    [[nodiscard]] static KESTATUS ProcessValue(StringT& target, const StringT& text) {
         target = text;
         return KESTATUS_SUCCESS;
     }
@@ -36,7 +36,7 @@ struct KECmdLineArgHandler<StringT, StringT> {
 //   KESTATUS_INVALID_FORMAT  no number at all; target is unchanged
 template <>
 struct KECmdLineArgHandler<std::string, unsigned int> {
-    static KESTATUS ProcessValue(unsigned int& target, const std::string& text);
+    [[nodiscard]] static KESTATUS ProcessValue(unsigned int& target, const std::string& text);
 };
 
 // Instantiated for char.
@@ -66,7 +66,7 @@ public:
         virtual bool HasValue() const { return false; }
         virtual const StringT& GetShortName() const = 0;
         virtual const StringT& GetLongName() const = 0;
-        virtual KESTATUS Process(const StringT& text) = 0;
+        [[nodiscard]] virtual KESTATUS Process(const StringT& text) = 0;
 
         // What an item without a name has for one.
         static inline const StringT sEmptyString;
@@ -82,7 +82,7 @@ public:
         ArgT(T& target, bool isRequired, bool* isArgPresent)
             : ArgBase(isRequired, isArgPresent), mTarget(target) {}
 
-        KESTATUS Process(const StringT& text) override { return Handler(mTarget, text); }
+        [[nodiscard]] KESTATUS Process(const StringT& text) override { return Handler(mTarget, text); }
 
     private:
         T& mTarget;
@@ -158,7 +158,7 @@ public:
     //   KESTATUS_MISSING_VALUE, KESTATUS_UNKNOWN_OPTION, KESTATUS_PARAMETER_REJECTED (an extra word),
     //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or what the conversion of a value answered
     //   KESTATUS_NO_MEMORY           memory is short
-    KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
+    [[nodiscard]] KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
 
     // Formats a line and prints it behind the program's name.
     template <typename... Args>
@@ -170,7 +170,7 @@ public:
     // Writes the text as it is to standard error, flushed.
     static void DefaultPrintError(const CharT* text);
 
-    static KESTATUS ProcessSwitchOption(bool& target, const StringT&) {
+    [[nodiscard]] static KESTATUS ProcessSwitchOption(bool& target, const StringT&) {
         target = true;
         return KESTATUS_SUCCESS;
     }
@@ -189,11 +189,11 @@ private:
     }
 
     void CheckOption(const OptionDesc& desc) const;
-    KESTATUS ParseCommandLineImpl(const std::vector<StringT>& words);
+    [[nodiscard]] KESTATUS ParseCommandLineImpl(const std::vector<StringT>& words);
     ArgBase* FindOption(const StringT& word) const;
-    KESTATUS ParseOption(const std::vector<StringT>& words, std::size_t& index);
-    KESTATUS ParseArgument(const StringT& word);
-    KESTATUS CheckRequired() const;
+    [[nodiscard]] KESTATUS ParseOption(const std::vector<StringT>& words, std::size_t& index);
+    [[nodiscard]] KESTATUS ParseArgument(const StringT& word);
+    [[nodiscard]] KESTATUS CheckRequired() const;
 
     ArgList mArgumentsList; // in the order of definition
     ArgList mOptionsList;

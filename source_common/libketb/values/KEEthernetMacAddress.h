@@ -23,7 +23,7 @@ public:
     //   KESTATUS_INVALID_LENGTH  fewer than 12 characters, or a null pointer; the address is unchanged
     //   KESTATUS_INVALID_FORMAT  a pair that is none; the pairs before it are stored
     template <typename charT>
-    KESTATUS InitFromString(const charT* text);
+    [[nodiscard]] KESTATUS InitFromString(const charT* text);
 
     // Six pairs of digits separated by "-"; upper case for the type X.
     int FormatObject(KEFormatterBase& fmt, const KEFormatSpec& spec) const;

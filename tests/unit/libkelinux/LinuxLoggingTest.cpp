@@ -134,7 +134,7 @@ TEST(LogMetaData, NoMessageIsStampedWithoutATarget) {
             EXPECT_FALSE(fault.IsDelivered()) << "call " << number;
         }
         StartedTarget target;
-        logger.AttachTarget(target);
+        EXPECT_EQ(logger.AttachTarget(target), KESTATUS_SUCCESS);
         const SystemCallFault fault("clock_gettime", EIO);
         call();
         EXPECT_TRUE(fault.IsDelivered()) << "call " << number;

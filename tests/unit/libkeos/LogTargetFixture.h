@@ -46,7 +46,7 @@ class LogTargetFileTest : public testing::Test {
 protected:
     LogTargetFileTest() {
         kestrelon::KESetLogModuleName("module");
-        mLogger.AttachTarget(mTarget);
+        EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS);
         mTarget.SetLogFileName((mDirectory / "x.log").c_str());
     }
     ~LogTargetFileTest() override { kestrelon::KESetLogModuleName(""); }

@@ -34,6 +34,7 @@ bool WaitForKey() {
     return false;
 }
 
+// Whether a switch has worked, too: the child ignores its status.
 void ReportModes(const Reporter& reporter) {
     reporter.Line("canonical", KEPosixGetCanonicalMode());
     reporter.Line("echo", KEPosixGetEchoMode());
@@ -133,14 +134,14 @@ TEST(TerminalTest, ReadsWaitForOneByteWithCanonicalModeOff) {
 
 TEST(TerminalTest, TheModeObjectRestoresWhatItFound) {
     TerminalChild child([](const Reporter& reporter) {
-        KEPosixSwitchEchoMode(false);
+        static_cast<void>(KEPosixSwitchEchoMode(false));
         {
             KEPosixTerminalMode outer;
-            outer.SwitchEchoMode(true);
+            static_cast<void>(outer.SwitchEchoMode(true));
             {
                 KEPosixTerminalMode inner;
-                inner.SwitchCanonicalMode(false);
-                inner.SwitchEchoMode(false);
+                static_cast<void>(inner.SwitchCanonicalMode(false));
+                static_cast<void>(inner.SwitchEchoMode(false));
                 ReportModes(reporter);
                 // Not the object's business, so it stays.
                 termios modes{};
@@ -165,8 +166,8 @@ TEST(TerminalTest, TheModeObjectRestoresWhatOthersChanged) {
     TerminalChild child([](const Reporter& reporter) {
         {
             KEPosixTerminalMode mode;
-            KEPosixSwitchEchoMode(false);
-            KEPosixSwitchCanonicalMode(false);
+            static_cast<void>(KEPosixSwitchEchoMode(false));
+            static_cast<void>(KEPosixSwitchCanonicalMode(false));
         }
         ReportModes(reporter);
     });

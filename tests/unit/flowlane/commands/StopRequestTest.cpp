@@ -396,7 +396,7 @@ TEST(StopRequestTest, ModesThatOthersSetAreUsualFromThenOn) {
     TerminalChild child([](const Reporter& reporter) {
         {
             StopRequest stopRequest;
-            KEPosixSwitchCanonicalMode(true); // as a shell does
+            static_cast<void>(KEPosixSwitchCanonicalMode(true)); // as a shell does; the modes below show it
             stopRequest.IsRequested();
             ReportModes(reporter);
         }

@@ -31,7 +31,7 @@ class CountingTarget final : public KELogTarget {
 public:
     CountingTarget() : KELogTarget("CountingTarget") {
         logger::Global.SetLevel(KEMAXLEVEL);
-        logger::Global.AttachTarget(*this);
+        EXPECT_EQ(logger::Global.AttachTarget(*this), KESTATUS_SUCCESS);
     }
     ~CountingTarget() override { logger::Global.DetachTarget(*this); }
     void OutputMessage(KELogMessage& message, const KELogger&, const KELogMsgMetaData&) override {

@@ -57,7 +57,7 @@ private:
 
 class LogConsole : public testing::Test {
 protected:
-    LogConsole() { mLogger.AttachTarget(mConsole); }
+    LogConsole() { EXPECT_EQ(mLogger.AttachTarget(mConsole), KESTATUS_SUCCESS); }
 
     KELogger mLogger{"Console.Test", KEMAXLEVEL};
     KELogTargetConsole mConsole{"TestConsole", KEWARN};
@@ -84,7 +84,7 @@ TEST_F(LogConsole, SevereLinesGoToStandardErrorAndAllAreFlushed) {
 TEST_F(LogConsole, AnotherLimit) {
     KELogTargetConsole quiet("Quiet", KEFATAL);
     mLogger.DetachAllTargets();
-    mLogger.AttachTarget(quiet);
+    EXPECT_EQ(mLogger.AttachTarget(quiet), KESTATUS_SUCCESS);
     const StreamPipe out(stdout, STDOUT_FILENO);
     const StreamPipe err(stderr, STDERR_FILENO);
     KEOutputLogMessage(mLogger, KEERROR, "error");

@@ -25,7 +25,7 @@ using Lines = std::vector<std::string>;
 
 class LogEmit : public testing::Test {
 protected:
-    LogEmit() { mLogger.AttachTarget(mTarget); }
+    LogEmit() { EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS); }
 
     Lines TakeLines() { return std::exchange(mTarget.mLines, {}); }
 
@@ -150,8 +150,8 @@ TEST_F(LogEmit, EachTargetHasItsOwnPrefix) {
     const ModuleName module("mod");
     RecordingTarget second;
     RecordingTarget third;
-    mLogger.AttachTarget(second);
-    mLogger.AttachTarget(third);
+    EXPECT_EQ(mLogger.AttachTarget(second), KESTATUS_SUCCESS);
+    EXPECT_EQ(mLogger.AttachTarget(third), KESTATUS_SUCCESS);
     mTarget.mPrefixLayout.mOptions = 0x700;
     third.mPrefixLayout.mOptions = 0x400;
     KEOutputLogMessage(mLogger, KEERROR, "text");
@@ -196,7 +196,7 @@ TEST_F(LogEmit, WithoutTargetsNothingIsFormatted) {
     EXPECT_EQ(argument.mCalls, 0);
     EXPECT_TRUE(output.Messages().empty());
     EXPECT_TRUE(mTarget.mLines.empty());
-    mLogger.AttachTarget(mTarget);
+    EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS);
     logAll();
     EXPECT_EQ(argument.mCalls, 4);
     EXPECT_EQ(output.Messages().size(), 2u);

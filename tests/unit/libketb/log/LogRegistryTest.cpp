@@ -190,9 +190,9 @@ TEST(LogRegistry, ThreeTargetsPerLogger) {
 TEST(LogRegistry, DetachingClosesTheGap) {
     KELogger logger("l", KEINFO);
     RecordingTarget a, b, c, d;
-    logger.AttachTarget(a);
-    logger.AttachTarget(b);
-    logger.AttachTarget(c);
+    EXPECT_EQ(logger.AttachTarget(a), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(b), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(c), KESTATUS_SUCCESS);
     EXPECT_EQ(logger.DetachTarget(a), KESTATUS_SUCCESS);
     EXPECT_EQ(logger.DetachTarget(a), KESTATUS_NOT_FOUND);
     KEOutputLogMessage(logger, KEINFO, "x");
@@ -215,8 +215,8 @@ TEST(LogRegistry, ADestroyedTargetIsDetached) {
     RecordingTarget second("second");
     {
         RecordingTarget first("first");
-        logger.AttachTarget(first);
-        logger.AttachTarget(second);
+        EXPECT_EQ(logger.AttachTarget(first), KESTATUS_SUCCESS);
+        EXPECT_EQ(logger.AttachTarget(second), KESTATUS_SUCCESS);
     }
     KEOutputLogMessage(logger, KEINFO, "x");
     EXPECT_EQ(second.mLines, std::vector<std::string>{"x"});
@@ -228,7 +228,7 @@ TEST(LogRegistry, AttachToAllLoggersTriesAll) {
     KELogger last("last", KEINFO);
     RecordingTarget a, b, c, d("d");
     for (RecordingTarget* target : {&a, &b, &c}) {
-        full.AttachTarget(*target);
+        EXPECT_EQ(full.AttachTarget(*target), KESTATUS_SUCCESS);
     }
     EXPECT_EQ(KEAttachLogTargetToAllLoggers(d), KESTATUS_NO_RESOURCES);
     EXPECT_TRUE(first.IsAttachedToTarget(d));
@@ -377,9 +377,9 @@ TEST(LogRegistry, OperationsOnObjects) {
 TEST(LogRegistry, AttachToAFullLoggerByObject) {
     KELogger logger("Named", KEINFO);
     RecordingTarget a, b, c, d("d");
-    logger.AttachTarget(a);
-    logger.AttachTarget(b);
-    logger.AttachTarget(c);
+    EXPECT_EQ(logger.AttachTarget(a), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(b), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(c), KESTATUS_SUCCESS);
     EXPECT_EQ(KEAttachLogTargetToLogger(d, logger), KESTATUS_NO_RESOURCES);
     EXPECT_EQ(KEAttachLogTargetToLogger("d", "Named"), KESTATUS_NO_RESOURCES);
 }

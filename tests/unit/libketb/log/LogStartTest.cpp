@@ -100,7 +100,7 @@ TEST_F(LogStart, TheFirstFailureIsKeptAndTheOthersAreStarted) {
 
 TEST_F(LogStart, ATargetThatFailedToStartStillGetsMessages) {
     mOlder.mStartStatus = KESTATUS_FAILED;
-    mFirst.AttachTarget(mOlder);
+    EXPECT_EQ(mFirst.AttachTarget(mOlder), KESTATUS_SUCCESS);
     EXPECT_EQ(KEStartLogging(nullptr), KESTATUS_FAILED);
     KEOutputLogMessage(mFirst, KEINFO, "x");
     EXPECT_EQ(mOlder.mLines, std::vector<std::string>{"x"});
@@ -171,7 +171,7 @@ TEST(LogTargetBase, DoesNothing) {
     EXPECT_EQ(target.StartTarget(nullptr), KESTATUS_SUCCESS);
     target.StopTarget();
     KELogger logger("l", KEINFO);
-    logger.AttachTarget(target);
+    EXPECT_EQ(logger.AttachTarget(target), KESTATUS_SUCCESS);
     KEOutputLogMessage(logger, KEINFO, "dropped");
 }
 
