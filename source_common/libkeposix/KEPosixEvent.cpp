@@ -14,14 +14,11 @@ KESTATUS KEPosixEvent::CreateEvent(bool isManualReset) noexcept {
     }
     KESTATUS st = mMutex.CreateMutexObj();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateMutexObj failed, st={}",
-                           KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "CreateMutexObj failed, st={}", st);
     }
     st = mCondition.CreateCondition();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateCondition failed, st={}",
-                           KEFormatArgKEStatus(st));
+        KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "CreateCondition failed, st={}", st);
         mMutex.DestroyMutex();
         return st;
     }
@@ -46,18 +43,11 @@ KESTATUS KEPosixEvent::SetEvent() noexcept {
     }
     const std::lock_guard guard(mMutex);
     mIsSignaled = true;
-    if (mIsManualResetType) {
-        const KESTATUS st = mCondition.BroadcastCondition();
-        if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "BroadcastCondition failed, st={}",
-                               KEFormatArgKEStatus(st));
-        }
-        return st;
-    }
-    const KESTATUS st = mCondition.SignalCondition();
+    const KESTATUS st = mIsManualResetType ? mCondition.BroadcastCondition() : mCondition.SignalCondition();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "SignalCondition failed, st={}",
-                           KEFormatArgKEStatus(st));
+        KEOutputFailure(
+            logger::Global, KE_FUNCTION_TAG,
+            mIsManualResetType ? "BroadcastCondition failed, st={}" : "SignalCondition failed, st={}", st);
     }
     return st;
 }

@@ -27,7 +27,7 @@ void KEOutputLogMessageImpl(const KELogFunctionParams& params, const char* text)
 void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* format,
                             const fmtimpl::ArgumentHolder* args, std::size_t count);
 
-// Emits bytes in hexadecimal and as characters, a message a line. bytesPerLine 0 stands for 16.
+// Emits bytes in hexadecimal and as characters, one message per line. bytesPerLine 0 means 16.
 void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, std::size_t length,
                          unsigned int bytesPerLine);
 
@@ -57,16 +57,17 @@ void KEOutputLogMessage(const KELogger& logger, KELogLevel level, const KELogMsg
     }
 }
 
-// Logs a step that has failed with st as an error; returns st. format has one field, for st.
+// Logs a step that has failed with st as an error; returns st, which may be ignored. format has one field,
+// for st.
 KESTATUS KEOutputFailure(const KELogger& logger, const char* format, KESTATUS st);
 KESTATUS KEOutputFailure(const KELogger& logger, const KELogMsgHeaderTag& function, const char* format,
                          KESTATUS st);
 
-// Logs a system call that has failed with err, an error number, on Global; returns the status of that number.
-// format has one field, for err.
+// Logs a system call that has failed with err, an error number, on Global; returns the status of that number,
+// which may be ignored. format has one field, for err.
 KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* format, int err);
 
-// The calling function's signature as a header, for failures of system calls.
+// The calling function's signature as a header.
 #define KE_FUNCTION_TAG                                                                                      \
     ::kestrelon::KELogMsgHeaderTag {                                                                         \
         __PRETTY_FUNCTION__                                                                                  \
