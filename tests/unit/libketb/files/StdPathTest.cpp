@@ -9,7 +9,7 @@
 
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
-#include "files/KEFilesystemGuard.h"
+#include "files/KEGuardFilesystemOperation.h"
 
 using namespace kestrelon;
 using testsupport::LogCapture;

@@ -1,6 +1,6 @@
 // The boundary between the standard filesystem library, which throws, and the toolbox, which does not.
-#ifndef KESTRELON_KEFILESYSTEMGUARD_H
-#define KESTRELON_KEFILESYSTEMGUARD_H
+#ifndef KESTRELON_KEGUARDFILESYSTEMOPERATION_H
+#define KESTRELON_KEGUARDFILESYSTEMOPERATION_H
 
 #include <filesystem>
 
