@@ -1,9 +1,10 @@
 // The logging facility: emitting messages, and the operations on all loggers and targets.
 //
-// A call site names a logger and a level. When the logger's level admits it and a target is attached, the
-// text is formatted (KEFormatter.h) into a buffer on the stack, stamped and handed to each target; otherwise
-// nothing is done, so that a message without a reader costs two reads. Logging never fails towards its
-// caller and takes no lock: emit from any thread, but construct, attach and start before other threads do.
+// A call site names a logger and a level. When the logger's level admits the message and a target is
+// attached, the text is formatted (KEFormatter.h) into a buffer on the stack and handed to each target with
+// time, thread and level. Otherwise nothing is done: a message that nobody gets costs two reads. Logging
+// never fails towards its caller and takes no lock. Any thread may emit; construct, attach and start before
+// other threads emit.
 #ifndef KESTRELON_KELOGGING_H
 #define KESTRELON_KELOGGING_H
 
@@ -22,7 +23,7 @@ namespace kestrelon {
 
 // Emits the headers alone.
 void KEOutputLogMessageImpl(const KELogFunctionParams& params);
-// Emits a text without arguments; it is a format string all the same: "{{" stands for "{".
+// Emits a text without arguments. It is still a format string: "{{" prints "{".
 void KEOutputLogMessageImpl(const KELogFunctionParams& params, const char* text);
 void KEOutputLogMessageArgs(const KELogFunctionParams& params, const char* format,
                             const fmtimpl::ArgumentHolder* args, std::size_t count);
@@ -75,18 +76,18 @@ KESTATUS KEOutputSystemError(const KELogMsgHeaderTag& function, const char* form
 
 // --- Loggers and targets -------------------------------------------------------------------------
 
-// Null, and a line in the system log, when there is none of this name. Without caseSensitive ASCII
-// letters are folded. A null name counts as "".
+// Null, and a line in the system log, when there is none of this name. Without caseSensitive, ASCII letters
+// are equal in both cases. A null name counts as "".
 KELogger* KEGetLoggerByName(const char* name, bool caseSensitive) noexcept;
 KELogTarget* KEGetLogTargetByName(const char* name, bool caseSensitive) noexcept;
 
-// The operations by name answer an unknown name with KESTATUS_OBJECT_NOT_FOUND. Attaching answers
+// The operations that take names return KESTATUS_OBJECT_NOT_FOUND for an unknown one. Attaching returns
 // KESTATUS_NO_RESOURCES when a logger has no free slot.
 [[nodiscard]] KESTATUS KEAttachLogTargetToLogger(KELogTarget& target, KELogger& logger) noexcept;
 [[nodiscard]] KESTATUS KEAttachLogTargetToLogger(const char* target, const char* logger) noexcept;
 [[nodiscard]] KESTATUS KEAttachLogTargetToAllLoggers(KELogTarget& target) noexcept;
 [[nodiscard]] KESTATUS KEAttachLogTargetToAllLoggers(const char* target) noexcept;
-// Every target to every logger; the first failure is returned after all have been tried.
+// Attaches every target to every logger. Tries all, then returns the first failure.
 [[nodiscard]] KESTATUS KEAttachAllLogTargets() noexcept;
 void KEDetachAllLogTargets() noexcept;
 
@@ -96,22 +97,22 @@ void KESetLevelForLoggersAttachedToTarget(const KELogTarget& target, KELogLevel 
 [[nodiscard]] KESTATUS KESetLevelForLoggersAttachedToTarget(const char* target, KELogLevel level) noexcept;
 void KESetLevelForAllLoggers(KELogLevel level) noexcept;
 
-// Replaces the options; to set or remove single ones use the target's mPrefixLayout.
+// Replace all options. To set or remove single ones use the target's mPrefixLayout.
 void KESetPrefixOptionsForLogTarget(KELogTarget& target, std::uint32_t options) noexcept;
 [[nodiscard]] KESTATUS KESetPrefixOptionsForLogTarget(const char* target, std::uint32_t options) noexcept;
 
 // --- Start and stop ------------------------------------------------------------------------------
 
-// Starts all targets and, with a configuration, lets every logger ask it for its level. The first
-// failure of a target is returned, but the others are started and logging counts as started. A second
+// Starts all targets; with a configuration, every logger then takes its level from there. When a target fails
+// the others are started all the same, and logging counts as started; the first failure is returned. A second
 // call does nothing and succeeds.
 [[nodiscard]] KESTATUS KEStartLogging(KELogConfiguration* config);
 [[nodiscard]] KESTATUS KEStartLogTargets(KELogConfiguration* config);
 // Stops all targets; does nothing unless logging was started.
 void KEStopLogging();
 
-// The process-wide name in front of the toolbox's diagnostics: at most 31 bytes of UTF-8 are kept, whole
-// characters only. A wide name that cannot be converted has "?" for what is not ASCII.
+// The process-wide name in front of the toolbox's diagnostics. At most 31 bytes of UTF-8 are kept, whole
+// characters only. In a wide name that cannot be converted "?" replaces what is not ASCII.
 void KESetLogModuleName(const char* name) noexcept;
 void KESetLogModuleName(const wchar_t* name) noexcept;
 const char* KEGetLogModuleName() noexcept;
