@@ -1,4 +1,4 @@
-// The event types of the OS layer; see KEPosixEvent.h.
+// The event types of the OS layer. KEPosixEvent.h describes them.
 #ifndef KESTRELON_KEOSEVENT_H
 #define KESTRELON_KEOSEVENT_H
 

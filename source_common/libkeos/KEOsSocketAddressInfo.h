@@ -1,6 +1,6 @@
-// The addresses that a host and a service stand for: owns one list of getaddrinfo.
+// The addresses of a host and a service. An object owns one list of getaddrinfo.
 //
-// Lookups may ask name servers and block for as long as those take. One thread at a time per object.
+// A lookup may ask name servers and blocks for as long as they take. One thread at a time per object.
 #ifndef KESTRELON_KEOSSOCKETADDRESSINFO_H
 #define KESTRELON_KEOSSOCKETADDRESSINFO_H
 
@@ -19,8 +19,8 @@ public:
     KEOsSocketAddressInfo(const KEOsSocketAddressInfo&) = delete;
     KEOsSocketAddressInfo& operator=(const KEOsSocketAddressInfo&) = delete;
 
-    // A lookup replaces the list; node, service and hints as for getaddrinfo. When it fails the list is
-    // empty, the status is KESTATUS_NO_ADDRESS, and the message tells the reason.
+    // A lookup replaces the list. node, service and hints as for getaddrinfo. When it fails, the list is
+    // empty and the status is KESTATUS_NO_ADDRESS; the log has the reason.
     [[nodiscard]] KESTATUS GetAddressInfo(const char* node, const char* service,
                                           const addrinfo* hints) noexcept;
     // port in host byte order.
@@ -33,7 +33,8 @@ public:
     [[nodiscard]] KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType,
                                                 int flags) noexcept;
 
-    // The head of the list, null when it is empty. It stays this object's, until the next lookup.
+    // The head of the list, null when it is empty. It belongs to this object and is valid until the next
+    // lookup.
     const addrinfo* AddressInfo() const noexcept { return mAddressInfo; }
 
 private:

@@ -66,7 +66,7 @@ KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
         return KESTATUS_NOT_INITIALIZED;
     }
     const std::lock_guard guard(mMutex);
-    // One deadline for the whole wait, however often the condition wakes without the event being set.
+    // One deadline for the whole wait, however often the condition wakes up before the event is set.
     timespec deadline{};
     if (!mIsSignaled && timeout >= 0) {
         const KESTATUS st = KEPosixGetAbsoluteTimeForTimeout(timeout, deadline);
@@ -77,7 +77,7 @@ KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
     while (!mIsSignaled) {
         const KESTATUS st = timeout < 0 ? mCondition.WaitForConditionInfinite(mMutex)
                                         : mCondition.WaitForConditionTimed(mMutex, deadline);
-        // A time-out may come together with the event: the event wins.
+        // The time may be up just when the event is set: the event counts.
         if (st != KESTATUS_SUCCESS && !(st == KESTATUS_TIMEOUT && mIsSignaled)) {
             return st;
         }

@@ -1,6 +1,6 @@
-// A recursive POSIX mutex: the thread that holds it may take it again, and gives it free with as many
-// releases. Created once, before other threads use it; may then be taken from any thread. Without a
-// created mutex the operations do nothing.
+// A recursive POSIX mutex: the thread that holds it may take it again and must release it as often. Create it
+// once, before other threads use it; then any thread may take it. Until it is created the operations do
+// nothing.
 #ifndef KESTRELON_KEPOSIXMUTEX_H
 #define KESTRELON_KEPOSIXMUTEX_H
 
@@ -31,7 +31,7 @@ public:
     bool IsCreated() const noexcept { return mIsCreated; }
     pthread_mutex_t* NativeMutex() noexcept { return &mMutex; }
 
-    // The same under the names that std::lock_guard and its kin want.
+    // The same under the names that std::lock_guard uses.
     void lock() noexcept { AcquireMutex(); }
     void unlock() noexcept { ReleaseMutex(); }
     bool try_lock() noexcept { return TryEnterMutex(); }

@@ -9,8 +9,8 @@ namespace kestrelon {
 
 namespace {
 
-// A process in the background that sets the modes or reads would be stopped by SIGTTOU or SIGTTIN. There is
-// no background without job control: on a terminal that is not the controlling one, and without a terminal.
+// SIGTTOU or SIGTTIN would stop a process in the background that sets the modes or reads. There is no
+// background without job control: on a terminal that is not the controlling one, and without a terminal.
 bool IsInBackground() noexcept {
     const pid_t foreground = tcgetpgrp(STDIN_FILENO);
     return foreground != -1 && foreground != getpgrp();
@@ -111,7 +111,7 @@ KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept {
     if (st != KESTATUS_SUCCESS) {
         return st;
     }
-    // Only what is ours: other modes may have been changed meanwhile.
+    // Only our own modes: others may have been changed since.
     constexpr tcflag_t cOurModes = ICANON | ECHO;
     if (((modes.c_lflag ^ found.c_lflag) & cOurModes) == 0 && modes.c_cc[VMIN] == found.c_cc[VMIN] &&
         modes.c_cc[VTIME] == found.c_cc[VTIME]) {
@@ -134,7 +134,7 @@ bool KEPosixKbHit() noexcept {
         return false;
     }
     const SingleKeyMode mode; // in canonical mode only finished lines would count
-    // select and poll call an input at its end readable; the number of waiting bytes does not lie.
+    // select and poll would call an input at its end readable, so the waiting bytes are counted.
     int count = 0;
     return ioctl(STDIN_FILENO, FIONREAD, &count) == 0 && count > 0;
 }
@@ -144,7 +144,7 @@ int KEPosixGetCh() noexcept {
         return -1;
     }
     const SingleKeyMode mode;
-    // Not through stdio, whose buffer would hide further bytes from KEPosixKbHit.
+    // Not through stdio: its buffer would hide further bytes from KEPosixKbHit.
     unsigned char character = 0;
     return read(STDIN_FILENO, &character, 1) == 1 ? character : -1;
 }

@@ -1,11 +1,10 @@
 // printf-style formatting into a caller's buffer, with a status.
 //
-// size is the buffer's size in characters. Nothing is written past it and the result is always
-// terminated, unless size is 0 or buf is null: then nothing is written and the status is
-// KESTATUS_BUFFER_TOO_SMALL.
+// size is the buffer's size in characters. Nothing is written past it, and the result is always terminated.
+// When size is 0 or buf is null nothing is written, and the status is KESTATUS_BUFFER_TOO_SMALL.
 //   KESTATUS_SUCCESS            the whole result and its terminator fitted
 //   KESTATUS_BUFFER_TOO_SMALL   the result was cut
-//   KESTATUS_INVALID_PARAMETER  the C library answered EINVAL
+//   KESTATUS_INVALID_PARAMETER  the C library reported EINVAL
 //   0xE0010000 | errno          any other failure of the C library
 // Safe from any thread.
 #ifndef KESTRELON_KERT_STRING_H

@@ -1,4 +1,4 @@
-// The boundary between the standard filesystem library, which throws, and the toolbox, which does not.
+// Calls the standard filesystem library, which throws, for the toolbox, which does not.
 #ifndef KESTRELON_KEGUARDFILESYSTEMOPERATION_H
 #define KESTRELON_KEGUARDFILESYSTEMOPERATION_H
 
@@ -9,9 +9,9 @@
 
 namespace kestrelon {
 
-// Runs operation. A filesystem error is logged on Global with message, whose fields are filled with args and
-// then the error's number, and returned as a status of the Linux family; any other exception is
-// KESTATUS_FAILED. From any thread.
+// Runs operation on the calling thread. A filesystem error is logged on Global and returned as a status of
+// the Linux family; the fields of message are filled with args and then the error's number. Any other
+// exception is logged and gives KESTATUS_FAILED.
 template <typename Operation, typename... Args>
 [[nodiscard]] KESTATUS KEGuardFilesystemOperation(Operation&& operation, const char* message,
                                                   const Args&... args) noexcept {

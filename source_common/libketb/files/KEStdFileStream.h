@@ -1,8 +1,8 @@
 // A file of the C library, owned: closed by the destructor, moved but not copied. One thread at a time.
 //
-// Operations on a stream that is not open return KESTATUS_NOT_OPENED or move no bytes. Failures of
-// seeking, telling, flushing and closing are logged; those of opening, reading and writing are for the
-// caller to report.
+// Operations on a stream that is not open return KESTATUS_NOT_OPENED or move no bytes. Seek, Tell,
+// TruncateFile, FlushFile and closing log their failures; the caller reports those of opening, reading and
+// writing.
 #ifndef KESTRELON_KESTDFILESTREAM_H
 #define KESTRELON_KESTDFILESTREAM_H
 
@@ -29,7 +29,7 @@ public:
     std::size_t ReadFromFile(void* data, std::size_t length) noexcept;
     std::size_t WriteToFile(const void* data, std::size_t length) noexcept;
 
-    // Back to the start; the end-of-file state is cleared, as by every successful seek.
+    // Back to the start. Every successful seek clears the end-of-file state.
     [[nodiscard]] KESTATUS RewindFile() noexcept { return Seek(0, SEEK_SET); }
     // True once a read has hit the end of the file, until the next successful seek.
     bool IsEndOfFile() const noexcept;
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] KESTATUS SeekToEnd() noexcept { return Seek(0, SEEK_END); }
     // The position in bytes from the start; left alone on failure.
     [[nodiscard]] KESTATUS Tell(std::size_t& position) noexcept;
-    // From now on every write goes to the system at once. Right after opening.
+    // From now on every write goes to the system at once. To be called right after opening.
     void DisableBuffering() noexcept;
     // Cuts the file, or extends it with zeros, to length bytes; the position stays.
     [[nodiscard]] KESTATUS TruncateFile(std::size_t length) noexcept;
@@ -51,8 +51,7 @@ public:
     int VPrintf(const char* format, va_list args) noexcept __attribute__((format(printf, 2, 0)));
 };
 
-// Success or the status of errno.
-// An existing file of the new name is replaced.
+// Success or the status of errno. An existing file of the new name is replaced.
 [[nodiscard]] KESTATUS KEStdFileRename(const char* oldPath, const char* newPath) noexcept;
 // The status may be ignored: whoever removes a file seldom minds that there is none.
 KESTATUS KEStdFileRemove(const char* path) noexcept;

@@ -1,9 +1,9 @@
-// Conversions between UTF-8, UTF-16 and 32-bit texts that report nothing: the formatter itself uses
-// them. With log lines: KEStringConv.h.
+// Conversions between UTF-8, UTF-16 and 32-bit texts. They log nothing, since the formatter itself uses them;
+// those of KEStringConv.h log failures.
 //
 // Each returns false when the standard library's converter refuses the text or memory is short; result is
 // empty then. Newer libraries refuse single surrogates, older ones only those of UTF-16. text must not be
-// null.
+// null. From any thread.
 #ifndef KESTRELON_KEUTFCONVERT_H
 #define KESTRELON_KEUTFCONVERT_H
 

@@ -1,9 +1,9 @@
 // The toolbox's command-line parser: options and positional arguments, each bound to a variable of the
 // caller, filled from the words of a command line.
 //
-// A parser is built, defined, run once and destroyed, by one thread. Targets and presence flags belong to
-// the caller and outlive it. The first problem is printed as one line and ends the parse; targets written
-// before it keep their new values.
+// One thread constructs a parser, defines its options and arguments, runs it once and destroys it. Targets
+// and presence flags belong to the caller and outlive the parser. The first problem is printed as one line
+// and ends the parse; targets written before keep their new values.
 #ifndef KESTRELON_KECMDLINEPARSER_H
 #define KESTRELON_KECMDLINEPARSER_H
 
@@ -19,7 +19,7 @@ namespace kestrelon {
 using KEStringVectorCHAR = std::vector<std::string>;
 using KEStringVectorWCHAR = std::vector<std::wstring>;
 
-// How the word behind an option, or a positional word, becomes a value of type T.
+// Converts the word behind an option, or a positional word, to a value of type T.
 template <typename StringT, typename T>
 struct KECmdLineArgHandler;
 
@@ -31,8 +31,8 @@ struct KECmdLineArgHandler<StringT, StringT> {
     }
 };
 
-// Decimal, or hexadecimal behind "0x"; leading zeros do not make a number octal. Characters behind the
-// number are ignored, the result is cut to 32 bits.
+// Decimal, or hexadecimal behind "0x". Leading zeros do not make a number octal. Characters behind the number
+// are ignored, and the result is cut to 32 bits.
 //   KESTATUS_INVALID_FORMAT  no number at all; target is unchanged
 template <>
 struct KECmdLineArgHandler<std::string, unsigned int> {
@@ -47,15 +47,15 @@ public:
     using PrintErrorFunction = void (*)(const CharT* text);
 
     struct OptionDesc {
-        const CharT* mShortName; // stands behind one dash; may be empty
-        const CharT* mLongName;  // stands behind two dashes; may be empty
+        const CharT* mShortName; // used behind one dash; may be empty
+        const CharT* mLongName;  // used behind two dashes; may be empty
         bool mIsRequired;
     };
     struct ArgumentDesc {
         bool mIsRequired;
     };
 
-    // Everything that can be defined.
+    // An option or a positional argument.
     class ArgBase {
     public:
         ArgBase(bool isRequired, bool* isArgPresent) : mIsRequired(isRequired), mIsArgPresent(isArgPresent) {}
@@ -68,12 +68,12 @@ public:
         virtual const StringT& GetLongName() const = 0;
         [[nodiscard]] virtual KESTATUS Process(const StringT& text) = 0;
 
-        // What an item without a name has for one.
+        // The name of an item without a name.
         static inline const StringT sEmptyString;
 
         bool mIsRequired;
-        bool mIsPresent = false; // the item has been seen
-        bool* mIsArgPresent;     // the caller's copy of it, may be null
+        bool mIsPresent = false; // on the command line
+        bool* mIsArgPresent;     // the caller's copy of mIsPresent, may be null
     };
 
     template <typename T, KESTATUS (*Handler)(T&, const StringT&)>
@@ -122,8 +122,8 @@ public:
         bool mHasValue;
     };
 
-    // programName stands in front of every error line. Positional words that no argument takes go to the
-    // lists that are not null.
+    // Every error line begins with programName. Positional words that no argument takes go to the lists that
+    // are not null.
     KECmdLineParserT(const CharT* programName, KEStringVectorCHAR* remainingArguments,
                      KEStringVectorWCHAR* remainingArgumentsW,
                      PrintErrorFunction printError = &DefaultPrintError)
@@ -149,14 +149,14 @@ public:
                                                                                         isPresent);
     }
 
-    // Report unknown options and go on; drop positional words that nothing takes.
+    // Unknown options are reported, and the parse goes on. Positional words that nothing takes are dropped.
     void SetIgnoreUnknownOptions(bool ignore) { mIgnoreUnknownOptions = ignore; }
     void SetIgnoreExtraArguments(bool ignore) { mIgnoreExtraArguments = ignore; }
 
     // argv[0] is the program's own path and is skipped.
-    //   KESTATUS_FAILED              there is not even that word
+    //   KESTATUS_FAILED              there are no words at all
     //   KESTATUS_MISSING_VALUE, KESTATUS_UNKNOWN_OPTION, KESTATUS_PARAMETER_REJECTED (an extra word),
-    //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or what the conversion of a value answered
+    //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or the status of the conversion of a value
     //   KESTATUS_NO_MEMORY           memory is short
     [[nodiscard]] KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
 
