@@ -12,14 +12,14 @@ namespace kestrelon {
 
 namespace {
 
-// True while this thread writes a line. What the layers below log meanwhile must not be written in turn:
-// it would fail as they did, and so on without end.
+// True while this thread writes a line. A message that the layers below log meanwhile must not be written in
+// turn: it would fail as they did, and so on without end.
 thread_local bool sIsWriting = false;
 
 } // namespace
 
 KELogTargetLogFile::~KELogTargetLogFile() {
-    // Before the members go: closing the file may log, and what is logged would come here.
+    // Before the members are destroyed: closing the file may log, and the message would come here.
     DetachFromAllLoggers();
     KELogTargetLogFile::StopTarget();
 }

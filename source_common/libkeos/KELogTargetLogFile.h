@@ -1,13 +1,13 @@
 // A log target that appends its lines to a file of limited size with one backup (KELogFile.h).
 //
-// The settings are made before the start, by the operations below or by the configuration under the
-// target's name: "LogFile" (text), "AppendMode", "FlushAfterWrite" (non-zero: on) and "MaxFileSizeKB"
-// (KiB, 0: no limit, negative: ignored). The file's name is expanded as a shell word, so that variables, a
-// leading ~ and commands in it are resolved; quote blanks.
+// The settings are made before the start, by the operations below or by the configuration under the target's
+// name: "LogFile" (text), "AppendMode", "FlushAfterWrite" (non-zero: on) and "MaxFileSizeKB" (KiB, 0: no
+// limit, negative: ignored). The file's name is expanded as a word of the shell, with variables, a leading ~
+// and commands; quote blanks.
 //
-// Lines come from any thread and are written whole. Failures go to the system log, never to the caller:
-// a target without a file drops its lines. What goes wrong while a line is written, and is logged by the
-// layers below, goes to the system log instead of into this file.
+// Lines come from any thread and are written whole. Failures to write go to the system log, never to the
+// caller: a target without a file drops its lines. Messages that the layers below log while a line is written
+// go to the system log too, not into this file.
 #ifndef KESTRELON_KELOGTARGETLOGFILE_H
 #define KESTRELON_KELOGTARGETLOGFILE_H
 
@@ -31,15 +31,15 @@ public:
 
     // Opens the file. KESTATUS_ALREADY_OPEN when already started; KESTATUS_INVALID_PARAMETER without a file
     // name; KESTATUS_FAILED when the name expands to nothing. configuration may be null.
-    KESTATUS StartTarget(KELogConfiguration* configuration) override;
+    [[nodiscard]] KESTATUS StartTarget(KELogConfiguration* configuration) override;
     void StopTarget() override;
     void OutputMessage(KELogMessage& message, const KELogger& logger,
                        const KELogMsgMetaData& metaData) override;
 
 private:
-    KESTATUS StartTargetImpl(KELogConfiguration* configuration);
+    [[nodiscard]] KESTATUS StartTargetImpl(KELogConfiguration* configuration);
     void ReadConfiguration(KELogConfiguration& configuration);
-    KESTATUS ExpandFileName();
+    [[nodiscard]] KESTATUS ExpandFileName();
 
     KEOsThreadMutexAutoCreate mMutex;
     std::string mFilePathAndName; // as configured; expanded by the start

@@ -1,4 +1,4 @@
-// The event types of the OS layer; see KEPosixEvent.h.
+// The event types of the OS layer. KEPosixEvent.h describes them.
 #ifndef KESTRELON_KEOSEVENT_H
 #define KESTRELON_KEOSEVENT_H
 
@@ -8,12 +8,12 @@ namespace kestrelon {
 
 class KEOsManualResetEvent : public KEPosixEvent {
 public:
-    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(true); }
+    [[nodiscard]] KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(true); }
 };
 
 class KEOsAutoResetEvent : public KEPosixEvent {
 public:
-    KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(false); }
+    [[nodiscard]] KESTATUS CreateEvent() noexcept { return KEPosixEvent::CreateEvent(false); }
 };
 
 } // namespace kestrelon

@@ -22,15 +22,20 @@ KESTATUS StatusFromErrno(int err) noexcept {
     return err != 0 ? KEStatusFromErrno(err) : KESTATUS_FAILED;
 }
 
-// Logs a failed system call and gives its status. format has one field, for the errno.
-KESTATUS Failure(const KELogMsgHeaderTag& function, const char* format, int err,
-                 KELogLevel level = KEERROR) noexcept {
-    KEOutputLogMessage(logger::Global, level, function, format, err);
+// KEOutputSystemError with the statuses of a socket. format has one field, for err.
+KESTATUS Failure(const KELogMsgHeaderTag& function, const char* format, int err) noexcept {
+    KEOutputSystemError(function, format, err);
     return StatusFromErrno(err);
 }
 
-// Warns of a step that failed; gives its status.
-KESTATUS LogStep(const KELogMsgHeaderTag& function, const char* format, KESTATUS st) noexcept {
+// The same for a transfer, which logs its failures on a lower level.
+KESTATUS TransferFailure(const KELogMsgHeaderTag& function, const char* format, int err) noexcept {
+    KEOutputLogMessage(logger::Global, KEINFO, function, format, err);
+    return StatusFromErrno(err);
+}
+
+// Warns when st, the result of a step, is a failure; returns st. format has one field, for st.
+KESTATUS WarnIfFailed(const KELogMsgHeaderTag& function, const char* format, KESTATUS st) noexcept {
     if (st != KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Global, KEWARN, function, format, KEFormatArgKEStatus(st));
     }
@@ -48,8 +53,9 @@ KESTATUS UseOneOf(KEOsSocket& socket, const KEOsSocketAddressInfo& addresses,
     }
     KESTATUS st = KESTATUS_SUCCESS;
     for (; address; address = address->ai_next) {
-        st = LogStep(function, "CreateSocket failed, st={}",
-                     socket.CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol));
+        st =
+            WarnIfFailed(function, "CreateSocket failed, st={}",
+                         socket.CreateSocket(address->ai_family, address->ai_socktype, address->ai_protocol));
         if (st == KESTATUS_SUCCESS) {
             st = use(*address);
         }
@@ -72,22 +78,20 @@ KESTATUS TransferData(KEOsSocket& socket, const Transfer& transfer, unsigned int
     if (count < 0) {
         const int err = errno;
         if (err != EAGAIN) {
-            return Failure(function, firstFailed, err, KEINFO);
+            return TransferFailure(function, firstFailed, err);
         }
         if (!socket.IsNonBlocking()) {
             return KESTATUS_WOULD_BLOCK;
         }
         const KESTATUS st = socket.WaitUntilIoPossible(direction, timeout);
         if (st != KESTATUS_SUCCESS) {
-            if (st != KESTATUS_TIMEOUT) {
-                KEOutputLogMessage(logger::Global, KEERROR, function, "WaitUntilIoPossible failed, err={}",
-                                   KEFormatArgKEStatus(st));
-            }
-            return st;
+            return st == KESTATUS_TIMEOUT
+                       ? st
+                       : KEOutputFailure(logger::Global, function, "WaitUntilIoPossible failed, err={}", st);
         }
         count = transfer();
         if (count < 0) {
-            return Failure(function, secondFailed, errno, KEINFO);
+            return TransferFailure(function, secondFailed, errno);
         }
     }
     transferred = static_cast<std::size_t>(count);
@@ -176,7 +180,7 @@ KESTATUS KEOsSocket::Shutdown(int how) noexcept {
 KESTATUS KEOsSocket::ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept {
     const KELogMsgHeaderTag& function = KE_FUNCTION_TAG;
     const auto connectTo = [&](const addrinfo& address) {
-        return LogStep(function, "Connect failed, st={}", Connect(*address.ai_addr, address.ai_addrlen));
+        return WarnIfFailed(function, "Connect failed, st={}", Connect(*address.ai_addr, address.ai_addrlen));
     };
     return UseOneOf(*this, addresses, function, connectTo);
 }
@@ -186,13 +190,13 @@ KESTATUS KEOsSocket::BindToOneOf(const KEOsSocketAddressInfo& addresses, bool re
     const auto bindTo = [&](const addrinfo& address) {
         if (reuseAddress) {
             const std::int32_t on = 1;
-            const KESTATUS st = LogStep(function, "EnableReuseAddress failed, st={}",
-                                        SetSocketOption(SOL_SOCKET, SO_REUSEADDR, &on, sizeof on));
+            const KESTATUS st = WarnIfFailed(function, "EnableReuseAddress failed, st={}",
+                                             SetSocketOption(SOL_SOCKET, SO_REUSEADDR, &on, sizeof on));
             if (st != KESTATUS_SUCCESS) {
                 return st;
             }
         }
-        return LogStep(function, "Bind failed, st={}", Bind(*address.ai_addr, address.ai_addrlen));
+        return WarnIfFailed(function, "Bind failed, st={}", Bind(*address.ai_addr, address.ai_addrlen));
     };
     return UseOneOf(*this, addresses, function, bindTo);
 }

@@ -1,11 +1,11 @@
-// One socket: owns its descriptor and answers with a status instead of errno.
+// One socket. It owns its descriptor, which is closed on exec, and returns a status instead of errno.
 //
 // Every system call that fails is logged, and its errno becomes the status: EAGAIN gives
 // KESTATUS_WOULD_BLOCK, any other 0xE0010000 | errno. The object stays usable after any failure. No call is
-// repeated after EINTR. Descriptors are closed on exec.
+// repeated after EINTR.
 //
-// One thread may send while another receives and a third shuts the connection down; everything else needs
-// the socket for itself.
+// One thread may send while another receives and a third shuts the connection down. All else is for one
+// thread at a time.
 #ifndef KESTRELON_KEOSSOCKET_H
 #define KESTRELON_KEOSSOCKET_H
 
@@ -37,51 +37,53 @@ public:
     KEOsSocket& operator=(const KEOsSocket&) = delete;
 
     // Closes the socket held so far, then makes one in blocking mode. None is held after a failure.
-    KESTATUS CreateSocket(int domain, int type, int protocol) noexcept;
-    // Success when none is held. After a failure none is held either.
+    [[nodiscard]] KESTATUS CreateSocket(int domain, int type, int protocol) noexcept;
+    // Success when none is held. The status may be ignored: a failure is logged, and no socket is held after
+    // it either.
     KESTATUS CloseSocket() noexcept;
 
     // A new socket blocks until this is called.
-    KESTATUS EnableNonBlockingMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS EnableNonBlockingMode(bool enable) noexcept;
     // length: of the value in bytes.
-    KESTATUS SetSocketOption(int level, int name, const void* value, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS SetSocketOption(int level, int name, const void* value, socklen_t length) noexcept;
 
-    KESTATUS Connect(const sockaddr& address, socklen_t length) noexcept;
-    KESTATUS Bind(const sockaddr& address, socklen_t length) noexcept;
-    KESTATUS Listen(int backlog) noexcept;
-    // Hands the new connection, in blocking mode, to connection, which closes what it held; a failure
+    [[nodiscard]] KESTATUS Connect(const sockaddr& address, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS Bind(const sockaddr& address, socklen_t length) noexcept;
+    [[nodiscard]] KESTATUS Listen(int backlog) noexcept;
+    // Gives the new connection, in blocking mode, to connection, which closes what it held before. A failure
     // leaves connection as it is. address and length as for accept; both may be null.
-    KESTATUS AcceptConnection(KEOsSocket& connection, sockaddr* address, socklen_t* length) noexcept;
+    [[nodiscard]] KESTATUS AcceptConnection(KEOsSocket& connection, sockaddr* address,
+                                            socklen_t* length) noexcept;
     // how: SHUT_RD, SHUT_WR or SHUT_RDWR.
-    KESTATUS Shutdown(int how) noexcept;
+    [[nodiscard]] KESTATUS Shutdown(int how) noexcept;
 
-    // Creates a socket for each entry in the list's order until one connects. When none does, no socket is
-    // held and the last entry's status is returned; each failure is logged. KESTATUS_NO_ADDRESS for an
+    // Creates a socket for each entry, in the order of the list, until one connects. Each failure is logged.
+    // When no entry connects, no socket is held and the last status is returned. KESTATUS_NO_ADDRESS for an
     // empty list, which leaves the socket as it is.
-    KESTATUS ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept;
+    [[nodiscard]] KESTATUS ConnectToOneOf(const KEOsSocketAddressInfo& addresses) noexcept;
     // The same with Bind; reuseAddress sets SO_REUSEADDR first.
-    KESTATUS BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept;
+    [[nodiscard]] KESTATUS BindToOneOf(const KEOsSocketAddressInfo& addresses, bool reuseAddress) noexcept;
 
-    // Waits until the socket is ready for what was asked: IoRead, IoWrite or both. A negative timeout waits
-    // without limit; KESTATUS_TIMEOUT when the time has passed. Descriptors that select cannot take, none
-    // among them, fail with EBADF.
-    KESTATUS WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept;
+    // Waits until the socket is ready. what is IoRead, IoWrite or both. A negative timeout waits without
+    // limit; KESTATUS_TIMEOUT when the time has passed. The status of EBADF without a socket, and for a
+    // descriptor that is too large for select.
+    [[nodiscard]] KESTATUS WaitUntilIoPossible(unsigned int what, KETimeoutInterval timeout) noexcept;
 
-    // Transfers what one system call transfers. received and sent are the bytes transferred, 0 after a
-    // failure; a short count is a success, and so is the orderly end of a connection, with received 0.
+    // Transfer the bytes of one system call. received and sent are the number of bytes, 0 after a failure. A
+    // short count is a success. So is the orderly end of a connection, with received 0.
     //
-    // In non-blocking mode the timeout bounds the wait for data or for room; KESTATUS_TIMEOUT, without a
-    // message, when it has passed. After the wait the call is tried once more. In blocking mode the timeout
-    // is not used; KESTATUS_WOULD_BLOCK when a time-out set as a socket option has passed.
-    // flags as for recv and send. Sending to a closed connection is a status, never a signal.
-    KESTATUS ReceiveData(void* buffer, std::size_t size, std::size_t& received, KETimeoutInterval timeout = 0,
-                         int flags = 0) noexcept;
-    KESTATUS SendData(const void* data, std::size_t size, std::size_t& sent, KETimeoutInterval timeout = 0,
-                      int flags = 0) noexcept;
+    // In non-blocking mode timeout limits the wait for data or for room; after the wait the call is tried
+    // once more. KESTATUS_TIMEOUT, without a message, when the time has passed. In blocking mode timeout is
+    // not used; KESTATUS_WOULD_BLOCK when a time-out set as a socket option has passed. flags as for recv and
+    // send. Sending to a closed connection gives a status, never a signal.
+    [[nodiscard]] KESTATUS ReceiveData(void* buffer, std::size_t size, std::size_t& received,
+                                       KETimeoutInterval timeout = 0, int flags = 0) noexcept;
+    [[nodiscard]] KESTATUS SendData(const void* data, std::size_t size, std::size_t& sent,
+                                    KETimeoutInterval timeout = 0, int flags = 0) noexcept;
 
-    // For select, getsockname and the like; InvalidSocket when none is held. It stays the socket's.
+    // For select, getsockname and the like; InvalidSocket when none is held. It still belongs to the socket.
     KEOsSocketHandle Handle() const noexcept { return mSocket; }
-    // What EnableNonBlockingMode last set.
+    // As EnableNonBlockingMode has set it last.
     bool IsNonBlocking() const noexcept { return mIsNonBlocking; }
 
 private:

@@ -37,9 +37,7 @@ KESTATUS KEOsSocketAddressInfo::GetAddressInfo(const char* node, std::uint16_t p
     char service[32];
     const KESTATUS st = KEStringPrintf(service, sizeof service, "%u", static_cast<unsigned int>(port));
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "KEStringPrintf failed, st={}",
-                           KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "KEStringPrintf failed, st={}", st);
     }
     return GetAddressInfo(node, service, hints);
 }

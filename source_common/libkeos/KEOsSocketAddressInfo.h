@@ -1,6 +1,6 @@
-// The addresses that a host and a service stand for: owns one list of getaddrinfo.
+// The addresses of a host and a service. An object owns one list of getaddrinfo.
 //
-// Lookups may ask name servers and block for as long as those take. One thread at a time per object.
+// A lookup may ask name servers and blocks for as long as they take. One thread at a time per object.
 #ifndef KESTRELON_KEOSSOCKETADDRESSINFO_H
 #define KESTRELON_KEOSSOCKETADDRESSINFO_H
 
@@ -19,17 +19,22 @@ public:
     KEOsSocketAddressInfo(const KEOsSocketAddressInfo&) = delete;
     KEOsSocketAddressInfo& operator=(const KEOsSocketAddressInfo&) = delete;
 
-    // A lookup replaces the list; node, service and hints as for getaddrinfo. When it fails the list is
-    // empty, the status is KESTATUS_NO_ADDRESS, and the message tells the reason.
-    KESTATUS GetAddressInfo(const char* node, const char* service, const addrinfo* hints) noexcept;
+    // A lookup replaces the list. node, service and hints as for getaddrinfo. When it fails, the list is
+    // empty and the status is KESTATUS_NO_ADDRESS; the log has the reason.
+    [[nodiscard]] KESTATUS GetAddressInfo(const char* node, const char* service,
+                                          const addrinfo* hints) noexcept;
     // port in host byte order.
-    KESTATUS GetAddressInfo(const char* node, std::uint16_t port, const addrinfo* hints) noexcept;
+    [[nodiscard]] KESTATUS GetAddressInfo(const char* node, std::uint16_t port,
+                                          const addrinfo* hints) noexcept;
 
     // The addresses to bind a server's socket to. family: AF_...; socketType: SOCK_...; flags: AI_...
-    KESTATUS GetWildcardAddresses(const char* service, int family, int socketType, int flags) noexcept;
-    KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType, int flags) noexcept;
+    [[nodiscard]] KESTATUS GetWildcardAddresses(const char* service, int family, int socketType,
+                                                int flags) noexcept;
+    [[nodiscard]] KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType,
+                                                int flags) noexcept;
 
-    // The head of the list, null when it is empty. It stays this object's, until the next lookup.
+    // The head of the list, null when it is empty. It belongs to this object and is valid until the next
+    // lookup.
     const addrinfo* AddressInfo() const noexcept { return mAddressInfo; }
 
 private:

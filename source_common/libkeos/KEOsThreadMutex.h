@@ -1,4 +1,4 @@
-// The mutex types of the OS layer; recursive, see KEPosixMutex.h.
+// The mutex types of the OS layer. They are recursive; KEPosixMutex.h describes them.
 #ifndef KESTRELON_KEOSTHREADMUTEX_H
 #define KESTRELON_KEOSTHREADMUTEX_H
 
@@ -10,7 +10,9 @@ namespace kestrelon {
 template <typename NativeMutexT>
 class KEOsThreadMutexT {
 public:
-    KESTATUS CreateMutexObj(bool recursive = true) noexcept { return mMutex.CreateMutexObj(recursive); }
+    [[nodiscard]] KESTATUS CreateMutexObj(bool recursive = true) noexcept {
+        return mMutex.CreateMutexObj(recursive);
+    }
     void DestroyMutex() noexcept { mMutex.DestroyMutex(); }
     bool IsCreated() const noexcept { return mMutex.IsCreated(); }
 
@@ -20,7 +22,7 @@ public:
 
     NativeMutexT& NativeMutex() noexcept { return mMutex; }
 
-    // For std::lock_guard and its kin.
+    // The names that std::lock_guard uses.
     void lock() noexcept { AcquireMutex(); }
     void unlock() noexcept { ReleaseMutex(); }
     bool try_lock() noexcept { return TryEnterMutex(); }
@@ -31,8 +33,8 @@ private:
 
 using KEOsThreadMutex = KEOsThreadMutexT<KEPosixMutex>;
 
-// A mutex that is there from its construction on. Should that fail it is logged, and the mutex guards
-// nothing: IsCreated() tells.
+// A mutex that its constructor creates. A failure is logged; the mutex then guards nothing, and IsCreated()
+// is false.
 class KEOsThreadMutexAutoCreate : public KEOsThreadMutex {
 public:
     KEOsThreadMutexAutoCreate() noexcept {

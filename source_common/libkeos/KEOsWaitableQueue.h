@@ -1,13 +1,13 @@
 // A first-in-first-out queue of objects linked through a member, with an event to wait for. It allocates
 // nothing and never owns its items.
 //
-// Lock guards the list. With KEEmptyLock the user serialises PutItem, GetItem and IsQueueEmpty; waiting,
-// QueueEvent and the enabling of waits are always safe from any thread. Init and destroy it while nobody
-// else uses it.
+// Lock guards the list. With KEEmptyLock the user serialises PutItem, GetItem and IsQueueEmpty. Any thread
+// may call WaitOnQueue, QueueEvent, EnableWait and DisableWait at any time. Initialise and destroy the queue
+// while nobody else uses it.
 //
-// Consumer: until its stop flag is set, WaitOnQueue, then GetItem until it returns null; with the flag set
-// it drains what is left and ends. Whoever stops it sets that flag, then calls DisableWait and QueueEvent.
-// WaitOnQueue may return though there is no item.
+// Until its stop flag is set, the consumer calls WaitOnQueue, then GetItem until it returns null. With the
+// flag set it takes what is left and ends. Whoever stops it sets the flag, then calls DisableWait and
+// QueueEvent. WaitOnQueue may return though there is no item.
 #ifndef KESTRELON_KEOSWAITABLEQUEUE_H
 #define KESTRELON_KEOSWAITABLEQUEUE_H
 
@@ -29,26 +29,28 @@ public:
     KEOsWaitableQueue(const KEOsWaitableQueue&) = delete;
     KEOsWaitableQueue& operator=(const KEOsWaitableQueue&) = delete;
 
-    // Creates the event and enables waiting. On a queue that is initialised already it enables waiting
-    // anew and brings the event in line with the list.
-    KESTATUS InitQueue() noexcept;
+    // Creates the event and enables waiting. On a queue that is initialised already it enables waiting again
+    // and sets or resets the event as the list needs it.
+    [[nodiscard]] KESTATUS InitQueue() noexcept;
     // Items still queued stay linked.
     void DestroyQueue() noexcept;
     bool IsInitialized() const noexcept { return mIsInitialized; }
 
     bool IsQueueEmpty() const noexcept;
 
-    // Appends the item, which must be on no list, and wakes the consumer if the queue was empty. Not
-    // queued: KESTATUS_NOT_INITIALIZED. An event that cannot be set is logged; the item is queued then.
-    KESTATUS PutItem(T& item) noexcept;
+    // Appends the item, which must be on no list, and wakes the consumer if the queue was empty. An event
+    // that cannot be set is logged; the item is queued all the same. KESTATUS_NOT_INITIALIZED when it is not
+    // queued.
+    [[nodiscard]] KESTATUS PutItem(T& item) noexcept;
 
-    // Takes the oldest item, null when there is none. The event is reset when this leaves the queue empty.
+    // Takes the oldest item; null when there is none. Resets the event when the queue is then empty.
     T* GetItem() noexcept;
 
     // Waits for an item or for QueueEvent, without limit for a negative timeout. Success at once while
-    // waiting is disabled; KESTATUS_TIMEOUT when the time has passed.
+    // waiting is disabled; KESTATUS_TIMEOUT when the time has passed. The status may be ignored: GetItem says
+    // whether there is an item.
     KESTATUS WaitOnQueue(KETimeoutInterval timeout) noexcept;
-    // Wakes the consumer without an item.
+    // Wakes the consumer without an item. The status may be ignored: a failure is logged.
     KESTATUS QueueEvent() noexcept { return mEvent.SetEvent(); }
 
     void EnableWait() noexcept { mIsWaitEnabled.store(true, std::memory_order_relaxed); }
@@ -111,7 +113,7 @@ KESTATUS KEOsWaitableQueue<T, Lock>::PutItem(T& item) noexcept {
     const bool wasEmpty = mQueuedItems.IsEmpty();
     mQueuedItems.AppendTail(item);
     if (wasEmpty) {
-        mEvent.SetEvent();
+        static_cast<void>(mEvent.SetEvent()); // a failure is logged; the item is queued
     }
     return KESTATUS_SUCCESS;
 }
@@ -121,7 +123,7 @@ T* KEOsWaitableQueue<T, Lock>::GetItem() noexcept {
     const LockGuard guard(mLock);
     T* const item = mQueuedItems.RemoveHead();
     if (mQueuedItems.IsEmpty()) {
-        mEvent.ResetEvent();
+        static_cast<void>(mEvent.ResetEvent()); // fails only on a queue that was not initialised
     }
     return item;
 }
@@ -131,8 +133,8 @@ KESTATUS KEOsWaitableQueue<T, Lock>::WaitOnQueue(KETimeoutInterval timeout) noex
     if (!mIsInitialized) {
         return KESTATUS_NOT_INITIALIZED;
     }
-    // A stopper disables waiting before it sets the event, so a reset that swallowed its event comes after
-    // the disabling, and the disabling is seen here.
+    // Whoever stops the consumer disables waiting before it sets the event. If GetItem has reset that event
+    // since, the disabling is seen here.
     if (!IsWaitEnabled()) {
         return KESTATUS_SUCCESS;
     }

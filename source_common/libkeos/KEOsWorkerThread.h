@@ -1,14 +1,15 @@
 // A worker thread with a state, a final status and a request to end.
 //
-// Use it as a base or as a member of a class with a public void ThreadRoutine():
+// Use it as a base or as a member of a class with a public void ThreadRoutine(), which CreateThread runs on
+// the new thread:
 //     mThread.CreateThread(this);
 // The routine calls SetState(Running, KESTATUS_SUCCESS) once it works, returns soon after
 // IsTerminationRequested() turns true, and as its last step calls SetState(Stopping, finalStatus).
 //
-// CreateThread, WaitUntilRunning and WaitForTerminationAndDestroy belong to one owner thread; the state,
-// the status and the request may be read and set from any. The owner must stop and join the thread before
-// the object goes away: RequestTermination(), wake the routine, WaitForTerminationAndDestroy(-1). A worker
-// that ended by itself has to be joined too.
+// CreateThread, WaitUntilRunning and WaitForTerminationAndDestroy belong to one owner thread; any thread may
+// read and set the state, the status and the request. The owner stops and joins the thread before the object
+// is destroyed: RequestTermination(), wake the routine, WaitForTerminationAndDestroy(-1). A worker that has
+// ended by itself is joined too.
 #ifndef KESTRELON_KEOSWORKERTHREAD_H
 #define KESTRELON_KEOSWORKERTHREAD_H
 
@@ -37,23 +38,26 @@ public:
     // Runs object->ThreadRoutine() on a new thread. KESTATUS_ALREADY_DONE while an earlier thread has not
     // been joined; on any other failure the state is NotCreated.
     template <typename T>
-    KESTATUS CreateThread(T* object) noexcept {
+    [[nodiscard]] KESTATUS CreateThread(T* object) noexcept {
         return CreateThreadImpl(&KEOsThread::ThreadEntryPointForMember_static<T, &T::ThreadRoutine>, object,
                                 __PRETTY_FUNCTION__);
     }
 
-    // Waits until the state has left Creating, looking every 10 ms. KESTATUS_TIMEOUT after timeout ms,
-    // never for a negative timeout; KESTATUS_FAILED when the routine has given up with a failure.
-    KESTATUS WaitUntilRunning(KETimeoutInterval timeout) noexcept;
+    // Waits until the state is not Creating any more, and looks every 10 ms. KESTATUS_TIMEOUT after timeout
+    // ms, never for a negative timeout; KESTATUS_FAILED when the routine has given up with a failure.
+    [[nodiscard]] KESTATUS WaitUntilRunning(KETimeoutInterval timeout) noexcept;
 
-    // Joins the thread, without a time limit whatever the timeout (one of 0 or more is warned about). The
-    // state is Terminated then, also when there was no thread.
+    // Joins the thread and waits without limit: a timeout of 0 or more is only warned about. The state is
+    // Terminated then, also when there was no thread. The status may be ignored: a failure is
+    // logged, and only a call from the thread itself can cause one.
     KESTATUS WaitForTerminationAndDestroy(KETimeoutInterval timeout) noexcept;
 
-    // The routine's reports: a thread that sees the state also sees the status stored with it.
+    // For the routine. A thread that sees the state also sees the status stored with it.
     void SetState(KEOsWorkerThreadState state, KESTATUS status) noexcept;
     KEOsWorkerThreadState State() const noexcept { return mThreadState.load(std::memory_order_acquire); }
-    KESTATUS StatusCode() const noexcept { return mThreadStatusCode.load(std::memory_order_relaxed); }
+    [[nodiscard]] KESTATUS StatusCode() const noexcept {
+        return mThreadStatusCode.load(std::memory_order_relaxed);
+    }
     // The routine is at its end or has been joined.
     bool HasEnded() const noexcept { return State() >= KEOsWorkerThreadState::Stopping; }
 
@@ -62,7 +66,7 @@ public:
         return mIsTerminationRequested.load(std::memory_order_relaxed);
     }
 
-    // What RequestTermination() sets. Only CreateThread clears it.
+    // Set by RequestTermination(), cleared only by CreateThread.
     std::atomic<bool> mIsTerminationRequested{false};
 
 protected:
@@ -71,7 +75,8 @@ protected:
     std::atomic<KESTATUS> mThreadStatusCode{KESTATUS_SUCCESS}; // of the routine
 
 private:
-    KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object, const char* callerSignature) noexcept;
+    [[nodiscard]] KESTATUS CreateThreadImpl(void* (*entryPoint)(void*), void* object,
+                                            const char* callerSignature) noexcept;
 };
 
 } // namespace kestrelon

@@ -14,14 +14,11 @@ KESTATUS KEPosixEvent::CreateEvent(bool isManualReset) noexcept {
     }
     KESTATUS st = mMutex.CreateMutexObj();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateMutexObj failed, st={}",
-                           KEFormatArgKEStatus(st));
-        return st;
+        return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "CreateMutexObj failed, st={}", st);
     }
     st = mCondition.CreateCondition();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "CreateCondition failed, st={}",
-                           KEFormatArgKEStatus(st));
+        KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "CreateCondition failed, st={}", st);
         mMutex.DestroyMutex();
         return st;
     }
@@ -46,18 +43,11 @@ KESTATUS KEPosixEvent::SetEvent() noexcept {
     }
     const std::lock_guard guard(mMutex);
     mIsSignaled = true;
-    if (mIsManualResetType) {
-        const KESTATUS st = mCondition.BroadcastCondition();
-        if (st != KESTATUS_SUCCESS) {
-            KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "BroadcastCondition failed, st={}",
-                               KEFormatArgKEStatus(st));
-        }
-        return st;
-    }
-    const KESTATUS st = mCondition.SignalCondition();
+    const KESTATUS st = mIsManualResetType ? mCondition.BroadcastCondition() : mCondition.SignalCondition();
     if (st != KESTATUS_SUCCESS) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "SignalCondition failed, st={}",
-                           KEFormatArgKEStatus(st));
+        KEOutputFailure(
+            logger::Global, KE_FUNCTION_TAG,
+            mIsManualResetType ? "BroadcastCondition failed, st={}" : "SignalCondition failed, st={}", st);
     }
     return st;
 }
@@ -76,7 +66,7 @@ KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
         return KESTATUS_NOT_INITIALIZED;
     }
     const std::lock_guard guard(mMutex);
-    // One deadline for the whole wait, however often the condition wakes without the event being set.
+    // One deadline for the whole wait, however often the condition wakes up before the event is set.
     timespec deadline{};
     if (!mIsSignaled && timeout >= 0) {
         const KESTATUS st = KEPosixGetAbsoluteTimeForTimeout(timeout, deadline);
@@ -87,7 +77,7 @@ KESTATUS KEPosixEvent::WaitForEvent(KETimeoutInterval timeout) noexcept {
     while (!mIsSignaled) {
         const KESTATUS st = timeout < 0 ? mCondition.WaitForConditionInfinite(mMutex)
                                         : mCondition.WaitForConditionTimed(mMutex, deadline);
-        // A time-out may come together with the event: the event wins.
+        // The time may be up just when the event is set: the event counts.
         if (st != KESTATUS_SUCCESS && !(st == KESTATUS_TIMEOUT && mIsSignaled)) {
             return st;
         }

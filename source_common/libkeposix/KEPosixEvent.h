@@ -1,8 +1,9 @@
-// An event: a flag that threads can wait for. A manual-reset event stays signalled, and lets every waiter
-// through, until it is reset; an auto-reset event lets one waiter through each time it is set.
+// An event: a flag that threads can wait for. A manual-reset event stays signalled and releases every waiter
+// until it is reset. An auto-reset event releases one waiter each time it is set.
 //
-// Created once, before other threads use it, and destroyed when nobody waits any more; all else may be
-// called from any thread. Operations on an event that was not created return KESTATUS_NOT_INITIALIZED.
+// Create it once, before other threads use it, and destroy it when nobody waits any more. Any thread may call
+// the rest. Operations on an event that was not created return KESTATUS_NOT_INITIALIZED. Other failures are
+// logged.
 #ifndef KESTRELON_KEPOSIXEVENT_H
 #define KESTRELON_KEPOSIXEVENT_H
 
@@ -21,14 +22,14 @@ public:
     KEPosixEvent& operator=(const KEPosixEvent&) = delete;
 
     // The new event is not signalled. KESTATUS_ALREADY_DONE when already created.
-    KESTATUS CreateEvent(bool isManualReset) noexcept;
+    [[nodiscard]] KESTATUS CreateEvent(bool isManualReset) noexcept;
     void DestroyEvent() noexcept;
 
-    KESTATUS SetEvent() noexcept;
-    KESTATUS ResetEvent() noexcept;
-    // Waits until the event is signalled, without limit for a negative timeout. KESTATUS_TIMEOUT when the
-    // time has passed; 0 only looks.
-    KESTATUS WaitForEvent(KETimeoutInterval timeout) noexcept;
+    [[nodiscard]] KESTATUS SetEvent() noexcept;
+    [[nodiscard]] KESTATUS ResetEvent() noexcept;
+    // Waits until the event is signalled, for at most timeout ms, without limit for a negative timeout.
+    // KESTATUS_TIMEOUT when the time has passed. A timeout of 0 does not wait.
+    [[nodiscard]] KESTATUS WaitForEvent(KETimeoutInterval timeout) noexcept;
 
     bool IsValid() const noexcept { return mIsCreated; }
     bool IsSignaled() const noexcept;

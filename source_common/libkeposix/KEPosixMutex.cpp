@@ -37,8 +37,7 @@ void KEPosixMutex::DestroyMutex() noexcept {
     }
     const int err = pthread_mutex_destroy(&mMutex);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutex_destroy failed, err={}",
-                           err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutex_destroy failed, err={}", err);
     }
     mIsCreated = false;
 }
@@ -49,8 +48,7 @@ void KEPosixMutex::AcquireMutex() noexcept {
     }
     const int err = pthread_mutex_lock(&mMutex);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutex_lock failed, err={}",
-                           err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutex_lock failed, err={}", err);
     }
 }
 
@@ -60,8 +58,7 @@ void KEPosixMutex::ReleaseMutex() noexcept {
     }
     const int err = pthread_mutex_unlock(&mMutex);
     if (err != 0) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutex_unlock failed, err={}",
-                           err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutex_unlock failed, err={}", err);
     }
 }
 
@@ -71,8 +68,7 @@ bool KEPosixMutex::TryEnterMutex() noexcept {
     }
     const int err = pthread_mutex_trylock(&mMutex);
     if (err != 0 && err != EBUSY) {
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "pthread_mutex_trylock failed, err={}",
-                           err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "pthread_mutex_trylock failed, err={}", err);
     }
     return err == 0;
 }

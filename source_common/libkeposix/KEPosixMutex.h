@@ -1,6 +1,6 @@
-// A recursive POSIX mutex: the thread that holds it may take it again, and gives it free with as many
-// releases. Created once, before other threads use it; may then be taken from any thread. Without a
-// created mutex the operations do nothing.
+// A recursive POSIX mutex: the thread that holds it may take it again and must release it as often. Create it
+// once, before other threads use it; then any thread may take it. Until it is created the operations do
+// nothing.
 #ifndef KESTRELON_KEPOSIXMUTEX_H
 #define KESTRELON_KEPOSIXMUTEX_H
 
@@ -18,7 +18,7 @@ public:
     KEPosixMutex& operator=(const KEPosixMutex&) = delete;
 
     // The argument has no effect: every mutex is recursive. KESTATUS_ALREADY_DONE when already created.
-    KESTATUS CreateMutexObj(bool recursive = true) noexcept;
+    [[nodiscard]] KESTATUS CreateMutexObj(bool recursive = true) noexcept;
     // Nobody may hold the mutex any more.
     void DestroyMutex() noexcept;
 
@@ -31,7 +31,7 @@ public:
     bool IsCreated() const noexcept { return mIsCreated; }
     pthread_mutex_t* NativeMutex() noexcept { return &mMutex; }
 
-    // The same under the names that std::lock_guard and its kin want.
+    // The same under the names that std::lock_guard uses.
     void lock() noexcept { AcquireMutex(); }
     void unlock() noexcept { ReleaseMutex(); }
     bool try_lock() noexcept { return TryEnterMutex(); }

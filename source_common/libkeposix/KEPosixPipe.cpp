@@ -27,8 +27,7 @@ KESTATUS KEPosixPipe::CreatePipe(bool nonBlocking) noexcept {
         return KESTATUS_ALREADY_DONE;
     }
     if (pipe2(mFileDescriptors, O_CLOEXEC) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "pipe failed, err={}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "pipe failed, err={}", errno);
     }
     if (nonBlocking) {
         if (const int err = SetNonBlocking(ReadEnd())) {
@@ -76,8 +75,7 @@ KESTATUS KEPosixPipe::ReadUntilEmpty() noexcept {
             break;
         }
         if (count == -1 && errno != EINTR) {
-            const int err = errno;
-            return KEOutputSystemError(KE_FUNCTION_TAG, "read failed, err={}", err);
+            return KEOutputSystemError(KE_FUNCTION_TAG, "read failed, err={}", errno);
         }
     }
     return KESTATUS_SUCCESS;
@@ -91,8 +89,7 @@ void KEPosixPipe::ClosePipe() noexcept {
 void KEPosixPipe::CloseEnd(unsigned end) noexcept {
     const int descriptor = std::exchange(mFileDescriptors[end], InvalidFileDescriptor);
     if (descriptor != InvalidFileDescriptor && close(descriptor) != 0) {
-        const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "close failed, err={}", err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "close failed, err={}", errno);
     }
 }
 

@@ -9,8 +9,8 @@ namespace kestrelon {
 
 namespace {
 
-// A process in the background that sets the modes or reads would be stopped by SIGTTOU or SIGTTIN. There is
-// no background without job control: on a terminal that is not the controlling one, and without a terminal.
+// SIGTTOU or SIGTTIN would stop a process in the background that sets the modes or reads. There is no
+// background without job control: on a terminal that is not the controlling one, and without a terminal.
 bool IsInBackground() noexcept {
     const pid_t foreground = tcgetpgrp(STDIN_FILENO);
     return foreground != -1 && foreground != getpgrp();
@@ -58,6 +58,19 @@ KESTATUS SwitchMode(tcflag_t mode, bool enable) noexcept {
     return SetModes(modes);
 }
 
+// While it lives, the terminal delivers every key at once and shows none.
+class SingleKeyMode {
+public:
+    SingleKeyMode() noexcept {
+        // Input that is no terminal has no modes and needs none.
+        static_cast<void>(mMode.SwitchCanonicalMode(false));
+        static_cast<void>(mMode.SwitchEchoMode(false));
+    }
+
+private:
+    KEPosixTerminalMode mMode;
+};
+
 } // namespace
 
 bool KEPosixGetCanonicalMode() noexcept {
@@ -98,7 +111,7 @@ KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept {
     if (st != KESTATUS_SUCCESS) {
         return st;
     }
-    // Only what is ours: other modes may have been changed meanwhile.
+    // Only our own modes: others may have been changed since.
     constexpr tcflag_t cOurModes = ICANON | ECHO;
     if (((modes.c_lflag ^ found.c_lflag) & cOurModes) == 0 && modes.c_cc[VMIN] == found.c_cc[VMIN] &&
         modes.c_cc[VTIME] == found.c_cc[VTIME]) {
@@ -120,11 +133,8 @@ bool KEPosixKbHit() noexcept {
     if (IsInBackground()) {
         return false;
     }
-    // In canonical mode only finished lines would count.
-    KEPosixTerminalMode mode;
-    mode.SwitchCanonicalMode(false);
-    mode.SwitchEchoMode(false);
-    // select and poll call an input at its end readable; the number of waiting bytes does not lie.
+    const SingleKeyMode mode; // in canonical mode only finished lines would count
+    // select and poll would call an input at its end readable, so the waiting bytes are counted.
     int count = 0;
     return ioctl(STDIN_FILENO, FIONREAD, &count) == 0 && count > 0;
 }
@@ -133,10 +143,8 @@ int KEPosixGetCh() noexcept {
     if (IsInBackground()) {
         return -1;
     }
-    KEPosixTerminalMode mode;
-    mode.SwitchCanonicalMode(false);
-    mode.SwitchEchoMode(false);
-    // Not through stdio, whose buffer would hide further bytes from KEPosixKbHit.
+    const SingleKeyMode mode;
+    // Not through stdio: its buffer would hide further bytes from KEPosixKbHit.
     unsigned char character = 0;
     return read(STDIN_FILENO, &character, 1) == 1 ? character : -1;
 }
@@ -146,7 +154,7 @@ KEPosixTerminalMode::KEPosixTerminalMode() noexcept
 
 KEPosixTerminalMode::~KEPosixTerminalMode() {
     if (mIsTerminal) {
-        KEPosixRestoreKeyModes(mSavedModes);
+        static_cast<void>(KEPosixRestoreKeyModes(mSavedModes)); // in the background the modes are not ours
     }
 }
 

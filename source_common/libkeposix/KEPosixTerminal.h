@@ -1,9 +1,9 @@
 // Keys and modes of the terminal on standard input. The terminal belongs to the whole process: use these
 // from one thread.
 //
-// Modes are only touched while the process is in the foreground of the terminal, so that a process in the
-// background is never stopped for it. A terminal that is not the controlling one has no background. Standard
-// input that is no terminal has no modes, which is no fault worth a message.
+// Modes are changed only while the process is in the foreground of the terminal: the system stops a process
+// that changes them in the background. A terminal that is not the controlling one has no background. Standard
+// input that is no terminal has no modes. Nothing is logged.
 #ifndef KESTRELON_KEPOSIXTERMINAL_H
 #define KESTRELON_KEPOSIXTERMINAL_H
 
@@ -18,30 +18,29 @@ bool KEPosixGetCanonicalMode() noexcept;
 bool KEPosixGetEchoMode() noexcept;
 
 // KESTATUS_NOT_POSSIBLE in the background; the status of errno without a terminal.
-KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
-KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
+[[nodiscard]] KESTATUS KEPosixSwitchCanonicalMode(bool enable) noexcept;
+[[nodiscard]] KESTATUS KEPosixSwitchEchoMode(bool enable) noexcept;
 
-// Canonical and echo mode off in one step, so that keys come one by one and unseen; found gets the modes of
-// before, on success only. And back: canonical and echo mode as in found, other modes as they are. May be
-// called by signal handlers. Statuses as above.
-KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept;
-KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept;
+// The first switches canonical and echo mode off in one step, so that keys come one by one and are not shown;
+// on success, found gets the modes of before. The second restores canonical and echo mode from found and
+// leaves the other modes alone. Signal handlers may call both. Statuses as above.
+[[nodiscard]] KESTATUS KEPosixSwitchToDirectKeys(termios& found) noexcept;
+[[nodiscard]] KESTATUS KEPosixRestoreKeyModes(const termios& found) noexcept;
 
-// Throws away the keys that wait. Nothing in the background and without a terminal. May be called by signal
-// handlers.
+// Discards the keys that nobody has read. Does nothing in the background and without a terminal. Signal
+// handlers may call it.
 void KEPosixDiscardKeys() noexcept;
 
-// Whether a byte can be read from standard input, also before the line is finished. Never waits. The end
-// of the input, a closed input and a terminal that another process group has in the foreground have no
-// key.
+// Whether a byte can be read from standard input, even before the line is finished. Never waits. False at the
+// end of the input, when it is closed, and in the background of a terminal.
 bool KEPosixKbHit() noexcept;
 
-// Takes one byte (0 to 255) from standard input, waiting for it but not for the line it stands in.
-// -1 when there is none to come, when a signal cut the wait short, and in the background.
+// Waits for one byte of standard input (0 to 255), but not for the end of its line. -1 at the end of the
+// input, when a signal ends the wait, and in the background.
 int KEPosixGetCh() noexcept;
 
-// Remembers canonical and echo mode at construction and restores them in its destructor, whoever has changed
-// them meanwhile.
+// Remembers canonical and echo mode at construction. Its destructor restores them, no matter who has changed
+// them.
 class KEPosixTerminalMode {
 public:
     KEPosixTerminalMode() noexcept;
@@ -49,8 +48,8 @@ public:
     KEPosixTerminalMode(const KEPosixTerminalMode&) = delete;
     KEPosixTerminalMode& operator=(const KEPosixTerminalMode&) = delete;
 
-    KESTATUS SwitchCanonicalMode(bool enable) noexcept;
-    KESTATUS SwitchEchoMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS SwitchCanonicalMode(bool enable) noexcept;
+    [[nodiscard]] KESTATUS SwitchEchoMode(bool enable) noexcept;
 
 private:
     termios mSavedModes{};

@@ -1,5 +1,5 @@
-// A POSIX thread. The object belongs to the thread that creates and joins it; it is no handle to be
-// passed around. Destroying the object does nothing to the thread: the owner stops and joins it before.
+// A POSIX thread. Only one thread, the owner, uses the object. Destroying the object does nothing to the
+// thread: the owner stops and joins it before. Failures are logged.
 #ifndef KESTRELON_KEPOSIXTHREAD_H
 #define KESTRELON_KEPOSIXTHREAD_H
 
@@ -16,14 +16,15 @@ public:
     KEPosixThread(const KEPosixThread&) = delete;
     KEPosixThread& operator=(const KEPosixThread&) = delete;
 
-    // Starts routine(arg) on a new thread. KESTATUS_ALREADY_DONE until the thread of an earlier call has
-    // been joined, also when it has ended by itself. attr may be null.
-    KESTATUS CreateThread(void* (*routine)(void*), void* arg, const pthread_attr_t* attr) noexcept;
+    // Starts routine(arg) on a new thread. KESTATUS_ALREADY_DONE until the thread of an earlier call has been
+    // joined, even if it has ended by itself. attr may be null.
+    [[nodiscard]] KESTATUS CreateThread(void* (*routine)(void*), void* arg,
+                                        const pthread_attr_t* attr) noexcept;
 
-    // Waits for the end of the thread and stores the routine's result in *result unless result is null.
-    // The wait has no time limit: a waitTimeout of 0 or more is warned about and then ignored. Success at
-    // once when there is no thread. When joining fails the thread still counts as created.
-    KESTATUS JoinAndDestroy(KETimeoutInterval waitTimeout, void** result) noexcept;
+    // Waits for the end of the thread and stores the routine's result in *result unless result is null. The
+    // wait has no limit: a waitTimeout of 0 or more is only warned about. Success at once when there is no
+    // thread. When the join fails, the thread still counts as created.
+    [[nodiscard]] KESTATUS JoinAndDestroy(KETimeoutInterval waitTimeout, void** result) noexcept;
 
     bool IsCreated() const noexcept { return mIsCreated; }
 

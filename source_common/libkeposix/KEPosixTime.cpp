@@ -17,8 +17,7 @@ KESTATUS KEPosixSleep(unsigned int ms) noexcept {
     const timespec duration = {static_cast<time_t>(ms / 1000),
                                static_cast<long>(ms % 1000) * cNanosecondsPerMillisecond};
     if (nanosleep(&duration, nullptr) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "nanosleep failed, err={}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "nanosleep failed, err={}", errno);
     }
     return KESTATUS_SUCCESS;
 }
@@ -26,8 +25,7 @@ KESTATUS KEPosixSleep(unsigned int ms) noexcept {
 std::uint32_t KEPosixGetTickCount() noexcept {
     timespec now{};
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
-        const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "clock_gettime failed, err={}", err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "clock_gettime failed, err={}", errno);
         return 0;
     }
     return static_cast<std::uint32_t>(static_cast<std::uint64_t>(now.tv_sec) * 1000 +
@@ -37,8 +35,7 @@ std::uint32_t KEPosixGetTickCount() noexcept {
 KESTATUS KEPosixGetAbsoluteTimeForTimeout(int ms, timespec& ts) noexcept {
     timespec now{};
     if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "clock_gettime failed, err={}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "clock_gettime failed, err={}", errno);
     }
     ts.tv_sec = now.tv_sec + ms / 1000;
     ts.tv_nsec = now.tv_nsec + (ms % 1000) * cNanosecondsPerMillisecond;

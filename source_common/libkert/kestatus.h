@@ -19,13 +19,13 @@ typedef uint32_t KESTATUS;
 KESTATUS_CODES(KESTATUS_DEFINE)
 #undef KESTATUS_DEFINE
 
-// The base of the Linux family; a failure code of its own that no operation returns.
+// The base of the Linux family. No operation returns it.
 #define KESTATUS_LINUX_BASE ((KESTATUS)0xE0010000u)
 
 #ifdef __cplusplus
-// The status of an errno value (or of the error number a pthread function returned).
-// err must not be 0: 0 would give a failure code without a name.
-constexpr KESTATUS KEStatusFromErrno(int err) noexcept {
+// The status of an errno value, or of an error number that a pthread function returned. err must not be 0:
+// that would give a failure code without a name.
+[[nodiscard]] constexpr KESTATUS KEStatusFromErrno(int err) noexcept {
     return KESTATUS_LINUX_BASE | (static_cast<KESTATUS>(err) & 0xFFFFu);
 }
 #endif

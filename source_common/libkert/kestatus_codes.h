@@ -1,7 +1,7 @@
-// The status codes of the whole system: one row a code, X(name, value, text).
+// The status codes of the whole system: one row per code, X(name, value, text).
 //
 // Values are allocated in blocks by theme. Codes from 0xE0010001 on are the Linux family:
-// 0xE0010000 | errno; errno values above 34 are valid codes without a name here.
+// 0xE0010000 | errno. errno values above 34 are valid codes that have no row here.
 #ifndef KESTRELON_KESTATUS_CODES_H
 #define KESTRELON_KESTATUS_CODES_H
 

@@ -13,8 +13,7 @@ namespace kestrelon {
 void KELinuxCloseFileDescriptor(int& descriptor) noexcept {
     const int closed = std::exchange(descriptor, -1);
     if (closed != -1 && close(closed) != 0) {
-        const int err = errno;
-        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "close failed, errno={}", err);
+        KEOutputSystemError(KE_FUNCTION_TAG, "close failed, errno={}", errno);
     }
 }
 
@@ -26,8 +25,7 @@ KESTATUS KELinuxFileDescriptor::OpenFile(const char* path, int flags, mode_t mod
     CloseHandle();
     mHandle = open(path, flags | O_CLOEXEC, mode);
     if (mHandle == InvalidHandleValue) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "open failed, err={}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "open failed, err={}", errno);
     }
     return KESTATUS_SUCCESS;
 }

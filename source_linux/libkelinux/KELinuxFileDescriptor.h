@@ -1,4 +1,5 @@
-// A file descriptor, owned: closed by the destructor and when replaced, moved but not copied.
+// A file descriptor, owned: closed by the destructor and when replaced, moved but not copied. One thread at a
+// time.
 #ifndef KESTRELON_KELINUXFILEDESCRIPTOR_H
 #define KESTRELON_KELINUXFILEDESCRIPTOR_H
 
@@ -16,10 +17,10 @@ class KELinuxFileDescriptor : public KEUniqueHandleT<int, -1, KELinuxCloseFileDe
 public:
     using KEUniqueHandleT::KEUniqueHandleT;
 
-    // Close what is open, then open path; the descriptor is closed on exec. On failure, which is logged,
-    // the descriptor is invalid and the status that of errno. flags and mode as for open.
-    KESTATUS OpenFile(const char* path, int flags) noexcept;
-    KESTATUS OpenFile(const char* path, int flags, mode_t mode) noexcept;
+    // Close what is open, then open path; the descriptor is closed on exec. flags and mode as for open. A
+    // failure is logged and gives the status of errno; the descriptor is invalid then.
+    [[nodiscard]] KESTATUS OpenFile(const char* path, int flags) noexcept;
+    [[nodiscard]] KESTATUS OpenFile(const char* path, int flags, mode_t mode) noexcept;
 };
 
 } // namespace kestrelon

@@ -1,4 +1,5 @@
-// The Linux side of the logging facility.
+// The Linux side of the logging facility. KELinuxLogging.cpp also defines KEInitLogMsgMetaData
+// (log/KELogMsgMetaData.h).
 #ifndef KESTRELON_KELINUXLOGGING_H
 #define KESTRELON_KELINUXLOGGING_H
 
@@ -6,10 +7,10 @@
 
 namespace kestrelon {
 
-// Names the module and starts logging without a configuration. A null moduleName stands for the name of
-// the program's own file. configSource is not read. Returns the status of KEStartLogging, or that of
-// finding the program's file.
-KESTATUS KELinuxInitLoggingFacility(const char* configSource, const char* moduleName);
+// Names the module and starts logging without a configuration, before other threads run. When moduleName is
+// null, the name of the program's own file is taken. configSource is not read. Returns the status of
+// KEStartLogging; when the program's file cannot be found, the status of that, and logging is not started.
+[[nodiscard]] KESTATUS KELinuxInitLoggingFacility(const char* configSource, const char* moduleName);
 
 } // namespace kestrelon
 

@@ -6,7 +6,7 @@
 
 namespace kestrelon {
 
-// The gettid system call; the number that tools such as ps and top show.
+// The number that tools such as ps and top show. From any thread; never fails.
 pid_t KELinuxGetKernelThreadId() noexcept;
 
 } // namespace kestrelon

@@ -1,6 +1,7 @@
 // Expansion of a text into words as the shell does it: variables, ~, patterns, quotes, commands.
 //
-// One thread at a time; the expansion reads the environment and may run commands.
+// The expansion reads the environment and may run commands. One thread at a time per object; nobody may
+// change the environment meanwhile. Failures are logged.
 #ifndef KESTRELON_KELINUXWORDEXP_H
 #define KESTRELON_KELINUXWORDEXP_H
 
@@ -19,9 +20,9 @@ public:
     KELinuxWordExp(const KELinuxWordExp&) = delete;
     KELinuxWordExp& operator=(const KELinuxWordExp&) = delete;
 
-    // Expands text in place of the result so far. flags as for wordexp, WRDE_APPEND, WRDE_DOOFFS and
-    // WRDE_REUSE excepted. KESTATUS_FAILED, and no words, when text is no valid list of words.
-    KESTATUS ExpandString(const char* text, int flags) noexcept;
+    // Expands text; the new words replace the old ones. flags as for wordexp, except WRDE_APPEND, WRDE_DOOFFS
+    // and WRDE_REUSE. KESTATUS_FAILED, and no words, when text is not a valid list of words.
+    [[nodiscard]] KESTATUS ExpandString(const char* text, int flags) noexcept;
     void ClearExpansion() noexcept;
 
     std::size_t WordCount() const noexcept { return mExpansion.we_wordc; }

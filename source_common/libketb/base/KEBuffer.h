@@ -1,4 +1,4 @@
-// Byte buffers: an owning block and non-owning views.
+// Byte buffers: an owning block and non-owning views. All sizes are bytes. One thread at a time per object.
 #ifndef KESTRELON_KEBUFFER_H
 #define KESTRELON_KEBUFFER_H
 
@@ -9,13 +9,13 @@
 
 namespace kestrelon {
 
-// Memory from the ordinary heap; Allocate throws std::bad_alloc when there is none.
+// Memory from the ordinary heap, from any thread. Allocate throws std::bad_alloc when there is none.
 struct KEHeapMemAllocator {
     static void* Allocate(std::size_t size) { return ::operator new(size); }
     static void Free(void* memory) noexcept { ::operator delete(memory); }
 };
 
-// An owning byte buffer. mDataLength, at most mBufferSize, tells how much of it is in use.
+// Owns a buffer of mBufferSize bytes; the first mDataLength of them are in use.
 template <typename Allocator>
 class KEBufferBlockT {
 public:
@@ -34,8 +34,8 @@ public:
     KEBufferBlockT(const KEBufferBlockT&) = delete;
     KEBufferBlockT& operator=(const KEBufferBlockT&) = delete;
 
-    // Makes room for length more bytes behind the data, which stays: a buffer that is too small becomes
-    // exactly as large as needed. Throws what the allocator throws; the buffer is unchanged then.
+    // Makes room for length more bytes behind the data. A buffer that is too small becomes exactly as large
+    // as needed and keeps its data. Throws what the allocator throws; the buffer is unchanged then.
     void ReserveMore(std::size_t length) {
         if (mBufferSize - mDataLength >= length) {
             return;
@@ -62,7 +62,7 @@ private:
 
 using KEBufferBlock = KEBufferBlockT<KEHeapMemAllocator>;
 
-// A view of bytes that belong to somebody else.
+// A view of mLength bytes that belong to somebody else.
 template <typename Byte>
 struct KEBufferReferenceT {
     Byte* mData = nullptr;

@@ -1,5 +1,5 @@
-// Loads and stores of multi-byte fields at any address: no alignment is needed. Big-endian ones, for which
-// the machine's own byte order does not matter, and ones in the machine's own order.
+// Loads and stores of multi-byte fields at any address: no alignment is needed. BE is big-endian, whatever
+// the machine's own byte order is; Native is the machine's own. They never fail; from any thread.
 #ifndef KESTRELON_KEBYTEORDER_H
 #define KESTRELON_KEBYTEORDER_H
 
@@ -30,7 +30,7 @@ inline void KEStoreBE32(std::uint8_t* p, std::uint32_t value) noexcept {
     p[3] = static_cast<std::uint8_t>(value);
 }
 
-// Any integer type, in the machine's own byte order.
+// T is any integer type.
 template <typename T>
 T KELoadNative(const void* p) noexcept {
     static_assert(std::is_integral_v<T>);

@@ -1,5 +1,5 @@
 // An intrusive doubly linked list: the link is a member of the listed object, so that putting an object
-// on a list allocates nothing. A list never owns its items. No locking: the user serialises access.
+// on a list allocates nothing. A list never owns its items. It takes no lock: the user serialises access.
 #ifndef KESTRELON_KEDLIST_H
 #define KESTRELON_KEDLIST_H
 
@@ -55,8 +55,8 @@ private:
     KEDListEntry* mTail = nullptr;
 };
 
-// A list of objects of type T, linked through the member that the constructor is given. T may be a
-// base class of the listed objects. An object may be on one list per link member.
+// A list of objects of type T, linked through the member that the constructor names. T may be a base class
+// of the listed objects. An object may be on one list per link member.
 template <typename T>
 class KEDList : public KEDListBase {
 public:
@@ -91,7 +91,7 @@ private:
     }
 
     KEDListEntry T::*mLink;
-    std::ptrdiff_t mLinkOffset = 0; // of the link inside an item; the same for all, known from the first on
+    std::ptrdiff_t mLinkOffset = 0; // of the link inside an item, the same for all; known once one was listed
 };
 
 } // namespace kestrelon

@@ -10,7 +10,7 @@ public:
     void ReleaseMutex() noexcept {}
     bool TryEnterMutex() noexcept { return true; }
 
-    // For std::lock_guard and its kin.
+    // The names that std::lock_guard uses.
     void lock() noexcept {}
     void unlock() noexcept {}
     bool try_lock() noexcept { return true; }

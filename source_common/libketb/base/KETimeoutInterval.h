@@ -1,4 +1,4 @@
-// A time-out in milliseconds; any negative value waits for ever.
+// A time-out in milliseconds. Any negative value waits without limit.
 #ifndef KESTRELON_KETIMEOUTINTERVAL_H
 #define KESTRELON_KETIMEOUTINTERVAL_H
 

@@ -1,4 +1,5 @@
-// An owning handle: closes what it holds when it goes away. Moves leave the source invalid.
+// An owning handle: its destructor closes what it holds. A move leaves the source invalid. One thread at a
+// time.
 #ifndef KESTRELON_KEUNIQUEHANDLE_H
 #define KESTRELON_KEUNIQUEHANDLE_H
 
@@ -6,7 +7,7 @@
 
 namespace kestrelon {
 
-// InvalidValue stands for "holds nothing" and is never closed. CloseFunction(handle) reports a failure by
+// InvalidValue means that nothing is held; it is never closed. CloseFunction(handle) reports a failure
 // itself; the handle counts as closed either way.
 template <typename Handle, Handle InvalidValue, auto CloseFunction>
 class KEUniqueHandleT {
@@ -38,7 +39,7 @@ public:
     // Gives the handle away without closing it.
     Handle ReleaseHandle() noexcept { return std::exchange(mHandle, InvalidHandleValue); }
     void CloseHandle() noexcept {
-        // Invalid before the close function runs: what that logs may come back here.
+        // Invalid before the close function runs: a message that it logs may lead back here.
         Handle handle = ReleaseHandle();
         if (handle != InvalidHandleValue) {
             CloseFunction(handle);

@@ -1,6 +1,6 @@
 #include "files/KEFilesystem.h"
 
-#include "files/KEFilesystemGuard.h"
+#include "files/KEGuardFilesystemOperation.h"
 
 namespace kestrelon {
 

@@ -82,7 +82,7 @@ KESTATUS KELogFile::WriteToLogFileFormatted(const char* format, ...) noexcept {
 
 void KELogFile::AccountForWrite(std::size_t length) noexcept {
     if (mFlushAfterEachWrite) {
-        mFile.FlushFile(); // a failure is logged there
+        static_cast<void>(mFile.FlushFile()); // a failure is logged there
     }
     mCurrentFileSize += length;
     CheckFileSize();
@@ -95,14 +95,14 @@ void KELogFile::CheckFileSize() noexcept {
     // The stream alone: the file's name is needed again.
     mFile.CloseFile();
     CreateBackupFile();
-    OpenStream(); // a failure is reported there and leaves the log file closed
+    static_cast<void>(OpenStream()); // a failure is reported there and leaves the log file closed
 }
 
 void KELogFile::CreateBackupFile() noexcept {
     try {
         const std::basic_string<T_UNICHAR> backup = mFilePathAndName + ".bak";
         // Usually there is no older backup, and at the first start no file either.
-        static_cast<void>(KEStdFileRemove(backup.c_str()));
+        KEStdFileRemove(backup.c_str());
         static_cast<void>(KEStdFileRename(mFilePathAndName.c_str(), backup.c_str()));
     } catch (const std::bad_alloc&) {
         // No backup then.

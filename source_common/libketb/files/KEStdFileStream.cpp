@@ -41,8 +41,7 @@ KESTATUS KEStdFileStream::Seek(long offset, int whence) noexcept {
         return KESTATUS_NOT_OPENED;
     }
     if (std::fseek(mHandle, offset, whence) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "fseek failed, {}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "fseek failed, {}", errno);
     }
     return KESTATUS_SUCCESS;
 }
@@ -53,8 +52,7 @@ KESTATUS KEStdFileStream::Tell(std::size_t& position) noexcept {
     }
     const long told = std::ftell(mHandle);
     if (told < 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "ftell failed, {}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "ftell failed, {}", errno);
     }
     position = static_cast<std::size_t>(told);
     return KESTATUS_SUCCESS;
@@ -71,8 +69,7 @@ KESTATUS KEStdFileStream::TruncateFile(std::size_t length) noexcept {
         return KESTATUS_NOT_OPENED;
     }
     if (ftruncate(fileno(mHandle), static_cast<off_t>(length)) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "ftruncate failed, {}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "ftruncate failed, {}", errno);
     }
     return KESTATUS_SUCCESS;
 }
@@ -82,8 +79,7 @@ KESTATUS KEStdFileStream::FlushFile() noexcept {
         return KESTATUS_NOT_OPENED;
     }
     if (std::fflush(mHandle) != 0) {
-        const int err = errno;
-        return KEOutputSystemError(KE_FUNCTION_TAG, "fflush failed, {}", err);
+        return KEOutputSystemError(KE_FUNCTION_TAG, "fflush failed, {}", errno);
     }
     return KESTATUS_SUCCESS;
 }

@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-#include "files/KEFilesystemGuard.h"
+#include "files/KEGuardFilesystemOperation.h"
 
 namespace kestrelon {
 

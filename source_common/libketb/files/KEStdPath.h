@@ -11,8 +11,8 @@
 
 namespace kestrelon {
 
-// A plain value. A null text, or one for which memory is short, gives an empty path; so does a part of a
-// path.
+// A plain value. A null text gives an empty path. When memory is short, so does any constructor and any part
+// of a path.
 class KEStdPath {
 public:
     KEStdPath() noexcept = default;
@@ -24,7 +24,7 @@ public:
     const std::filesystem::path& StdPath() const noexcept { return mPath; }
     bool IsEmpty() const noexcept { return mPath.empty(); }
 
-    // What the file system says of the path; links are followed. A failure to find out is a no.
+    // Ask the file system; links are followed. False when it cannot be asked.
     bool Exists() const noexcept;
     bool IsDirectory() const noexcept;
     bool IsFile() const noexcept; // a regular file
@@ -40,15 +40,15 @@ public:
     KEStdPath Stem() const noexcept;
     KEStdPath Extension() const noexcept;
 
-    // Append adds an element with a separator, an absolute one replaces the path; Concat adds text as it is.
-    // A null text counts as "".
+    // Append adds an element behind a separator; an absolute one replaces the path. Concat adds text as it
+    // is. Null counts as "".
     //   KESTATUS_FAILED  memory is short; the path is unchanged
-    KESTATUS Append(const char* element) noexcept;
-    KESTATUS Concat(const char* text) noexcept;
+    [[nodiscard]] KESTATUS Append(const char* element) noexcept;
+    [[nodiscard]] KESTATUS Concat(const char* text) noexcept;
 
     // Change the path in place; on failure it is unchanged. Statuses as below.
-    KESTATUS MakeCanonicalPath() noexcept;
-    KESTATUS MakeAbsolutePath() noexcept;
+    [[nodiscard]] KESTATUS MakeCanonicalPath() noexcept;
+    [[nodiscard]] KESTATUS MakeAbsolutePath() noexcept;
 
     int FormatObject(KEFormatterBase& fmt, const KEFormatSpec& spec) const noexcept {
         return fmt.FmtString(c_str(), spec);
@@ -60,11 +60,11 @@ private:
     std::filesystem::path mPath;
 };
 
-// The absolute path without links, "." and ".."; the path must exist. A failure is logged on Global and
-// returned as the status of its errno, or KESTATUS_FAILED; result is unchanged then. result may be path.
-KESTATUS KEMakeCanonicalPath(KEStdPath& result, const KEStdPath& path) noexcept;
-// The path seen from the root; it need not exist. Failures as above.
-KESTATUS KEMakeAbsolutePath(KEStdPath& result, const KEStdPath& path) noexcept;
+// The absolute path without links, "." and ".."; the path must exist. A failure is logged on Global and gives
+// the status of its errno, or KESTATUS_FAILED; result is unchanged then. result may be path itself.
+[[nodiscard]] KESTATUS KEMakeCanonicalPath(KEStdPath& result, const KEStdPath& path) noexcept;
+// The path behind the working directory, unless it is absolute already. It need not exist. Failures as above.
+[[nodiscard]] KESTATUS KEMakeAbsolutePath(KEStdPath& result, const KEStdPath& path) noexcept;
 
 } // namespace kestrelon
 

@@ -1,6 +1,6 @@
-// A source of settings for loggers and targets. This base has none: every read answers
-// KESTATUS_NOT_AVAILABLE, so that the compiled-in defaults stay in force. A reader leaves the result
-// argument alone unless it answers KESTATUS_SUCCESS.
+// A source of settings for loggers and targets. This base has none: every read returns
+// KESTATUS_NOT_AVAILABLE, so that the compiled-in defaults stay in force. A derived class sets the result
+// argument only when it returns KESTATUS_SUCCESS. Only the thread that starts the logging uses it.
 #ifndef KESTRELON_KELOGCONFIGURATION_H
 #define KESTRELON_KELOGCONFIGURATION_H
 
@@ -15,11 +15,12 @@ class KELogConfiguration {
 public:
     virtual ~KELogConfiguration() = default;
 
-    virtual KESTATUS ReadLogLevel(const char* loggerName, KELogLevel& level);
-    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName, int& value);
-    virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
-                                            std::string& value);
-    // Whatever a target of the same application may want to know; null when there is nothing.
+    [[nodiscard]] virtual KESTATUS ReadLogLevel(const char* loggerName, KELogLevel& level);
+    [[nodiscard]] virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
+                                                          int& value);
+    [[nodiscard]] virtual KESTATUS ReadLogTargetParameter(const char* targetName, const char* parameterName,
+                                                          std::string& value);
+    // Data of the application for its own targets; null when there is none.
     virtual const void* GetLogTargetContextInfo();
 };
 

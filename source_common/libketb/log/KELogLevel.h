@@ -1,5 +1,5 @@
-// Levels of log messages, most severe first. A logger of level G emits a message of level L when
-// L <= G, so that KEALWAYS passes every logger, also one that is off.
+// Levels of log messages, most severe first. A logger of level G emits a message of level L when L <= G, so
+// that a message of level KEALWAYS passes every logger, even one that is off.
 #ifndef KESTRELON_KELOGLEVEL_H
 #define KESTRELON_KELOGLEVEL_H
 

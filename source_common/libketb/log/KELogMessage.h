@@ -1,5 +1,6 @@
-// The buffer in which one log message is built, on the stack of the thread that logs: an area for the
-// prefix, which every target writes anew, followed by an area for the text. Overlong texts are cut.
+// The buffer of one log message, on the stack of the thread that logs; no other thread uses it. It has an
+// area for the prefix, which every target writes anew, and behind it an area for the text. Sizes are in
+// bytes. Nothing here fails: overlong texts are cut.
 #ifndef KESTRELON_KELOGMESSAGE_H
 #define KESTRELON_KELOGMESSAGE_H
 
@@ -13,12 +14,12 @@ namespace kestrelon {
 
 class KELogger;
 
-// A text in front of a message, such as the name of a class or the signature of a function.
+// A text in front of a message, such as the name of a class or the signature of a function. Not copied.
 struct KELogMsgHeaderTag {
     const char* mText;
 };
 
-// What a call site says about its message besides the text.
+// How a call site wants its message emitted.
 struct KELogFunctionParams {
     const KELogger& logger;
     KELogLevel level;
@@ -35,22 +36,22 @@ public:
 
     KELogMessage() noexcept { Reset(); }
 
-    // Empties prefix and text, then writes the headers, as they are, to the text.
+    // Empties prefix and text, then copies the headers to the text.
     void ResetMsg(const KELogFunctionParams& params) noexcept;
 
-    // Formats behind what the text holds so far.
+    // Formats to the end of the text.
     void AppendFormatted(const char* format, const fmtimpl::ArgumentHolder* args, std::size_t count) noexcept;
 
-    // Copies behind what the text holds so far.
+    // Copies to the end of the text.
     void AppendText(const char* text) noexcept;
 
-    // Builds the prefix that layout asks for. One of more than 79 characters is cut and reported to the
-    // system log. logger may be null.
+    // Builds the prefix that layout asks for. A prefix of more than 79 characters is cut, which is reported
+    // to the system log. logger may be null.
     void CreatePrefix(const KELogMsgPrefixLayout& layout, const KELogger* logger,
                       const KELogMsgMetaData& metaData) noexcept;
 
-    // Moves the prefix so that it ends right before the text; returns the start of the whole line. The
-    // line is good until the next CreatePrefix.
+    // Moves the prefix so that it ends right before the text; returns the start of the whole line, which is
+    // valid until the next CreatePrefix.
     char* CompactMessage() noexcept;
 
     // Adds a newline unless the text ends with one; in a full text it takes the last character's place.

@@ -1,4 +1,4 @@
-// What a log message is stamped with.
+// The time, process, thread and level of a log message.
 #ifndef KESTRELON_KELOGMSGMETADATA_H
 #define KESTRELON_KELOGMSGMETADATA_H
 
@@ -15,7 +15,11 @@ struct KELogMsgMetaData {
     KELogLevel mMsgLevel = KEOFF;
 };
 
-// Fills metaData for a message that the calling thread emits now. The platform's side defines it.
+// Fills metaData for a message that the calling thread emits now. Never fails.
+//
+// Defined in source_linux/libkelinux/KELinuxLogging.cpp, since clock, process and thread ids are the
+// platform's. So the logging needs libkelinux when it is linked, though it includes nothing of it. That is
+// why all toolbox libraries are linked as one archive.
 void KEInitLogMsgMetaData(KELogMsgMetaData& metaData, KELogLevel level) noexcept;
 
 } // namespace kestrelon

@@ -1,4 +1,5 @@
-// Which parts the prefix of a log line has. The parts stand in the order of the bits below.
+// The parts of the prefix of a log line. They come in the order of the bits below. A plain value: set it
+// before other threads log.
 #ifndef KESTRELON_KELOGMSGPREFIXLAYOUT_H
 #define KESTRELON_KELOGMSGPREFIXLAYOUT_H
 

@@ -1,7 +1,5 @@
 #include "log/KELogTarget.h"
 
-#include <string>
-
 #include "log/KELogger.h"
 
 namespace kestrelon {
@@ -53,22 +51,6 @@ void KELogTarget::UnchainAllObjects() noexcept {
         smFirst = target->mNext;
         target->mNext = nullptr;
     }
-}
-
-KESTATUS KELogConfiguration::ReadLogLevel(const char*, KELogLevel&) {
-    return KESTATUS_NOT_AVAILABLE;
-}
-
-KESTATUS KELogConfiguration::ReadLogTargetParameter(const char*, const char*, int&) {
-    return KESTATUS_NOT_AVAILABLE;
-}
-
-KESTATUS KELogConfiguration::ReadLogTargetParameter(const char*, const char*, std::string&) {
-    return KESTATUS_NOT_AVAILABLE;
-}
-
-const void* KELogConfiguration::GetLogTargetContextInfo() {
-    return nullptr;
 }
 
 } // namespace kestrelon

@@ -1,6 +1,6 @@
-// A log target: a named place where log lines go, with its own prefix layout. Targets live as long as
-// the process, or unregister when destroyed; construct and attach them before other threads log. A
-// target makes its own output safe against several threads.
+// A log target: a named place where log lines go, with its own prefix layout. A target is on the list of all
+// targets from its construction to its destruction. Construct, attach and destroy targets while no other
+// thread logs. Any thread may call OutputMessage; a target makes its own output safe.
 #ifndef KESTRELON_KELOGTARGET_H
 #define KESTRELON_KELOGTARGET_H
 
@@ -15,7 +15,7 @@ class KELogger;
 
 class KELogTarget {
 public:
-    // Registers the target at the head of the list of all targets. name is not copied; null counts as "".
+    // Puts the target at the head of the list. name is not copied; null counts as "".
     explicit KELogTarget(const char* name) noexcept;
     // Detaches the target from every logger and takes it off the list.
     virtual ~KELogTarget();
@@ -23,21 +23,21 @@ public:
     KELogTarget(const KELogTarget&) = delete;
     KELogTarget& operator=(const KELogTarget&) = delete;
 
-    // Prepares the target for output; configuration may be null.
-    virtual KESTATUS StartTarget(KELogConfiguration* configuration);
+    // Prepares the target for output. configuration may be null.
+    [[nodiscard]] virtual KESTATUS StartTarget(KELogConfiguration* configuration);
     virtual void StopTarget();
     virtual void OutputMessage(KELogMessage& message, const KELogger& logger,
                                const KELogMsgMetaData& metaData);
 
-    // Attaches to every logger that has a free slot. The first KESTATUS_NO_RESOURCES is returned after all
-    // loggers have been tried.
-    KESTATUS AttachToAllLoggers() noexcept;
+    // Attaches to every logger that has a free slot. Tries all loggers, then returns the first
+    // KESTATUS_NO_RESOURCES.
+    [[nodiscard]] KESTATUS AttachToAllLoggers() noexcept;
     void DetachFromAllLoggers() noexcept;
 
     const char* Name() const noexcept { return mName; }
     KELogTarget* Next() const noexcept { return mNext; }
     static KELogTarget* First() noexcept { return smFirst; }
-    // Empties the list of all targets.
+    // Empties the list.
     static void UnchainAllObjects() noexcept;
 
     KELogMsgPrefixLayout mPrefixLayout;

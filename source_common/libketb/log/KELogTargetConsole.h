@@ -1,5 +1,5 @@
-// The console as a log target: severe lines go to standard error, the others to standard output, each
-// flushed at once. Lines of several threads never mix within a line.
+// The console as a log target: severe lines go to standard error, the others to standard output. Each line is
+// flushed at once; a failure to write is ignored. Lines of several threads never mix within a line.
 #ifndef KESTRELON_KELOGTARGETCONSOLE_H
 #define KESTRELON_KELOGTARGETCONSOLE_H
 
@@ -9,7 +9,7 @@ namespace kestrelon {
 
 class KELogTargetConsole : public KELogTarget {
 public:
-    // Messages of stdErrLimit and more severe go to standard error.
+    // Messages of the level stdErrLimit and more severe ones go to standard error.
     KELogTargetConsole(const char* name, KELogLevel stdErrLimit) noexcept
         : KELogTarget(name), mStdErrLimit(stdErrLimit) {}
 

@@ -10,8 +10,7 @@ constinit KELogger logger::Global(KELogger::FirstOfAll{}, "Global", KEINFO);
 constinit KELogger* KELogger::smFirst = &logger::Global;
 
 KELogger::KELogger(const char* name, KELogLevel level) noexcept {
-    // The members hold nothing yet, unless the object is on the list: nothing of it is read before that is
-    // known.
+    // The members have no values yet, unless the object is on the list. So none is read before that is known.
     if (IsRegistered()) {
         return;
     }

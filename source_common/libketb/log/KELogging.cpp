@@ -24,6 +24,37 @@ Object* FindByName(const char* name, bool caseSensitive) noexcept {
     return object;
 }
 
+struct HexDump {
+    const unsigned char* mData;
+    std::size_t mLength;
+    std::size_t mLineLength; // bytes per line
+};
+
+void AppendValue(KELogMessage& message, const char* format, const auto& value) noexcept {
+    const fmtimpl::ArgumentHolder holder = fmtimpl::MakeArgument(value);
+    message.AppendFormatted(format, &holder, 1);
+}
+
+// The bytes at offset: the offset, each byte in hexadecimal, each byte as a character.
+void AppendHexDumpLine(KELogMessage& message, const HexDump& dump, std::size_t offset) noexcept {
+    constexpr std::size_t cMaxLengthForShortOffset = 0x10000;
+    const std::size_t lineLength = std::min(dump.mLineLength, KELogMessage::TextSize); // more never fits
+    const std::size_t count = std::min(lineLength, dump.mLength - offset);
+    const unsigned char* const bytes = dump.mData + offset;
+
+    AppendValue(message, dump.mLength <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:", offset);
+    for (std::size_t i = 0; i < count; ++i) {
+        AppendValue(message, "{:02x} ", bytes[i]);
+    }
+    for (std::size_t i = count; i < lineLength; ++i) {
+        message.AppendText("   ");
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool isCharacter = bytes[i] >= 32 && bytes[i] <= 127;
+        AppendValue(message, "{:c}", isCharacter ? bytes[i] : static_cast<unsigned char>('.'));
+    }
+}
+
 } // namespace
 
 const char* KEGetLogLevelName(KELogLevel level) noexcept {
@@ -87,35 +118,12 @@ void KEOutputHexDumpImpl(const KELogFunctionParams& params, const void* data, st
         KEOutputLogMessageImpl(params, "<<zero length>>");
         return;
     }
-    constexpr std::size_t cMaxLengthForShortOffset = 0x10000;
-    const std::size_t lineLength = bytesPerLine != 0 ? bytesPerLine : 16;
-    const std::size_t shownLength = std::min(lineLength, KELogMessage::TextSize); // more never fits
-    const auto* bytes = static_cast<const unsigned char*>(data);
-
+    const HexDump dump = {static_cast<const unsigned char*>(data), length,
+                          bytesPerLine != 0 ? bytesPerLine : 16};
     KELogMessage message;
-    const auto append = [&message](const char* format, const auto& argument) {
-        const fmtimpl::ArgumentHolder holder = fmtimpl::MakeArgument(argument);
-        message.AppendFormatted(format, &holder, 1);
-    };
-    for (std::size_t offset = 0; offset < length; offset += lineLength) {
-        const std::size_t count = std::min(shownLength, length - offset);
+    for (std::size_t offset = 0; offset < length; offset += dump.mLineLength) {
         message.ResetMsg(params);
-        append(length <= cMaxLengthForShortOffset ? "{:04x}:" : "{:08x}:", offset);
-        for (std::size_t i = 0; i < shownLength; ++i) {
-            if (i < count) {
-                append("{:02x} ", bytes[offset + i]);
-            } else {
-                message.AppendText("   ");
-            }
-        }
-        for (std::size_t i = 0; i < count; ++i) {
-            const unsigned char byte = bytes[offset + i];
-            if (byte >= 32 && byte <= 127) {
-                append("{:c}", byte);
-            } else {
-                message.AppendText(".");
-            }
-        }
+        AppendHexDumpLine(message, dump, offset);
         params.logger.OutputMessage(params.level, message);
     }
 }

@@ -1,6 +1,8 @@
-// The pool of objects of one type. Threads: Lock guards the free list, so that with a real lock items may
-// be taken and given back by any thread; AllocatePool and FreePool are for the owner alone, before and
-// after. With KEEmptyLock the whole pool is for one thread at a time.
+// A pool of objects of one type.
+//
+// Threads: Lock guards the free list. With a real lock any thread may take and give back items; with
+// KEEmptyLock the whole pool is for one thread at a time. AllocatePool and FreePool are for the owner alone,
+// before and after the others use the pool.
 #ifndef KESTRELON_KEPOOL_H
 #define KESTRELON_KEPOOL_H
 
@@ -14,18 +16,18 @@
 
 namespace kestrelon {
 
-// TItem derives from KEPoolItemBase and has a default constructor. Lock: for std::lock_guard. Allocator: as
-// KEHeapMemAllocator.
+// TItem derives from KEPoolItemBase and has a default constructor. Lock works with std::lock_guard. Allocator
+// is built like KEHeapMemAllocator.
 template <typename TItem, typename Lock, typename Allocator>
 class KEPoolT : public KEPoolBase {
 public:
     KEPoolT() = default;
     ~KEPoolT() override { FreePool(); }
 
-    // Creates count items; 0 is a success without effect. Throws what the allocator throws; the items
-    // created until then stay in the pool.
-    //   KESTATUS_INTERNAL_ERROR  the pool holds items already
-    KESTATUS AllocatePool(unsigned count) {
+    // Creates count items. 0 is a success without effect. Throws what the allocator throws; the items created
+    // until then stay in the pool.
+    //   KESTATUS_INTERNAL_ERROR  the pool has items already
+    [[nodiscard]] KESTATUS AllocatePool(unsigned count) {
         if (mTotalCount != 0) {
             KEOutputLogMessage(logger::Global, KEFATAL, "already allocated");
             return KESTATUS_INTERNAL_ERROR;
@@ -36,8 +38,8 @@ public:
         return KESTATUS_SUCCESS;
     }
 
-    // Destroys the free items and empties the pool. Outstanding items are reported and leaked: their
-    // user may still hold them.
+    // Destroys the free items and empties the pool. Outstanding items are logged and leaked, since their user
+    // may still hold them.
     void FreePool() noexcept {
         if (mTotalCount == 0) {
             return;

@@ -1,8 +1,8 @@
 // A pool of objects that are created once and reused: GetItem and PutItem allocate nothing. KEPoolT
-// (KEPool.h) is the concrete pool; these bases are what an item needs to find its way back.
+// (KEPool.h) is the concrete pool. Through these bases an item finds its way back to its pool.
 //
-// Ownership: the pool owns its items, also while they are outstanding. Items are reused first in, first
-// out, and are not reset in between. Threads: as the concrete pool says.
+// The pool owns its items, also while they are outstanding. They are reused first in, first out, and are not
+// reset in between. Threads: see KEPool.h.
 #ifndef KESTRELON_KEPOOLBASE_H
 #define KESTRELON_KEPOOLBASE_H
 
@@ -22,7 +22,7 @@ public:
     KEPoolItemBase(const KEPoolItemBase&) = delete;
     KEPoolItemBase& operator=(const KEPoolItemBase&) = delete;
 
-    // Gives the item back to the pool that owns it; the item must be on no list.
+    // Gives the item back to its pool. It must be on no list.
     void ReleaseToPool();
 
     // The one list the item is on: the pool's free list or a queue of its user.
@@ -50,7 +50,7 @@ public:
     std::uint32_t CurrentCount() const noexcept { return mCurrentCount; }
 
 protected:
-    // Numbers a new item, makes it this pool's and adds it to the free ones.
+    // Gives a new item its number, makes it this pool's and adds it to the free ones.
     void AddItem(KEPoolItemBase* item) noexcept;
 
     char mDbgId[16] = {}; // for the debugger

@@ -1,4 +1,4 @@
-// The description of one {} replacement field of a format string.
+// How one {} replacement field of a format string prints its argument.
 #ifndef KESTRELON_KEFORMATSPEC_H
 #define KESTRELON_KEFORMATSPEC_H
 
@@ -6,7 +6,7 @@
 
 namespace kestrelon {
 
-// All zero: a field without a format spec.
+// A plain value. All zero means a field without a format spec.
 struct KEFormatSpec {
     enum Flags : std::uint32_t {
         Hexadecimal = 0x2,

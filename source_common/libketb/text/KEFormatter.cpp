@@ -7,43 +7,16 @@
 #include <limits>
 #include <utility>
 
-#include "kert_debug.h"
 #include "kestatus_util.h"
+#include "text/KEFormatScanner.h"
 #include "text/KEUtfConvert.h"
 
 namespace kestrelon {
 
 using fmtimpl::ArgumentHolder;
-using fmtimpl::FormatSpecError;
 using fmtimpl::IntNumber;
 
 namespace {
-
-bool IsBlank(char c) noexcept {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-bool IsDigit(char c) noexcept {
-    return c >= '0' && c <= '9';
-}
-
-bool IsAlignment(char c) noexcept {
-    return c == '<' || c == '=' || c == '>' || c == '^';
-}
-
-int CharacterCode(char c) noexcept {
-    return static_cast<unsigned char>(c);
-}
-
-// Reads decimal digits; a number too large stays at the largest one.
-std::uint32_t ReadNumber(const char*& position) noexcept {
-    std::uint64_t number = 0;
-    for (; IsDigit(*position); ++position) {
-        number = std::min<std::uint64_t>(number * 10 + static_cast<std::uint64_t>(*position - '0'),
-                                         std::numeric_limits<std::uint32_t>::max());
-    }
-    return static_cast<std::uint32_t>(number);
-}
 
 // The digits of a number, built from the last one to the first.
 class DigitBuffer {
@@ -242,9 +215,18 @@ void KEFormatterImplT<CharT>::PutCharacter(char character) noexcept {
 
 template <typename CharT>
 void KEFormatterImplT<CharT>::PutCharacters(const char* characters, std::size_t count) noexcept {
-    for (std::size_t i = 0; i < count; ++i) {
-        PutCharacter(characters[i]);
+    const auto room = static_cast<std::size_t>(mRange.mLastPtr - mRange.mCurWritePtr);
+    const std::size_t written = std::min(count, room);
+    constexpr std::size_t cShort = 16; // not worth a call of the C library
+    if (written > cShort) {
+        std::memcpy(mRange.mCurWritePtr, characters, written);
+    } else {
+        for (std::size_t i = 0; i < written; ++i) {
+            mRange.mCurWritePtr[i] = characters[i];
+        }
     }
+    mRange.mCurWritePtr += written;
+    mRange.mCurLen += count;
 }
 
 template <typename CharT>
@@ -254,6 +236,9 @@ void KEFormatterImplT<CharT>::PutString(const char* text) noexcept {
 
 template <typename CharT>
 void KEFormatterImplT<CharT>::PutFill(std::uint64_t count, const KEFormatSpec& spec) noexcept {
+    if (count == 0) {
+        return;
+    }
     const auto room = static_cast<std::uint64_t>(mRange.mLastPtr - mRange.mCurWritePtr);
     mRange.mCurWritePtr = std::fill_n(mRange.mCurWritePtr, static_cast<std::size_t>(std::min(count, room)),
                                       spec.mFillCharacter ? spec.mFillCharacter : ' ');
@@ -279,7 +264,7 @@ int KEFormatterImplT<CharT>::FmtString(const char* text, const KEFormatSpec& spe
     if (spec.mAlignCharacter == '<') {
         std::swap(before, after);
     } else if (spec.mAlignCharacter == '^') {
-        // The leading share of a centred text is written by a count that goes down in steps of two.
+        // Only every second character of the leading share is written, kept for compatibility.
         const std::uint64_t leadingShare = padding / 2;
         before = (leadingShare + 1) / 2;
         after = padding - leadingShare;
@@ -352,194 +337,12 @@ void KEFormatterImplT<CharT>::FmtIntNumberImpl(const IntNumber& number, const KE
 }
 
 template <typename CharT>
-FormatSpecError KEFormatterT<CharT>::ExtractFormatSpec(const CharT*& position, KEFormatSpec& spec) noexcept {
-    if (position[0] != '\0' && IsAlignment(position[1])) {
-        spec.mFillCharacter = position[0];
-        spec.mAlignCharacter = position[1];
-        position += 2;
-    } else if (IsAlignment(position[0])) {
-        spec.mFillCharacter = ' ';
-        spec.mAlignCharacter = position[0];
-        ++position;
-    }
-    if (*position == '+' || *position == '-' || *position == ' ') {
-        spec.mSignCharacter = *position++;
-    }
-    if (*position == '#') {
-        spec.mFlags |= KEFormatSpec::AlternateForm;
-        ++position;
-    }
-    if (*position == '0') {
-        if (!spec.mAlignCharacter) {
-            spec.mFillCharacter = '0';
-            spec.mAlignCharacter = '=';
-        }
-        ++position;
-    }
-    if (IsDigit(*position)) {
-        spec.mWidth = ReadNumber(position);
-    }
-    if (*position == ',' || *position == '_') {
-        spec.mGroupingCharacter = *position++;
-    }
-    if (*position == '.') {
-        ++position;
-        ReadNumber(position);
-        spec.mFlags |= KEFormatSpec::HasPrecision;
-    }
-    switch (*position) {
-    case '\0':
-        return FormatSpecError::IncompleteSpec;
-    case '}':
-        return FormatSpecError::Success;
-    case 'X':
-        spec.mFlags |= KEFormatSpec::UpperCase;
-        [[fallthrough]];
-    case 'x':
-        spec.mFlags |= KEFormatSpec::Hexadecimal;
-        if (spec.Is(KEFormatSpec::AlternateForm)) {
-            spec.mFlags |= KEFormatSpec::FullWidth;
-        }
-        break;
-    case 'd':
-    case 'n':
-        spec.mFlags &= ~std::uint32_t{KEFormatSpec::Hexadecimal};
-        break;
-    case 'c':
-        spec.mFlags |= KEFormatSpec::Character;
-        break;
-    case 's':
-        spec.mFlags |= KEFormatSpec::String;
-        break;
-    case 'e':
-    case 'f':
-    case 'g':
-    case 'E':
-    case 'F':
-    case 'G':
-        break;
-    default:
-        if (IsBlank(*position)) {
-            return FormatSpecError::Success;
-        }
-        ++position;
-        return FormatSpecError::UnsupportedType;
-    }
-    ++position;
-    return FormatSpecError::Success;
-}
-
-template <typename CharT>
 std::size_t KEFormatterT<CharT>::FormatArgs(const CharT* format, const ArgumentHolder* args,
                                             std::size_t count) noexcept {
-    const char* const function = __PRETTY_FUNCTION__;
-    const auto argumentCount = static_cast<unsigned>(count);
-    const auto followWithFormat = [format] { KEOutputDebugString("%s\n", format); };
-
-    KEFormatterContext context{*this, {}};
-    std::size_t automaticIndex = 0;
-    std::size_t usedCount = 0; // highest used index + 1
-    bool inField = false;
-    std::size_t index = 0;
-    bool defaultsSet = false;
-
-    const CharT* position = format;
-    while (*position != '\0') {
-        const CharT c = *position;
-        if (!inField) {
-            if (c == '{' && position[1] != '{') {
-                inField = true;
-                context.fs = {};
-                index = automaticIndex;
-                defaultsSet = false;
-                ++position;
-            } else if (c == '}' && position[1] != '}') {
-                KEOutputDebugString("%s: WARNING: %s: Discarding unexpected closing bracket }. FormatString "
-                                    "follows, %u arguments.\n",
-                                    KEModuleName(), function, argumentCount);
-                followWithFormat();
-                position += position[1] != '\0' ? 2 : 1;
-            } else {
-                this->PutCharacter(c);
-                position += c == '{' || c == '}' ? 2 : 1;
-            }
-        } else if (IsBlank(c)) {
-            ++position;
-        } else if (IsDigit(c)) {
-            const std::uint32_t explicitIndex = ReadNumber(position);
-            if (explicitIndex < count) {
-                index = explicitIndex;
-            } else {
-                KEOutputDebugString("%s: ERROR: %s: Index=%u is an invalid index specification. FormatString "
-                                    "follows, %u arguments.\n",
-                                    KEModuleName(), function, explicitIndex, argumentCount);
-                followWithFormat();
-            }
-        } else if (c == ':') {
-            ++position;
-            if (index < count) {
-                args[index].mActionFunction(context, nullptr);
-                defaultsSet = true;
-            }
-            switch (ExtractFormatSpec(position, context.fs)) {
-            case FormatSpecError::Success:
-                break;
-            case FormatSpecError::IncompleteSpec:
-                KEOutputDebugString(
-                    "%s: ERROR: %s: Incomplete format specification. FormatString follows, %u arguments.\n",
-                    KEModuleName(), function, argumentCount);
-                followWithFormat();
-                break;
-            case FormatSpecError::UnsupportedType:
-                KEOutputDebugString("%s: WARNING: %s: Ignoring unsupported format specifier %d. FormatString "
-                                    "follows, %u arguments.\n",
-                                    KEModuleName(), function, CharacterCode(position[-1]), argumentCount);
-                followWithFormat();
-                break;
-            }
-        } else if (c == '}') {
-            ++position;
-            inField = false;
-            if (index < count) {
-                if (!defaultsSet) {
-                    args[index].mActionFunction(context, nullptr);
-                }
-                if (args[index].mActionFunction(context, args[index].mArgPtr) != 0) {
-                    KEOutputDebugString("%s: ERROR: %s: Conversion of argument %u failed. FormatString "
-                                        "follows, %u arguments.\n",
-                                        KEModuleName(), function, static_cast<unsigned>(index),
-                                        argumentCount);
-                    followWithFormat();
-                }
-                automaticIndex = index + 1;
-                usedCount = std::max(usedCount, automaticIndex);
-            } else {
-                KEOutputDebugString("%s: ERROR: %s: No argument for {} replacement field. FormatString "
-                                    "follows, %u arguments.\n",
-                                    KEModuleName(), function, argumentCount);
-                followWithFormat();
-            }
-        } else {
-            KEOutputDebugString("%s: WARNING: %s: Ignoring unexpected character %d within {} replacement "
-                                "field. FormatString follows, %u arguments.\n",
-                                KEModuleName(), function, CharacterCode(c), argumentCount);
-            followWithFormat();
-            ++position;
-        }
-    }
-
+    KEFormatScanner scanner(*this, format, args, count, __PRETTY_FUNCTION__);
+    scanner.ScanFormat();
     this->PutTerminator();
-    if (count > usedCount) {
-        KEOutputDebugString(
-            "%s: ERROR: %s: More arguments than {} replacement fields. FormatString follows, %u arguments.\n",
-            KEModuleName(), function, argumentCount);
-        followWithFormat();
-    }
-    if (inField) {
-        KEOutputDebugString("%s: ERROR: %s: Missing closing bracket }. FormatString follows, %u arguments.\n",
-                            KEModuleName(), function, argumentCount);
-        followWithFormat();
-    }
+    scanner.ReportLeftovers();
     return this->mRange.mCurLen;
 }
 

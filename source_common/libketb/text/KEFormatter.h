@@ -1,13 +1,13 @@
 // The formatter: turns a format string with {} replacement fields and typed arguments into text.
 //
 // Format strings: "{{" and "}}" are literal brackets; a field is {[index][:spec]} with
-// spec = [[fill]align][sign][#][0][width][grouping][.precision][type], align one of < > ^ =, sign one
-// of + - blank, grouping , or _, type one of x X d n c s e f g E F G. Differences from std::format to
-// know: texts are right-aligned by default; a char prints as a number unless the type is c; "#" with x
-// or X fills up with zeros to the full width of the argument's type; a precision has no effect.
+// spec = [[fill]align][sign][#][0][width][grouping][.precision][type], align one of < > ^ =, sign one of
+// + - blank, grouping , or _, type one of x X d n c s e f g E F G. It differs from std::format: texts are
+// right-aligned by default; a char prints as a number unless the type is c; "#" with x or X adds zeros up to
+// the full width of the argument's type; a precision has no effect.
 //
-// A bad format string never stops the formatter: it writes what it can and reports each fault to the
-// system log (kert_debug.h), followed by the format string. Nothing is thrown. Safe from any thread.
+// A bad format string never stops the formatter. It writes what it can and reports each fault to the system
+// log (kert_debug.h), followed by the format string. Nothing is thrown. One thread at a time per formatter.
 #ifndef KESTRELON_KEFORMATTER_H
 #define KESTRELON_KEFORMATTER_H
 
@@ -26,14 +26,13 @@ namespace fmtimpl {
 
 // An integer argument, widened.
 struct IntNumber {
-    std::int64_t value; // unsigned 64-bit values travel here too: isSigned decides
+    std::int64_t value; // of unsigned 64-bit types too, as isSigned says
     std::uint8_t size;  // of the argument's type in bytes: 1, 2, 4 or 8
     bool isSigned;
 };
 
-enum class FormatSpecError { Success = 0, UnsupportedType = 1, IncompleteSpec = 2 };
-
-// Where formatted characters go. A range with null pointers only counts.
+// The buffer that gets the formatted characters; it belongs to the caller. With null pointers nothing is
+// written, only counted.
 template <typename CharT>
 struct StringBufferRangeData {
     CharT* mCurWritePtr = nullptr;
@@ -43,8 +42,8 @@ struct StringBufferRangeData {
 
 } // namespace fmtimpl
 
-// What the formatting action of an argument type writes through. Operations that print a text return 0,
-// or non-zero when the text could not be converted.
+// The interface through which the formatting action of an argument's type prints. Operations that print a
+// text return 0, or non-zero when the text could not be converted.
 class KEFormatterBase {
 public:
     // Prints text with the width, fill and alignment of spec; a null pointer prints "<<nullptr>>".
@@ -115,13 +114,13 @@ private:
     void FmtHexDigits(std::uint64_t value, std::uint8_t size, bool upperCase) noexcept;
 };
 
-// What a formatting action gets: the formatter and the current field's format spec.
+// The formatter and the format spec of the current field, for a formatting action.
 struct KEFormatterContext {
     KEFormatterBase& fmt;
     KEFormatSpec fs;
 };
 
-// A status argument: prints as 0xe0000003(KESTATUS_TIMEOUT).
+// A status argument. It prints as 0xe0000003(KESTATUS_TIMEOUT).
 struct KEFormatArgKEStatus {
     explicit KEFormatArgKEStatus(KESTATUS status) noexcept : mStatus(status) {}
     KESTATUS mStatus;
@@ -134,7 +133,7 @@ using KEFormatArgWChar = const wchar_t*;
 
 namespace fmtimpl {
 
-// One argument of a format call: a pointer to it, and how its type prints.
+// One argument of a format call, and the formatting action of its type.
 struct ArgumentHolder {
     const void* mArgPtr;
     int (*mActionFunction)(KEFormatterContext& context, const void* arg);
@@ -151,9 +150,9 @@ concept FormattableObject = requires(const T& object, KEFormatterBase& fmt, cons
 template <typename T>
 inline constexpr bool cNoFormattingAction = false;
 
-// Formats an argument of type T: with a null arg it puts the type's default flags into the context's
-// format spec, otherwise it prints *arg. 0, or non-zero when the argument could not be converted.
-// A type of the application offers FormatObject or specialises this template.
+// The formatting action of the type T. With a null arg it puts the type's default flags into the context's
+// format spec, otherwise it prints *arg. Returns 0, or non-zero when the argument could not be converted. A
+// type of the application has a FormatObject or specialises this template.
 template <typename T>
 int DoFormatAction(KEFormatterContext& context, const void* arg) {
     if constexpr (std::is_same_v<T, KEFormatArgKEStatus>) {
@@ -219,6 +218,8 @@ public:
     int FmtString(const wchar_t* text, const KEFormatSpec& spec) noexcept override;
     void PutString(const char* text) noexcept override;
     void PutCharacter(char character) noexcept override;
+    // Copies count characters without formatting.
+    void PutCharacters(const char* characters, std::size_t count) noexcept;
 
 protected:
     void FmtIntNumberImpl(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept override;
@@ -229,7 +230,6 @@ protected:
     fmtimpl::StringBufferRangeData<CharT> mRange;
 
 private:
-    void PutCharacters(const char* characters, std::size_t count) noexcept;
     void PutFill(std::uint64_t count, const KEFormatSpec& spec) noexcept;
 };
 
@@ -238,14 +238,10 @@ class KEFormatterT final : public KEFormatterImplT<CharT> {
 public:
     using KEFormatterImplT<CharT>::KEFormatterImplT;
 
-    // Formats count arguments, writes a terminator where the range has room for one, and returns the
-    // length of the whole text, also of what did not fit.
+    // Formats count arguments, writes a terminator if the range has room for it, and returns the length of
+    // the whole text, including what did not fit.
     std::size_t FormatArgs(const CharT* format, const fmtimpl::ArgumentHolder* args,
                            std::size_t count) noexcept;
-
-    // Reads one format spec, from the character behind the ":" on; position is left on the
-    // character that ended it, or behind one that is not supported.
-    static fmtimpl::FormatSpecError ExtractFormatSpec(const CharT*& position, KEFormatSpec& spec) noexcept;
 };
 
 extern template class KEFormatterImplT<char>;
@@ -257,8 +253,8 @@ namespace fmtimpl {
 std::string FormatToStdString(const char* format, const ArgumentHolder* args, std::size_t count) noexcept;
 }
 
-// Formats into a string. The text is formatted twice, once to learn its length, so that each diagnostic
-// about a bad format string is written twice. Empty when memory is short.
+// Formats into a string; an empty one when memory is short. The text is formatted twice, first to learn its
+// length, so that each fault of a format string is reported twice.
 template <typename CharT, typename... Args>
 std::string KEStdStringFormat(const CharT* format, const Args&... args) noexcept {
     const fmtimpl::ArgumentArray<Args...> holders(args...);

@@ -1,9 +1,9 @@
 // Bounded operations on zero-terminated texts, and numbers from text.
 //
-// Each operation exists for char and wchar_t; copying and appending also take a text of another width,
-// converted character by character without regard to its encoding. Nothing is ever written past the given
-// size, and the result is always terminated; a destination of size 0 is left alone. Letters are folded and
-// changed in the ASCII range only. Pointers must not be null. From any thread.
+// Each operation exists for char and wchar_t. Copying and appending also take a text of another width, which
+// is converted character by character without regard to its encoding. Sizes are in characters. Nothing is
+// written past the given size, and the result is always terminated; a destination of size 0 is left alone.
+// Only ASCII letters have an upper and a lower case. Pointers must not be null. From any thread.
 #ifndef KESTRELON_KESTRINGUTILS_H
 #define KESTRELON_KESTRINGUTILS_H
 
@@ -32,8 +32,7 @@ charT ConvertCharacter(srcT c) noexcept {
 
 } // namespace strimpl
 
-// Copies while there is room before dstEnd, one place kept for the terminator; returns the terminator's
-// place.
+// Copies what fits before dstEnd together with a terminator; returns the terminator's place.
 template <typename charT, typename srcT>
 charT* KEStringLCopy(charT* dst, const charT* dstEnd, const srcT* src) noexcept {
     if (dst >= dstEnd) {
@@ -52,8 +51,8 @@ std::size_t KEStringNCopy(charT* dst, std::size_t size, const srcT* src) noexcep
     return static_cast<std::size_t>(KEStringLCopy(dst, dst + size, src) - dst);
 }
 
-// Appends while there is room before dstEnd; returns the terminator's place. A dst without a terminator
-// before dstEnd is left alone; dstEnd is returned then.
+// Appends what fits before dstEnd together with a terminator; returns the terminator's place. A dst without a
+// terminator before dstEnd is left alone; dstEnd is returned then.
 template <typename charT, typename srcT>
 charT* KEStringLCat(charT* dst, charT* dstEnd, const srcT* src) noexcept {
     while (dst < dstEnd && *dst != charT{}) {
@@ -207,7 +206,7 @@ bool KEStringRemoveQuotes(charT* str, charT quote) noexcept {
     return true;
 }
 
-// Passes over leading "0" characters that a digit follows, so that at least one digit stays.
+// Returns the text behind its leading zeros. The last digit stays, even if it is a zero.
 template <typename charT>
 const charT* KEStringSkipLeadingZeros(const charT* str) noexcept {
     while (str[0] == charT{'0'} && str[1] >= charT{'0'} && str[1] <= charT{'9'}) {
@@ -228,18 +227,18 @@ std::string KEStdStringVPrintf(const char* format, va_list args) noexcept
     __attribute__((format(printf, 1, 0)));
 std::wstring KEStdStringVPrintf(const wchar_t* format, va_list args) noexcept;
 
-// Numbers from text, as the C library reads them, but a leading zero never makes an integer octal, and "0b"
-// never makes it binary: that is a 0. The result is cut to the width of value without a range check; what
-// follows the number is not looked at. Instantiated for int, unsigned int, long, unsigned long, short and
-// unsigned short; char and wchar_t.
+// Numbers from text, as the C library reads them, with two exceptions: a leading zero never makes an integer
+// octal, and "0b" never makes it binary but reads as 0. The result is cut to the width of value without a
+// range check. Characters behind the number are ignored. Instantiated for int, unsigned int, long, unsigned
+// long, short and unsigned short; char and wchar_t.
 //   KESTATUS_INVALID_FORMAT  there is no number, or no such base; value is unchanged
 template <typename T, typename charT>
-KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(T& value, const charT* text, int base) noexcept;
 
-KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept;
-KESTATUS KEConvertStringToNumeric(double& value, const char* text) noexcept;
-KESTATUS KEConvertStringToNumeric(float& value, const wchar_t* text) noexcept;
-KESTATUS KEConvertStringToNumeric(double& value, const wchar_t* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(float& value, const char* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(double& value, const char* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(float& value, const wchar_t* text) noexcept;
+[[nodiscard]] KESTATUS KEConvertStringToNumeric(double& value, const wchar_t* text) noexcept;
 
 } // namespace kestrelon
 

@@ -1,4 +1,4 @@
-// The platform's character type for names that a user sees, and strings of it: narrow on Linux.
+// The platform's character type for names that a user sees, and strings of it. On Linux it is char.
 #ifndef KESTRELON_KEUNICODE_H
 #define KESTRELON_KEUNICODE_H
 

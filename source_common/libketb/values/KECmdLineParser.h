@@ -1,9 +1,9 @@
 // The toolbox's command-line parser: options and positional arguments, each bound to a variable of the
 // caller, filled from the words of a command line.
 //
-// A parser is built, defined, run once and destroyed, by one thread. Targets and presence flags belong to
-// the caller and outlive it. The first problem is printed as one line and ends the parse; targets written
-// before it keep their new values.
+// One thread constructs a parser, defines its options and arguments, runs it once and destroys it. Targets
+// and presence flags belong to the caller and outlive the parser. The first problem is printed as one line
+// and ends the parse; targets written before keep their new values.
 #ifndef KESTRELON_KECMDLINEPARSER_H
 #define KESTRELON_KECMDLINEPARSER_H
 
@@ -19,24 +19,24 @@ namespace kestrelon {
 using KEStringVectorCHAR = std::vector<std::string>;
 using KEStringVectorWCHAR = std::vector<std::wstring>;
 
-// How the word behind an option, or a positional word, becomes a value of type T.
+// Converts the word behind an option, or a positional word, to a value of type T.
 template <typename StringT, typename T>
 struct KECmdLineArgHandler;
 
 template <typename StringT>
 struct KECmdLineArgHandler<StringT, StringT> {
-    static KESTATUS ProcessValue(StringT& target, const StringT& text) {
+    [[nodiscard]] static KESTATUS ProcessValue(StringT& target, const StringT& text) {
         target = text;
         return KESTATUS_SUCCESS;
     }
 };
 
-// Decimal, or hexadecimal behind "0x"; leading zeros do not make a number octal. Characters behind the
-// number are ignored, the result is cut to 32 bits.
+// Decimal, or hexadecimal behind "0x". Leading zeros do not make a number octal. Characters behind the number
+// are ignored, and the result is cut to 32 bits.
 //   KESTATUS_INVALID_FORMAT  no number at all; target is unchanged
 template <>
 struct KECmdLineArgHandler<std::string, unsigned int> {
-    static KESTATUS ProcessValue(unsigned int& target, const std::string& text);
+    [[nodiscard]] static KESTATUS ProcessValue(unsigned int& target, const std::string& text);
 };
 
 // Instantiated for char.
@@ -47,15 +47,15 @@ public:
     using PrintErrorFunction = void (*)(const CharT* text);
 
     struct OptionDesc {
-        const CharT* mShortName; // stands behind one dash; may be empty
-        const CharT* mLongName;  // stands behind two dashes; may be empty
+        const CharT* mShortName; // used behind one dash; may be empty
+        const CharT* mLongName;  // used behind two dashes; may be empty
         bool mIsRequired;
     };
     struct ArgumentDesc {
         bool mIsRequired;
     };
 
-    // Everything that can be defined.
+    // An option or a positional argument.
     class ArgBase {
     public:
         ArgBase(bool isRequired, bool* isArgPresent) : mIsRequired(isRequired), mIsArgPresent(isArgPresent) {}
@@ -66,14 +66,14 @@ public:
         virtual bool HasValue() const { return false; }
         virtual const StringT& GetShortName() const = 0;
         virtual const StringT& GetLongName() const = 0;
-        virtual KESTATUS Process(const StringT& text) = 0;
+        [[nodiscard]] virtual KESTATUS Process(const StringT& text) = 0;
 
-        // What an item without a name has for one.
+        // The name of an item without a name.
         static inline const StringT sEmptyString;
 
         bool mIsRequired;
-        bool mIsPresent = false; // the item has been seen
-        bool* mIsArgPresent;     // the caller's copy of it, may be null
+        bool mIsPresent = false; // on the command line
+        bool* mIsArgPresent;     // the caller's copy of mIsPresent, may be null
     };
 
     template <typename T, KESTATUS (*Handler)(T&, const StringT&)>
@@ -82,7 +82,7 @@ public:
         ArgT(T& target, bool isRequired, bool* isArgPresent)
             : ArgBase(isRequired, isArgPresent), mTarget(target) {}
 
-        KESTATUS Process(const StringT& text) override { return Handler(mTarget, text); }
+        [[nodiscard]] KESTATUS Process(const StringT& text) override { return Handler(mTarget, text); }
 
     private:
         T& mTarget;
@@ -122,8 +122,8 @@ public:
         bool mHasValue;
     };
 
-    // programName stands in front of every error line. Positional words that no argument takes go to the
-    // lists that are not null.
+    // Every error line begins with programName. Positional words that no argument takes go to the lists that
+    // are not null.
     KECmdLineParserT(const CharT* programName, KEStringVectorCHAR* remainingArguments,
                      KEStringVectorWCHAR* remainingArgumentsW,
                      PrintErrorFunction printError = &DefaultPrintError)
@@ -149,16 +149,16 @@ public:
                                                                                         isPresent);
     }
 
-    // Report unknown options and go on; drop positional words that nothing takes.
+    // Unknown options are reported, and the parse goes on. Positional words that nothing takes are dropped.
     void SetIgnoreUnknownOptions(bool ignore) { mIgnoreUnknownOptions = ignore; }
     void SetIgnoreExtraArguments(bool ignore) { mIgnoreExtraArguments = ignore; }
 
     // argv[0] is the program's own path and is skipped.
-    //   KESTATUS_FAILED              there is not even that word
+    //   KESTATUS_FAILED              there are no words at all
     //   KESTATUS_MISSING_VALUE, KESTATUS_UNKNOWN_OPTION, KESTATUS_PARAMETER_REJECTED (an extra word),
-    //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or what the conversion of a value answered
+    //   KESTATUS_MISSING_ARGUMENT, KESTATUS_MISSING_OPTION, or the status of the conversion of a value
     //   KESTATUS_NO_MEMORY           memory is short
-    KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
+    [[nodiscard]] KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
 
     // Formats a line and prints it behind the program's name.
     template <typename... Args>
@@ -170,7 +170,7 @@ public:
     // Writes the text as it is to standard error, flushed.
     static void DefaultPrintError(const CharT* text);
 
-    static KESTATUS ProcessSwitchOption(bool& target, const StringT&) {
+    [[nodiscard]] static KESTATUS ProcessSwitchOption(bool& target, const StringT&) {
         target = true;
         return KESTATUS_SUCCESS;
     }
@@ -189,11 +189,11 @@ private:
     }
 
     void CheckOption(const OptionDesc& desc) const;
-    KESTATUS ParseCommandLineImpl(const std::vector<StringT>& words);
+    [[nodiscard]] KESTATUS ParseCommandLineImpl(const std::vector<StringT>& words);
     ArgBase* FindOption(const StringT& word) const;
-    KESTATUS ParseOption(const std::vector<StringT>& words, std::size_t& index);
-    KESTATUS ParseArgument(const StringT& word);
-    KESTATUS CheckRequired() const;
+    [[nodiscard]] KESTATUS ParseOption(const std::vector<StringT>& words, std::size_t& index);
+    [[nodiscard]] KESTATUS ParseArgument(const StringT& word);
+    [[nodiscard]] KESTATUS CheckRequired() const;
 
     ArgList mArgumentsList; // in the order of definition
     ArgList mOptionsList;

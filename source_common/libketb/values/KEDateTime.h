@@ -1,4 +1,4 @@
-// A date and time of day in 64 bits that can be printed.
+// A date and a time of day in 64 bits, without a time zone.
 #ifndef KESTRELON_KEDATETIME_H
 #define KESTRELON_KEDATETIME_H
 
@@ -8,7 +8,7 @@
 
 namespace kestrelon {
 
-// A plain value. The fields are not checked: a month of 15 is stored and printed as it is.
+// A plain value. The fields are not checked: a month of 15 prints as 15.
 class KEDateTime {
 public:
     unsigned Milliseconds() const noexcept { return Field(0, 10); }

@@ -18,12 +18,12 @@ public:
     bool IsZero() const noexcept;
     bool IsBroadcast() const noexcept;
 
-    // Reads the first 12 characters as six pairs of hexadecimal digits without separators; what follows
-    // is ignored. Instantiated for char and wchar_t.
+    // Reads the first 12 characters as six pairs of hexadecimal digits without separators; the rest is
+    // ignored. Failures are logged on Global. Instantiated for char and wchar_t.
     //   KESTATUS_INVALID_LENGTH  fewer than 12 characters, or a null pointer; the address is unchanged
-    //   KESTATUS_INVALID_FORMAT  a pair that is none; the pairs before it are stored
+    //   KESTATUS_INVALID_FORMAT  a character that is no hexadecimal digit; the pairs before it are stored
     template <typename charT>
-    KESTATUS InitFromString(const charT* text);
+    [[nodiscard]] KESTATUS InitFromString(const charT* text);
 
     // Six pairs of digits separated by "-"; upper case for the type X.
     int FormatObject(KEFormatterBase& fmt, const KEFormatSpec& spec) const;

@@ -1,6 +1,6 @@
 // Conversions between UTF-8, UTF-16 and 32-bit texts (a wide character is a whole code point). A text that
-// cannot be converted (KEUtfConvert.h) is logged on Global and gives an empty text; so does a null pointer,
-// without a message. From any thread.
+// cannot be converted (KEUtfConvert.h) is logged on Global and gives an empty text. A null pointer gives an
+// empty text without a message. From any thread.
 #ifndef KESTRELON_KESTRINGCONV_H
 #define KESTRELON_KESTRINGCONV_H
 

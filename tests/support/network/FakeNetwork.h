@@ -1,5 +1,5 @@
-// Stands between the code under test and the system's socket calls: the test executable is linked so that
-// they come here first. Everything passes through to the real call unless told otherwise. For one thread.
+// Replaces the system's socket calls for the code under test. The test executable is linked so that
+// they come here first; they go on to the real call unless an object below says otherwise. For one thread.
 #ifndef FLOWLANE_TESTS_FAKENETWORK_H
 #define FLOWLANE_TESTS_FAKENETWORK_H
 

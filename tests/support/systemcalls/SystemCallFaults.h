@@ -1,6 +1,6 @@
-// Makes system calls of the code under test fail, and runs its clocks by hand: the test executable is
-// linked so that the calls listed in CMakeLists.txt come here first. Everything is per thread, and passes
-// through to the real call unless told otherwise. One object of a kind and thread at a time.
+// Makes system calls of the code under test fail, and sets its clocks by hand. The test executable is linked
+// so that the calls listed in CMakeLists.txt come here first; they go on to the real call unless an object
+// below says otherwise. Objects affect only their own thread. One object of a kind per thread at a time.
 #ifndef FLOWLANE_TESTS_SYSTEMCALLFAULTS_H
 #define FLOWLANE_TESTS_SYSTEMCALLFAULTS_H
 

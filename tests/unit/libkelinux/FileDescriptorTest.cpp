@@ -1,3 +1,4 @@
+// The owning file descriptor.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

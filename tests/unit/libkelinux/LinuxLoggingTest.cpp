@@ -1,3 +1,4 @@
+// Starting the logging on Linux, and the time, process and thread of a message.
 #include "KELinuxLogging.h"
 
 #include <gmock/gmock.h>
@@ -21,7 +22,7 @@ using testing::IsEmpty;
 
 namespace {
 
-// Notes how it is started.
+// Records how it is started.
 class StartedTarget : public KELogTarget {
 public:
     StartedTarget() : KELogTarget("StartedTarget") {}
@@ -104,8 +105,8 @@ TEST(ThreadIdTest, IsTheKernelsNumber) {
     EXPECT_NE(other, getpid());
 }
 
-// Which calls ask for the time, and so for the process and the thread.
-TEST(LogMetaData, NoMessageIsStampedWithoutATarget) {
+// A call that reads the clock also asks for the process and the thread.
+TEST(LogMetaDataTest, NoMessageIsStampedWithoutATarget) {
     KELogger logger("Stamped", KEINFO);
     KELogMessage message;
     const std::function<void()> calls[] = {
@@ -134,7 +135,7 @@ TEST(LogMetaData, NoMessageIsStampedWithoutATarget) {
             EXPECT_FALSE(fault.IsDelivered()) << "call " << number;
         }
         StartedTarget target;
-        logger.AttachTarget(target);
+        EXPECT_EQ(logger.AttachTarget(target), KESTATUS_SUCCESS);
         const SystemCallFault fault("clock_gettime", EIO);
         call();
         EXPECT_TRUE(fault.IsDelivered()) << "call " << number;

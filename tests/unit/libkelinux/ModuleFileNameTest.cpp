@@ -1,3 +1,4 @@
+// The file of a running program and the parts of its path.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+// Expansion of a text into words.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// What the tests of the log file target share: a target in a directory of its own, a logger on it and a
-// configuration that answers from maps.
+// For the tests of the log file target: a target in a directory of its own, a logger attached to it and a
+// configuration with settings in maps.
 #ifndef FLOWLANE_TESTS_LOGTARGETFIXTURE_H
 #define FLOWLANE_TESTS_LOGTARGETFIXTURE_H
 
@@ -46,7 +46,7 @@ class LogTargetFileTest : public testing::Test {
 protected:
     LogTargetFileTest() {
         kestrelon::KESetLogModuleName("module");
-        mLogger.AttachTarget(mTarget);
+        EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS);
         mTarget.SetLogFileName((mDirectory / "x.log").c_str());
     }
     ~LogTargetFileTest() override { kestrelon::KESetLogModuleName(""); }
@@ -54,7 +54,7 @@ protected:
     void Log(const std::string& text) const {
         kestrelon::KEOutputLogMessage(mLogger, kestrelon::KEINFO, "{}", text);
     }
-    // What the file holds once it is closed.
+    // The contents of the file when it is closed.
     std::string Written(const std::string& name = "x.log") {
         mTarget.StopTarget();
         return mDirectory.Read(name);

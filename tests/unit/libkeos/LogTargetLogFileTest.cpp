@@ -1,4 +1,4 @@
-// What the log file target writes once it is started.
+// The lines that a started log file target writes.
 #include <cerrno>
 #include <filesystem>
 #include <sstream>
@@ -165,7 +165,7 @@ TEST_F(LogTargetFileTest, AWriteFailureGoesToTheSystemLog) {
                 EndsWith("): WriteToLogFileFormatted(INFO: " + text + ") failed, st=0xe0000001\n"));
 }
 
-// Global is attached to the target, and what fails below the target is logged on Global.
+// Global is attached to the target, and failures below the target are logged on Global.
 class GlobalOnFileTest : public LogTargetFileTest {
 protected:
     GlobalOnFileTest() { EXPECT_EQ(logger::Global.AttachTarget(mTarget), KESTATUS_SUCCESS); }

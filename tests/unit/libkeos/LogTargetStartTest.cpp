@@ -120,7 +120,7 @@ TEST_F(LogTargetFileTest, ANameThatCannotBeExpandedIsReported) {
     EXPECT_THAT(mDiagnostics.Messages()[0], StartsWith(std::string("module: ERROR: ") + cImpl));
     EXPECT_THAT(mDiagnostics.Messages()[0], EndsWith("): ExpandString('\"open') failed, st=0xE0000001\n"));
     EXPECT_EQ(mLog.CountContaining(KEERROR, "wordexp failed, ret="), 1u);
-    // Not started: a better name may follow.
+    // Not started, so another name may be tried.
     mTarget.SetLogFileName((mDirectory / "y.log").c_str());
     EXPECT_EQ(mTarget.StartTarget(nullptr), KESTATUS_SUCCESS);
 }

@@ -1,3 +1,4 @@
+// Address lookups and the names of an address.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -70,7 +71,7 @@ TEST_F(SocketAddressTest, EachLookupFreesTheOldList) {
         EXPECT_EQ(mNetwork.mOpenLists, 1u);
         ASSERT_EQ(addresses.GetAddressInfo("127.0.0.1", "2", nullptr), KESTATUS_SUCCESS);
         EXPECT_EQ(mNetwork.mOpenLists, 1u);
-        // Also when it fails: the list is empty then.
+        // Even when it fails: the list is empty then.
         mNetwork.mErrors["getaddrinfo"] = {EAI_AGAIN};
         EXPECT_EQ(addresses.GetAddressInfo("127.0.0.1", "3", nullptr), KESTATUS_NO_ADDRESS);
         EXPECT_EQ(mNetwork.mOpenLists, 0u);

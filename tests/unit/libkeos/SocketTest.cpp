@@ -1,3 +1,4 @@
+// One socket: creation, options, connections, failures, and the first address of several that works.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -37,7 +38,7 @@ bool IsOpen(int descriptor) {
     return fcntl(descriptor, F_GETFD) != -1;
 }
 
-// The address a bound socket got.
+// The address of a bound socket.
 sockaddr_in AddressOf(const KEOsSocket& socket) {
     sockaddr_in address{};
     socklen_t length = sizeof address;

@@ -1,3 +1,4 @@
+// Waiting on a socket, sending and receiving, in both modes.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -123,7 +124,7 @@ TEST_F(SocketTransferTest, FailedWaitIsNotRepeated) {
 TEST_F(SocketTransferTest, DescriptorThatSelectCannotTake) {
     KEOsSocket socket;
     EXPECT_EQ(socket.WaitUntilIoPossible(0x2, 0), 0xE0010009);
-    // A descriptor number beyond the sets.
+    // A descriptor that is too large for select.
     ASSERT_EQ(socket.CreateSocket(AF_INET, SOCK_DGRAM, 0), KESTATUS_SUCCESS);
     const int high = fcntl(socket.Handle(), F_DUPFD_CLOEXEC, FD_SETSIZE);
     if (high == -1) {

@@ -1,3 +1,4 @@
+// Threads: creation, the join, the entry point for a member function.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// The waitable queue: its order, its event, stopping its consumer.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -182,7 +183,7 @@ TEST_F(QueueTest, AnItemIsQueuedThoughItsEventFails) {
     EXPECT_EQ(mQueue.GetItem(), &mFirst);
 }
 
-// A consumer as the capture's writer thread is one: woken by items, stopped while it waits.
+// A consumer like the capture's writer thread: items wake it, and it is stopped while it waits.
 TEST_F(QueueTest, CarriesItemsToAConsumerThatIsStoppedWhileItWaits) {
     constexpr int cItems = 2000;
     for (int round = 0; round < 5; ++round) {

@@ -1,3 +1,4 @@
+// The worker thread: its states, its status, the wait for its start.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include "KEPosixTime.h"
 #include "LogExpect.h"
 #include "SystemCallFaults.h"
+#include "WaitUntil.h"
 
 using namespace kestrelon;
 using namespace testsupport;
@@ -49,9 +51,8 @@ public:
 };
 
 void WaitUntilEnded(const KEOsWorkerThread& thread) {
-    while (!thread.HasEnded()) {
-        KEPosixSleep(1);
-    }
+    EXPECT_TRUE(testsupport::WaitUntil([&] { return thread.HasEnded(); },
+                                       [&] { return static_cast<int>(thread.State()); }));
 }
 
 TEST(WorkerThreadTest, StatesHaveTheirNumbers) {

@@ -1,3 +1,4 @@
+// The condition variable: waking, deadlines, failures.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

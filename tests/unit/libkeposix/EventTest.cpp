@@ -1,3 +1,4 @@
+// Events: manual and automatic reset, time-outs, failures below them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include "KEOsEvent.h"
 #include "LogExpect.h"
 #include "SystemCallFaults.h"
+#include "WaitUntil.h"
 
 using namespace kestrelon;
 using namespace testsupport;
@@ -97,10 +99,8 @@ TEST_F(EventTest, AnAutoResetEventReleasesAsManyWaitersAsItIsSet) {
     }
     for (int set = 1; set <= 4; ++set) {
         EXPECT_EQ(mEvent.SetEvent(), KESTATUS_SUCCESS);
-        while (released < set) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(released, set);
+        EXPECT_TRUE(WaitUntil([&] { return released >= set; }, [&] { return released.load(); }));
+        EXPECT_EQ(released, set); // and no more
         EXPECT_FALSE(mEvent.IsSignaled());
     }
     for (std::thread& waiter : waiters) {
@@ -221,7 +221,7 @@ TEST_P(SetEventFailureTest, IsLoggedTwiceAndReleasesTheMutex) {
     EXPECT_THAT(mLog.Messages(),
                 ElementsAre(IsMessageOf(KEERROR, failure.conditionFunction, failure.conditionMessage),
                             IsMessageOf(KEERROR, "KEPosixEvent::SetEvent", failure.eventMessage)));
-    // Another thread gets the mutex, and the flag was set all the same.
+    // Another thread gets the mutex, and the flag is set all the same.
     std::thread([this] { EXPECT_TRUE(mEvent.IsSignaled()); }).join();
 }
 

@@ -1,3 +1,4 @@
+// The pipe: waking its reader, closing its ends, failures.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

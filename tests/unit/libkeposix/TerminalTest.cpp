@@ -1,3 +1,4 @@
+// Keys and modes of a terminal, in child processes on terminals of their own.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +24,7 @@ namespace {
 
 using Reporter = TerminalChild::Reporter;
 
-// Keys take a moment through the pseudo-terminal.
+// Keys need a moment to pass the pseudo-terminal.
 bool WaitForKey() {
     for (int waitedMs = 0; waitedMs < 20000; waitedMs += 5) {
         if (KEPosixKbHit()) {
@@ -34,6 +35,7 @@ bool WaitForKey() {
     return false;
 }
 
+// Also shows whether a switch has worked, since the child ignores its status.
 void ReportModes(const Reporter& reporter) {
     reporter.Line("canonical", KEPosixGetCanonicalMode());
     reporter.Line("echo", KEPosixGetEchoMode());
@@ -133,16 +135,16 @@ TEST(TerminalTest, ReadsWaitForOneByteWithCanonicalModeOff) {
 
 TEST(TerminalTest, TheModeObjectRestoresWhatItFound) {
     TerminalChild child([](const Reporter& reporter) {
-        KEPosixSwitchEchoMode(false);
+        static_cast<void>(KEPosixSwitchEchoMode(false));
         {
             KEPosixTerminalMode outer;
-            outer.SwitchEchoMode(true);
+            static_cast<void>(outer.SwitchEchoMode(true));
             {
                 KEPosixTerminalMode inner;
-                inner.SwitchCanonicalMode(false);
-                inner.SwitchEchoMode(false);
+                static_cast<void>(inner.SwitchCanonicalMode(false));
+                static_cast<void>(inner.SwitchEchoMode(false));
                 ReportModes(reporter);
-                // Not the object's business, so it stays.
+                // Not a mode of the object, so it stays.
                 termios modes{};
                 tcgetattr(STDIN_FILENO, &modes);
                 modes.c_lflag &= ~static_cast<tcflag_t>(ECHOCTL);
@@ -165,8 +167,8 @@ TEST(TerminalTest, TheModeObjectRestoresWhatOthersChanged) {
     TerminalChild child([](const Reporter& reporter) {
         {
             KEPosixTerminalMode mode;
-            KEPosixSwitchEchoMode(false);
-            KEPosixSwitchCanonicalMode(false);
+            static_cast<void>(KEPosixSwitchEchoMode(false));
+            static_cast<void>(KEPosixSwitchCanonicalMode(false));
         }
         ReportModes(reporter);
     });
@@ -208,7 +210,8 @@ TEST(TerminalTest, DiscardsAllKeysThatWait) {
     }
 }
 
-// A terminal without job control, as a program gets it that was not started by a shell, is always ours.
+// A program that no shell has started has a terminal without job control. It is never in the background
+// there.
 TEST(TerminalTest, SeesAKeyOnATerminalThatIsNotTheControllingOne) {
     TerminalChild child(
         [](const Reporter& reporter) {
@@ -235,8 +238,8 @@ TEST(TerminalTest, SeesAKeyOnATerminalThatIsNotTheControllingOne) {
     }
 }
 
-// The shell's job control: a process in the background that touched the modes or read the terminal would
-// be stopped.
+// With the shell's job control, the system would stop a process in the background that changes the modes or
+// reads.
 TEST(TerminalTest, LeavesTheTerminalAloneInTheBackground) {
     TerminalChild child([](const Reporter& reporter) {
         reporter.Line("foreground", WaitForKey());

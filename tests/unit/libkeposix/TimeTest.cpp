@@ -1,3 +1,4 @@
+// Sleeping, ticks, deadlines and differences of times.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// A failed assertion parks its thread for good, so it happens in a child process that the test ends.
+// A failed assertion. It parks its thread for good, so it runs in a child process that the test ends.
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -57,7 +57,7 @@ std::string ReadUntil(const std::string& end) {
     return text;
 }
 
-TEST(AssertionFailed, ReportsAndParksItsThread) {
+TEST(AssertionFailedTest, ReportsAndParksItsThread) {
     ASSERT_EQ(pipe(sPipe), 0);
     const pid_t child = fork();
     ASSERT_GE(child, 0);

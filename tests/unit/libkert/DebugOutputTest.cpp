@@ -1,3 +1,5 @@
+// Diagnostics in the system log: their channel, its redirection, the text of a failed assertion, the module
+// name.
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -16,7 +18,7 @@ namespace {
 
 constexpr int cUserError = 11; // LOG_USER | LOG_ERR
 
-TEST(DebugOutput, GoesToTheSystemLogAsAUserError) {
+TEST(DebugOutputTest, GoesToTheSystemLogAsAUserError) {
     TakeSystemLog();
     KEOutputDebugString("%s: WARNING: %d%%\n", "module", 42);
     const auto lines = TakeSystemLog();
@@ -32,7 +34,7 @@ void ViaVaList(const char* format, ...) {
     va_end(args);
 }
 
-TEST(DebugOutput, VaListForm) {
+TEST(DebugOutputTest, VaListForm) {
     TakeSystemLog();
     ViaVaList("%s-%u", "a", 7u);
     const auto lines = TakeSystemLog();
@@ -46,7 +48,7 @@ void Keep(const char* message) {
     sMessages.emplace_back(message);
 }
 
-TEST(DebugOutput, RedirectionTakesTheSystemLogsPlace) {
+TEST(DebugOutputTest, RedirectionTakesTheSystemLogsPlace) {
     TakeSystemLog();
     sMessages.clear();
     EXPECT_EQ(KESetDebugOutputFunction(&Keep), nullptr);
@@ -59,14 +61,14 @@ TEST(DebugOutput, RedirectionTakesTheSystemLogsPlace) {
     EXPECT_EQ(lines[0].text, "2");
 }
 
-TEST(DebugOutput, RedirectedMessagesAreCut) {
+TEST(DebugOutputTest, RedirectedMessagesAreCut) {
     const DebugOutputCapture output;
     KEOutputDebugString("%s", std::string(5000, 'x').c_str());
     ASSERT_EQ(output.Messages().size(), 1u);
     EXPECT_EQ(output.Messages()[0], std::string(4095, 'x'));
 }
 
-TEST(AssertionMessage, WithAndWithoutModuleName) {
+TEST(AssertionMessageTest, WithAndWithoutModuleName) {
     const DebugOutputCapture output;
     KEOutputAssertionFailedMessage("a == b", "dir/file.cpp", 17, "module");
     KEOutputAssertionFailedMessage("a == b", "dir/file.cpp", 17, nullptr);
@@ -81,7 +83,7 @@ TEST(AssertionMessage, WithAndWithoutModuleName) {
     EXPECT_EQ(output.Messages(), expected);
 }
 
-TEST(ModuleName, IsCutAt31Characters) {
+TEST(ModuleNameTest, IsCutAt31Characters) {
     const std::string old = KEModuleName();
     KESetModuleName("1234567890123456789012345678901");
     EXPECT_STREQ(KEModuleName(), "1234567890123456789012345678901");

@@ -1,5 +1,5 @@
-// Stands between the code under test and a few calls of the C library: failures of the printf family, what is
-// written to the system log, and sleeping. From one thread.
+// Replaces a few calls of the C library for the code under test: the printf family fails on request, lines
+// for the system log are kept, and sleeping can be replaced. For one thread.
 #ifndef FLOWLANE_TESTS_LIBRARYCALLFAULTS_H
 #define FLOWLANE_TESTS_LIBRARYCALLFAULTS_H
 
@@ -26,7 +26,7 @@ struct SystemLogLine {
     std::string text;
 };
 
-// The lines written to the system log so far; taking them empties the list. Nothing reaches the real one.
+// Takes the lines written to the system log so far. Nothing reaches the real one.
 std::vector<SystemLogLine> TakeSystemLog();
 
 // Called in place of usleep when it is not null.

@@ -1,3 +1,4 @@
+// The printf-style functions with a status: buffers of every size, both character widths, failures.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,7 +45,7 @@ constexpr SizeCase cSizeCases[] = {
     {2, KESTATUS_BUFFER_TOO_SMALL, "a", L"a"}, {1, KESTATUS_BUFFER_TOO_SMALL, "", L""},
 };
 
-TEST(StringPrintf, NarrowAtEverySize) {
+TEST(StringPrintfTest, NarrowAtEverySize) {
     for (const SizeCase& test : cSizeCases) {
         GuardedBuffer<char> buffer;
         EXPECT_EQ(KEStringPrintfA(buffer.Data(), test.size, "%s", "abc"), test.status) << test.size;
@@ -53,7 +54,7 @@ TEST(StringPrintf, NarrowAtEverySize) {
     }
 }
 
-TEST(StringPrintf, WideAtEverySize) {
+TEST(StringPrintfTest, WideAtEverySize) {
     for (const SizeCase& test : cSizeCases) {
         GuardedBuffer<wchar_t> buffer;
         EXPECT_EQ(KEStringPrintfW(buffer.Data(), test.size, L"%ls", L"abc"), test.status) << test.size;
@@ -62,7 +63,7 @@ TEST(StringPrintf, WideAtEverySize) {
     }
 }
 
-TEST(StringPrintf, OverloadsFollowTheWidth) {
+TEST(StringPrintfTest, OverloadsFollowTheWidth) {
     char narrow[8];
     wchar_t wide[8];
     EXPECT_EQ(KEStringPrintf(narrow, std::size(narrow), "%d-%d", 12, 34), KESTATUS_SUCCESS);
@@ -75,7 +76,7 @@ TEST(StringPrintf, OverloadsFollowTheWidth) {
     EXPECT_STREQ(wide, L"12");
 }
 
-TEST(StringPrintf, EmptyResultFitsIntoOneCharacter) {
+TEST(StringPrintfTest, EmptyResultFitsIntoOneCharacter) {
     char narrow[] = "x";
     wchar_t wide[] = L"x";
     EXPECT_EQ(KEStringPrintfA(narrow, 1, "%s", ""), KESTATUS_SUCCESS);
@@ -84,7 +85,7 @@ TEST(StringPrintf, EmptyResultFitsIntoOneCharacter) {
     EXPECT_STREQ(wide, L"");
 }
 
-TEST(StringPrintf, SizeZeroOrNoBufferIsTooSmall) {
+TEST(StringPrintfTest, SizeZeroOrNoBufferIsTooSmall) {
     char narrow[] = "x";
     wchar_t wide[] = L"x";
     EXPECT_EQ(KEStringPrintfA(narrow, 0, "%s", ""), KESTATUS_BUFFER_TOO_SMALL);
@@ -95,7 +96,7 @@ TEST(StringPrintf, SizeZeroOrNoBufferIsTooSmall) {
     EXPECT_EQ(KEStringPrintfW(nullptr, 10, L"%ls", L"a"), KESTATUS_BUFFER_TOO_SMALL);
 }
 
-TEST(StringPrintf, OldErrnoHasNoEffect) {
+TEST(StringPrintfTest, OldErrnoHasNoEffect) {
     wchar_t wide[3];
     errno = EINVAL;
     EXPECT_EQ(KEStringPrintfW(wide, std::size(wide), L"%ls", L"abc"), KESTATUS_BUFFER_TOO_SMALL);
@@ -108,7 +109,7 @@ struct ErrorCase {
     KESTATUS wide;
 };
 
-// The wide call answers a short buffer with different values of errno in different C libraries.
+// C libraries report a buffer that is too short for the wide call with different values of errno.
 constexpr ErrorCase cErrorCases[] = {
     {EINVAL, KESTATUS_INVALID_PARAMETER, KESTATUS_INVALID_PARAMETER},
     {EILSEQ, 0xE0010054, 0xE0010054},
@@ -118,7 +119,7 @@ constexpr ErrorCase cErrorCases[] = {
     {0, KESTATUS_FAILED, KESTATUS_BUFFER_TOO_SMALL},
 };
 
-TEST(StringPrintf, FailuresOfTheLibraryCall) {
+TEST(StringPrintfTest, FailuresOfTheLibraryCall) {
     for (const ErrorCase& test : cErrorCases) {
         const PrintfFault fault(test.err);
         char narrow[4] = {'#', '#', '#', '#'};
@@ -132,9 +133,9 @@ TEST(StringPrintf, FailuresOfTheLibraryCall) {
     }
 }
 
-// The wide call does not tell how much room it needs, so that larger and larger buffers are tried; but not
-// when more room would not help.
-TEST(StringPrintf, WideStringsGiveUpAtOnceWhenRoomIsNotTheMatter) {
+// The wide call does not report how much room it needs, so larger and larger buffers are tried, unless more
+// room would not help.
+TEST(StringPrintfTest, WideStringsGiveUpAtOnceWhenRoomIsNotTheMatter) {
     for (const int err : {EILSEQ, EINVAL, ENOMEM}) {
         const PrintfFault fault(err);
         EXPECT_EQ(KEStdStringPrintf(L"%d", 1), L"");
@@ -147,7 +148,7 @@ TEST(StringPrintf, WideStringsGiveUpAtOnceWhenRoomIsNotTheMatter) {
     }
 }
 
-TEST(StringPrintf, UnconvertibleCharacterOfTheRealLibrary) {
+TEST(StringPrintfTest, UnconvertibleCharacterOfTheRealLibrary) {
     char narrow[16];
     const wchar_t invalid[] = {static_cast<wchar_t>(0x110000), 0};
     EXPECT_EQ(KEStringPrintfA(narrow, std::size(narrow), "%ls", invalid), 0xE0010054u);
@@ -169,7 +170,7 @@ KESTATUS ViaVaListW(wchar_t* buf, std::size_t size, const wchar_t* format, ...) 
     return st;
 }
 
-TEST(StringPrintf, VaListWorkers) {
+TEST(StringPrintfTest, VaListWorkers) {
     char narrow[8];
     wchar_t wide[8];
     EXPECT_EQ(ViaVaList(narrow, std::size(narrow), "%03u/%c", 7u, 'x'), KESTATUS_SUCCESS);

@@ -1,5 +1,5 @@
-// Every status code with its name and its text, written down here a second time on purpose: the codes are an
-// interface that must not change by accident. X(value, name, text).
+// Every status code with its name and its text. They are written down here a second time on purpose: the
+// codes are an interface and must not change by accident. X(value, name, text).
 #ifndef FLOWLANE_TESTS_STATUSTABLE_H
 #define FLOWLANE_TESTS_STATUSTABLE_H
 

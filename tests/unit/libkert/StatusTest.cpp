@@ -1,3 +1,4 @@
+// The status codes: their values, names and texts, and the mapping of other errors.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -25,11 +26,11 @@ constexpr Row cTable[] = {STATUS_TABLE(ROW)};
 #define CHECK_CONSTANT(value, name, text) static_assert((name) == (value));
 STATUS_TABLE(CHECK_CONSTANT)
 
-TEST(Status, TableHasAllRows) {
+TEST(StatusTest, TableHasAllRows) {
     EXPECT_EQ(std::size(cTable), 137u);
 }
 
-TEST(Status, EveryRowIsFoundNarrow) {
+TEST(StatusTest, EveryRowIsFoundNarrow) {
     for (const Row& row : cTable) {
         EXPECT_STREQ(KEStatusStringA(row.value), row.nameA);
         EXPECT_STREQ(KEStatusStringImplA(row.value), row.nameA);
@@ -39,7 +40,7 @@ TEST(Status, EveryRowIsFoundNarrow) {
     }
 }
 
-TEST(Status, EveryRowIsFoundWide) {
+TEST(StatusTest, EveryRowIsFoundWide) {
     for (const Row& row : cTable) {
         EXPECT_STREQ(KEStatusStringW(row.value), row.nameW);
         EXPECT_STREQ(KEStatusStringImplW(row.value), row.nameW);
@@ -48,13 +49,13 @@ TEST(Status, EveryRowIsFoundWide) {
     }
 }
 
-TEST(Status, EveryTextEndsWithAPeriod) {
+TEST(StatusTest, EveryTextEndsWithAPeriod) {
     for (const Row& row : cTable) {
         EXPECT_EQ(std::string(KEStatusTextA(row.value)).back(), '.') << row.nameA;
     }
 }
 
-TEST(Status, LookupsGiveTheSamePointerEachTime) {
+TEST(StatusTest, LookupsGiveTheSamePointerEachTime) {
     EXPECT_EQ(KEStatusStringA(KESTATUS_TIMEOUT), KEStatusStringA(KESTATUS_TIMEOUT));
     EXPECT_EQ(KEStatusTextW(KESTATUS_TIMEOUT), KEStatusTextW(KESTATUS_TIMEOUT));
 }
@@ -72,7 +73,7 @@ void ExpectUnknown(KESTATUS value) {
 }
 
 // Every value without a row in and around each family.
-TEST(Status, UnassignedSlotsAreUnknown) {
+TEST(StatusTest, UnassignedSlotsAreUnknown) {
     std::map<KESTATUS, const char*> assigned;
     for (const Row& row : cTable) {
         assigned[row.value] = row.nameA;
@@ -95,7 +96,7 @@ TEST(Status, UnassignedSlotsAreUnknown) {
     ExpectUnknown(0xFFFFFFFF);
 }
 
-TEST(Status, Borders) {
+TEST(StatusTest, Borders) {
     for (const KESTATUS value :
          {0x00000001u, 0xE0000000u, 0xE000000Bu, 0xE0000112u, 0xE0001000u, 0xE0001006u, 0xE00010FFu,
           0xE0001101u, 0xE0002000u, 0xE0002003u, 0xE0010000u, 0xE0010023u}) {
@@ -103,12 +104,12 @@ TEST(Status, Borders) {
     }
 }
 
-TEST(Status, TwoCodesShareATextOnPurpose) {
+TEST(StatusTest, TwoCodesShareATextOnPurpose) {
     EXPECT_STREQ(KEStatusTextA(KESTATUS_REJECTED), KEStatusTextA(KESTATUS_NOT_POSSIBLE));
     EXPECT_STRNE(KEStatusStringA(KESTATUS_REJECTED), KEStatusStringA(KESTATUS_NOT_POSSIBLE));
 }
 
-TEST(Status, FromErrno) {
+TEST(StatusTest, FromErrno) {
     EXPECT_EQ(KEStatusFromErrno(1), 0xE0010001u);
     EXPECT_EQ(KEStatusFromErrno(34), KESTATUS_LINUX_ERANGE);
     EXPECT_EQ(KEStatusFromErrno(110), 0xE001006Eu);
@@ -117,14 +118,14 @@ TEST(Status, FromErrno) {
     EXPECT_EQ(KEStatusFromErrno(-1), 0xE001FFFFu);
 }
 
-TEST(Status, FromStdErrorCodeTakesTheValueOfAnyCategory) {
+TEST(StatusTest, FromStdErrorCodeTakesTheValueOfAnyCategory) {
     EXPECT_EQ(KEStatusFromStdErrorCode(std::error_code(ENOENT, std::system_category())), 0xE0010002u);
     EXPECT_EQ(KEStatusFromStdErrorCode(std::error_code(ENOENT, std::generic_category())), 0xE0010002u);
     EXPECT_EQ(KEStatusFromStdErrorCode(std::error_code(0x54321, std::generic_category())), 0xE0014321u);
     EXPECT_EQ(KEStatusFromStdErrorCode(std::error_code()), 0xE0010000u);
 }
 
-TEST(Status, FromStdFilesystemErrorTakesItsCode) {
+TEST(StatusTest, FromStdFilesystemErrorTakesItsCode) {
     const std::filesystem::filesystem_error error("what", std::error_code(EACCES, std::generic_category()));
     EXPECT_EQ(KEStatusFromStdFilesystemError(error), KESTATUS_LINUX_EACCES);
 }

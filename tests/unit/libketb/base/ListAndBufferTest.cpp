@@ -45,7 +45,7 @@ std::vector<int> TakeAll(KEDList<Item>& list) {
     return numbers;
 }
 
-TEST(DList, StartsEmpty) {
+TEST(DListTest, StartsEmpty) {
     KEDList<Item> list(&Item::mFirstLink);
     EXPECT_TRUE(list.IsEmpty());
     EXPECT_EQ(list.Head(), nullptr);
@@ -53,7 +53,7 @@ TEST(DList, StartsEmpty) {
     EXPECT_EQ(list.RemoveHead(), nullptr);
 }
 
-TEST(DList, FirstInFirstOut) {
+TEST(DListTest, FirstInFirstOut) {
     KEDList<Item> list(&Item::mFirstLink);
     Item a(1), b(2), c(3);
     list.AppendTail(a);
@@ -73,7 +73,7 @@ TEST(DList, FirstInFirstOut) {
     EXPECT_TRUE(IsUnlinked(a.mFirstLink) && IsUnlinked(b.mFirstLink) && IsUnlinked(c.mFirstLink));
 }
 
-TEST(DList, RemovingFromAnyPlace) {
+TEST(DListTest, RemovingFromAnyPlace) {
     for (int removed = 0; removed < 3; ++removed) {
         KEDList<Item> list(&Item::mFirstLink);
         Item items[] = {Item(0), Item(1), Item(2)};
@@ -92,7 +92,7 @@ TEST(DList, RemovingFromAnyPlace) {
     }
 }
 
-TEST(DList, AnItemOfAnotherListIsLeftAlone) {
+TEST(DListTest, AnItemOfAnotherListIsLeftAlone) {
     KEDList<Item> list(&Item::mFirstLink);
     KEDList<Item> other(&Item::mFirstLink);
     Item a(1), b(2);
@@ -103,7 +103,7 @@ TEST(DList, AnItemOfAnotherListIsLeftAlone) {
     EXPECT_EQ(b.mFirstLink.mList, &other);
 }
 
-TEST(DList, AnItemMayBeOnOneListPerLink) {
+TEST(DListTest, AnItemMayBeOnOneListPerLink) {
     KEDList<Item> first(&Item::mFirstLink);
     KEDList<Item> second(&Item::mSecondLink);
     Item a(1), b(2);
@@ -115,7 +115,7 @@ TEST(DList, AnItemMayBeOnOneListPerLink) {
     EXPECT_EQ(TakeAll(second), (std::vector<int>{2, 1}));
 }
 
-TEST(DList, ObjectsOfDerivedClasses) {
+TEST(DListTest, ObjectsOfDerivedClasses) {
     KEDList<Item> list(&Item::mSecondLink);
     DerivedItem derived(7);
     Item plain(8);
@@ -140,14 +140,14 @@ struct CountingAllocator {
 };
 using CountedBlock = KEBufferBlockT<CountingAllocator>;
 
-TEST(BufferBlock, Empty) {
+TEST(BufferBlockTest, Empty) {
     const KEBufferBlock block;
     EXPECT_EQ(block.mBuffer, nullptr);
     EXPECT_EQ(block.mBufferSize, 0u);
     EXPECT_EQ(block.mDataLength, 0u);
 }
 
-TEST(BufferBlock, OwnsItsBytes) {
+TEST(BufferBlockTest, OwnsItsBytes) {
     KEBufferBlock block(100);
     ASSERT_NE(block.mBuffer, nullptr);
     EXPECT_EQ(block.mBufferSize, 100u);
@@ -156,7 +156,7 @@ TEST(BufferBlock, OwnsItsBytes) {
     EXPECT_EQ(block.mBuffer[99], 0xA5);
 }
 
-TEST(BufferBlock, FreesOnce) {
+TEST(BufferBlockTest, FreesOnce) {
     ASSERT_EQ(CountingAllocator::sBlocks, 0);
     {
         CountedBlock a(10);
@@ -184,7 +184,7 @@ TEST(BufferBlock, FreesOnce) {
     EXPECT_EQ(CountingAllocator::sBlocks, 0);
 }
 
-TEST(BufferReference, OwnsNothing) {
+TEST(BufferReferenceTest, OwnsNothing) {
     unsigned char bytes[] = {1, 2, 3};
     const KEBufferReference view{bytes, sizeof bytes};
     view.mData[1] = 9;
@@ -195,7 +195,7 @@ TEST(BufferReference, OwnsNothing) {
     EXPECT_EQ(KEBufferReference().mLength, 0u);
 }
 
-TEST(ByteOrder, LoadsAtAnyAddress) {
+TEST(ByteOrderTest, LoadsAtAnyAddress) {
     const std::uint8_t bytes[] = {0x12, 0x34, 0x56, 0x78, 0x9A, 0xFE, 0xDC, 0xBA, 0x98};
     EXPECT_EQ(KELoadBE16(bytes), 0x1234);
     EXPECT_EQ(KELoadBE16(bytes + 4), 0x9AFE);
@@ -204,7 +204,7 @@ TEST(ByteOrder, LoadsAtAnyAddress) {
     EXPECT_EQ(KELoadBE32(bytes + 1), 0x3456789Au);
 }
 
-TEST(ByteOrder, StoresTouchTheirBytesOnly) {
+TEST(ByteOrderTest, StoresTouchTheirBytesOnly) {
     std::uint8_t bytes[8];
     std::memset(bytes, 0x55, sizeof bytes);
     KEStoreBE16(bytes + 1, 0xFEDC);

@@ -1,3 +1,4 @@
+// The owning handle: when it closes what it holds.
 #include "base/KEUniqueHandle.h"
 
 #include <gmock/gmock.h>

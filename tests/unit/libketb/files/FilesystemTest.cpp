@@ -1,3 +1,4 @@
+// Making and removing files and directories.
 #include "files/KEFilesystem.h"
 
 #include <gtest/gtest.h>
@@ -16,13 +17,13 @@ using testsupport::TemporaryFolder;
 
 namespace {
 
-class Filesystem : public testing::Test {
+class FilesystemTest : public testing::Test {
 protected:
     TemporaryFolder mFolder;
     LogCapture mLog;
 };
 
-TEST_F(Filesystem, CreateDirectories) {
+TEST_F(FilesystemTest, CreateDirectories) {
     const KEStdPath path(mFolder / "a/b/c");
     bool created = false;
     EXPECT_EQ(KECreateDirectories(path, &created), KESTATUS_SUCCESS);
@@ -35,7 +36,7 @@ TEST_F(Filesystem, CreateDirectories) {
     EXPECT_TRUE(mLog.Messages().empty());
 }
 
-TEST_F(Filesystem, CreateDirectoriesBelowAFile) {
+TEST_F(FilesystemTest, CreateDirectoriesBelowAFile) {
     mFolder.MakeFile("file");
     const std::string path = mFolder / "file/sub";
     bool created = true;
@@ -45,7 +46,7 @@ TEST_F(Filesystem, CreateDirectoriesBelowAFile) {
     EXPECT_EQ(mLog.Messages()[0].level, KEERROR);
 }
 
-TEST_F(Filesystem, RemoveAFileOrAnEmptyDirectory) {
+TEST_F(FilesystemTest, RemoveAFileOrAnEmptyDirectory) {
     mFolder.MakeFile("file");
     mFolder.MakeDirectory("dir");
     for (const char* entry : {"file", "dir"}) {
@@ -61,7 +62,7 @@ TEST_F(Filesystem, RemoveAFileOrAnEmptyDirectory) {
     EXPECT_TRUE(mLog.Messages().empty());
 }
 
-TEST_F(Filesystem, RemoveADirectoryThatIsNotEmpty) {
+TEST_F(FilesystemTest, RemoveADirectoryThatIsNotEmpty) {
     mFolder.MakeDirectory("dir/sub");
     const std::string path = mFolder / "dir";
     bool removed = true;
@@ -71,7 +72,7 @@ TEST_F(Filesystem, RemoveADirectoryThatIsNotEmpty) {
     EXPECT_EQ(mLog.Texts(), std::vector<std::string>{"remove(" + path + ") failed, err=39"});
 }
 
-TEST_F(Filesystem, RemoveATree) {
+TEST_F(FilesystemTest, RemoveATree) {
     mFolder.MakeDirectory("dir/sub/deep");
     mFolder.MakeFile("dir/file");
     mFolder.MakeFile("dir/sub/file");
@@ -88,7 +89,7 @@ TEST_F(Filesystem, RemoveATree) {
     EXPECT_TRUE(mLog.Messages().empty());
 }
 
-TEST_F(Filesystem, RemoveATreeWithAnImpossibleName) {
+TEST_F(FilesystemTest, RemoveATreeWithAnImpossibleName) {
     const std::string path = mFolder / std::string(300, 'x');
     unsigned long long count = 99;
     EXPECT_EQ(KERemoveDirectoryTree(KEStdPath(path), &count), 0xE0010024u); // ENAMETOOLONG
@@ -111,7 +112,7 @@ TEST_F(Filesystem, RemoveATreeWithAnImpossibleName) {
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-TEST_F(Filesystem, CurrentWorkingDirectory) {
+TEST_F(FilesystemTest, CurrentWorkingDirectory) {
     mFolder.MakeDirectory("here");
     EXPECT_EXIT(AskInAVanishedDirectory(mFolder / "here"), testing::ExitedWithCode(0), "");
 }

@@ -1,3 +1,4 @@
+// The log file: its backup, its limit, appending, and what goes wrong.
 #include "files/KELogFile.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Streams of the C library: reading, writing, positions, failures.
 #include "files/KEStdFileStream.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Paths: their parts, changes and queries, and the exceptions of the standard library.
 #include "files/KEStdPath.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +10,7 @@
 
 #include "LogCapture.h"
 #include "TemporaryFolder.h"
-#include "files/KEFilesystemGuard.h"
+#include "files/KEGuardFilesystemOperation.h"
 
 using namespace kestrelon;
 using testsupport::LogCapture;
@@ -17,7 +18,7 @@ using testsupport::TemporaryFolder;
 
 namespace {
 
-TEST(StdPath, Construction) {
+TEST(StdPathTest, Construction) {
     EXPECT_STREQ(KEStdPath("a/b").c_str(), "a/b");
     EXPECT_STREQ(KEStdPath(std::string("a/b")).c_str(), "a/b");
     EXPECT_STREQ(KEStdPath(std::filesystem::path("a/b")).c_str(), "a/b");
@@ -30,26 +31,40 @@ TEST(StdPath, Construction) {
     EXPECT_FALSE(KEStdPath("a") == KEStdPath("b"));
 }
 
-TEST(StdPath, Parts) {
+TEST(StdPathTest, Parts) {
     const struct {
         const char* path;
-        const char* rootDirectory;
-        const char* relativePath;
-        const char* parentPath;
-        const char* filename;
-        const char* stem;
-        const char* extension;
+        const char* rootDirectory = "";
+        const char* relativePath = "";
+        const char* parentPath = "";
+        const char* filename = "";
+        const char* stem = "";
+        const char* extension = "";
     } cases[] = {
-        {"/dir/sub/file.tar.gz", "/", "dir/sub/file.tar.gz", "/dir/sub", "file.tar.gz", "file.tar", ".gz"},
-        {"dir/file", "", "dir/file", "dir", "file", "file", ""},
-        {"file.cap", "", "file.cap", "", "file.cap", "file", ".cap"},
-        {".cap", "", ".cap", "", ".cap", ".cap", ""},
-        {"a.", "", "a.", "", "a.", "a", "."},
-        {"dir/", "", "dir/", "dir", "", "", ""},
-        {"/", "/", "", "/", "", "", ""},
-        {"", "", "", "", "", "", ""},
-        {"..", "", "..", "", "..", "..", ""},
-        {"d.x/f", "", "d.x/f", "d.x", "f", "f", ""},
+        {.path = "/dir/sub/file.tar.gz",
+         .rootDirectory = "/",
+         .relativePath = "dir/sub/file.tar.gz",
+         .parentPath = "/dir/sub",
+         .filename = "file.tar.gz",
+         .stem = "file.tar",
+         .extension = ".gz"},
+        {.path = "dir/file",
+         .relativePath = "dir/file",
+         .parentPath = "dir",
+         .filename = "file",
+         .stem = "file"},
+        {.path = "file.cap",
+         .relativePath = "file.cap",
+         .filename = "file.cap",
+         .stem = "file",
+         .extension = ".cap"},
+        {.path = ".cap", .relativePath = ".cap", .filename = ".cap", .stem = ".cap"},
+        {.path = "a.", .relativePath = "a.", .filename = "a.", .stem = "a", .extension = "."},
+        {.path = "dir/", .relativePath = "dir/", .parentPath = "dir"},
+        {.path = "/", .rootDirectory = "/", .parentPath = "/"},
+        {.path = ""},
+        {.path = "..", .relativePath = "..", .filename = "..", .stem = ".."},
+        {.path = "d.x/f", .relativePath = "d.x/f", .parentPath = "d.x", .filename = "f", .stem = "f"},
     };
     for (const auto& test : cases) {
         const KEStdPath path(test.path);
@@ -65,7 +80,7 @@ TEST(StdPath, Parts) {
     }
 }
 
-TEST(StdPath, ANullTextAddsNothing) {
+TEST(StdPathTest, ANullTextAddsNothing) {
     KEStdPath path("a");
     EXPECT_EQ(path.Concat(nullptr), KESTATUS_SUCCESS);
     EXPECT_STREQ(path.c_str(), "a");
@@ -73,7 +88,7 @@ TEST(StdPath, ANullTextAddsNothing) {
     EXPECT_STREQ(path.c_str(), "a/");
 }
 
-TEST(StdPath, Append) {
+TEST(StdPathTest, Append) {
     const struct {
         const char* path;
         const char* element;
@@ -89,7 +104,7 @@ TEST(StdPath, Append) {
     }
 }
 
-TEST(StdPath, Concat) {
+TEST(StdPathTest, Concat) {
     KEStdPath path("dir/file");
     EXPECT_EQ(path.Concat("_0001"), KESTATUS_SUCCESS);
     EXPECT_EQ(path.Concat(""), KESTATUS_SUCCESS);
@@ -99,7 +114,7 @@ TEST(StdPath, Concat) {
     EXPECT_STREQ(path.c_str(), "dir/file_0001.pcapng/x");
 }
 
-TEST(StdPath, QueriesOfTheFileSystem) {
+TEST(StdPathTest, QueriesOfTheFileSystem) {
     const TemporaryFolder folder;
     folder.MakeFile("file");
     folder.MakeDirectory("dir");
@@ -131,7 +146,7 @@ TEST(StdPath, QueriesOfTheFileSystem) {
     EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(StdPath, Equivalence) {
+TEST(StdPathTest, Equivalence) {
     const TemporaryFolder folder;
     folder.MakeFile("file");
     folder.MakeFile("other");
@@ -144,7 +159,7 @@ TEST(StdPath, Equivalence) {
     EXPECT_FALSE(KEStdPath(folder / "missing").IsEquivalentTo(KEStdPath(folder / "missing")));
 }
 
-TEST(StdPath, CanonicalPath) {
+TEST(StdPathTest, CanonicalPath) {
     const TemporaryFolder folder;
     folder.MakeDirectory("dir");
     folder.MakeFile("file");
@@ -157,7 +172,7 @@ TEST(StdPath, CanonicalPath) {
     EXPECT_EQ(result, KEStdPath(folder / "dir"));
 }
 
-TEST(StdPath, CanonicalPathOfWhatIsMissing) {
+TEST(StdPathTest, CanonicalPathOfWhatIsMissing) {
     const LogCapture log;
     const TemporaryFolder folder;
     const std::string missing = folder / "missing";
@@ -170,7 +185,7 @@ TEST(StdPath, CanonicalPathOfWhatIsMissing) {
     EXPECT_EQ(log.Count(KEERROR, "canonical(" + missing + ") failed, err=2"), 2u);
 }
 
-TEST(StdPath, AbsolutePath) {
+TEST(StdPathTest, AbsolutePath) {
     const std::string here = std::filesystem::current_path().string();
     KEStdPath path("not/existing");
     EXPECT_EQ(path.MakeAbsolutePath(), KESTATUS_SUCCESS);
@@ -180,7 +195,7 @@ TEST(StdPath, AbsolutePath) {
     EXPECT_EQ(result, KEStdPath("/a/b"));
 }
 
-TEST(StdPath, AbsolutePathOfNothingFails) {
+TEST(StdPathTest, AbsolutePathOfNothingFails) {
     const LogCapture log;
     KEStdPath result("old");
     EXPECT_EQ(KEMakeAbsolutePath(result, KEStdPath("")), KESTATUS_LINUX_EINVAL);
@@ -188,7 +203,7 @@ TEST(StdPath, AbsolutePathOfNothingFails) {
     EXPECT_EQ(log.Count(KEERROR, "absolute() failed, err=22"), 1u);
 }
 
-TEST(FilesystemGuard, OtherExceptionsFail) {
+TEST(GuardFilesystemOperationTest, OtherExceptionsFail) {
     const LogCapture log;
     EXPECT_EQ(KEGuardFilesystemOperation([] { throw std::bad_alloc(); }, "x({}) failed, err={}", "p"),
               0xE0000001u);
@@ -197,7 +212,7 @@ TEST(FilesystemGuard, OtherExceptionsFail) {
     EXPECT_EQ(log.Messages().size(), 2u);
 }
 
-TEST(FilesystemGuard, FilesystemErrorsAreMappedWhateverTheirCategory) {
+TEST(GuardFilesystemOperationTest, FilesystemErrorsAreMappedWhateverTheirCategory) {
     const LogCapture log;
     const auto fail = [] {
         throw std::filesystem::filesystem_error("what", std::error_code(ENOSPC, std::generic_category()));

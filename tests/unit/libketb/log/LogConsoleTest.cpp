@@ -55,15 +55,15 @@ private:
     int mReadEnd = -1;
 };
 
-class LogConsole : public testing::Test {
+class LogConsoleTest : public testing::Test {
 protected:
-    LogConsole() { mLogger.AttachTarget(mConsole); }
+    LogConsoleTest() { EXPECT_EQ(mLogger.AttachTarget(mConsole), KESTATUS_SUCCESS); }
 
     KELogger mLogger{"Console.Test", KEMAXLEVEL};
     KELogTargetConsole mConsole{"TestConsole", KEWARN};
 };
 
-TEST_F(LogConsole, SevereLinesGoToStandardErrorAndAllAreFlushed) {
+TEST_F(LogConsoleTest, SevereLinesGoToStandardErrorAndAllAreFlushed) {
     const StreamPipe out(stdout, STDOUT_FILENO);
     const StreamPipe err(stderr, STDERR_FILENO);
     const struct {
@@ -81,10 +81,10 @@ TEST_F(LogConsole, SevereLinesGoToStandardErrorAndAllAreFlushed) {
     }
 }
 
-TEST_F(LogConsole, AnotherLimit) {
+TEST_F(LogConsoleTest, AnotherLimit) {
     KELogTargetConsole quiet("Quiet", KEFATAL);
     mLogger.DetachAllTargets();
-    mLogger.AttachTarget(quiet);
+    EXPECT_EQ(mLogger.AttachTarget(quiet), KESTATUS_SUCCESS);
     const StreamPipe out(stdout, STDOUT_FILENO);
     const StreamPipe err(stderr, STDERR_FILENO);
     KEOutputLogMessage(mLogger, KEERROR, "error");
@@ -93,7 +93,7 @@ TEST_F(LogConsole, AnotherLimit) {
     EXPECT_EQ(err.Take(), "fatal\n");
 }
 
-TEST_F(LogConsole, PrefixAndText) {
+TEST_F(LogConsoleTest, PrefixAndText) {
     const ModuleName module("mod");
     const StreamPipe err(stderr, STDERR_FILENO);
     KEOutputLogMessage(mLogger, KEWARN, "bare %s text");
@@ -102,14 +102,14 @@ TEST_F(LogConsole, PrefixAndText) {
     EXPECT_EQ(err.Take(), "bare %s text\nmod: Console.Test: WARN: text\n");
 }
 
-TEST_F(LogConsole, OverlongLine) {
+TEST_F(LogConsoleTest, OverlongLine) {
     const StreamPipe out(stdout, STDOUT_FILENO);
     const std::string text(600, 'x');
     KEOutputLogMessage(mLogger, KEINFO, "{}", text);
     EXPECT_EQ(out.Take(), text.substr(0, 511) + "\n");
 }
 
-TEST_F(LogConsole, EmptyLine) {
+TEST_F(LogConsoleTest, EmptyLine) {
     const StreamPipe out(stdout, STDOUT_FILENO);
     KEOutputLogMessageImpl({mLogger, KEINFO});
     EXPECT_EQ(out.Take(), "\n");
@@ -149,7 +149,7 @@ std::set<std::string> ExpectedTexts() {
     return texts;
 }
 
-TEST_F(LogConsole, LinesOfSeveralThreadsStayWhole) {
+TEST_F(LogConsoleTest, LinesOfSeveralThreadsStayWhole) {
     testing::internal::CaptureStdout();
     EmitFromThreads(mLogger);
     std::istringstream captured(testing::internal::GetCapturedStdout());
@@ -161,7 +161,7 @@ TEST_F(LogConsole, LinesOfSeveralThreadsStayWhole) {
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), ExpectedTexts());
 }
 
-TEST(LogThreads, EveryTargetGetsEveryMessage) {
+TEST(LogThreadsTest, EveryTargetGetsEveryMessage) {
     KELogger logger("Threads", KEINFO);
     const LogCapture first(logger, KEINFO);
     const LogCapture second(logger, KEINFO);

@@ -23,9 +23,9 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-class LogEmit : public testing::Test {
+class LogEmitTest : public testing::Test {
 protected:
-    LogEmit() { mLogger.AttachTarget(mTarget); }
+    LogEmitTest() { EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS); }
 
     Lines TakeLines() { return std::exchange(mTarget.mLines, {}); }
 
@@ -33,7 +33,7 @@ protected:
     RecordingTarget mTarget;
 };
 
-TEST_F(LogEmit, AMessagePassesALoggerOfItsLevelOrAbove) {
+TEST_F(LogEmitTest, AMessagePassesALoggerOfItsLevelOrAbove) {
     const KELogLevel levels[] = {KEALWAYS,  KEFATAL, KEERROR, KEWARN,    KEINFO,
                                  KEVERBOSE, KETRACE, KEDUMP,  KEMAXLEVEL};
     for (const KELogLevel loggerLevel : levels) {
@@ -45,14 +45,14 @@ TEST_F(LogEmit, AMessagePassesALoggerOfItsLevelOrAbove) {
     }
 }
 
-TEST_F(LogEmit, AnOffLoggerPassesWhatIsAlwaysShown) {
+TEST_F(LogEmitTest, AnOffLoggerPassesWhatIsAlwaysShown) {
     mLogger.SetLevel(KEOFF);
     KEOutputLogMessage(mLogger, KEALWAYS, "shown");
     KEOutputLogMessage(mLogger, KEFATAL, "not shown");
     EXPECT_EQ(TakeLines(), Lines{"shown"});
 }
 
-TEST_F(LogEmit, TheLevelIsCheckedAgainByTheLogger) {
+TEST_F(LogEmitTest, TheLevelIsCheckedAgainByTheLogger) {
     KELogMessage message;
     message.AppendText("x");
     mLogger.OutputMessage(KEVERBOSE, message);
@@ -70,7 +70,7 @@ struct Counting {
     mutable int mCalls = 0;
 };
 
-TEST_F(LogEmit, ArgumentsAreFormattedOnceAndOnlyWhenShown) {
+TEST_F(LogEmitTest, ArgumentsAreFormattedOnceAndOnlyWhenShown) {
     const Counting argument;
     KEOutputLogMessage(mLogger, KEVERBOSE, "{}", argument);
     EXPECT_EQ(argument.mCalls, 0);
@@ -79,7 +79,7 @@ TEST_F(LogEmit, ArgumentsAreFormattedOnceAndOnlyWhenShown) {
     EXPECT_EQ(TakeLines(), Lines{"counted"});
 }
 
-TEST_F(LogEmit, HeadersAndArguments) {
+TEST_F(LogEmitTest, HeadersAndArguments) {
     const KELogMsgHeaderTag first{"First"};
     const KELogMsgHeaderTag second{"{}Second"};
     KEOutputLogMessage(mLogger, KEINFO, "{} {}", 1, "a");
@@ -89,7 +89,7 @@ TEST_F(LogEmit, HeadersAndArguments) {
     EXPECT_EQ(TakeLines(), (Lines{"1 a", "First: 1 a", "First:{}Second: 1 a", "First: no arguments"}));
 }
 
-TEST_F(LogEmit, FilteredMessagesWithHeaders) {
+TEST_F(LogEmitTest, FilteredMessagesWithHeaders) {
     const KELogMsgHeaderTag tag{"T"};
     const Counting argument;
     KEOutputLogMessage(mLogger, KEVERBOSE, tag, "{}", argument);
@@ -100,14 +100,14 @@ TEST_F(LogEmit, FilteredMessagesWithHeaders) {
     EXPECT_EQ(argument.mCalls, 0);
 }
 
-TEST_F(LogEmit, FunctionTagIsTheSignature) {
+TEST_F(LogEmitTest, FunctionTagIsTheSignature) {
     KEOutputLogMessage(mLogger, KEERROR, KE_FUNCTION_TAG, "nanosleep failed, err={}", 22);
     ASSERT_EQ(mTarget.mLines.size(), 1u);
     EXPECT_NE(mTarget.mLines[0].find("TestBody()"), std::string::npos);
     EXPECT_TRUE(mTarget.mLines[0].ends_with(": nanosleep failed, err=22"));
 }
 
-TEST_F(LogEmit, AFailedStepIsAnErrorAndItsStatusIsReturned) {
+TEST_F(LogEmitTest, AFailedStepIsAnErrorAndItsStatusIsReturned) {
     EXPECT_EQ(KEOutputFailure(mLogger, "Step failed, st={}", KESTATUS_TIMEOUT), KESTATUS_TIMEOUT);
     EXPECT_EQ(KEOutputFailure(mLogger, KELogMsgHeaderTag{"Tag"}, "Step failed, st={}.", KESTATUS_FAILED),
               KESTATUS_FAILED);
@@ -120,14 +120,14 @@ TEST_F(LogEmit, AFailedStepIsAnErrorAndItsStatusIsReturned) {
                                                   testing::HasSubstr("KESTATUS_TIMEOUT")));
 }
 
-TEST_F(LogEmit, HeadersAlone) {
+TEST_F(LogEmitTest, HeadersAlone) {
     const KELogMsgHeaderTag tag{"Tag"};
     KEOutputLogMessageImpl({mLogger, KEINFO, &tag, nullptr, "header text"});
     KEOutputLogMessageImpl({mLogger, KEINFO});
     EXPECT_EQ(TakeLines(), (Lines{"Tag: header text", ""}));
 }
 
-TEST_F(LogEmit, ATextWithoutArgumentsIsAFormatStringAllTheSame) {
+TEST_F(LogEmitTest, ATextWithoutArgumentsIsAFormatStringAllTheSame) {
     const DebugOutputCapture output;
     KEOutputLogMessageImpl({mLogger, KEINFO}, "a {{b}} c");
     EXPECT_TRUE(output.Messages().empty());
@@ -138,7 +138,7 @@ TEST_F(LogEmit, ATextWithoutArgumentsIsAFormatStringAllTheSame) {
     EXPECT_EQ(output.Messages()[1], "a{}b\n");
 }
 
-TEST_F(LogEmit, OverlongTexts) {
+TEST_F(LogEmitTest, OverlongTexts) {
     const std::string text(600, 'x');
     const KELogMsgHeaderTag tag{"Tag"};
     KEOutputLogMessage(mLogger, KEINFO, "{}", text);
@@ -146,12 +146,12 @@ TEST_F(LogEmit, OverlongTexts) {
     EXPECT_EQ(TakeLines(), (Lines{text.substr(0, 511), "Tag: " + text.substr(0, 506)}));
 }
 
-TEST_F(LogEmit, EachTargetHasItsOwnPrefix) {
+TEST_F(LogEmitTest, EachTargetHasItsOwnPrefix) {
     const ModuleName module("mod");
     RecordingTarget second;
     RecordingTarget third;
-    mLogger.AttachTarget(second);
-    mLogger.AttachTarget(third);
+    EXPECT_EQ(mLogger.AttachTarget(second), KESTATUS_SUCCESS);
+    EXPECT_EQ(mLogger.AttachTarget(third), KESTATUS_SUCCESS);
     mTarget.mPrefixLayout.mOptions = 0x700;
     third.mPrefixLayout.mOptions = 0x400;
     KEOutputLogMessage(mLogger, KEERROR, "text");
@@ -166,7 +166,7 @@ std::int64_t MonotonicMicroseconds() {
     return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
-TEST_F(LogEmit, MetaData) {
+TEST_F(LogEmitTest, MetaData) {
     const std::int64_t before = MonotonicMicroseconds();
     KEOutputLogMessage(mLogger, KEWARN, "x");
     const std::int64_t after = MonotonicMicroseconds();
@@ -179,7 +179,7 @@ TEST_F(LogEmit, MetaData) {
     EXPECT_EQ(metaData.mMsgLevel, KEWARN);
 }
 
-TEST_F(LogEmit, WithoutTargetsNothingIsFormatted) {
+TEST_F(LogEmitTest, WithoutTargetsNothingIsFormatted) {
     const DebugOutputCapture output;
     const KELogMsgHeaderTag tag{"Tag"};
     const Counting argument;
@@ -196,7 +196,7 @@ TEST_F(LogEmit, WithoutTargetsNothingIsFormatted) {
     EXPECT_EQ(argument.mCalls, 0);
     EXPECT_TRUE(output.Messages().empty());
     EXPECT_TRUE(mTarget.mLines.empty());
-    mLogger.AttachTarget(mTarget);
+    EXPECT_EQ(mLogger.AttachTarget(mTarget), KESTATUS_SUCCESS);
     logAll();
     EXPECT_EQ(argument.mCalls, 4);
     EXPECT_EQ(output.Messages().size(), 2u);
@@ -205,7 +205,7 @@ TEST_F(LogEmit, WithoutTargetsNothingIsFormatted) {
 
 // --- Hex dumps -----------------------------------------------------------------------------------
 
-class LogHexDump : public LogEmit {
+class LogHexDumpTest : public LogEmitTest {
 protected:
     Lines Dump(const void* data, std::size_t length, unsigned bytesPerLine = 16) {
         KEOutputHexDumpImpl({mLogger, KEINFO}, data, length, bytesPerLine);
@@ -213,13 +213,13 @@ protected:
     }
 };
 
-TEST_F(LogHexDump, NothingToDump) {
+TEST_F(LogHexDumpTest, NothingToDump) {
     EXPECT_EQ(Dump(nullptr, 5), Lines{"<<nullptr>>"});
     EXPECT_EQ(Dump(nullptr, 0), Lines{"<<nullptr>>"}) << "the null pointer is seen first";
     EXPECT_EQ(Dump("x", 0), Lines{"<<zero length>>"});
 }
 
-TEST_F(LogHexDump, ShortLastLineIsFilledUp) {
+TEST_F(LogHexDumpTest, ShortLastLineIsFilledUp) {
     const std::string missing(12 * 3, ' ');
     const Lines expected = {
         "0000:41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50 ABCDEFGHIJKLMNOP",
@@ -230,17 +230,17 @@ TEST_F(LogHexDump, ShortLastLineIsFilledUp) {
     EXPECT_EQ(Dump("ABCDEFGHIJKLMNOP", 16), Lines{expected[0]});
 }
 
-TEST_F(LogHexDump, OtherBytesThan32To127AreDots) {
+TEST_F(LogHexDumpTest, OtherBytesThan32To127AreDots) {
     const unsigned char bytes[] = {0x00, 0x1F, 0x20, 0x7B, 0x7D, 0x7E, 0x7F, 0x80, 0xFF};
     EXPECT_EQ(Dump(bytes, sizeof bytes, 9), Lines{"0000:00 1f 20 7b 7d 7e 7f 80 ff .. {}~\x7f.."});
 }
 
-TEST_F(LogHexDump, BytesPerLine) {
+TEST_F(LogHexDumpTest, BytesPerLine) {
     EXPECT_EQ(Dump("abcde", 5, 2), (Lines{"0000:61 62 ab", "0002:63 64 cd", "0004:65    e"}));
     EXPECT_EQ(Dump("abc", 3, 1), (Lines{"0000:61 a", "0001:62 b", "0002:63 c"}));
 }
 
-TEST_F(LogHexDump, OverlongLinesAreCut) {
+TEST_F(LogHexDumpTest, OverlongLinesAreCut) {
     const std::string data(200, 'a');
     const Lines lines = Dump(data.data(), data.size(), 200);
     ASSERT_EQ(lines.size(), 1u);
@@ -248,13 +248,13 @@ TEST_F(LogHexDump, OverlongLinesAreCut) {
     EXPECT_TRUE(lines[0].starts_with("0000:61 61 "));
 }
 
-TEST_F(LogHexDump, ALineOfAnyLengthIsWrittenAtOnce) {
+TEST_F(LogHexDumpTest, ALineOfAnyLengthIsWrittenAtOnce) {
     const Lines lines = Dump("abc", 3, 0xFFFFFFFF);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "0000:61 62 63 " + std::string(511 - 14, ' '));
 }
 
-TEST_F(LogHexDump, OffsetsHaveFourDigitsUpTo64KiB) {
+TEST_F(LogHexDumpTest, OffsetsHaveFourDigitsUpTo64KiB) {
     const std::vector<unsigned char> data(0x10000, 0x2E);
     const Lines lines = Dump(data.data(), data.size());
     ASSERT_EQ(lines.size(), 4096u);
@@ -264,7 +264,7 @@ TEST_F(LogHexDump, OffsetsHaveFourDigitsUpTo64KiB) {
     EXPECT_EQ(lines.back(), "fff0:" + bytes);
 }
 
-TEST_F(LogHexDump, OffsetsHaveEightDigitsBeyond64KiB) {
+TEST_F(LogHexDumpTest, OffsetsHaveEightDigitsBeyond64KiB) {
     std::vector<unsigned char> data(0x10001, 0x2E);
     data.back() = 0x5A;
     const Lines lines = Dump(data.data(), data.size());
@@ -275,7 +275,7 @@ TEST_F(LogHexDump, OffsetsHaveEightDigitsBeyond64KiB) {
     EXPECT_EQ(lines.back(), "00010000:5a " + std::string(15 * 3, ' ') + "Z");
 }
 
-TEST_F(LogHexDump, EveryLineHasTheHeaders) {
+TEST_F(LogHexDumpTest, EveryLineHasTheHeaders) {
     const KELogMsgHeaderTag tag{"Tag"};
     KEOutputHexDumpImpl({mLogger, KEWARN, &tag}, "ab", 2, 1);
     EXPECT_EQ(TakeLines(), (Lines{"Tag: 0000:61 a", "Tag: 0001:62 b"}));
@@ -284,7 +284,7 @@ TEST_F(LogHexDump, EveryLineHasTheHeaders) {
     }
 }
 
-TEST_F(LogHexDump, FilteredDump) {
+TEST_F(LogHexDumpTest, FilteredDump) {
     KEOutputHexDumpImpl({mLogger, KEVERBOSE}, "ab", 2, 16);
     KEOutputHexDumpImpl({mLogger, KEVERBOSE}, nullptr, 2, 16);
     EXPECT_TRUE(TakeLines().empty());

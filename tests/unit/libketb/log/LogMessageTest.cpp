@@ -25,7 +25,7 @@ std::string TextOf(const KELogFunctionParams& params) {
     return message.Text();
 }
 
-TEST(LogMessage, Headers) {
+TEST(LogMessageTest, Headers) {
     const KELogger& logger = logger::Global;
     EXPECT_EQ(TextOf({logger, KEINFO}), "");
     EXPECT_EQ(TextOf({logger, KEINFO, &cTag1}), "Class: ");
@@ -35,19 +35,19 @@ TEST(LogMessage, Headers) {
     EXPECT_EQ(TextOf({logger, KEINFO, &cTag1, &cTag1, "more"}), "Class:Class: more");
 }
 
-TEST(LogMessage, HeadersAreNoFormatStrings) {
+TEST(LogMessageTest, HeadersAreNoFormatStrings) {
     const DebugOutputCapture output;
     EXPECT_EQ(TextOf({logger::Global, KEINFO, &cTag1, &cTag2, "{{}"}), "Class:void f(int) {}: {{}");
     EXPECT_TRUE(output.Messages().empty());
 }
 
-TEST(LogMessage, OverlongHeadersAreCut) {
+TEST(LogMessageTest, OverlongHeadersAreCut) {
     const std::string longText(600, 'h');
     const KELogMsgHeaderTag tag{longText.c_str()};
     EXPECT_EQ(TextOf({logger::Global, KEINFO, &tag, &cTag1}), longText.substr(0, cMaxText));
 }
 
-TEST(LogMessage, TextIsCutAtItsLimit) {
+TEST(LogMessageTest, TextIsCutAtItsLimit) {
     for (const std::size_t length : {0u, 1u, 510u, 511u, 512u, 600u}) {
         const std::string text(length, 'x');
         KELogMessage message;
@@ -63,7 +63,7 @@ void Append(KELogMessage& message, const char* format, const Arg& arg) {
     message.AppendFormatted(format, &holder, 1);
 }
 
-TEST(LogMessage, FormattedTextIsCutAtItsLimit) {
+TEST(LogMessageTest, FormattedTextIsCutAtItsLimit) {
     KELogMessage message;
     message.AppendText("head: ");
     Append(message, "{:<504}|", 17);
@@ -77,7 +77,7 @@ TEST(LogMessage, FormattedTextIsCutAtItsLimit) {
     EXPECT_EQ(message.TextLength(), cMaxText);
 }
 
-TEST(LogMessage, AppendNewline) {
+TEST(LogMessageTest, AppendNewline) {
     KELogMessage message;
     EXPECT_TRUE(message.AppendNewline());
     EXPECT_STREQ(message.Text(), "\n");
@@ -89,7 +89,7 @@ TEST(LogMessage, AppendNewline) {
     EXPECT_EQ(message.TextLength(), 5u);
 }
 
-TEST(LogMessage, AppendNewlineTakesTheLastPlaceOfAFullText) {
+TEST(LogMessageTest, AppendNewlineTakesTheLastPlaceOfAFullText) {
     KELogMessage message;
     message.AppendText(std::string(cMaxText, 'x').c_str());
     EXPECT_TRUE(message.AppendNewline());
@@ -102,7 +102,7 @@ TEST(LogMessage, AppendNewlineTakesTheLastPlaceOfAFullText) {
     EXPECT_EQ(nearlyFull.Text(), std::string(cMaxText - 1, 'x') + "\n");
 }
 
-TEST(LogMessage, RemoveNewlineRemovesOne) {
+TEST(LogMessageTest, RemoveNewlineRemovesOne) {
     KELogMessage message;
     EXPECT_FALSE(message.RemoveNewline());
     message.AppendText("a\n\n");
@@ -115,7 +115,7 @@ TEST(LogMessage, RemoveNewlineRemovesOne) {
     EXPECT_EQ(message.TextLength(), 1u);
 }
 
-TEST(LogMessage, CompactLineOfPrefixesOfEveryLength) {
+TEST(LogMessageTest, CompactLineOfPrefixesOfEveryLength) {
     KELogMsgPrefixLayout layout;
     layout.SetPrefixOptions(KELogMsgPrefixLayout::LoggerName);
     for (std::size_t length = 2; length <= 79; ++length) {
@@ -135,7 +135,7 @@ TEST(LogMessage, CompactLineOfPrefixesOfEveryLength) {
     }
 }
 
-TEST(LogMessage, CompactLineWithoutPrefix) {
+TEST(LogMessageTest, CompactLineWithoutPrefix) {
     KELogMessage message;
     message.AppendText(std::string(cMaxText, 't').c_str());
     EXPECT_EQ(message.CompactMessage(), message.Text());

@@ -39,7 +39,7 @@ constexpr Part cParts[] = {
 };
 
 // All combinations, in the order of the table.
-TEST(LogPrefix, EveryCombinationOfParts) {
+TEST(LogPrefixTest, EveryCombinationOfParts) {
     for (unsigned chosen = 0; chosen < 1u << std::size(cParts); ++chosen) {
         std::uint32_t options = 0;
         std::string expected;
@@ -53,18 +53,18 @@ TEST(LogPrefix, EveryCombinationOfParts) {
     }
 }
 
-TEST(LogPrefix, OtherBitsHaveNoPart) {
+TEST(LogPrefixTest, OtherBitsHaveNoPart) {
     const std::uint32_t used = 0x8 | 0x10 | 0x20 | 0x100 | 0x200 | 0x400;
     EXPECT_EQ(PrefixOf(~used), "");
     EXPECT_EQ(PrefixOf(0x1 | 0x2 | 0x4 | 0x40 | 0x80 | 0x20), "(4711) ");
 }
 
-TEST(LogPrefix, EmptyTextHasNeitherLoggerNorLevel) {
+TEST(LogPrefixTest, EmptyTextHasNeitherLoggerNorLevel) {
     EXPECT_EQ(PrefixOf(0x738, ""), "1234.000056 [99] (4711) mod: ");
     EXPECT_EQ(PrefixOf(0x600, ""), "");
 }
 
-TEST(LogPrefix, NoLoggerAndNoNameAreEmptyNames) {
+TEST(LogPrefixTest, NoLoggerAndNoNameAreEmptyNames) {
     EXPECT_EQ(PrefixOf(0x200, "text", nullptr), ": ");
     KELogMsgPrefixLayout layout;
     layout.mOptions = 0x200;
@@ -74,7 +74,7 @@ TEST(LogPrefix, NoLoggerAndNoNameAreEmptyNames) {
     EXPECT_STREQ(message.Prefix(), ": ");
 }
 
-TEST(LogPrefix, TimeStampsHaveSixMicrosecondDigits) {
+TEST(LogPrefixTest, TimeStampsHaveSixMicrosecondDigits) {
     const struct {
         std::int64_t time;
         const char* text;
@@ -94,7 +94,7 @@ TEST(LogPrefix, TimeStampsHaveSixMicrosecondDigits) {
     }
 }
 
-TEST(LogPrefix, LevelNames) {
+TEST(LogPrefixTest, LevelNames) {
     const struct {
         KELogLevel level;
         const char* name;
@@ -116,14 +116,14 @@ TEST(LogPrefix, LevelNames) {
     }
 }
 
-TEST(LogPrefix, OfSeventyNineCharactersFits) {
+TEST(LogPrefixTest, OfSeventyNineCharactersFits) {
     const DebugOutputCapture output;
     const std::string name(77, 'n');
     EXPECT_EQ(PrefixOf(0x200, "text", name.c_str()), name + ": ");
     EXPECT_TRUE(output.Messages().empty());
 }
 
-TEST(LogPrefix, LongerOnesAreCutAndReported) {
+TEST(LogPrefixTest, LongerOnesAreCutAndReported) {
     const DebugOutputCapture output;
     EXPECT_EQ(PrefixOf(0x200, "text", std::string(78, 'n').c_str()), std::string(78, 'n') + ":");
     ASSERT_EQ(output.Messages().size(), 1u);
@@ -132,7 +132,7 @@ TEST(LogPrefix, LongerOnesAreCutAndReported) {
         << output.Messages()[0];
 }
 
-TEST(LogPrefix, TheReportedLengthIsThatOfAllParts) {
+TEST(LogPrefixTest, TheReportedLengthIsThatOfAllParts) {
     const DebugOutputCapture output;
     const std::string name(100, 'n');
     EXPECT_EQ(PrefixOf(0x738, "text", name.c_str()), "1234.000056 [99] (4711) mod: " + name.substr(0, 50));
@@ -142,7 +142,7 @@ TEST(LogPrefix, TheReportedLengthIsThatOfAllParts) {
         << output.Messages()[0];
 }
 
-TEST(LogPrefix, LayoutOperations) {
+TEST(LogPrefixTest, LayoutOperations) {
     KELogMsgPrefixLayout layout;
     EXPECT_EQ(layout.mOptions, 0u);
     layout.SetPrefixOptions(0x8 | 0x20);

@@ -46,18 +46,18 @@ struct EarlyLook {
 };
 __attribute__((init_priority(101))) EarlyLook sEarlyLook;
 
-TEST(LogRegistry, GlobalIsRegisteredBeforeAnyStaticObject) {
+TEST(LogRegistryTest, GlobalIsRegisteredBeforeAnyStaticObject) {
     EXPECT_EQ(sEarlyLook.mLogger, &logger::Global);
     EXPECT_EQ(sEarlyLook.mStatus, KESTATUS_SUCCESS);
     EXPECT_TRUE(sEarlyLook.mIsAttached);
 }
 
-TEST(LogRegistry, GlobalIsRegisteredAtInfo) {
+TEST(LogRegistryTest, GlobalIsRegisteredAtInfo) {
     EXPECT_EQ(KEGetLoggerByName("Global", true), &logger::Global);
     EXPECT_EQ(logger::Global.Level(), KEINFO);
 }
 
-TEST(LogRegistry, NewObjectsComeFirst) {
+TEST(LogRegistryTest, NewObjectsComeFirst) {
     const std::vector<std::string> loggers = Names<KELogger>();
     const std::vector<std::string> targets = Names<KELogTarget>();
     {
@@ -76,7 +76,7 @@ TEST(LogRegistry, NewObjectsComeFirst) {
     EXPECT_EQ(Names<KELogTarget>(), targets);
 }
 
-TEST(LogRegistry, DestroyingInAnyOrderKeepsTheOthers) {
+TEST(LogRegistryTest, DestroyingInAnyOrderKeepsTheOthers) {
     auto a = std::make_unique<RecordingTarget>("a");
     auto b = std::make_unique<RecordingTarget>("b");
     auto c = std::make_unique<RecordingTarget>("c");
@@ -105,7 +105,7 @@ private:
     void* mMemory;
 };
 
-TEST(LogRegistry, ALoggerMayBeRegisteredBeforeItsConstructorRuns) {
+TEST(LogRegistryTest, ALoggerMayBeRegisteredBeforeItsConstructorRuns) {
     const std::vector<std::string> before = Names<KELogger>();
     UnconstructedLogger early;
     KELogger& logger = early.Get();
@@ -131,7 +131,7 @@ TEST(LogRegistry, ALoggerMayBeRegisteredBeforeItsConstructorRuns) {
     EXPECT_EQ(target.mLines, std::vector<std::string>{"heard"});
 }
 
-TEST(LogRegistry, ALoggerIsNamedOnce) {
+TEST(LogRegistryTest, ALoggerIsNamedOnce) {
     const std::vector<std::string> before = Names<KELogger>();
     UnconstructedLogger early;
     KELogger& logger = early.Get();
@@ -143,7 +143,7 @@ TEST(LogRegistry, ALoggerIsNamedOnce) {
 }
 
 // What stands where a logger is made does not count.
-TEST(LogRegistry, ANewLoggerIsEmptyWhateverItsMemoryHeld) {
+TEST(LogRegistryTest, ANewLoggerIsEmptyWhateverItsMemoryHeld) {
     alignas(KELogger) unsigned char memory[sizeof(KELogger)];
     std::memset(memory, 0xA5, sizeof memory);
     const auto* logger = new (memory) KELogger("new", KEWARN);
@@ -154,7 +154,7 @@ TEST(LogRegistry, ANewLoggerIsEmptyWhateverItsMemoryHeld) {
     logger->~KELogger();
 }
 
-TEST(LogRegistry, NullNamesAreEmpty) {
+TEST(LogRegistryTest, NullNamesAreEmpty) {
     const KELogger logger(nullptr, KEINFO);
     const RecordingTarget target(nullptr);
     EXPECT_STREQ(logger.Name(), "");
@@ -162,12 +162,12 @@ TEST(LogRegistry, NullNamesAreEmpty) {
     EXPECT_EQ(KELogger::First(), &logger);
 }
 
-TEST(LogRegistry, ANewTargetHasNoPrefix) {
+TEST(LogRegistryTest, ANewTargetHasNoPrefix) {
     const RecordingTarget target;
     EXPECT_EQ(target.mPrefixLayout.mOptions, 0u);
 }
 
-TEST(LogRegistry, ThreeTargetsPerLogger) {
+TEST(LogRegistryTest, ThreeTargetsPerLogger) {
     KELogger logger("l", KEINFO);
     RecordingTarget a, b, c, d;
     EXPECT_EQ(logger.AttachTarget(a), KESTATUS_SUCCESS);
@@ -187,12 +187,12 @@ TEST(LogRegistry, ThreeTargetsPerLogger) {
     EXPECT_TRUE(d.mLines.empty());
 }
 
-TEST(LogRegistry, DetachingClosesTheGap) {
+TEST(LogRegistryTest, DetachingClosesTheGap) {
     KELogger logger("l", KEINFO);
     RecordingTarget a, b, c, d;
-    logger.AttachTarget(a);
-    logger.AttachTarget(b);
-    logger.AttachTarget(c);
+    EXPECT_EQ(logger.AttachTarget(a), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(b), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(c), KESTATUS_SUCCESS);
     EXPECT_EQ(logger.DetachTarget(a), KESTATUS_SUCCESS);
     EXPECT_EQ(logger.DetachTarget(a), KESTATUS_NOT_FOUND);
     KEOutputLogMessage(logger, KEINFO, "x");
@@ -210,25 +210,25 @@ TEST(LogRegistry, DetachingClosesTheGap) {
     EXPECT_TRUE(d.mLines.empty());
 }
 
-TEST(LogRegistry, ADestroyedTargetIsDetached) {
+TEST(LogRegistryTest, ADestroyedTargetIsDetached) {
     KELogger logger("l", KEINFO);
     RecordingTarget second("second");
     {
         RecordingTarget first("first");
-        logger.AttachTarget(first);
-        logger.AttachTarget(second);
+        EXPECT_EQ(logger.AttachTarget(first), KESTATUS_SUCCESS);
+        EXPECT_EQ(logger.AttachTarget(second), KESTATUS_SUCCESS);
     }
     KEOutputLogMessage(logger, KEINFO, "x");
     EXPECT_EQ(second.mLines, std::vector<std::string>{"x"});
 }
 
-TEST(LogRegistry, AttachToAllLoggersTriesAll) {
+TEST(LogRegistryTest, AttachToAllLoggersTriesAll) {
     KELogger first("first", KEINFO);
     KELogger full("full", KEINFO);
     KELogger last("last", KEINFO);
     RecordingTarget a, b, c, d("d");
     for (RecordingTarget* target : {&a, &b, &c}) {
-        full.AttachTarget(*target);
+        EXPECT_EQ(full.AttachTarget(*target), KESTATUS_SUCCESS);
     }
     EXPECT_EQ(KEAttachLogTargetToAllLoggers(d), KESTATUS_NO_RESOURCES);
     EXPECT_TRUE(first.IsAttachedToTarget(d));
@@ -244,7 +244,7 @@ TEST(LogRegistry, AttachToAllLoggersTriesAll) {
     EXPECT_TRUE(full.IsAttachedToTarget(d));
 }
 
-TEST(LogRegistry, AttachAndDetachEverything) {
+TEST(LogRegistryTest, AttachAndDetachEverything) {
     KELogger one("one", KEINFO);
     KELogger two("two", KEINFO);
     RecordingTarget a, b;
@@ -263,7 +263,7 @@ TEST(LogRegistry, AttachAndDetachEverything) {
     KEDetachAllLogTargets();
 }
 
-TEST(LogRegistry, FindingByName) {
+TEST(LogRegistryTest, FindingByName) {
     const DebugOutputCapture output;
     KELogger logger("Some.Logger", KEINFO);
     RecordingTarget target("Some.Target");
@@ -274,7 +274,7 @@ TEST(LogRegistry, FindingByName) {
     EXPECT_TRUE(output.Messages().empty());
 }
 
-TEST(LogRegistry, ANullNameIsAnEmptyOne) {
+TEST(LogRegistryTest, ANullNameIsAnEmptyOne) {
     const ModuleName module("mod");
     const DebugOutputCapture output;
     for (const bool caseSensitive : {false, true}) {
@@ -290,7 +290,7 @@ TEST(LogRegistry, ANullNameIsAnEmptyOne) {
     EXPECT_EQ(KEGetLogTargetByName(nullptr, true), &target);
 }
 
-TEST(LogRegistry, UnknownNamesAreReported) {
+TEST(LogRegistryTest, UnknownNamesAreReported) {
     const ModuleName module("mod");
     const DebugOutputCapture output;
     KELogger logger("Some.Logger", KEINFO);
@@ -317,7 +317,7 @@ TEST(LogRegistry, UnknownNamesAreReported) {
     EXPECT_TRUE(isTarget(4, "[ome.Target")) << messages[4];
 }
 
-TEST(LogRegistry, OperationsByName) {
+TEST(LogRegistryTest, OperationsByName) {
     KELogger logger("Named", KEINFO);
     KELogger other("Other", KEINFO);
     RecordingTarget target("Target");
@@ -336,7 +336,7 @@ TEST(LogRegistry, OperationsByName) {
     EXPECT_TRUE(other.IsAttachedToTarget(target));
 }
 
-TEST(LogRegistry, OperationsByUnknownName) {
+TEST(LogRegistryTest, OperationsByUnknownName) {
     const DebugOutputCapture output;
     KELogger logger("Named", KEINFO);
     RecordingTarget target("Target");
@@ -352,7 +352,7 @@ TEST(LogRegistry, OperationsByUnknownName) {
     EXPECT_EQ(target.mPrefixLayout.mOptions, 0u);
 }
 
-TEST(LogRegistry, OperationsOnObjects) {
+TEST(LogRegistryTest, OperationsOnObjects) {
     KELogger logger("Named", KEINFO);
     KELogger other("Other", KEWARN);
     RecordingTarget target("Target");
@@ -374,12 +374,12 @@ TEST(LogRegistry, OperationsOnObjects) {
     logger::Global.SetLevel(globalLevel);
 }
 
-TEST(LogRegistry, AttachToAFullLoggerByObject) {
+TEST(LogRegistryTest, AttachToAFullLoggerByObject) {
     KELogger logger("Named", KEINFO);
     RecordingTarget a, b, c, d("d");
-    logger.AttachTarget(a);
-    logger.AttachTarget(b);
-    logger.AttachTarget(c);
+    EXPECT_EQ(logger.AttachTarget(a), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(b), KESTATUS_SUCCESS);
+    EXPECT_EQ(logger.AttachTarget(c), KESTATUS_SUCCESS);
     EXPECT_EQ(KEAttachLogTargetToLogger(d, logger), KESTATUS_NO_RESOURCES);
     EXPECT_EQ(KEAttachLogTargetToLogger("d", "Named"), KESTATUS_NO_RESOURCES);
 }

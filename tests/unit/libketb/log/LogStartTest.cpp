@@ -19,9 +19,9 @@ using testsupport::RecordingTarget;
 
 namespace {
 
-class LogStart : public testing::Test {
+class LogStartTest : public testing::Test {
 protected:
-    ~LogStart() override { KEStopLogging(); }
+    ~LogStartTest() override { KEStopLogging(); }
 
     ModuleName mModule{"mod"};
     DebugOutputCapture mOutput;
@@ -45,7 +45,7 @@ public:
     std::vector<std::string> mAsked;
 };
 
-TEST_F(LogStart, StartsEveryTargetOnce) {
+TEST_F(LogStartTest, StartsEveryTargetOnce) {
     KELogConfiguration configuration;
     EXPECT_EQ(KEStartLogging(&configuration), KESTATUS_SUCCESS);
     EXPECT_EQ(mOlder.mStarts, 1);
@@ -57,14 +57,14 @@ TEST_F(LogStart, StartsEveryTargetOnce) {
     EXPECT_EQ(mFirst.Level(), KEINFO) << "the base configuration knows nothing";
 }
 
-TEST_F(LogStart, WithoutAConfiguration) {
+TEST_F(LogStartTest, WithoutAConfiguration) {
     EXPECT_EQ(KEStartLogging(nullptr), KESTATUS_SUCCESS);
     EXPECT_EQ(mOlder.mStarts, 1);
     EXPECT_EQ(mOlder.mConfiguration, nullptr);
     EXPECT_EQ(mFirst.Level(), KEINFO);
 }
 
-TEST_F(LogStart, LoggersTakeTheLevelThatTheConfigurationKnows) {
+TEST_F(LogStartTest, LoggersTakeTheLevelThatTheConfigurationKnows) {
     LevelConfiguration configuration;
     configuration.mLevels["second"] = KETRACE;
     const KELogLevel globalLevel = logger::Global.Level();
@@ -77,7 +77,7 @@ TEST_F(LogStart, LoggersTakeTheLevelThatTheConfigurationKnows) {
     EXPECT_EQ(configuration.mAsked[1], "first");
 }
 
-TEST_F(LogStart, TheFirstFailureIsKeptAndTheOthersAreStarted) {
+TEST_F(LogStartTest, TheFirstFailureIsKeptAndTheOthersAreStarted) {
     LevelConfiguration configuration;
     configuration.mLevels["first"] = KEDUMP;
     mNewer.mStartStatus = 0xE000ABCD; // the newer target is first on the list
@@ -98,15 +98,15 @@ TEST_F(LogStart, TheFirstFailureIsKeptAndTheOthersAreStarted) {
     EXPECT_EQ(mOlder.mStarts, 1);
 }
 
-TEST_F(LogStart, ATargetThatFailedToStartStillGetsMessages) {
+TEST_F(LogStartTest, ATargetThatFailedToStartStillGetsMessages) {
     mOlder.mStartStatus = KESTATUS_FAILED;
-    mFirst.AttachTarget(mOlder);
+    EXPECT_EQ(mFirst.AttachTarget(mOlder), KESTATUS_SUCCESS);
     EXPECT_EQ(KEStartLogging(nullptr), KESTATUS_FAILED);
     KEOutputLogMessage(mFirst, KEINFO, "x");
     EXPECT_EQ(mOlder.mLines, std::vector<std::string>{"x"});
 }
 
-TEST_F(LogStart, StopsWhatWasStarted) {
+TEST_F(LogStartTest, StopsWhatWasStarted) {
     KEStopLogging();
     EXPECT_EQ(mOlder.mStops, 0) << "nothing was started";
     EXPECT_EQ(KEStartLogging(nullptr), KESTATUS_SUCCESS);
@@ -119,7 +119,7 @@ TEST_F(LogStart, StopsWhatWasStarted) {
     EXPECT_EQ(mOlder.mStarts, 2) << "and again";
 }
 
-TEST_F(LogStart, TargetsAloneCanBeStarted) {
+TEST_F(LogStartTest, TargetsAloneCanBeStarted) {
     mOlder.mStartStatus = KESTATUS_FAILED;
     EXPECT_EQ(KEStartLogTargets(nullptr), KESTATUS_FAILED);
     EXPECT_EQ(mNewer.mStarts, 1);
@@ -148,11 +148,11 @@ TEST_F(LogStart, TargetsAloneCanBeStarted) {
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-TEST_F(LogStart, NothingRegisteredIsReported) {
+TEST_F(LogStartTest, NothingRegisteredIsReported) {
     EXPECT_EXIT(StartWithEmptyLists(), testing::ExitedWithCode(0), "");
 }
 
-TEST(LogConfiguration, TheBaseKnowsNothing) {
+TEST(LogConfigurationTest, TheBaseKnowsNothing) {
     KELogConfiguration configuration;
     KELogLevel level = KETRACE;
     int number = 5;
@@ -166,16 +166,16 @@ TEST(LogConfiguration, TheBaseKnowsNothing) {
     EXPECT_EQ(text, "old");
 }
 
-TEST(LogTargetBase, DoesNothing) {
+TEST(LogTargetBaseTest, DoesNothing) {
     KELogTarget target("base");
     EXPECT_EQ(target.StartTarget(nullptr), KESTATUS_SUCCESS);
     target.StopTarget();
     KELogger logger("l", KEINFO);
-    logger.AttachTarget(target);
+    EXPECT_EQ(logger.AttachTarget(target), KESTATUS_SUCCESS);
     KEOutputLogMessage(logger, KEINFO, "dropped");
 }
 
-TEST(LogModuleName, NarrowAndWide) {
+TEST(LogModuleNameTest, NarrowAndWide) {
     const ModuleName old("before");
     KESetLogModuleName("1234567890123456789012345678901x");
     EXPECT_STREQ(KEGetLogModuleName(), "1234567890123456789012345678901");

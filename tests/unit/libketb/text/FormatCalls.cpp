@@ -278,7 +278,7 @@ private:
 
 // Their format strings are printf's.
 bool IsPrintfLike(const std::string& function) {
-    return IsOneOf({"printf", "fprintf", "snprintf", "KEOutputDebugString", "KEStringPrintf",
+    return IsOneOf({"printf", "fprintf", "snprintf", "ReportFault", "KEOutputDebugString", "KEStringPrintf",
                     "KEStringPrintfA", "KEStringPrintfW", "KEStdStringPrintf"},
                    function);
 }

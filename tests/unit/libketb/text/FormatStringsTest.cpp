@@ -48,7 +48,7 @@ struct FoundFormat {
     std::size_t arguments;
 };
 
-TEST(FormatCalls, AreFoundWithTheirArguments) {
+TEST(FormatCallsTest, AreFoundWithTheirArguments) {
     const FoundFormat cases[] = {
         {R"(KEOutputLogMessage(logger::Global, KEERROR, "plain");)", "plain", 0},
         {R"(KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "a={}", err);)", "a={}", 1},
@@ -75,7 +75,7 @@ TEST(FormatCalls, AreFoundWithTheirArguments) {
     }
 }
 
-TEST(FormatCalls, BothFormatsOfAChoice) {
+TEST(FormatCallsTest, BothFormatsOfAChoice) {
     const FormatCalls found = FindFormatCalls(R"(Log(isLong ? "{:08x}" : "{:04x}", x);)");
     ASSERT_EQ(found.calls.size(), 2u);
     EXPECT_EQ(found.calls[0].format, "{:08x}");
@@ -83,7 +83,7 @@ TEST(FormatCalls, BothFormatsOfAChoice) {
     EXPECT_EQ(found.calls[1].arguments, 1u);
 }
 
-TEST(FormatCalls, AFunctionThatTakesFormatsIsFollowedInItsFile) {
+TEST(FormatCallsTest, AFunctionThatTakesFormatsIsFollowedInItsFile) {
     const FormatCalls found =
         FindFormatCalls("Log(\"{}\", 1);\nLog(\"no field\", 2);\nOther(\"no format\", 3);");
     ASSERT_EQ(found.calls.size(), 2u);
@@ -93,7 +93,7 @@ TEST(FormatCalls, AFunctionThatTakesFormatsIsFollowedInItsFile) {
     EXPECT_EQ(found.calls[1].arguments, 1u);
 }
 
-TEST(FormatCalls, WhatIsNoFormat) {
+TEST(FormatCallsTest, WhatIsNoFormat) {
     const FormatCalls found = FindFormatCalls(R"(
         #include "a{}.h"
         // Log("{}");
@@ -105,7 +105,7 @@ TEST(FormatCalls, WhatIsNoFormat) {
     EXPECT_THAT(found.strays, IsEmpty());
 }
 
-TEST(FormatCalls, AFormatOutsideACallIsAStray) {
+TEST(FormatCallsTest, AFormatOutsideACallIsAStray) {
     const FormatCalls found =
         FindFormatCalls("int a;\nconst char* const format = \"{}\";\nT t{1, \"{:x}\"};");
     EXPECT_THAT(found.calls, IsEmpty());
@@ -116,7 +116,7 @@ TEST(FormatCalls, AFormatOutsideACallIsAStray) {
     EXPECT_EQ(found.strays[1].line, 2u);
 }
 
-TEST(FormatCalls, FaultyFormatsAreReported) {
+TEST(FormatCallsTest, FaultyFormatsAreReported) {
     const struct {
         const char* source;
         const char* diagnostic;
@@ -197,7 +197,7 @@ bool IsKnownMismatch(const FormatCall& call) {
                        [&](const KnownMismatch& known) { return call.format == known.format; });
 }
 
-TEST(FormatStrings, EveryCallOfTheProductIsWellFormed) {
+TEST(FormatStringsTest, EveryCallOfTheProductIsWellFormed) {
     const SourceFormats sources = ReadSources();
     EXPECT_GT(sources.files, 100u);
     EXPECT_GT(sources.formats.size(), 200u);
@@ -211,11 +211,11 @@ TEST(FormatStrings, EveryCallOfTheProductIsWellFormed) {
     }
 }
 
-TEST(FormatStrings, NoneStandsOutsideACall) {
+TEST(FormatStringsTest, NoneStandsOutsideACall) {
     EXPECT_THAT(ReadSources().strays, IsEmpty()) << "write each format string into the call that uses it";
 }
 
-TEST(FormatStrings, TheKnownMismatchesAreStillThere) {
+TEST(FormatStringsTest, TheKnownMismatchesAreStillThere) {
     const SourceFormats sources = ReadSources();
     for (const KnownMismatch& known : cKnownMismatches) {
         std::vector<SourceFormat> found;

@@ -9,7 +9,7 @@ using testsupport::ExpectText;
 
 namespace {
 
-TEST(FormatterAlignment, Texts) {
+TEST(FormatterAlignmentTest, Texts) {
     const struct {
         const char* format;
         const char* text;
@@ -26,7 +26,7 @@ TEST(FormatterAlignment, Texts) {
 }
 
 // The leading share of a centred text is half the padding, counted down in steps of two; the rest is behind.
-TEST(FormatterAlignment, CentredTexts) {
+TEST(FormatterAlignmentTest, CentredTexts) {
     const struct {
         const char* format;
         const char* text;
@@ -46,7 +46,7 @@ struct NumberCase {
     const char* text;
 };
 
-TEST(FormatterAlignment, DecimalNumbers) {
+TEST(FormatterAlignmentTest, DecimalNumbers) {
     const NumberCase cases[] = {
         {"{:6}", 42, "    42"},    {"{:6}", -42, "   -42"},   {"{:<6}", -42, "-42   "},
         {"{:>6}", -42, "   -42"},  {"{:^6}", -42, " -42  "},  {"{:^7}", -42, "  -42  "},
@@ -63,7 +63,7 @@ TEST(FormatterAlignment, DecimalNumbers) {
     }
 }
 
-TEST(FormatterAlignment, Signs) {
+TEST(FormatterAlignmentTest, Signs) {
     const NumberCase cases[] = {
         {"{:+}", 5, "+5"},  {"{:+}", 0, "+0"},         {"{:+}", -5, "-5"},    {"{:-}", 5, "5"},
         {"{:-}", -5, "-5"}, {"{: }", 5, " 5"},         {"{: }", -5, "-5"},    {"{:+x}", 5, "5"},
@@ -76,7 +76,7 @@ TEST(FormatterAlignment, Signs) {
     ExpectText("+18446744073709551615", "{:+}", ~0ull);
 }
 
-TEST(FormatterAlignment, HexadecimalNumbers) {
+TEST(FormatterAlignmentTest, HexadecimalNumbers) {
     const struct {
         const char* format;
         unsigned value;
@@ -101,7 +101,7 @@ TEST(FormatterAlignment, HexadecimalNumbers) {
     }
 }
 
-TEST(FormatterAlignment, DecimalGrouping) {
+TEST(FormatterAlignmentTest, DecimalGrouping) {
     const NumberCase cases[] = {
         {"{:,}", 0, "0"},
         {"{:,}", 999, "999"},
@@ -123,7 +123,7 @@ TEST(FormatterAlignment, DecimalGrouping) {
     ExpectText("-9,223,372,036,854,775,808", "{:,}", INT64_MIN);
 }
 
-TEST(FormatterAlignment, HexadecimalGrouping) {
+TEST(FormatterAlignmentTest, HexadecimalGrouping) {
     ExpectText("abcd", "{:,x}", 0xABCD);
     ExpectText("a_bcde", "{:_x}", 0xABCDE);
     ExpectText("0x0000,abcd", "{:#,x}", 0xABCDu);
@@ -140,7 +140,7 @@ struct GroupedByEight {
     }
 };
 
-TEST(FormatterAlignment, HexadecimalGroupingByEight) {
+TEST(FormatterAlignmentTest, HexadecimalGroupingByEight) {
     ExpectText("fedcba98_76543210", "{:_x}", GroupedByEight());
     ExpectText("18_364_758_544_493_064_720", "{:_}", GroupedByEight()); // decimals stay with three
 }

@@ -22,7 +22,7 @@ constexpr T cMin = std::numeric_limits<T>::min();
 template <typename T>
 constexpr T cMax = std::numeric_limits<T>::max();
 
-TEST(FormatterArguments, IntegersPrintDecimal) {
+TEST(FormatterArgumentsTest, IntegersPrintDecimal) {
     ExpectText("97", "{}", 'a'); // a char is a number, too
     ExpectText("-128", "{}", cMin<signed char>);
     ExpectText("127", "{}", cMax<signed char>);
@@ -42,11 +42,11 @@ TEST(FormatterArguments, IntegersPrintDecimal) {
     ExpectText("65", "{}", L'A');
 }
 
-TEST(FormatterArguments, PlainCharFollowsThePlatformsSign) {
+TEST(FormatterArgumentsTest, PlainCharFollowsThePlatformsSign) {
     ExpectText(std::is_signed_v<char> ? "-1" : "255", "{}", static_cast<char>(0xFF));
 }
 
-TEST(FormatterArguments, HexadecimalIsCutToTheTypesWidth) {
+TEST(FormatterArgumentsTest, HexadecimalIsCutToTheTypesWidth) {
     ExpectText("ff", "{:x}", static_cast<signed char>(-1));
     ExpectText("ffff", "{:x}", static_cast<short>(-1));
     ExpectText("ffffffff", "{:x}", -1);
@@ -57,7 +57,7 @@ TEST(FormatterArguments, HexadecimalIsCutToTheTypesWidth) {
     ExpectText("ffffffffffffffff", "{:x}", cMax<unsigned long>);
 }
 
-TEST(FormatterArguments, AlternateHexadecimalHasTheTypesFullWidth) {
+TEST(FormatterArgumentsTest, AlternateHexadecimalHasTheTypesFullWidth) {
     ExpectText("0x05", "{:#x}", static_cast<unsigned char>(5));
     ExpectText("0x0800", "{:#X}", static_cast<unsigned short>(0x800));
     ExpectText("0x0000ABCD", "{:#X}", 0xABCDu);
@@ -66,12 +66,12 @@ TEST(FormatterArguments, AlternateHexadecimalHasTheTypesFullWidth) {
     ExpectText("0xffffffff", "{:#x}", -1);
 }
 
-TEST(FormatterArguments, AlternateFormHasNoEffectOnDecimals) {
+TEST(FormatterArgumentsTest, AlternateFormHasNoEffectOnDecimals) {
     ExpectText("5", "{:#}", 5);
     ExpectText("5", "{:#d}", 5);
 }
 
-TEST(FormatterArguments, CharacterType) {
+TEST(FormatterArgumentsTest, CharacterType) {
     const struct {
         int code;
         const char* text;
@@ -89,21 +89,21 @@ TEST(FormatterArguments, CharacterType) {
     ExpectText("?", "{:c}", 0x100000000ull); // not zero, only its low byte is
 }
 
-TEST(FormatterArguments, CharacterTypeIsPaddedAsAText) {
+TEST(FormatterArgumentsTest, CharacterTypeIsPaddedAsAText) {
     ExpectText("    A", "{:5c}", 'A');
     ExpectText("A....", "{:.<5c}", 'A');
     ExpectText("  NUL", "{:5c}", 0);
     ExpectText("0000A", "{:05c}", 'A');
 }
 
-TEST(FormatterArguments, Bool) {
+TEST(FormatterArgumentsTest, Bool) {
     ExpectText("true false", "{} {}", true, false);
     ExpectText("  true|false ", "{:6}|{:<6}", true, false);
     ExpectText("true", "{:x}", true);
     ExpectText("true", "{:d}", true);
 }
 
-TEST(FormatterArguments, FloatingPointHasSixDecimals) {
+TEST(FormatterArgumentsTest, FloatingPointHasSixDecimals) {
     ExpectText("1.500000", "{}", 1.5f);
     ExpectText("3.141590", "{}", 3.14159);
     ExpectText("-0.250000", "{}", -0.25l);
@@ -118,7 +118,7 @@ TEST(FormatterArguments, FloatingPointHasSixDecimals) {
     ExpectText("-inf", "{}", -std::numeric_limits<float>::infinity());
 }
 
-TEST(FormatterArguments, LargestFloatingPointNumbersAreWhole) {
+TEST(FormatterArgumentsTest, LargestFloatingPointNumbersAreWhole) {
     const std::string largestDouble = std::to_string(cMax<double>); // "%f" as well
     ASSERT_EQ(largestDouble.size(), 316u);
     ExpectText(largestDouble, "{}", cMax<double>);
@@ -129,7 +129,7 @@ TEST(FormatterArguments, LargestFloatingPointNumbersAreWhole) {
     ExpectText("-" + largestLongDouble, "{}", -cMax<long double>);
 }
 
-TEST(FormatterArguments, NarrowTexts) {
+TEST(FormatterArgumentsTest, NarrowTexts) {
     const char* text = "abc";
     char array[8] = "def";
     ExpectText("abc def ghi", "{} {} {}", text, array, "ghi");
@@ -142,7 +142,7 @@ TEST(FormatterArguments, NarrowTexts) {
     ExpectText("def", "{}", changeable);
 }
 
-TEST(FormatterArguments, CharArrayWithoutTerminatorIsBounded) {
+TEST(FormatterArgumentsTest, CharArrayWithoutTerminatorIsBounded) {
     const char array[3] = {'a', 'b', 'c'};
     ExpectText("abc|", "{}|", array);
     struct {
@@ -152,7 +152,7 @@ TEST(FormatterArguments, CharArrayWithoutTerminatorIsBounded) {
     ExpectText("  xy", "{:4}", neighbours.first);
 }
 
-TEST(FormatterArguments, StringUpToItsFirstZero) {
+TEST(FormatterArgumentsTest, StringUpToItsFirstZero) {
     ExpectText("abc", "{}", std::string("abc"));
     ExpectText("     abc", "{:8}", std::string("abc"));
     ExpectText("a|", "{}|", std::string("a\0b", 3));
@@ -160,7 +160,7 @@ TEST(FormatterArguments, StringUpToItsFirstZero) {
     ExpectText("", "{}", std::string());
 }
 
-TEST(FormatterArguments, WiderTextsBecomeUtf8) {
+TEST(FormatterArgumentsTest, WiderTextsBecomeUtf8) {
     const KEFormatArgChar16 utf16 = u"a\u00e4\u20ac\U0001f600";
     const KEFormatArgWChar wide = L"a\u00e4\u20ac\U0001f600";
     ExpectText("a\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "{}", utf16);
@@ -169,7 +169,7 @@ TEST(FormatterArguments, WiderTextsBecomeUtf8) {
     ExpectText("ab  ", "{:<4}", L"ab");
 }
 
-TEST(FormatterArguments, UnconvertibleWiderTextIsAFault) {
+TEST(FormatterArgumentsTest, UnconvertibleWiderTextIsAFault) {
     const std::vector<std::string> faults = {"ERROR: Conversion of argument 1 failed."};
     const char16_t loneSurrogate[] = {0xD800, u'a', 0};
     const char16_t cutPair[] = {u'a', 0xD83D, 0};
@@ -179,7 +179,7 @@ TEST(FormatterArguments, UnconvertibleWiderTextIsAFault) {
     ExpectFaults(faults, "1||2", "{}|{}|{}", 1, static_cast<const wchar_t*>(tooLarge), 2);
 }
 
-TEST(FormatterArguments, NullTexts) {
+TEST(FormatterArgumentsTest, NullTexts) {
     const char* narrow = nullptr;
     const char16_t* utf16 = nullptr;
     const wchar_t* wide = nullptr;
@@ -191,7 +191,7 @@ TEST(FormatterArguments, NullTexts) {
     ExpectText("**<<nullptr>>", "{:*>13}", wide);
 }
 
-TEST(FormatterArguments, PointerIsAnUnsignedEightByteInteger) {
+TEST(FormatterArgumentsTest, PointerIsAnUnsignedEightByteInteger) {
     const auto* pointer = std::bit_cast<const int*>(std::uintptr_t{0xFFFFFFFFFFFF1234});
     ExpectText("18446744073709490740", "{}", pointer);
     ExpectText("ffffffffffff1234", "{:x}", pointer);
@@ -202,7 +202,7 @@ TEST(FormatterArguments, PointerIsAnUnsignedEightByteInteger) {
     ExpectText("A", "{:c}", std::bit_cast<const void*>(std::uintptr_t{0x41}));
 }
 
-TEST(FormatterArguments, Status) {
+TEST(FormatterArgumentsTest, Status) {
     const KEFormatArgKEStatus timeout(KESTATUS_TIMEOUT);
     ExpectText("0xe0000003(KESTATUS_TIMEOUT)", "{}", timeout);
     ExpectText("0xe0000003(KESTATUS_TIMEOUT)", "{0}", timeout);
@@ -216,7 +216,7 @@ TEST(FormatterArguments, Status) {
     ExpectText("0x0000000b(unknown)", "{}", KEFormatArgKEStatus(0xB));
 }
 
-TEST(FormatterArguments, StatusPadsTheNumberOnly) {
+TEST(FormatterArgumentsTest, StatusPadsTheNumberOnly) {
     const KEFormatArgKEStatus timeout(KESTATUS_TIMEOUT);
     ExpectText("  0xe0000003(KESTATUS_TIMEOUT)", "{:12}", timeout);
     ExpectText("0xe0000003**(KESTATUS_TIMEOUT)", "{:*<12}", timeout);
@@ -225,11 +225,11 @@ TEST(FormatterArguments, StatusPadsTheNumberOnly) {
     ExpectText("?(KESTATUS_FAILED)", "{:c}", KEFormatArgKEStatus(KESTATUS_FAILED));
 }
 
-TEST(FormatterArguments, StatusDefaultsDoNotReachTheNextField) {
+TEST(FormatterArgumentsTest, StatusDefaultsDoNotReachTheNextField) {
     ExpectText("0xe0000001(KESTATUS_FAILED) 17", "{} {}", KEFormatArgKEStatus(KESTATUS_FAILED), 17);
 }
 
-TEST(FormatterArguments, Path) {
+TEST(FormatterArgumentsTest, Path) {
     ExpectText("a/b.pcapng", "{}", KEStdPath("a/b.pcapng"));
     ExpectText("  a/b", "{:5}", KEStdPath("a/b"));
 }
@@ -241,7 +241,7 @@ struct Failing {
     }
 };
 
-TEST(FormatterArguments, ObjectsOwnFailureIsReported) {
+TEST(FormatterArgumentsTest, ObjectsOwnFailureIsReported) {
     ExpectFaults({"ERROR: Conversion of argument 0 failed."}, "part.", "{}.", Failing());
 }
 
@@ -267,7 +267,7 @@ struct Everything {
     }
 };
 
-TEST(FormatterArguments, OperationsOfFormattableObjects) {
+TEST(FormatterArgumentsTest, OperationsOfFormattableObjects) {
     ExpectText("0a 0ABC 000abcde 0000000FEDCBA987 1 c\xc3\xa4\xe2\x82\xactrue7-100.500000", "{}",
                Everything());
     ExpectText("0a 0ABC 000abcde 0000000FEDCBA987 1  c\xc3\xa4\xe2\x82\xactrue 7ffff 00.500000", "{:2x}",

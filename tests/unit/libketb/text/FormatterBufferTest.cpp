@@ -26,9 +26,11 @@ void ExpectEverySize(const std::string& text, const char* format, const Args&...
     }
 }
 
-TEST(FormatterBuffer, EverySize) {
+TEST(FormatterBufferTest, EverySize) {
     ExpectEverySize("", "");
     ExpectEverySize("literal text", "literal text");
+    ExpectEverySize("a literal text of 34 characters...", "a literal text of 34 characters...");
+    ExpectEverySize("<an argument of 28 characters>", "<{}>", "an argument of 28 characters");
     ExpectEverySize("12 abc -7", "{} {} {}", 12, "abc", -7);
     ExpectEverySize("***ab...", "{:*>5}{:.<3}", "ab", "");
     ExpectEverySize("   7|7   |-007", "{:4}|{:<4}|{:04}", 7, 7, -7);
@@ -37,7 +39,7 @@ TEST(FormatterBuffer, EverySize) {
     ExpectEverySize("\xe2\x82\xac!", "{}!", L"\u20ac"); // cut within a character when it must be
 }
 
-TEST(FormatterBuffer, NullBufferOnlyCounts) {
+TEST(FormatterBufferTest, NullBufferOnlyCounts) {
     EXPECT_EQ(FormatInto(nullptr, 0, "{:5} {}", 1, "abc"), 9u);
     EXPECT_EQ(FormatInto(nullptr, 100, "{:5} {}", 1, "abc"), 9u);
     const int value = 17;
@@ -45,7 +47,7 @@ TEST(FormatterBuffer, NullBufferOnlyCounts) {
     EXPECT_EQ(KEFormatter().FormatArgs("<{}>", holders.mHolders, 1), 4u);
 }
 
-TEST(FormatterBuffer, HugeWidthIsCountedButNotWritten) {
+TEST(FormatterBufferTest, HugeWidthIsCountedButNotWritten) {
     char buffer[8];
     EXPECT_EQ(FormatInto(buffer, sizeof buffer, "{:4294967295}", "ab"), 4294967295u);
     EXPECT_STREQ(buffer, "       ");
@@ -54,7 +56,7 @@ TEST(FormatterBuffer, HugeWidthIsCountedButNotWritten) {
     EXPECT_EQ(FormatInto(nullptr, 0, "{:^4294967294}", 7), 4294967294u);
 }
 
-TEST(FormatterBuffer, LengthGoesOnAcrossCalls) {
+TEST(FormatterBufferTest, LengthGoesOnAcrossCalls) {
     char buffer[16];
     KEFormatter formatter(buffer, sizeof buffer);
     EXPECT_EQ(formatter.FormatArgs("ab", nullptr, 0), 2u);
@@ -62,7 +64,7 @@ TEST(FormatterBuffer, LengthGoesOnAcrossCalls) {
     EXPECT_STREQ(buffer, "abcd");
 }
 
-TEST(FormatterBuffer, StdStringOfExactlyTheTextsLength) {
+TEST(FormatterBufferTest, StdStringOfExactlyTheTextsLength) {
     const std::string text = KEStdStringFormat("{} and {:04x}", "some text", 0xABu);
     EXPECT_EQ(text, "some text and 00ab");
     EXPECT_EQ(text.size(), 18u);
@@ -72,7 +74,7 @@ TEST(FormatterBuffer, StdStringOfExactlyTheTextsLength) {
     EXPECT_EQ(KEStdStringFormat("{:c}", 0), "NUL");
 }
 
-TEST(FormatterBuffer, StdStringLongerThanAnyFixedBuffer) {
+TEST(FormatterBufferTest, StdStringLongerThanAnyFixedBuffer) {
     const std::string longText(100000, 'x');
     EXPECT_EQ(KEStdStringFormat("<{}>", longText), "<" + longText + ">");
 }

@@ -27,7 +27,7 @@ std::string BadCharacter(int code) {
     return "WARNING: Ignoring unexpected character " + std::to_string(code) + " within {} replacement field.";
 }
 
-TEST(FormatterScan, Literals) {
+TEST(FormatterScanTest, Literals) {
     ExpectText("", "");
     ExpectText("abc", "abc");
     ExpectText("{}", "{{}}");
@@ -37,7 +37,7 @@ TEST(FormatterScan, Literals) {
     ExpectText("%s%n\\\x80\xff\n", "%s%n\\\x80\xff\n");
 }
 
-TEST(FormatterScan, StrayClosingBracketTakesTheNextCharacterAlong) {
+TEST(FormatterScanTest, StrayClosingBracketTakesTheNextCharacterAlong) {
     ExpectFaults({cStray}, "a", "a}b");
     ExpectFaults({cStray}, "ac", "a}bc");
     ExpectFaults({cStray}, "a", "a}");
@@ -48,7 +48,7 @@ TEST(FormatterScan, StrayClosingBracketTakesTheNextCharacterAlong) {
     ExpectFaults({cStray, cStray, cMoreArguments}, "", "}{}", 1);
 }
 
-TEST(FormatterScan, AutomaticAndExplicitIndexes) {
+TEST(FormatterScanTest, AutomaticAndExplicitIndexes) {
     ExpectText("5 6 7", "{} {} {}", 5, 6, 7);
     ExpectText("6 5", "{1} {0}", 5, 6);
     ExpectText("6 7", "{1} {}", 5, 6, 7); // the automatic index goes on behind the used one
@@ -58,7 +58,7 @@ TEST(FormatterScan, AutomaticAndExplicitIndexes) {
     ExpectText("16", "{0}{1:}", 1, 6);
 }
 
-TEST(FormatterScan, BlanksInsideAField) {
+TEST(FormatterScanTest, BlanksInsideAField) {
     ExpectText("5", "{ }", 5);
     ExpectText("5", "{ \t\n\v\f\r}", 5);
     ExpectText("6 5", "{ 1 } {\t0\t}", 5, 6);
@@ -66,14 +66,14 @@ TEST(FormatterScan, BlanksInsideAField) {
     ExpectText(" 5", "{: }", 5); // right behind the colon a blank is the sign
 }
 
-TEST(FormatterScan, MissingArguments) {
+TEST(FormatterScanTest, MissingArguments) {
     ExpectFaults({cNoArgument}, "", "{}");
     ExpectFaults({cNoArgument}, "a|", "a{:5x}|");
     ExpectFaults({cNoArgument}, "1 ", "{} {}", 1);
     ExpectFaults({cNoArgument, cNoArgument}, "1  ", "{} {} {}", 1);
 }
 
-TEST(FormatterScan, SurplusArguments) {
+TEST(FormatterScanTest, SurplusArguments) {
     ExpectFaults({cMoreArguments}, "abc", "abc", 1);
     ExpectFaults({cMoreArguments}, "", "", 1);
     ExpectFaults({cMoreArguments}, "1 2", "{} {}", 1, 2, 3);
@@ -82,7 +82,7 @@ TEST(FormatterScan, SurplusArguments) {
     ExpectText("3 1", "{2} {0}", 1, 2, 3);
 }
 
-TEST(FormatterScan, InvalidIndexFallsBackToTheAutomaticOne) {
+TEST(FormatterScanTest, InvalidIndexFallsBackToTheAutomaticOne) {
     ExpectFaults({BadIndex("5")}, "1", "{5}", 1);
     ExpectFaults({BadIndex("2")}, "1 2", "{2} {}", 1, 2);
     ExpectFaults({BadIndex("0"), cNoArgument}, "", "{0}");
@@ -91,7 +91,7 @@ TEST(FormatterScan, InvalidIndexFallsBackToTheAutomaticOne) {
     ExpectFaults({BadIndex("4294967295")}, "1", "{99999999999999999999999999}", 1);
 }
 
-TEST(FormatterScan, UnexpectedCharactersInsideAField) {
+TEST(FormatterScanTest, UnexpectedCharactersInsideAField) {
     ExpectFaults({BadCharacter('a')}, "1", "{a}", 1);
     ExpectFaults({BadCharacter('-')}, "2 ", "{-1} ", 1, 2);
     ExpectFaults({BadCharacter('{')}, "1", "{ {}", 1);
@@ -100,7 +100,7 @@ TEST(FormatterScan, UnexpectedCharactersInsideAField) {
     ExpectFaults({BadCharacter('x')}, "  1", "{:3dx}", 1);
 }
 
-TEST(FormatterScan, UnsupportedSpecifiers) {
+TEST(FormatterScanTest, UnsupportedSpecifiers) {
     ExpectFaults({BadSpecifier(113)}, "1", "{:q}", 1);
     ExpectFaults({BadSpecifier('b')}, "5", "{:b}", 5);
     ExpectFaults({BadSpecifier('o')}, "   8", "{:4o}", 8); // what was parsed so far stays
@@ -112,7 +112,7 @@ TEST(FormatterScan, UnsupportedSpecifiers) {
     ExpectFaults({BadSpecifier('{')}, "1", "{:{}", 1);
 }
 
-TEST(FormatterScan, TwoSpecificationsInAField) {
+TEST(FormatterScanTest, TwoSpecificationsInAField) {
     // The first one ends at the second colon, which it does not support.
     ExpectFaults({BadSpecifier(':'), BadCharacter('x')}, " 255", "{:4:x}", 255);
     // Behind a complete one the second adds to the first.
@@ -122,7 +122,7 @@ TEST(FormatterScan, TwoSpecificationsInAField) {
     ExpectText("  2", "{:3 1}", 1, 2);
 }
 
-TEST(FormatterScan, EndInsideAField) {
+TEST(FormatterScanTest, EndInsideAField) {
     ExpectFaults({cMoreArguments, cMissingBracket}, "", "{", 1);
     ExpectFaults({cMissingBracket}, "", "{");
     ExpectFaults({cMissingBracket}, "a", "a{");
@@ -134,14 +134,14 @@ TEST(FormatterScan, EndInsideAField) {
     ExpectFaults({cMissingBracket}, "{", "{{{");
 }
 
-TEST(FormatterScan, SeveralFaultsKeepTheirOrder) {
+TEST(FormatterScanTest, SeveralFaultsKeepTheirOrder) {
     ExpectFaults(
         {cStray, BadIndex("9"), BadCharacter('!'), BadSpecifier('?'), cMoreArguments, cMissingBracket}, "1",
         "}x{9!:?}{", 1, 2, 3);
 }
 
 // The whole line of every diagnostic: module name, then the function, then the number of arguments.
-TEST(FormatterScan, DiagnosticsToTheLetter) {
+TEST(FormatterScanTest, DiagnosticsToTheLetter) {
     const std::string oldName = KEModuleName();
     KESetModuleName("a module");
     const struct {
@@ -181,14 +181,14 @@ struct Failing {
     int FormatObject(KEFormatterBase&, const KEFormatSpec&) const { return 1; }
 };
 
-TEST(FormatterScan, FailedConversionNamesTheArgument) {
+TEST(FormatterScanTest, FailedConversionNamesTheArgument) {
     const std::string failed0 = "ERROR: Conversion of argument 0 failed.";
     const std::string failed1 = "ERROR: Conversion of argument 1 failed.";
     ExpectFaults({failed1, failed0}, "-3", "{1}-{0}{2}", Failing(), Failing(), 3);
     ExpectFaults({failed0}, "5", "{}{}", Failing(), 5); // the automatic index goes on
 }
 
-TEST(FormatterScan, PercentSignsDoNotUpsetTheDiagnostics) {
+TEST(FormatterScanTest, PercentSignsDoNotUpsetTheDiagnostics) {
     ExpectFaults({cMoreArguments}, "100%s%n", "100%s%n", 1);
 }
 
@@ -198,7 +198,7 @@ std::vector<std::string> FaultsOfStdStringFormat(const char* format, const std::
     return testsupport::FaultsOf(output.Messages(), format, 1);
 }
 
-TEST(FormatterScan, FormattingIntoAStringReportsTwice) {
+TEST(FormatterScanTest, FormattingIntoAStringReportsTwice) {
     using Faults = std::vector<std::string>;
     EXPECT_EQ(FaultsOfStdStringFormat("{}", "1"), Faults{});
     EXPECT_EQ(FaultsOfStdStringFormat("{} {}", "1 "), (Faults{cNoArgument, cNoArgument}));

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "text/KEFormatter.h"
+#include "text/KEFormatScanner.h"
 
 using namespace kestrelon;
 using fmtimpl::FormatSpecError;
@@ -25,7 +25,7 @@ constexpr std::uint32_t cPrecision = 0x400;
 
 struct SpecCase {
     const char* text;
-    FormatSpecError error;
+    FormatSpecError error = cSuccess;
     unsigned consumed;
     std::uint32_t flags = 0;
     std::uint32_t width = 0;
@@ -37,7 +37,7 @@ struct SpecCase {
 
 void ExpectSpec(const SpecCase& test, KEFormatSpec spec = {}) {
     const char* position = test.text;
-    EXPECT_EQ(KEFormatter::ExtractFormatSpec(position, spec), test.error) << test.text;
+    EXPECT_EQ(KEFormatScanner::ExtractFormatSpec(position, spec), test.error) << test.text;
     EXPECT_EQ(static_cast<unsigned>(position - test.text), test.consumed) << test.text;
     EXPECT_EQ(spec.mFlags, test.flags) << test.text;
     EXPECT_EQ(spec.mWidth, test.width) << test.text;
@@ -47,145 +47,159 @@ void ExpectSpec(const SpecCase& test, KEFormatSpec spec = {}) {
     EXPECT_EQ(spec.mGroupingCharacter, test.grouping) << test.text;
 }
 
-TEST(FormatSpec, FillAndAlignment) {
+TEST(FormatterSpecTest, FillAndAlignment) {
     const SpecCase cases[] = {
-        {"}", cSuccess, 0},
-        {"<}", cSuccess, 1, 0, 0, ' ', '<'},
-        {">}", cSuccess, 1, 0, 0, ' ', '>'},
-        {"^}", cSuccess, 1, 0, 0, ' ', '^'},
-        {"=}", cSuccess, 1, 0, 0, ' ', '='},
-        {"*<}", cSuccess, 2, 0, 0, '*', '<'},
-        {"x=}", cSuccess, 2, 0, 0, 'x', '='},
-        {"<<}", cSuccess, 2, 0, 0, '<', '<'},
-        {"^=5}", cSuccess, 3, 0, 5, '^', '='},
-        {"}>5}", cSuccess, 3, 0, 5, '}', '>'}, // the second character is looked at first
-        {" <}", cSuccess, 2, 0, 0, ' ', '<'},
-        {"0<4}", cSuccess, 3, 0, 4, '0', '<'},
+        {.text = "}", .consumed = 0},
+        {.text = "<}", .consumed = 1, .fill = ' ', .align = '<'},
+        {.text = ">}", .consumed = 1, .fill = ' ', .align = '>'},
+        {.text = "^}", .consumed = 1, .fill = ' ', .align = '^'},
+        {.text = "=}", .consumed = 1, .fill = ' ', .align = '='},
+        {.text = "*<}", .consumed = 2, .fill = '*', .align = '<'},
+        {.text = "x=}", .consumed = 2, .fill = 'x', .align = '='},
+        {.text = "<<}", .consumed = 2, .fill = '<', .align = '<'},
+        {.text = "^=5}", .consumed = 3, .width = 5, .fill = '^', .align = '='},
+        {.text = "}>5}",
+         .consumed = 3,
+         .width = 5,
+         .fill = '}',
+         .align = '>'}, // the second character is looked at first
+        {.text = " <}", .consumed = 2, .fill = ' ', .align = '<'},
+        {.text = "0<4}", .consumed = 3, .width = 4, .fill = '0', .align = '<'},
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
 }
 
-TEST(FormatSpec, SignAlternateFormAndZero) {
+TEST(FormatterSpecTest, SignAlternateFormAndZero) {
     const SpecCase cases[] = {
-        {"+}", cSuccess, 1, 0, 0, 0, 0, '+'},
-        {"-}", cSuccess, 1, 0, 0, 0, 0, '-'},
-        {" }", cSuccess, 1, 0, 0, 0, 0, ' '}, // a blank here is the sign
-        {"  }", cSuccess, 1, 0, 0, 0, 0, ' '},
-        {"#}", cSuccess, 1, cAlternate},
-        {"0}", cSuccess, 1, 0, 0, '0', '='},
-        {"04}", cSuccess, 2, 0, 4, '0', '='},
-        {"<04}", cSuccess, 3, 0, 4, ' ', '<'},
-        {"*^012}", cSuccess, 5, 0, 12, '*', '^'},
-        {"+#08}", cSuccess, 4, cAlternate, 8, '0', '=', '+'},
-        {"00}", cSuccess, 2, 0, 0, '0', '='},
+        {.text = "+}", .consumed = 1, .sign = '+'},
+        {.text = "-}", .consumed = 1, .sign = '-'},
+        {.text = " }", .consumed = 1, .sign = ' '}, // a blank here is the sign
+        {.text = "  }", .consumed = 1, .sign = ' '},
+        {.text = "#}", .consumed = 1, .flags = cAlternate},
+        {.text = "0}", .consumed = 1, .fill = '0', .align = '='},
+        {.text = "04}", .consumed = 2, .width = 4, .fill = '0', .align = '='},
+        {.text = "<04}", .consumed = 3, .width = 4, .fill = ' ', .align = '<'},
+        {.text = "*^012}", .consumed = 5, .width = 12, .fill = '*', .align = '^'},
+        {.text = "+#08}",
+         .consumed = 4,
+         .flags = cAlternate,
+         .width = 8,
+         .fill = '0',
+         .align = '=',
+         .sign = '+'},
+        {.text = "00}", .consumed = 2, .fill = '0', .align = '='},
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
 }
 
-TEST(FormatSpec, WidthGroupingAndPrecision) {
+TEST(FormatterSpecTest, WidthGroupingAndPrecision) {
     const SpecCase cases[] = {
-        {"7}", cSuccess, 1, 0, 7},
-        {"120}", cSuccess, 3, 0, 120},
-        {"4294967295}", cSuccess, 10, 0, 4294967295u},
-        {"4294967296}", cSuccess, 10, 0, 4294967295u},
-        {"99999999999999999999999}", cSuccess, 23, 0, 4294967295u},
-        {",}", cSuccess, 1, 0, 0, 0, 0, 0, ','},
-        {"_}", cSuccess, 1, 0, 0, 0, 0, 0, '_'},
-        {"9,}", cSuccess, 2, 0, 9, 0, 0, 0, ','},
-        {".}", cSuccess, 1, cPrecision},
-        {".17}", cSuccess, 3, cPrecision},
-        {".99999999999999999999}", cSuccess, 21, cPrecision},
-        {"8_.3x}", cSuccess, 5, cPrecision | cHex, 8, 0, 0, 0, '_'},
+        {.text = "7}", .consumed = 1, .width = 7},
+        {.text = "120}", .consumed = 3, .width = 120},
+        {.text = "4294967295}", .consumed = 10, .width = 4294967295u},
+        {.text = "4294967296}", .consumed = 10, .width = 4294967295u},
+        {.text = "99999999999999999999999}", .consumed = 23, .width = 4294967295u},
+        {.text = ",}", .consumed = 1, .grouping = ','},
+        {.text = "_}", .consumed = 1, .grouping = '_'},
+        {.text = "9,}", .consumed = 2, .width = 9, .grouping = ','},
+        {.text = ".}", .consumed = 1, .flags = cPrecision},
+        {.text = ".17}", .consumed = 3, .flags = cPrecision},
+        {.text = ".99999999999999999999}", .consumed = 21, .flags = cPrecision},
+        {.text = "8_.3x}", .consumed = 5, .flags = cPrecision | cHex, .width = 8, .grouping = '_'},
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
 }
 
-TEST(FormatSpec, TypeLetters) {
+TEST(FormatterSpecTest, TypeLetters) {
     const SpecCase cases[] = {
-        {"x}", cSuccess, 1, cHex},
-        {"X}", cSuccess, 1, cHex | cUpper},
-        {"#x}", cSuccess, 2, cAlternate | cHex | cFull},
-        {"#X}", cSuccess, 2, cAlternate | cHex | cUpper | cFull},
-        {"d}", cSuccess, 1},
-        {"n}", cSuccess, 1},
-        {"#d}", cSuccess, 2, cAlternate},
-        {"c}", cSuccess, 1, cChar},
-        {"s}", cSuccess, 1, cString},
-        {"e}", cSuccess, 1},
-        {"f}", cSuccess, 1},
-        {"g}", cSuccess, 1},
-        {"E}", cSuccess, 1},
-        {"F}", cSuccess, 1},
-        {"G}", cSuccess, 1},
+        {.text = "x}", .consumed = 1, .flags = cHex},
+        {.text = "X}", .consumed = 1, .flags = cHex | cUpper},
+        {.text = "#x}", .consumed = 2, .flags = cAlternate | cHex | cFull},
+        {.text = "#X}", .consumed = 2, .flags = cAlternate | cHex | cUpper | cFull},
+        {.text = "d}", .consumed = 1},
+        {.text = "n}", .consumed = 1},
+        {.text = "#d}", .consumed = 2, .flags = cAlternate},
+        {.text = "c}", .consumed = 1, .flags = cChar},
+        {.text = "s}", .consumed = 1, .flags = cString},
+        {.text = "e}", .consumed = 1},
+        {.text = "f}", .consumed = 1},
+        {.text = "g}", .consumed = 1},
+        {.text = "E}", .consumed = 1},
+        {.text = "F}", .consumed = 1},
+        {.text = "G}", .consumed = 1},
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
 }
 
-TEST(FormatSpec, DefaultFlagsStayUnlessALetterClearsThem) {
+TEST(FormatterSpecTest, DefaultFlagsStayUnlessALetterClearsThem) {
     KEFormatSpec status;
     status.mFlags = cHex | cAlternate | cFull;
-    ExpectSpec({"}", cSuccess, 0, cHex | cAlternate | cFull}, status);
-    ExpectSpec({"d}", cSuccess, 1, cAlternate | cFull}, status);
-    ExpectSpec({"n}", cSuccess, 1, cAlternate | cFull}, status);
-    ExpectSpec({"X}", cSuccess, 1, cHex | cAlternate | cFull | cUpper}, status);
-    ExpectSpec({"q}", cUnsupported, 1, cHex | cAlternate | cFull}, status);
+    ExpectSpec({.text = "}", .consumed = 0, .flags = cHex | cAlternate | cFull}, status);
+    ExpectSpec({.text = "d}", .consumed = 1, .flags = cAlternate | cFull}, status);
+    ExpectSpec({.text = "n}", .consumed = 1, .flags = cAlternate | cFull}, status);
+    ExpectSpec({.text = "X}", .consumed = 1, .flags = cHex | cAlternate | cFull | cUpper}, status);
+    ExpectSpec({.text = "q}", .error = cUnsupported, .consumed = 1, .flags = cHex | cAlternate | cFull},
+               status);
 }
 
-TEST(FormatSpec, ABlankEndsTheSpecification) {
+TEST(FormatterSpecTest, ABlankEndsTheSpecification) {
     for (const char* text : {"5 }", "5\t}", "5\n}", "5\v}", "5\f}", "5\r}"}) {
-        ExpectSpec({text, cSuccess, 1, 0, 5});
+        ExpectSpec({.text = text, .consumed = 1, .width = 5});
     }
-    ExpectSpec({"\t}", cSuccess, 0});
-    ExpectSpec({"+ }", cSuccess, 1, 0, 0, 0, 0, '+'});
+    ExpectSpec({.text = "\t}", .consumed = 0});
+    ExpectSpec({.text = "+ }", .consumed = 1, .sign = '+'});
 }
 
-TEST(FormatSpec, UnsupportedTypesAreConsumed) {
+TEST(FormatterSpecTest, UnsupportedTypesAreConsumed) {
     const SpecCase cases[] = {
-        {"q}", cUnsupported, 1},
-        {"b}", cUnsupported, 1},
-        {"o}", cUnsupported, 1},
-        {"5b}", cUnsupported, 2, 0, 5},
-        {"{}", cUnsupported, 1},
-        {":x}", cUnsupported, 1},
-        {"#+}", cUnsupported, 2, cAlternate}, // the order of the parts is fixed
-        {"5#}", cUnsupported, 2, 0, 5},
-        {",5}", cUnsupported, 2, 0, 0, 0, 0, 0, ','},
-        {".3,}", cUnsupported, 3, cPrecision},
-        {"\x80}", cUnsupported, 1},
-        {"\x0e}", cUnsupported, 1}, // just behind the blanks
-        {"\x08}", cUnsupported, 1}, // just before them
+        {.text = "q}", .error = cUnsupported, .consumed = 1},
+        {.text = "b}", .error = cUnsupported, .consumed = 1},
+        {.text = "o}", .error = cUnsupported, .consumed = 1},
+        {.text = "5b}", .error = cUnsupported, .consumed = 2, .width = 5},
+        {.text = "{}", .error = cUnsupported, .consumed = 1},
+        {.text = ":x}", .error = cUnsupported, .consumed = 1},
+        {.text = "#+}",
+         .error = cUnsupported,
+         .consumed = 2,
+         .flags = cAlternate}, // the order of the parts is fixed
+        {.text = "5#}", .error = cUnsupported, .consumed = 2, .width = 5},
+        {.text = ",5}", .error = cUnsupported, .consumed = 2, .grouping = ','},
+        {.text = ".3,}", .error = cUnsupported, .consumed = 3, .flags = cPrecision},
+        {.text = "\x80}", .error = cUnsupported, .consumed = 1},
+        {.text = "\x0e}", .error = cUnsupported, .consumed = 1}, // just behind the blanks
+        {.text = "\x08}", .error = cUnsupported, .consumed = 1}, // just before them
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
 }
 
-TEST(FormatSpec, EndOfTheStringIsIncompleteAndNotPassed) {
+TEST(FormatterSpecTest, EndOfTheStringIsIncompleteAndNotPassed) {
     const SpecCase cases[] = {
-        {"", cIncomplete, 0},
-        {"<", cIncomplete, 1, 0, 0, ' ', '<'},
-        {"}>", cIncomplete, 2, 0, 0, '}', '>'},
-        {"+", cIncomplete, 1, 0, 0, 0, 0, '+'},
-        {"#", cIncomplete, 1, cAlternate},
-        {"0", cIncomplete, 1, 0, 0, '0', '='},
-        {"12", cIncomplete, 2, 0, 12},
-        {",", cIncomplete, 1, 0, 0, 0, 0, 0, ','},
-        {".", cIncomplete, 1, cPrecision},
-        {".3", cIncomplete, 2, cPrecision},
+        {.text = "", .error = cIncomplete, .consumed = 0},
+        {.text = "<", .error = cIncomplete, .consumed = 1, .fill = ' ', .align = '<'},
+        {.text = "}>", .error = cIncomplete, .consumed = 2, .fill = '}', .align = '>'},
+        {.text = "+", .error = cIncomplete, .consumed = 1, .sign = '+'},
+        {.text = "#", .error = cIncomplete, .consumed = 1, .flags = cAlternate},
+        {.text = "0", .error = cIncomplete, .consumed = 1, .fill = '0', .align = '='},
+        {.text = "12", .error = cIncomplete, .consumed = 2, .width = 12},
+        {.text = ",", .error = cIncomplete, .consumed = 1, .grouping = ','},
+        {.text = ".", .error = cIncomplete, .consumed = 1, .flags = cPrecision},
+        {.text = ".3", .error = cIncomplete, .consumed = 2, .flags = cPrecision},
     };
     for (const SpecCase& test : cases) {
         ExpectSpec(test);
     }
     // Behind a type letter the format spec is complete.
-    ExpectSpec({"x", cSuccess, 1, cHex});
+    ExpectSpec({.text = "x", .consumed = 1, .flags = cHex});
 }
 
 } // namespace

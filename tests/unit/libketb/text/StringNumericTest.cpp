@@ -39,11 +39,11 @@ void ExpectInvalid(const char* text, int base) {
 }
 
 template <typename T>
-class StringToInteger : public testing::Test {};
+class StringToIntegerTest : public testing::Test {};
 using IntegerTypes = testing::Types<int, unsigned int, long, unsigned long, short, unsigned short>;
-TYPED_TEST_SUITE(StringToInteger, IntegerTypes);
+TYPED_TEST_SUITE(StringToIntegerTest, IntegerTypes);
 
-TYPED_TEST(StringToInteger, CommonToAllTypes) {
+TYPED_TEST(StringToIntegerTest, CommonToAllTypes) {
     const struct {
         const char* text;
         int base;
@@ -69,13 +69,13 @@ TYPED_TEST(StringToInteger, CommonToAllTypes) {
     }
 }
 
-TYPED_TEST(StringToInteger, NegativeNumbersAreCutToTheType) {
+TYPED_TEST(StringToIntegerTest, NegativeNumbersAreCutToTheType) {
     ExpectNumber<TypeParam>("-1", 0, static_cast<TypeParam>(-1));
     ExpectNumber<TypeParam>("-010", 0, static_cast<TypeParam>(-8)); // the zero behind a sign is not skipped
     ExpectNumber<TypeParam>("-32768", 10, static_cast<TypeParam>(-32768));
 }
 
-TEST(StringToIntegerRange, CutWithoutACheck) {
+TEST(StringToIntegerRangeTest, CutWithoutACheck) {
     ExpectNumber<int>("2147483648", 0, std::numeric_limits<int>::min());
     ExpectNumber<int>("4294967297", 0, 1);
     ExpectNumber<unsigned int>("4294967295", 0, 4294967295u);
@@ -88,7 +88,7 @@ TEST(StringToIntegerRange, CutWithoutACheck) {
     ExpectNumber<unsigned long>("18446744073709551615", 0, std::numeric_limits<unsigned long>::max());
 }
 
-TEST(StringToIntegerRange, BeyondTheWidestTypeItStaysAtTheLimit) {
+TEST(StringToIntegerRangeTest, BeyondTheWidestTypeItStaysAtTheLimit) {
     const char* const text = "99999999999999999999999";
     ExpectNumber<long>(text, 0, std::numeric_limits<long>::max());
     ExpectNumber<unsigned long>(text, 0, std::numeric_limits<unsigned long>::max());
@@ -98,11 +98,11 @@ TEST(StringToIntegerRange, BeyondTheWidestTypeItStaysAtTheLimit) {
 }
 
 template <typename T>
-class StringToFloat : public testing::Test {};
+class StringToFloatTest : public testing::Test {};
 using FloatTypes = testing::Types<float, double>;
-TYPED_TEST_SUITE(StringToFloat, FloatTypes);
+TYPED_TEST_SUITE(StringToFloatTest, FloatTypes);
 
-TYPED_TEST(StringToFloat, Numbers) {
+TYPED_TEST(StringToFloatTest, Numbers) {
     const struct {
         const char* text;
         double value;
@@ -120,7 +120,7 @@ TYPED_TEST(StringToFloat, Numbers) {
     }
 }
 
-TYPED_TEST(StringToFloat, NoNumber) {
+TYPED_TEST(StringToFloatTest, NoNumber) {
     for (const char* text : {"", "abc", "-", ".", "e5"}) {
         TypeParam narrow = 99;
         TypeParam wide = 99;
@@ -131,7 +131,7 @@ TYPED_TEST(StringToFloat, NoNumber) {
     }
 }
 
-TEST(StringToFloatRange, TooLargeIsInfinite) {
+TEST(StringToFloatRangeTest, TooLargeIsInfinite) {
     float value = 0;
     EXPECT_EQ(KEConvertStringToNumeric(value, "1e39"), KESTATUS_SUCCESS);
     EXPECT_TRUE(std::isinf(value));

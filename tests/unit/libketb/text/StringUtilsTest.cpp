@@ -18,7 +18,7 @@ std::basic_string<charT> Text(const std::string& narrow) {
 }
 
 template <typename charT>
-class StringUtils : public testing::Test {
+class StringUtilsTest : public testing::Test {
 protected:
     using String = std::basic_string<charT>;
 
@@ -35,7 +35,7 @@ protected:
 };
 
 using CharacterTypes = testing::Types<char, wchar_t>;
-TYPED_TEST_SUITE(StringUtils, CharacterTypes);
+TYPED_TEST_SUITE(StringUtilsTest, CharacterTypes);
 
 struct CopyCase {
     std::size_t size;
@@ -67,7 +67,7 @@ void ExpectCopies() {
     }
 }
 
-TYPED_TEST(StringUtils, CopyAcrossWidths) {
+TYPED_TEST(StringUtilsTest, CopyAcrossWidths) {
     ExpectCopies<TypeParam, char>();
     ExpectCopies<TypeParam, wchar_t>();
     ExpectCopies<TypeParam, char16_t>();
@@ -104,13 +104,13 @@ void ExpectCats() {
     }
 }
 
-TYPED_TEST(StringUtils, AppendAcrossWidths) {
+TYPED_TEST(StringUtilsTest, AppendAcrossWidths) {
     ExpectCats<TypeParam, char>();
     ExpectCats<TypeParam, wchar_t>();
     ExpectCats<TypeParam, char16_t>();
 }
 
-TYPED_TEST(StringUtils, CopiedCharactersAreNotDecoded) {
+TYPED_TEST(StringUtilsTest, CopiedCharactersAreNotDecoded) {
     TypeParam buffer[4];
     EXPECT_EQ(KEStringNCopy(buffer, 4, "\xc3\xa4"), 2u);
     EXPECT_EQ(buffer[0], static_cast<TypeParam>(0xC3)) << "a narrow character counts as unsigned";
@@ -119,12 +119,12 @@ TYPED_TEST(StringUtils, CopiedCharactersAreNotDecoded) {
     EXPECT_EQ(buffer[0], static_cast<TypeParam>(0x141)) << "cut to the width";
 }
 
-TYPED_TEST(StringUtils, Length) {
+TYPED_TEST(StringUtilsTest, Length) {
     EXPECT_EQ(KEStringLen(Text<TypeParam>("").c_str()), 0u);
     EXPECT_EQ(KEStringLen(Text<TypeParam>("abc").c_str()), 3u);
 }
 
-TYPED_TEST(StringUtils, Equality) {
+TYPED_TEST(StringUtilsTest, Equality) {
     const struct {
         const char* a;
         const char* b;
@@ -145,7 +145,7 @@ TYPED_TEST(StringUtils, Equality) {
     }
 }
 
-TYPED_TEST(StringUtils, FindingCharacters) {
+TYPED_TEST(StringUtilsTest, FindingCharacters) {
     const auto text = Text<TypeParam>("abcabc");
     const TypeParam* const str = text.c_str();
     EXPECT_EQ(KEFindCharInString(str, 'b'), str + 1);
@@ -160,7 +160,7 @@ TYPED_TEST(StringUtils, FindingCharacters) {
     EXPECT_EQ(changeable[1], TypeParam{'c'});
 }
 
-TYPED_TEST(StringUtils, Replacing) {
+TYPED_TEST(StringUtilsTest, Replacing) {
     const auto set = Text<TypeParam>("-_");
     EXPECT_EQ(this->Changed("a-b-c",
                             [](TypeParam* s) { KEReplaceCharInString(s, TypeParam{'-'}, TypeParam{'+'}); }),
@@ -178,7 +178,7 @@ TYPED_TEST(StringUtils, Replacing) {
               Text<TypeParam>("ab"));
 }
 
-TYPED_TEST(StringUtils, TrimmingWhiteSpace) {
+TYPED_TEST(StringUtilsTest, TrimmingWhiteSpace) {
     const struct {
         const char* text;
         const char* begin;
@@ -203,7 +203,7 @@ TYPED_TEST(StringUtils, TrimmingWhiteSpace) {
     }
 }
 
-TYPED_TEST(StringUtils, TrimmingASet) {
+TYPED_TEST(StringUtilsTest, TrimmingASet) {
     const auto set = Text<TypeParam>("xy");
     EXPECT_EQ(this->Changed("xyaxbyx", [&](TypeParam* s) { KEStringTrimBegin(s, set.c_str()); }),
               Text<TypeParam>("axbyx"));
@@ -216,7 +216,7 @@ TYPED_TEST(StringUtils, TrimmingASet) {
         << "white space is not in this set";
 }
 
-TYPED_TEST(StringUtils, Case) {
+TYPED_TEST(StringUtilsTest, Case) {
     EXPECT_EQ(this->Changed("aZ@[`{0\xe4", [](TypeParam* s) { KEStringToUpperCase(s); }),
               Text<TypeParam>("AZ@[`{0\xe4"));
     EXPECT_EQ(this->Changed("AzZ@[`{0\xc4", [](TypeParam* s) { KEStringToLowerCase(s); }),
@@ -232,7 +232,7 @@ TYPED_TEST(StringUtils, Case) {
                  KEIsLowerCaseChar(TypeParam{'A'}));
 }
 
-TYPED_TEST(StringUtils, RemovingQuotes) {
+TYPED_TEST(StringUtilsTest, RemovingQuotes) {
     const struct {
         const char* text;
         const char* result;
@@ -251,7 +251,7 @@ TYPED_TEST(StringUtils, RemovingQuotes) {
     }
 }
 
-TYPED_TEST(StringUtils, SkippingLeadingZeros) {
+TYPED_TEST(StringUtilsTest, SkippingLeadingZeros) {
     const struct {
         const char* text;
         std::size_t skipped;
@@ -265,7 +265,7 @@ TYPED_TEST(StringUtils, SkippingLeadingZeros) {
     }
 }
 
-TYPED_TEST(StringUtils, Spaces) {
+TYPED_TEST(StringUtilsTest, Spaces) {
     for (std::size_t count = 0; count <= 100; ++count) {
         EXPECT_EQ(std::basic_string<TypeParam>(KESpacesStr<TypeParam>(count)),
                   std::basic_string<TypeParam>(std::min<std::size_t>(count, 63), TypeParam{' '}));
@@ -281,7 +281,7 @@ std::string ViaVaList(const char* format, ...) {
     return text;
 }
 
-TEST(StdStringPrintf, Narrow) {
+TEST(StdStringPrintfTest, Narrow) {
     EXPECT_EQ(KEStdStringPrintf("%s %05d %%", "a", 42), "a 00042 %");
     EXPECT_EQ(KEStdStringPrintf("%s", ""), "");
     EXPECT_EQ(KEStdStringPrintf("%s", std::string(10000, 'x').c_str()), std::string(10000, 'x'));
@@ -289,12 +289,12 @@ TEST(StdStringPrintf, Narrow) {
     EXPECT_EQ(KEStdStringPrintf("%c%c", 'a', 0), std::string("a\0", 2));
 }
 
-TEST(StdStringPrintf, NarrowFailureIsEmpty) {
+TEST(StdStringPrintfTest, NarrowFailureIsEmpty) {
     const wchar_t invalid[] = {static_cast<wchar_t>(0x110000), 0};
     EXPECT_EQ(KEStdStringPrintf("text %ls", invalid), "");
 }
 
-TEST(StdStringPrintf, Wide) {
+TEST(StdStringPrintfTest, Wide) {
     EXPECT_EQ(KEStdStringPrintf(L"%ls %05d", L"a", 42), L"a 00042");
     EXPECT_EQ(KEStdStringPrintf(L"%ls", L""), L"");
     for (const std::size_t length : {254u, 255u, 256u, 257u, 10000u}) {

@@ -1,3 +1,4 @@
+// The command-line parser: options, positional arguments, and the line that each error prints.
 #include "values/KECmdLineParser.h"
 
 #include <gtest/gtest.h>
@@ -23,9 +24,9 @@ void KeepError(const char* text) {
 }
 
 // Two positional arguments, a switch, an option with a text and one with a number.
-class CmdLineParser : public testing::Test {
+class CmdLineParserTest : public testing::Test {
 protected:
-    CmdLineParser() {
+    CmdLineParserTest() {
         sErrors.clear();
         mParser.DefineArgument(mFirst, {mIsFirstRequired}, &mHasFirst);
         mParser.DefineArgument(mSecond, {false}, &mHasSecond);
@@ -58,12 +59,12 @@ protected:
     Parser mParser{"prog", nullptr, nullptr, &KeepError};
 };
 
-TEST_F(CmdLineParser, NoWordAtAllFails) {
+TEST_F(CmdLineParserTest, NoWordAtAllFails) {
     EXPECT_EQ(mParser.ParseCommandLine(0, nullptr), 0xE0000001u);
     EXPECT_TRUE(sErrors.empty());
 }
 
-TEST_F(CmdLineParser, TheProgramsPathAloneIsFine) {
+TEST_F(CmdLineParserTest, TheProgramsPathAloneIsFine) {
     EXPECT_EQ(Parse({}), KESTATUS_SUCCESS);
     EXPECT_EQ(mFirst, "first's default");
     EXPECT_EQ(mName, "name's default");
@@ -73,14 +74,14 @@ TEST_F(CmdLineParser, TheProgramsPathAloneIsFine) {
     EXPECT_TRUE(sErrors.empty());
 }
 
-TEST_F(CmdLineParser, TheProgramsPathIsNeverAnOption) {
+TEST_F(CmdLineParserTest, TheProgramsPathIsNeverAnOption) {
     const char* argv[] = {"-v", "a"};
     EXPECT_EQ(mParser.ParseCommandLine(2, argv), KESTATUS_SUCCESS);
     EXPECT_FALSE(mVerbose);
     EXPECT_EQ(mFirst, "a");
 }
 
-TEST_F(CmdLineParser, ShortNames) {
+TEST_F(CmdLineParserTest, ShortNames) {
     EXPECT_EQ(Parse({"-v", "-n", "joe", "-d", "12", "one", "two"}), KESTATUS_SUCCESS);
     EXPECT_TRUE(mVerbose);
     EXPECT_EQ(mName, "joe");
@@ -90,7 +91,7 @@ TEST_F(CmdLineParser, ShortNames) {
     EXPECT_TRUE(mHasFirst && mHasSecond && mHasVerbose && mHasName && mHasNumber);
 }
 
-TEST_F(CmdLineParser, LongNames) {
+TEST_F(CmdLineParserTest, LongNames) {
     EXPECT_EQ(Parse({"one", "--number", "0x10", "--verbose", "two", "--name", ""}), KESTATUS_SUCCESS);
     EXPECT_TRUE(mVerbose);
     EXPECT_EQ(mName, "");
@@ -99,7 +100,7 @@ TEST_F(CmdLineParser, LongNames) {
     EXPECT_EQ(mSecond, "two");
 }
 
-TEST_F(CmdLineParser, WhatIsNoOptionIsPositional) {
+TEST_F(CmdLineParserTest, WhatIsNoOptionIsPositional) {
     for (const char* word :
          {"-", "--", "-5", "--5", "-_x", "---x", "-0x1F", "", "a", "- v", "-\xe4", "--\xe4", "v"}) {
         Parser parser("prog", nullptr, nullptr, &KeepError);
@@ -113,7 +114,7 @@ TEST_F(CmdLineParser, WhatIsNoOptionIsPositional) {
     EXPECT_TRUE(sErrors.empty());
 }
 
-TEST_F(CmdLineParser, UnknownOptions) {
+TEST_F(CmdLineParserTest, UnknownOptions) {
     for (const char* word : {"-x", "--v", "-verbose", "--verbos", "--verbosee", "-V", "--Verbose", "-vn",
                              "-n=joe", "--name=joe", "-vv", "--verbose "}) {
         sErrors.clear();
@@ -124,7 +125,7 @@ TEST_F(CmdLineParser, UnknownOptions) {
     EXPECT_EQ(mName, "name's default");
 }
 
-TEST_F(CmdLineParser, TheFirstErrorEndsTheParse) {
+TEST_F(CmdLineParserTest, TheFirstErrorEndsTheParse) {
     EXPECT_EQ(Parse({"-d", "5", "-x", "-y", "-v"}), KESTATUS_UNKNOWN_OPTION);
     EXPECT_EQ(sErrors, Words{"prog: Unknown option -x.\n"});
     EXPECT_EQ(mNumber, 5u) << "what came before stays";
@@ -132,7 +133,7 @@ TEST_F(CmdLineParser, TheFirstErrorEndsTheParse) {
     EXPECT_FALSE(mVerbose);
 }
 
-TEST_F(CmdLineParser, IgnoringUnknownOptions) {
+TEST_F(CmdLineParserTest, IgnoringUnknownOptions) {
     mParser.SetIgnoreUnknownOptions(true);
     EXPECT_EQ(Parse({"-x", "value", "--yy", "-v"}), KESTATUS_SUCCESS);
     EXPECT_EQ(sErrors,
@@ -143,7 +144,7 @@ TEST_F(CmdLineParser, IgnoringUnknownOptions) {
     EXPECT_EQ(Parse({"-x"}), KESTATUS_UNKNOWN_OPTION);
 }
 
-TEST_F(CmdLineParser, MissingValue) {
+TEST_F(CmdLineParserTest, MissingValue) {
     for (const char* word : {"-n", "--name", "-d"}) {
         sErrors.clear();
         EXPECT_EQ(Parse({"-v", word}), 0xE0000012u);
@@ -153,14 +154,14 @@ TEST_F(CmdLineParser, MissingValue) {
     EXPECT_EQ(mName, "name's default");
 }
 
-TEST_F(CmdLineParser, AValueMayLookLikeAnOption) {
+TEST_F(CmdLineParserTest, AValueMayLookLikeAnOption) {
     EXPECT_EQ(Parse({"-n", "-d", "--name", "--verbose"}), KESTATUS_SUCCESS);
     EXPECT_EQ(mName, "--verbose");
     EXPECT_EQ(mNumber, 77u);
     EXPECT_FALSE(mVerbose);
 }
 
-TEST_F(CmdLineParser, InvalidValue) {
+TEST_F(CmdLineParserTest, InvalidValue) {
     EXPECT_EQ(Parse({"-d", "abc"}), 0xE0000051u);
     EXPECT_EQ(Parse({"--number", "-x"}), 0xE0000051u);
     EXPECT_EQ(Parse({"--number", ""}), 0xE0000051u);
@@ -171,7 +172,7 @@ TEST_F(CmdLineParser, InvalidValue) {
     EXPECT_FALSE(mHasNumber);
 }
 
-TEST_F(CmdLineParser, Numbers) {
+TEST_F(CmdLineParserTest, Numbers) {
     const struct {
         const char* text;
         unsigned int value;
@@ -191,24 +192,24 @@ TEST_F(CmdLineParser, Numbers) {
     EXPECT_TRUE(sErrors.empty());
 }
 
-TEST_F(CmdLineParser, TheLaterOfTwoValuesWins) {
+TEST_F(CmdLineParserTest, TheLaterOfTwoValuesWins) {
     EXPECT_EQ(Parse({"-n", "a", "--name", "b", "-v", "-v"}), KESTATUS_SUCCESS);
     EXPECT_EQ(mName, "b");
     EXPECT_TRUE(mVerbose);
 }
 
-TEST_F(CmdLineParser, ASwitchTakesNoValue) {
+TEST_F(CmdLineParserTest, ASwitchTakesNoValue) {
     EXPECT_EQ(Parse({"-v", "word"}), KESTATUS_SUCCESS);
     EXPECT_EQ(mFirst, "word");
 }
 
-TEST_F(CmdLineParser, ExtraWords) {
+TEST_F(CmdLineParserTest, ExtraWords) {
     EXPECT_EQ(Parse({"one", "two", "three", "four"}), 0xE0000084u);
     EXPECT_EQ(sErrors, Words{"prog: Unexpected argument three.\n"});
     EXPECT_EQ(mSecond, "two");
 }
 
-TEST_F(CmdLineParser, IgnoringExtraWords) {
+TEST_F(CmdLineParserTest, IgnoringExtraWords) {
     mParser.SetIgnoreExtraArguments(true);
     EXPECT_EQ(Parse({"one", "two", "three", "-v", "four"}), KESTATUS_SUCCESS);
     EXPECT_TRUE(sErrors.empty());
@@ -216,7 +217,7 @@ TEST_F(CmdLineParser, IgnoringExtraWords) {
     EXPECT_EQ(mSecond, "two");
 }
 
-TEST_F(CmdLineParser, ExtraWordsGoToTheLists) {
+TEST_F(CmdLineParserTest, ExtraWordsGoToTheLists) {
     for (const bool ignore : {false, true}) {
         KEStringVectorCHAR narrow;
         KEStringVectorWCHAR wide;
@@ -240,7 +241,7 @@ TEST_F(CmdLineParser, ExtraWordsGoToTheLists) {
     EXPECT_TRUE(sErrors.empty());
 }
 
-TEST_F(CmdLineParser, RequiredArguments) {
+TEST_F(CmdLineParserTest, RequiredArguments) {
     Parser parser("prog", nullptr, nullptr, &KeepError);
     std::string one;
     std::string two;
@@ -257,7 +258,7 @@ TEST_F(CmdLineParser, RequiredArguments) {
     EXPECT_EQ(needed, "x");
 }
 
-TEST_F(CmdLineParser, RequiredOptionsWithOneName) {
+TEST_F(CmdLineParserTest, RequiredOptionsWithOneName) {
     bool target = false;
     Parser shortOnly("prog", nullptr, nullptr, &KeepError);
     shortOnly.DefineOption(target, {"s", "", true}, nullptr);
@@ -271,7 +272,7 @@ TEST_F(CmdLineParser, RequiredOptionsWithOneName) {
     EXPECT_EQ(ParseWith(longOnly, {"--long"}), KESTATUS_SUCCESS);
 }
 
-TEST_F(CmdLineParser, TheFirstMissingOptionIsNamed) {
+TEST_F(CmdLineParserTest, TheFirstMissingOptionIsNamed) {
     Parser parser("prog", nullptr, nullptr, &KeepError);
     bool a = false;
     bool b = false;
@@ -283,7 +284,7 @@ TEST_F(CmdLineParser, TheFirstMissingOptionIsNamed) {
               (Words{"prog: Missing required option a (aa).\n", "prog: Missing required option b (bb).\n"}));
 }
 
-TEST_F(CmdLineParser, AnEarlierErrorHidesWhatIsMissing) {
+TEST_F(CmdLineParserTest, AnEarlierErrorHidesWhatIsMissing) {
     Parser parser("prog", nullptr, nullptr, &KeepError);
     std::string one;
     parser.DefineArgument(one, {true}, nullptr);
@@ -291,7 +292,7 @@ TEST_F(CmdLineParser, AnEarlierErrorHidesWhatIsMissing) {
     EXPECT_EQ(sErrors, Words{"prog: Unknown option -x.\n"});
 }
 
-TEST_F(CmdLineParser, InvalidPositionalWord) {
+TEST_F(CmdLineParserTest, InvalidPositionalWord) {
     Parser parser("prog", nullptr, nullptr, &KeepError);
     unsigned int number = 5;
     bool isPresent = false;
@@ -302,7 +303,7 @@ TEST_F(CmdLineParser, InvalidPositionalWord) {
     EXPECT_FALSE(isPresent);
 }
 
-TEST_F(CmdLineParser, DefiningAnOptionClearsItsFlag) {
+TEST_F(CmdLineParserTest, DefiningAnOptionClearsItsFlag) {
     bool target = true;
     bool isPresent = true;
     mParser.DefineOption(target, {"q", "", false}, &isPresent);
@@ -314,14 +315,14 @@ TEST_F(CmdLineParser, DefiningAnOptionClearsItsFlag) {
     EXPECT_FALSE(isPresent);
 }
 
-TEST_F(CmdLineParser, DefiningAnArgumentDoesNot) {
+TEST_F(CmdLineParserTest, DefiningAnArgumentDoesNot) {
     std::string target;
     bool isPresent = true;
     mParser.DefineArgument(target, {false}, &isPresent);
     EXPECT_TRUE(isPresent);
 }
 
-TEST_F(CmdLineParser, DefinitionErrorsAreLoggedOnly) {
+TEST_F(CmdLineParserTest, DefinitionErrorsAreLoggedOnly) {
     const LogCapture log;
     bool first = false;
     bool second = false;
@@ -346,7 +347,7 @@ TEST_F(CmdLineParser, DefinitionErrorsAreLoggedOnly) {
     EXPECT_TRUE(third);
 }
 
-TEST_F(CmdLineParser, ErrorsWithoutAProgramName) {
+TEST_F(CmdLineParserTest, ErrorsWithoutAProgramName) {
     Parser parser("", nullptr, nullptr, &KeepError);
     EXPECT_EQ(ParseWith(parser, {"-x"}), KESTATUS_UNKNOWN_OPTION);
     parser.PrintError("{} and {}", 1, "two");
@@ -355,7 +356,7 @@ TEST_F(CmdLineParser, ErrorsWithoutAProgramName) {
     EXPECT_EQ(sErrors, (Words{"Unknown option -x.\n", "1 and two", "{}", "prog: text"}));
 }
 
-TEST_F(CmdLineParser, TheDefaultPrinterWritesToStandardErrorAsItIs) {
+TEST_F(CmdLineParserTest, TheDefaultPrinterWritesToStandardErrorAsItIs) {
     Parser parser("prog%s", nullptr, nullptr);
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
@@ -365,7 +366,7 @@ TEST_F(CmdLineParser, TheDefaultPrinterWritesToStandardErrorAsItIs) {
     EXPECT_EQ(st, KESTATUS_UNKNOWN_OPTION);
 }
 
-TEST(CmdLineParserItems, NamesAndKinds) {
+TEST(CmdLineParserItemsTest, NamesAndKinds) {
     bool flag = false;
     std::string text;
     using Switch = Parser::Option<bool, &Parser::ProcessSwitchOption>;

@@ -26,7 +26,7 @@ std::wstring Widen(const std::string& text) {
     return std::wstring(text.begin(), text.end());
 }
 
-TEST(EthernetMacAddress, IsAPlainValueOfSixBytes) {
+TEST(EthernetMacAddressTest, IsAPlainValueOfSixBytes) {
     EXPECT_EQ(KEEthernetMacAddress::cSize, 6u);
     EXPECT_EQ(sizeof(KEEthernetMacAddress), 6u);
     const KEEthernetMacAddress mac = Mac({{1, 2, 3, 4, 5, 6}});
@@ -34,7 +34,7 @@ TEST(EthernetMacAddress, IsAPlainValueOfSixBytes) {
     EXPECT_EQ(copy.mMacAddr, mac.mMacAddr);
 }
 
-TEST(EthernetMacAddress, ZeroAndBroadcast) {
+TEST(EthernetMacAddressTest, ZeroAndBroadcast) {
     EXPECT_TRUE(KEEthernetMacAddress().IsZero());
     EXPECT_FALSE(KEEthernetMacAddress().IsBroadcast());
     EXPECT_TRUE(Mac({{255, 255, 255, 255, 255, 255}}).IsBroadcast());
@@ -90,7 +90,7 @@ std::string MessageFor(const MacCase& test) {
     return std::string("invalid digit in MAC address '") + test.text + "'";
 }
 
-TEST(EthernetMacAddress, FromNarrowText) {
+TEST(EthernetMacAddressTest, FromNarrowText) {
     for (const MacCase& test : cMacTexts) {
         const LogCapture log;
         KEEthernetMacAddress mac = Mac(cOld);
@@ -101,7 +101,7 @@ TEST(EthernetMacAddress, FromNarrowText) {
     }
 }
 
-TEST(EthernetMacAddress, FromWideText) {
+TEST(EthernetMacAddressTest, FromWideText) {
     for (const MacCase& test : cMacTexts) {
         if (static_cast<unsigned char>(test.text[0]) >= 0x80) {
             continue; // another character when wide
@@ -120,7 +120,7 @@ TEST(EthernetMacAddress, FromWideText) {
     EXPECT_EQ(mac.mMacAddr, cOld);
 }
 
-TEST(EthernetMacAddress, FromNoText) {
+TEST(EthernetMacAddressTest, FromNoText) {
     const LogCapture log;
     KEEthernetMacAddress mac = Mac(cOld);
     EXPECT_EQ(mac.InitFromString(static_cast<const char*>(nullptr)), KESTATUS_INVALID_LENGTH);
@@ -129,7 +129,7 @@ TEST(EthernetMacAddress, FromNoText) {
     EXPECT_EQ(log.Count(KEERROR, "invalid string length=0"), 2u);
 }
 
-TEST(EthernetMacAddress, Printed) {
+TEST(EthernetMacAddressTest, Printed) {
     const KEEthernetMacAddress mac = Mac({{0x00, 0x1B, 0x21, 0x0A, 0xFF, 0x03}});
     ExpectText("00-1b-21-0a-ff-03", "{}", mac);
     ExpectText("00-1B-21-0A-FF-03", "{:X}", mac);
@@ -147,7 +147,7 @@ KEIpv4Address Ipv4(const TNET_IPv4Address& address) {
     return ipv4;
 }
 
-TEST(Ipv4Address, Printed) {
+TEST(Ipv4AddressTest, Printed) {
     EXPECT_EQ(KEIpv4Address::cSize, 4u);
     const KEIpv4Address address = Ipv4({{192, 168, 0, 10}});
     ExpectText("192.168.0.10", "{}", address);
@@ -167,7 +167,7 @@ KEDateTime DateTime(std::uint64_t year, std::uint64_t month, std::uint64_t day, 
     return dateTime;
 }
 
-TEST(DateTime, Printed) {
+TEST(DateTimeTest, Printed) {
     const KEDateTime dateTime = DateTime(2024, 3, 7, 9, 5, 1, 42);
     EXPECT_EQ(dateTime.mDateTime, 0x7E833A45042Aull);
     ExpectText("2024-03-07 09:05:01.042", "{}", dateTime);
@@ -178,7 +178,7 @@ TEST(DateTime, Printed) {
     ExpectText("0000-00-00 00:00:00.000", "{}", KEDateTime());
 }
 
-TEST(DateTime, FieldsAreNotChecked) {
+TEST(DateTimeTest, FieldsAreNotChecked) {
     KEDateTime all;
     all.mDateTime = ~std::uint64_t{0};
     ExpectText("65535-15-31 31:63:63.1023", "{}", all);
@@ -187,7 +187,7 @@ TEST(DateTime, FieldsAreNotChecked) {
     ExpectText("0000-00-00 00:00:00.000", "{}", unused);
 }
 
-TEST(DateTime, Fields) {
+TEST(DateTimeTest, Fields) {
     const KEDateTime dateTime = DateTime(2024, 11, 27, 19, 45, 31, 678);
     EXPECT_EQ(dateTime.Year(), 2024u);
     EXPECT_EQ(dateTime.Month(), 11u);

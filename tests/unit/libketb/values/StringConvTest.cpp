@@ -32,7 +32,7 @@ constexpr Sample cSamples[] = {
     {"\xf4\x8f\xbf\xbf", u"\U0010ffff", L"\U0010ffff"},
 };
 
-TEST(StringConv, ValidTexts) {
+TEST(StringConvTest, ValidTexts) {
     const LogCapture log;
     for (const Sample& sample : cSamples) {
         EXPECT_EQ(KEConvToWString(sample.utf8), sample.wide);
@@ -44,7 +44,7 @@ TEST(StringConv, ValidTexts) {
     EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(StringConv, InvalidUtf8IsLoggedAndEmpty) {
+TEST(StringConvTest, InvalidUtf8IsLoggedAndEmpty) {
     // A stray continuation byte, a wrong one, an overlong form, bytes that never occur, a character cut off.
     for (const char* text :
          {"a\x80", "\xc3(", "\xc0\x80", "\xff", "\xf5\x80\x80\x80", "abc\xc3", "\xe2\x82", "\xf0\x9f\x98"}) {
@@ -60,7 +60,7 @@ TEST(StringConv, InvalidUtf8IsLoggedAndEmpty) {
 }
 
 // The text in the message cannot be converted either.
-TEST(StringConv, InvalidWiderTextsAreLoggedAndEmpty) {
+TEST(StringConvTest, InvalidWiderTextsAreLoggedAndEmpty) {
     const char16_t loneSurrogate[] = {u'a', 0xD800, u'b', 0};
     const char16_t cutPair[] = {u'a', 0xD83D, 0};
     const char16_t wrongOrder[] = {0xDC00, 0xD800, 0};
@@ -80,7 +80,7 @@ TEST(StringConv, InvalidWiderTextsAreLoggedAndEmpty) {
     EXPECT_EQ(log.Count(KEERROR, "Conversion of string '' failed."), 1u);
 }
 
-TEST(StringConv, NullIsEmptyWithoutAMessage) {
+TEST(StringConvTest, NullIsEmptyWithoutAMessage) {
     const LogCapture log;
     EXPECT_EQ(KEConvToWString(nullptr), L"");
     EXPECT_EQ(KEConvToU16String(nullptr), u"");
@@ -90,7 +90,7 @@ TEST(StringConv, NullIsEmptyWithoutAMessage) {
     EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(UtfConvert, FailuresEmptyTheResultSilently) {
+TEST(UtfConvertTest, FailuresEmptyTheResultSilently) {
     const LogCapture log;
     const DebugOutputCapture output;
     std::wstring wide = L"old";
@@ -112,7 +112,7 @@ TEST(UtfConvert, FailuresEmptyTheResultSilently) {
 }
 
 // Single surrogates are not valid. Older standard libraries take them all the same, but for UTF-16.
-TEST(UtfConvert, SingleSurrogatesAreRefusedOrComeBack) {
+TEST(UtfConvertTest, SingleSurrogatesAreRefusedOrComeBack) {
     const char* const utf8 = "\xed\xa0\x80";
     std::wstring wide = L"old";
     std::string back;
@@ -134,7 +134,7 @@ TEST(UtfConvert, SingleSurrogatesAreRefusedOrComeBack) {
         << "a wide character is a whole code point";
 }
 
-TEST(UtfConvert, SuccessReplacesTheResult) {
+TEST(UtfConvertTest, SuccessReplacesTheResult) {
     std::wstring wide = L"old";
     std::string utf8 = "old";
     EXPECT_TRUE(KEUtf8ToWide("new", wide));

@@ -1,3 +1,4 @@
+// The recursive mutex: exclusion, creation, failures.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +19,7 @@ using testing::IsEmpty;
 
 namespace {
 
-// What another thread's attempt to take the mutex gives.
+// Whether another thread can take the mutex.
 template <typename Mutex>
 bool CanOtherThreadEnter(Mutex& mutex) {
     bool entered = false;
@@ -106,7 +107,7 @@ TEST_P(MutexCreationFailureTest, IsLoggedAndMapped) {
     EXPECT_FALSE(mutex.IsCreated());
     log.Clear();
 
-    // An unusable mutex does nothing and says nothing.
+    // A mutex that was not created does nothing and logs nothing.
     mutex.AcquireMutex();
     mutex.ReleaseMutex();
     EXPECT_FALSE(mutex.TryEnterMutex());
