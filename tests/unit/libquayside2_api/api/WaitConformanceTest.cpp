@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

@@ -1,5 +1,5 @@
 // Runs the conformance tests over lanes of a virtual segment.
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

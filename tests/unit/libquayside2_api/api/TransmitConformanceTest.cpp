@@ -1,7 +1,7 @@
 // Submitting and sending: lengths, the batch, waiting for room in it, closing.
 #include <algorithm>
 
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

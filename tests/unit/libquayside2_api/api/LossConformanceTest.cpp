@@ -1,6 +1,6 @@
 // Losses that a receiver is told of. Frames that are longer than the buffer are missing in the same way for
 // every kind of device.
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

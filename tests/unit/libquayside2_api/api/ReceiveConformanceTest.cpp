@@ -1,7 +1,7 @@
 // Receiving: frames as they were sent, the receive header, buffers, enabling and disabling.
 #include <algorithm>
 
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

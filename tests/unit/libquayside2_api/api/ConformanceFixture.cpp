@@ -1,4 +1,4 @@
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "HoldingChild.h"
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 
 namespace testsupport {
 

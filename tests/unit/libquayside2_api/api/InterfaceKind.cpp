@@ -1,5 +1,5 @@
 // Runs the conformance tests over network interfaces: the two ends of a link.
-#include "conformance/ConformanceFixture.h"
+#include "api/ConformanceFixture.h"
 #include "netif/NetifFixture.h"
 
 namespace testsupport {
