@@ -41,8 +41,8 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         return KESTATUS_ALREADY_DONE;
     }
     TNET_EthernetMacAddress address{};
-    KESTATUS st =
-        ReadDeviceMacAddress(device, address, {.sizeMismatch = "MAC address size mismatch, got {}, exp. {}"});
+    KESTATUS st = ReadDeviceMacAddress(device, address, "GetDevicePropertyBinary failed, st={}",
+                                       "MAC address size mismatch, got {}, exp. {}");
     if (st != KESTATUS_SUCCESS) {
         return st;
     }

@@ -67,9 +67,8 @@ void PcapNgPacketWriter::AddStringOption(QuaysideDevice& device, unsigned proper
 
 void PcapNgPacketWriter::AddMacAddressOption(QuaysideDevice& device) {
     TNET_EthernetMacAddress address{};
-    KESTATUS st = ReadDeviceMacAddress(device, address,
-                                       {.readFailed = "GetDevicePropertyBinary(MAC address) failed, st={}",
-                                        .sizeMismatch = "MAC address size mismatch, got {}, exp. {}"});
+    KESTATUS st = ReadDeviceMacAddress(device, address, "GetDevicePropertyBinary(MAC address) failed, st={}",
+                                       "MAC address size mismatch, got {}, exp. {}");
     if (st != KESTATUS_SUCCESS) {
         return;
     }

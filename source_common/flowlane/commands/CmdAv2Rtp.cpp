@@ -109,8 +109,8 @@ private:
     const AvtpSource& mSource;
     const RtpUdpSink& mSink;
     SendFailureReport mSendFailures;
-    LostFramesReport mLostFrames{"Received frames lost because reading was too slow: {}"};
-    FailureReport mFailure{"AVTP source has ended, st={}."};
+    LostFramesReport mLostFrames = LostFramesReport("Received frames lost because reading was too slow: {}");
+    FailureReport mFailure = FailureReport("AVTP source has ended, st={}.");
 };
 
 void Reports::PrintStatistics() {

@@ -8,6 +8,7 @@
 #include "commands/CommandChecks.h"
 #include "commands/Commands.h"
 #include "commands/DeviceSelection.h"
+#include "commands/ErrorLine.h"
 #include "commands/StopRequest.h"
 #include "device/RawReceiveHeader.h"
 
@@ -23,16 +24,12 @@ constexpr std::uint32_t cBytesPerMB = 1'000'000;
 using Statistics = PcapNgFileWriter::Statistics;
 
 // The counters that FramesDropped() adds up.
-struct ErrorLine {
-    std::uint64_t Statistics::*counter;
-    const char* line;
-};
-constexpr ErrorLine cErrorLines[] = {
-    {&Statistics::errMissingFrames, "  Missing frames (sequence error): {}"},
-    {&Statistics::errPoolUnderflow, "  Frame pool exhausted:            {}"},
-    {&Statistics::errWriteFileFailed, "  Write to file failed:            {}"},
-    {&Statistics::errInvalidFrameSize, "  Invalid frame header size:       {}"},
-    {&Statistics::errInitPacketBlock, "  Invalid packet size:             {}"},
+constexpr ErrorLine<Statistics> cErrorLines[] = {
+    ErrorLine(&Statistics::errMissingFrames, "  Missing frames (sequence error): {}"),
+    ErrorLine(&Statistics::errPoolUnderflow, "  Frame pool exhausted:            {}"),
+    ErrorLine(&Statistics::errWriteFileFailed, "  Write to file failed:            {}"),
+    ErrorLine(&Statistics::errInvalidFrameSize, "  Invalid frame header size:       {}"),
+    ErrorLine(&Statistics::errInitPacketBlock, "  Invalid packet size:             {}"),
 };
 
 KESTATUS CheckArguments() {
@@ -76,8 +73,8 @@ void PrintSummary(const Statistics& stats) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Errors occurred!");
     PrintFrameCounts(stats);
     KEOutputLogMessage(logger::Cons, KEINFO, "Details:");
-    for (const auto& [counter, line] : cErrorLines) {
-        KEOutputLogMessage(logger::Cons, KEINFO, line, stats.*counter);
+    for (const ErrorLine<Statistics>& line : cErrorLines) {
+        line.Print(stats);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/ErrorLine.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
 
@@ -20,25 +21,21 @@ namespace {
 
 using Statistics = PcapNgFileReader::Statistics;
 
-struct ErrorLine {
-    std::uint64_t Statistics::*counter;
-    const char* line;
-};
-constexpr ErrorLine cErrorLines[] = {
-    {&Statistics::errInvalidFile, "  Invalid file:                     {}"},
-    {&Statistics::errReadFileFailed, "  Read file failed:                 {}"},
-    {&Statistics::errSendFramesFailed, "  Send frames failed:               {}"},
-    {&Statistics::errInvalidSectionHeader, "  Invalid section headers:          {}"},
-    {&Statistics::errUnsupportedVersion, "  Unsupported format version:       {}"},
-    {&Statistics::errInvalidInterfaceDesc, "  Invalid interface description:    {}"},
-    {&Statistics::errInvalidLinkType, "  Invalid link type:                {}"},
-    {&Statistics::errInvalidEnhPacket, "  Invalid enhanced packet:          {}"},
-    {&Statistics::errPacketTruncated, "  Packet truncated:                 {}"},
-    {&Statistics::errInvalidFrameLength, "  Invalid frame length:             {}"},
-    {&Statistics::errFrameBufferTooSmall, "  Frame buffer tooo small:          {}"},
-    {&Statistics::errInvalidOption, "  Invalid option:                   {}"},
-    {&Statistics::errUnsupportedTimestampResolution, "  Unsupported timestamp resolution: {}"},
-    {&Statistics::errInvalidTimestamp, "  Invalid timestamp:                {}"},
+constexpr ErrorLine<Statistics> cErrorLines[] = {
+    ErrorLine(&Statistics::errInvalidFile, "  Invalid file:                     {}"),
+    ErrorLine(&Statistics::errReadFileFailed, "  Read file failed:                 {}"),
+    ErrorLine(&Statistics::errSendFramesFailed, "  Send frames failed:               {}"),
+    ErrorLine(&Statistics::errInvalidSectionHeader, "  Invalid section headers:          {}"),
+    ErrorLine(&Statistics::errUnsupportedVersion, "  Unsupported format version:       {}"),
+    ErrorLine(&Statistics::errInvalidInterfaceDesc, "  Invalid interface description:    {}"),
+    ErrorLine(&Statistics::errInvalidLinkType, "  Invalid link type:                {}"),
+    ErrorLine(&Statistics::errInvalidEnhPacket, "  Invalid enhanced packet:          {}"),
+    ErrorLine(&Statistics::errPacketTruncated, "  Packet truncated:                 {}"),
+    ErrorLine(&Statistics::errInvalidFrameLength, "  Invalid frame length:             {}"),
+    ErrorLine(&Statistics::errFrameBufferTooSmall, "  Frame buffer tooo small:          {}"),
+    ErrorLine(&Statistics::errInvalidOption, "  Invalid option:                   {}"),
+    ErrorLine(&Statistics::errUnsupportedTimestampResolution, "  Unsupported timestamp resolution: {}"),
+    ErrorLine(&Statistics::errInvalidTimestamp, "  Invalid timestamp:                {}"),
 };
 static_assert(std::size(cErrorLines) == PcapNgReaderCounters::cFieldCount - 1); // all but the frames sent
 
@@ -62,8 +59,8 @@ void PrintSummary(const PcapNgFileReader& reader) {
     Print(KEINFO, "Errors occurred!");
     PrintFrameCounts(stats);
     Print(KEINFO, "Details:");
-    for (const auto& [counter, line] : cErrorLines) {
-        Print(KEINFO, line, stats.*counter);
+    for (const ErrorLine<Statistics>& line : cErrorLines) {
+        line.Print(stats);
     }
 }
 

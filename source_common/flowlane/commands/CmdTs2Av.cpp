@@ -89,8 +89,8 @@ public:
 private:
     const TSFileSource& mSource;
     const AvtpSink& mSink;
-    LostFramesReport mLostFrames{"Frames not sent because the link was down or busy: {}"};
-    FailureReport mFailure{"TS file source has ended, st={}."};
+    LostFramesReport mLostFrames = LostFramesReport("Frames not sent because the link was down or busy: {}");
+    FailureReport mFailure = FailureReport("TS file source has ended, st={}.");
 };
 
 bool Reports::PrintStatistics() {

@@ -8,17 +8,15 @@
 
 namespace flowlane {
 
-// The texts of the failures, which differ from stage to stage.
-struct MacAddressFailureTexts {
-    const char* readFailed = "GetDevicePropertyBinary failed, st={}";         // the status
-    const char* sizeMismatch = "MAC address length mismatch, got {}, exp {}"; // the size found, and 6
-};
-
 // Failures are logged on Global and leave address unchanged: the device's status, or
 //   KESTATUS_LENGTH_MISMATCH  the device's address does not have 6 bytes
 [[nodiscard]] KESTATUS ReadDeviceMacAddress(QuaysideDevice& device,
+                                            kestrelon::TNET_EthernetMacAddress& address);
+// With texts of the caller: readFailed has one field, for the status; sizeMismatch has two, for the size
+// found and the size expected.
+[[nodiscard]] KESTATUS ReadDeviceMacAddress(QuaysideDevice& device,
                                             kestrelon::TNET_EthernetMacAddress& address,
-                                            const MacAddressFailureTexts& texts = {});
+                                            const char* readFailed, const char* sizeMismatch);
 
 } // namespace flowlane
 

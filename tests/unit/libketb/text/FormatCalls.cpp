@@ -287,10 +287,13 @@ bool IsFormatting(const std::string& function) {
     return IsOneOf({"KEOutputLogMessage", "KEOutputLogMessageImpl", "KEStdStringFormat"}, function);
 }
 
-// Functions that fill one more field themselves.
-std::size_t ArgumentsAddedBy(const std::string& function) {
-    return IsOneOf({"AddStringOption", "FailureReport", "KEGuardFilesystemOperation", "LostFramesReport",
-                    "TransferData"},
+// How many fields a function fills by itself in the format that is the number-th of a call, from 0.
+std::size_t ArgumentsAddedBy(const std::string& function, std::size_t number) {
+    if (function == "ReadDeviceMacAddress") {
+        return number + 1; // the status; the sizes found and expected
+    }
+    return IsOneOf({"AddStringOption", "ErrorLine", "FailureReport", "KEGuardFilesystemOperation",
+                    "LostFramesReport", "TransferData"},
                    function)
                ? 1
                : 0;
@@ -298,6 +301,7 @@ std::size_t ArgumentsAddedBy(const std::string& function) {
 
 void AddFormats(const Bracket& call, bool isFormatting, std::vector<FormatCall>& calls) {
     bool isFirst = true;
+    std::size_t number = 0;
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {
         const Argument& argument = call.arguments[i];
         if (argument.HasBracket() || (isFormatting && isFirst && !argument.texts.empty())) {
@@ -306,8 +310,9 @@ void AddFormats(const Bracket& call, bool isFormatting, std::vector<FormatCall>&
                 [](const Argument& other) { return !other.isEmpty && !other.HasBracket(); }));
             for (const Text& text : argument.texts) {
                 calls.push_back(
-                    {text.line, call.function, text.text, behind + ArgumentsAddedBy(call.function)});
+                    {text.line, call.function, text.text, behind + ArgumentsAddedBy(call.function, number)});
             }
+            ++number;
         }
         isFirst = isFirst && argument.texts.empty();
     }

@@ -65,6 +65,8 @@ TEST(FormatCallsTest, AreFoundWithTheirArguments) {
         {R"(KEGuardFilesystemOperation([&] { f(a, b); }, "remove({}) failed, err={}", path);)",
          "remove({}) failed, err={}", 2},
         {R"(FailureReport failure("ended, st={}.");)", "ended, st={}.", 1},
+        {R"(const ErrorLine lines[] = {ErrorLine(&Statistics::errInvalid, "Invalid: {}")};)", "Invalid: {}",
+         1},
     };
     for (const FoundFormat& expected : cases) {
         const FormatCalls found = FindFormatCalls(expected.source);
@@ -73,6 +75,13 @@ TEST(FormatCallsTest, AreFoundWithTheirArguments) {
         EXPECT_EQ(found.calls[0].arguments, expected.arguments) << expected.source;
         EXPECT_THAT(found.strays, IsEmpty()) << expected.source;
     }
+}
+
+TEST(FormatCallsTest, TwoFormatsOfOneCallHaveTheirOwnArguments) {
+    const FormatCalls found = FindFormatCalls(R"(ReadDeviceMacAddress(device, mac, "st={}", "{} of {}");)");
+    ASSERT_EQ(found.calls.size(), 2u);
+    EXPECT_EQ(found.calls[0].arguments, 1u);
+    EXPECT_EQ(found.calls[1].arguments, 2u);
 }
 
 TEST(FormatCallsTest, BothFormatsOfAChoice) {
