@@ -1,4 +1,5 @@
-// Captures what the code under test reports: the log messages of one logger, or the diagnostics of the toolbox.
+// Captures what the code under test reports: the log messages of one logger, or the diagnostics of the
+// toolbox.
 #ifndef FLOWLANE_TESTS_LOGCAPTURE_H
 #define FLOWLANE_TESTS_LOGCAPTURE_H
 

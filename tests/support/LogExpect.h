@@ -1,4 +1,5 @@
-// A matcher for one captured log message: its level, the function whose signature it begins with, and its text.
+// A matcher for one captured log message: its level, the function whose signature it begins with, and its
+// text.
 #ifndef FLOWLANE_TESTS_LOGEXPECT_H
 #define FLOWLANE_TESTS_LOGEXPECT_H
 

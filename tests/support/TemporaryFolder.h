@@ -1,5 +1,5 @@
-// A new folder for a test, in the system's folder for temporary files (TMPDIR). It is removed with its contents
-// when the object goes away.
+// A new folder for a test, in the system's folder for temporary files (TMPDIR). It is removed with its
+// contents when the object goes away.
 #ifndef FLOWLANE_TESTS_TEMPORARYFOLDER_H
 #define FLOWLANE_TESTS_TEMPORARYFOLDER_H
 

@@ -12,9 +12,9 @@ namespace flowlane {
 
 constexpr const char* cCaptureFileExtension = ".pcapng";
 
-// What stands between the name and the extension of a file of a set: "_" and a number of five digits or more.
-inline std::string CaptureFileNumber(std::uint32_t number) {
-    return kestrelon::KEStdStringFormat("_{:05}", number);
+// The name of a file of a set: its number has five digits or more.
+inline std::string CaptureFileName(const char* baseName, std::uint32_t number, const char* extension) {
+    return kestrelon::KEStdStringFormat("{}_{:05}{}", baseName, number, extension);
 }
 
 } // namespace flowlane

@@ -35,8 +35,7 @@ KEStdPath PcapNgFileSet::CreateNextFilePath() {
     if (!mReadFileSet) {
         return path;
     }
-    const std::string number = CaptureFileNumber(mFileNumber++);
-    const std::string name = path.Stem().c_str() + number + path.Extension().c_str();
+    const std::string name = CaptureFileName(path.Stem().c_str(), mFileNumber++, path.Extension().c_str());
     KEStdPath ofSet = path.ParentPath();
     return ofSet.Append(name.c_str()) == KESTATUS_SUCCESS ? ofSet : KEStdPath();
 }

@@ -105,12 +105,11 @@ KESTATUS PcapNgPacketWriter::OpenNextFile() {
 }
 
 std::string PcapNgPacketWriter::CreateNextFileName() {
-    std::string name = mFileBaseName;
-    if (mMaxFileSize != 0) {
-        ++mFileNumber;
-        name += CaptureFileNumber(mFileNumber);
+    if (mMaxFileSize == 0) {
+        return mFileBaseName + cCaptureFileExtension;
     }
-    return name + cCaptureFileExtension;
+    ++mFileNumber;
+    return CaptureFileName(mFileBaseName.c_str(), mFileNumber, cCaptureFileExtension);
 }
 
 // A file without its headers is removed: nothing can read it, and the replay of a set would fail there.

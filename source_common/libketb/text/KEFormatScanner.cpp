@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
 #include "kert_debug.h"
@@ -163,7 +162,9 @@ void KEFormatScanner::ScanText() noexcept {
 }
 
 void KEFormatScanner::ScanStrayBracket() noexcept {
-    ReportFault("WARNING", "Discarding unexpected closing bracket }");
+    ReportFault(
+        "%s: WARNING: %s: Discarding unexpected closing bracket }. FormatString follows, %u arguments.\n",
+        KEModuleName(), mFunction, ArgumentCount());
     // The character behind the bracket is lost too, kept for compatibility.
     mPosition += mPosition[1] != '\0' ? 2 : 1;
 }
@@ -195,7 +196,9 @@ void KEFormatScanner::ScanIndex() noexcept {
     if (index < mCount) {
         mIndex = index;
     } else {
-        ReportFault("ERROR", "Index=%u is an invalid index specification", index);
+        ReportFault("%s: ERROR: %s: Index=%u is an invalid index specification. FormatString follows, %u "
+                    "arguments.\n",
+                    KEModuleName(), mFunction, index, ArgumentCount());
     }
 }
 
@@ -209,17 +212,21 @@ void KEFormatScanner::ScanSpec() noexcept {
     case FormatSpecError::Success:
         break;
     case FormatSpecError::IncompleteSpec:
-        ReportFault("ERROR", "Incomplete format specification");
+        ReportFault("%s: ERROR: %s: Incomplete format specification. FormatString follows, %u arguments.\n",
+                    KEModuleName(), mFunction, ArgumentCount());
         break;
     case FormatSpecError::UnsupportedType:
-        ReportFault("WARNING", "Ignoring unsupported format specifier %d", CharacterCode(mPosition[-1]));
+        ReportFault("%s: WARNING: %s: Ignoring unsupported format specifier %d. FormatString follows, %u "
+                    "arguments.\n",
+                    KEModuleName(), mFunction, CharacterCode(mPosition[-1]), ArgumentCount());
         break;
     }
 }
 
 void KEFormatScanner::ScanUnexpected() noexcept {
-    ReportFault("WARNING", "Ignoring unexpected character %d within {} replacement field",
-                CharacterCode(*mPosition));
+    ReportFault("%s: WARNING: %s: Ignoring unexpected character %d within {} replacement field. FormatString "
+                "follows, %u arguments.\n",
+                KEModuleName(), mFunction, CharacterCode(*mPosition), ArgumentCount());
     ++mPosition;
 }
 
@@ -227,7 +234,9 @@ void KEFormatScanner::CloseField() noexcept {
     ++mPosition;
     mIsInField = false;
     if (mIndex >= mCount) {
-        ReportFault("ERROR", "No argument for {} replacement field");
+        ReportFault(
+            "%s: ERROR: %s: No argument for {} replacement field. FormatString follows, %u arguments.\n",
+            KEModuleName(), mFunction, ArgumentCount());
         return;
     }
     const fmtimpl::ArgumentHolder& argument = mArgs[mIndex];
@@ -235,7 +244,8 @@ void KEFormatScanner::CloseField() noexcept {
         argument.mActionFunction(mContext, nullptr);
     }
     if (argument.mActionFunction(mContext, argument.mArgPtr) != 0) {
-        ReportFault("ERROR", "Conversion of argument %u failed", static_cast<unsigned>(mIndex));
+        ReportFault("%s: ERROR: %s: Conversion of argument %u failed. FormatString follows, %u arguments.\n",
+                    KEModuleName(), mFunction, static_cast<unsigned>(mIndex), ArgumentCount());
     }
     mAutomaticIndex = mIndex + 1;
     mUsedCount = std::max(mUsedCount, mAutomaticIndex);
@@ -243,21 +253,21 @@ void KEFormatScanner::CloseField() noexcept {
 
 void KEFormatScanner::ReportLeftovers() const noexcept {
     if (mCount > mUsedCount) {
-        ReportFault("ERROR", "More arguments than {} replacement fields");
+        ReportFault(
+            "%s: ERROR: %s: More arguments than {} replacement fields. FormatString follows, %u arguments.\n",
+            KEModuleName(), mFunction, ArgumentCount());
     }
     if (mIsInField) {
-        ReportFault("ERROR", "Missing closing bracket }");
+        ReportFault("%s: ERROR: %s: Missing closing bracket }. FormatString follows, %u arguments.\n",
+                    KEModuleName(), mFunction, ArgumentCount());
     }
 }
 
-void KEFormatScanner::ReportFault(const char* severity, const char* fault, ...) const noexcept {
-    char text[96]; // more than any fault needs
+void KEFormatScanner::ReportFault(const char* message, ...) const noexcept {
     std::va_list args;
-    va_start(args, fault);
-    std::vsnprintf(text, sizeof text, fault, args);
+    va_start(args, message);
+    KEOutputDebugStringV(message, args);
     va_end(args);
-    KEOutputDebugString("%s: %s: %s: %s. FormatString follows, %u arguments.\n", KEModuleName(), severity,
-                        mFunction, text, static_cast<unsigned>(mCount));
     KEOutputDebugString("%s\n", mFormat);
 }
 

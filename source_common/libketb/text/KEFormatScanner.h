@@ -50,8 +50,9 @@ private:
     void ScanSpec() noexcept;
     void ScanUnexpected() noexcept;
     void CloseField() noexcept;
-    void ReportFault(const char* severity, const char* fault, ...) const noexcept
-        __attribute__((format(printf, 3, 4)));
+    unsigned ArgumentCount() const noexcept { return static_cast<unsigned>(mCount); }
+    // Writes the message and then the format string to the system log.
+    void ReportFault(const char* message, ...) const noexcept __attribute__((format(printf, 2, 3)));
 
     KEFormatterImplT<char>& mFormatter;
     const char* mFunction;

@@ -51,8 +51,8 @@ void IgnoreFree(const volatile void*) {}
 
 #else
 
-// These replace the functions of the C library, which operator new calls too. The C library keeps its own ones
-// under a second name.
+// These replace the functions of the C library, which operator new calls too. The C library keeps its own
+// ones under a second name.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

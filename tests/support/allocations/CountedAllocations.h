@@ -1,5 +1,5 @@
-// Counts all allocations of the process: by malloc and the functions like it, and by operator new. A test that
-// uses it needs an executable of its own.
+// Counts all allocations of the process: by malloc and the functions like it, and by operator new. A test
+// that uses it needs an executable of its own.
 #ifndef FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
 #define FLOWLANE_TESTS_COUNTEDALLOCATIONS_H
 

@@ -1,5 +1,5 @@
-// Whether a test can replace operator new to make memory run short. It cannot under the thread sanitizer, whose
-// own one stays.
+// Whether a test can replace operator new to make memory run short. It cannot under the thread sanitizer,
+// whose own one stays.
 #ifndef FLOWLANE_TESTS_OPERATORNEW_H
 #define FLOWLANE_TESTS_OPERATORNEW_H
 
