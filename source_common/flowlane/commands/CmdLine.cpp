@@ -42,6 +42,7 @@ void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {
     parser.DefineOptionWithValue(mStartFileIndex, {"i", "index", false}, &mStartFileIndexPresent);
 }
 
+// NOLINTNEXTLINE(readability-function-size): one text
 void PrintHelp() {
     const CmdLine defaults;
     const auto line = [](const char* format, const auto&... args) {

@@ -112,45 +112,61 @@ static int Receive(const LaneDevice* lane, Dump* dump, uint64_t count, uint64_t 
     }
 }
 
-int main(int argc, char** argv) {
-    LaneDevice lane = {"lane-dump", NULL, 0, 0};
-    Dump dump = {NULL, 0, 0, 0, 0, 0};
-    const char* path = NULL;
-    uint64_t count = UINT64_MAX;
-    uint64_t milliseconds = UINT64_MAX;
+typedef struct Options {
+    const char* path;
+    uint64_t count;
+    uint64_t milliseconds;
+    int reportGaps;
+} Options;
+
+// Ends the program when the command line is wrong or asks for the usage.
+static void ReadOptions(int argc, char** argv, LaneDevice* lane, Options* options) {
     int option;
     while ((option = getopt(argc, argv, "n:d:o:c:t:rh")) != -1) {
         switch (option) {
         case 'n':
-            lane.name = optarg;
+            lane->name = optarg;
             break;
         case 'd':
-            lane.index = (uint32_t)LaneNumber(&lane, optarg);
+            lane->index = (uint32_t)LaneNumber(lane, optarg);
             break;
         case 'o':
-            path = optarg;
+            options->path = optarg;
             break;
         case 'c':
-            count = LaneNumber(&lane, optarg);
+            options->count = LaneNumber(lane, optarg);
             break;
         case 't':
-            milliseconds = LaneNumber(&lane, optarg) * 1000;
+            options->milliseconds = LaneNumber(lane, optarg) * 1000;
             break;
         case 'r':
-            dump.reportGaps = 1;
+            options->reportGaps = 1;
             break;
         case 'h':
             PrintUsage(stdout);
-            return 0;
+            exit(0);
         default:
             PrintUsage(stderr);
-            return 1;
+            exit(1);
         }
     }
-    if (path == NULL || optind != argc) {
+    if (options->path == NULL || optind != argc) {
         PrintUsage(stderr);
-        return 1;
+        exit(1);
     }
+}
+
+int main(int argc, char** argv) {
+    LaneDevice lane = {"lane-dump", NULL, 0, 0};
+    Options options = {.path = NULL, .count = UINT64_MAX, .milliseconds = UINT64_MAX, .reportGaps = 0};
+    ReadOptions(argc, argv, &lane, &options);
+    const char* path = options.path;
+    Dump dump = {.file = NULL,
+                 .reportGaps = options.reportGaps,
+                 .isCounting = 0,
+                 .frames = 0,
+                 .missing = 0,
+                 .nextSequence = 0};
     struct sigaction action;
     memset(&action, 0, sizeof action);
     action.sa_handler = OnSignal;
@@ -172,7 +188,7 @@ int main(int argc, char** argv) {
     puts("ready");
     fflush(stdout);
 
-    int result = Receive(&lane, &dump, count, milliseconds);
+    int result = Receive(&lane, &dump, options.count, options.milliseconds);
     QBX_CloseDevice(lane.handle);
     if (fclose(dump.file) != 0) {
         fprintf(stderr, "lane-dump: cannot write %s: %s\n", path, strerror(errno));

@@ -45,50 +45,59 @@ static int SendBatch(const LaneDevice* lane, uint32_t run, uint32_t first, uint3
     return status == KESTATUS_SUCCESS ? 0 : LaneFailed(lane, "sending", status);
 }
 
-int main(int argc, char** argv) {
-    LaneDevice lane = {"lane-send", NULL, 0, 0};
-    uint64_t count = 1;
-    uint64_t rate = 0;
-    uint32_t length = 0;
-    uint32_t batch = 32;
-    uint32_t run = (uint32_t)getpid();
+typedef struct Options {
+    uint64_t count;
+    uint64_t rate;
+    uint32_t length;
+    uint32_t batch;
+    uint32_t run;
+} Options;
+
+// Ends the program when the command line is wrong or asks for the usage.
+static void ReadOptions(int argc, char** argv, LaneDevice* lane, Options* options) {
     int option;
     while ((option = getopt(argc, argv, "n:d:c:l:r:b:i:h")) != -1) {
         switch (option) {
         case 'n':
-            lane.name = optarg;
+            lane->name = optarg;
             break;
         case 'd':
-            lane.index = (uint32_t)LaneNumber(&lane, optarg);
+            lane->index = (uint32_t)LaneNumber(lane, optarg);
             break;
         case 'c':
-            count = LaneNumber(&lane, optarg);
+            options->count = LaneNumber(lane, optarg);
             break;
         case 'l':
-            length = (uint32_t)LaneNumber(&lane, optarg);
+            options->length = (uint32_t)LaneNumber(lane, optarg);
             break;
         case 'r':
-            rate = LaneNumber(&lane, optarg);
+            options->rate = LaneNumber(lane, optarg);
             break;
         case 'b':
-            batch = (uint32_t)LaneNumber(&lane, optarg);
+            options->batch = (uint32_t)LaneNumber(lane, optarg);
             break;
         case 'i':
-            run = (uint32_t)LaneNumber(&lane, optarg);
+            options->run = (uint32_t)LaneNumber(lane, optarg);
             break;
         case 'h':
             PrintUsage(stdout);
-            return 0;
+            exit(0);
         default:
             PrintUsage(stderr);
-            return 1;
+            exit(1);
         }
     }
-    if (optind != argc || batch < 1 || batch > 64 ||
-        (length != 0 && (length < LANE_FRAME_MIN || length > LANE_FRAME_MAX))) {
+    if (optind != argc || options->batch < 1 || options->batch > 64 ||
+        (options->length != 0 && (options->length < LANE_FRAME_MIN || options->length > LANE_FRAME_MAX))) {
         PrintUsage(stderr);
-        return 1;
+        exit(1);
     }
+}
+
+int main(int argc, char** argv) {
+    LaneDevice lane = {"lane-send", NULL, 0, 0};
+    Options options = {.count = 1, .rate = 0, .length = 0, .batch = 32, .run = (uint32_t)getpid()};
+    ReadOptions(argc, argv, &lane, &options);
     if (LaneOpen(&lane, LANE_TX) != 0) {
         return 1;
     }
@@ -97,14 +106,14 @@ int main(int argc, char** argv) {
     struct timespec due;
     clock_gettime(CLOCK_MONOTONIC, &due);
     uint64_t sent = 0;
-    while (count == 0 || sent < count) {
-        const uint64_t left = count == 0 ? batch : count - sent;
-        const uint32_t frames = left < batch ? (uint32_t)left : batch;
-        if (SendBatch(&lane, run, (uint32_t)sent, frames, length) != 0) {
+    while (options.count == 0 || sent < options.count) {
+        const uint64_t left = options.count == 0 ? options.batch : options.count - sent;
+        const uint32_t frames = left < options.batch ? (uint32_t)left : options.batch;
+        if (SendBatch(&lane, options.run, (uint32_t)sent, frames, options.length) != 0) {
             return 1;
         }
         sent += frames;
-        Pace(&due, rate, frames);
+        Pace(&due, options.rate, frames);
     }
     QBX_CloseDevice(lane.handle);
     printf("%" PRIu64 " frames sent\n", sent);
