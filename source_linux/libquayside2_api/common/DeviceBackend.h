@@ -2,8 +2,8 @@
 //
 // Another kind of device is added by writing another DeviceBackend, in a folder of its own, and naming it in
 // api/DeviceList.cpp; the handle layer needs no change. Device.h has the contract of an opened device. Derive
-// the sender from TransmitDevice, and let the receiver deliver through ReceiveDelivery. The tests of the
-// contract, tests/unit/libquayside2_api/conformance, run for the new kind as soon as it is named there.
+// the sender from TransmitDevice, and let the receiver deliver through ReceiveDelivery. The conformance tests
+// in tests/unit/libquayside2_api/api run for a new kind as soon as a file like LaneKind.cpp names it.
 #ifndef QUAYSIDE2_DEVICEBACKEND_H
 #define QUAYSIDE2_DEVICEBACKEND_H
 
