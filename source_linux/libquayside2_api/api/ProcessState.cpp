@@ -53,4 +53,15 @@ ProcessState& ProcessState::Instance() {
     return sState;
 }
 
+namespace {
+
+// Before the program has a second thread: a child that is forked while another thread makes the state would
+// wait for it without end.
+__attribute__((constructor)) void MakeProcessState() {
+    ProcessFile::MakeList();
+    ProcessState::Instance();
+}
+
+} // namespace
+
 } // namespace quayside2

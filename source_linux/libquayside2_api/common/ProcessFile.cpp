@@ -99,6 +99,10 @@ int ProcessFile::Descriptor() const noexcept {
     return mPlace < 0 ? -1 : List().descriptors[mPlace];
 }
 
+void ProcessFile::MakeList() {
+    List();
+}
+
 void ProcessFile::PrepareFork() {
     List().mutex.lock();
 }

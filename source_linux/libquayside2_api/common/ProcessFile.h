@@ -32,6 +32,8 @@ public:
     bool IsOpen() const noexcept { return mPlace >= 0; }
     int Descriptor() const noexcept;
 
+    // Makes the list of open descriptors, so that no fork can meet its making.
+    static void MakeList();
     // The handlers of a fork. Between Prepare and the other two no descriptor is opened or closed.
     static void PrepareFork();
     static void ParentAfterFork();

@@ -41,10 +41,10 @@ DUMPING = ["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "
 
 
 class Dumping:
-    """Runs tcpdump on an interface. The end of the block waits until it has written the expected number of frames: when
-    tcpdump is ended, it loses what it received in the last second and did not write."""
+    """Runs tcpdump on an interface. The end of the block waits until it has written count frames, which may be set in
+    the block: when tcpdump is ended, it loses what it received in the last second and did not write."""
 
-    def __init__(self, path, interface, count):
+    def __init__(self, path, interface, count=None):
         self.path = path
         self.count = count
         self.process = subprocess.Popen(

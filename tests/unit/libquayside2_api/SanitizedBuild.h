@@ -14,19 +14,4 @@ inline constexpr bool cSanitizedBuild = true;
 inline constexpr bool cSanitizedBuild = false;
 #endif
 
-// The address sanitizer's memory allocator may be locked for ever in a child that is forked while another
-// thread allocates.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FLOWLANE_ADDRESS_SANITIZER
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define FLOWLANE_ADDRESS_SANITIZER
-#endif
-#ifdef FLOWLANE_ADDRESS_SANITIZER
-inline constexpr bool cAddressSanitizedBuild = true;
-#else
-inline constexpr bool cAddressSanitizedBuild = false;
-#endif
-
 #endif

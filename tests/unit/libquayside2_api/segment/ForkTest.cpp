@@ -50,8 +50,8 @@ TEST_F(ForkTest, WorksWhileAnotherThreadWaits) {
 
 // Whatever the other threads have locked at the moment of the fork, the child can use the library.
 TEST_F(ForkTest, WorksWhileOtherThreadsOpenAndClose) {
-    if (cAddressSanitizedBuild) {
-        GTEST_SKIP() << "the address sanitizer's allocator may stay locked in a forked child";
+    if (cSanitizedBuild) {
+        GTEST_SKIP() << "a sanitizer's allocator may stay locked in a forked child";
     }
     std::atomic<bool> isOver{false};
     std::vector<std::thread> threads;
