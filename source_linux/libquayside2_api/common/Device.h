@@ -10,8 +10,8 @@
 // then calls Finish and the destructor.
 //
 // Fork: a forked child never calls a device of its parent, and must not keep anything of it alive. Hold
-// descriptors in a ProcessFile, and exclude mappings from the child (MADV_DONTFORK). State that belongs to the
-// process, with its locks, is made anew in the child (pthread_atfork).
+// descriptors in a ProcessFile, and exclude mappings from the child (MADV_DONTFORK). State that belongs to
+// the process, with its locks, is made anew in the child (pthread_atfork).
 //
 // Removal: when the device has gone, what it received before is still delivered. From then on the operations
 // that need it return KESTATUS_DEVICE_REMOVED, at the latest a quarter of a second after the removal. The
