@@ -25,7 +25,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "support" / "python"))
 
-from pcapng import START, write_file
+from pcapng import write_file
 
 
 def avtp_frame(number):
