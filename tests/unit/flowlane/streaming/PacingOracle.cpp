@@ -21,6 +21,25 @@ struct ValidPacket {
     std::optional<std::uint64_t> pcr;
 };
 
+// The messages of one pass, in the order of the stream.
+std::vector<CapturedMessage> ExpectMessages(const TSStream& stream) {
+    std::vector<CapturedMessage> messages;
+    std::optional<std::uint64_t> lastPcr;
+    for (const StreamPacket& packet : stream.Packets()) {
+        if (!packet.hasSyncByte) {
+            messages.push_back({kestrelon::KEWARN, "ignore invalid TS packet"});
+        } else if (packet.pcr) {
+            const std::int64_t span = lastPcr ? Nanoseconds(*packet.pcr) - Nanoseconds(*lastPcr) : 0;
+            if (span >= cSecond) {
+                messages.push_back({kestrelon::KEERROR, "unexpected timeDiff " + std::to_string(span) + " (" +
+                                                            std::to_string(span / 1000) + " us)"});
+            }
+            lastPcr = packet.pcr;
+        }
+    }
+    return messages;
+}
+
 } // namespace
 
 ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, unsigned passes) {
@@ -68,21 +87,7 @@ ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, 
         delivery.wakeTime = wakeTime;
     }
 
-    // The messages of one pass, in the order of the stream.
-    std::optional<std::uint64_t> lastPcr;
-    for (const StreamPacket& packet : stream.Packets()) {
-        if (!packet.hasSyncByte) {
-            expected.messages.push_back({kestrelon::KEWARN, "ignore invalid TS packet"});
-        } else if (packet.pcr) {
-            const std::int64_t span = lastPcr ? Nanoseconds(*packet.pcr) - Nanoseconds(*lastPcr) : 0;
-            if (span >= cSecond) {
-                expected.messages.push_back({kestrelon::KEERROR, "unexpected timeDiff " +
-                                                                     std::to_string(span) + " (" +
-                                                                     std::to_string(span / 1000) + " us)"});
-            }
-            lastPcr = packet.pcr;
-        }
-    }
+    expected.messages = ExpectMessages(stream);
     return expected;
 }
 
