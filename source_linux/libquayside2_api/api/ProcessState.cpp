@@ -55,8 +55,8 @@ ProcessState& ProcessState::Instance() {
 
 namespace {
 
-// Before the program has a second thread: a child that is forked while another thread makes the state would
-// wait for it without end.
+// When the library is loaded: a child that is forked while another thread makes the state would wait for it
+// without end.
 __attribute__((constructor)) void MakeProcessState() {
     ProcessFile::MakeList();
     ProcessState::Instance();

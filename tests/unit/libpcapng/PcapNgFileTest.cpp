@@ -5,17 +5,16 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <optional>
 #include <utility>
 
 #include "ByteList.h"
+#include "FileSizeLimit.h"
 #include "LogExpect.h"
 #include "PcapNgEnhPacketBlock.h"
 #include "TemporaryFolder.h"
@@ -43,28 +42,6 @@ using namespace kestrelon;
 using namespace testsupport;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// While it lives, no file grows beyond so many bytes: a disk that is full.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t size) {
-        mOldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &mOld), 0);
-        rlimit limit = mOld;
-        limit.rlim_cur = size;
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &mOld);
-        std::signal(SIGXFSZ, mOldHandler);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    rlimit mOld{};
-    void (*mOldHandler)(int);
-};
 
 class PcapNgFileTest : public testing::Test {
 protected:
@@ -255,7 +232,7 @@ TEST_F(PcapNgFileTest, BlockTooLongForTheFormat) {
 // --- A full disk ---------------------------------------------------------------------------------
 
 // The gathered blocks are 40 of 100 bytes; the disk takes so many of their bytes at first.
-class FullDiskTest : public PcapNgFileTest, public testing::WithParamInterface<unsigned> {
+class FileSizeLimitTest : public PcapNgFileTest, public testing::WithParamInterface<unsigned> {
 protected:
     void SetUp() override {
         OpenForWrite();
@@ -273,9 +250,9 @@ protected:
     }
 };
 
-TEST_P(FullDiskTest, BlockIsRefusedAndNothingIsWrittenTwice) {
+TEST_P(FileSizeLimitTest, BlockIsRefusedAndNothingIsWrittenTwice) {
     {
-        const FullDisk full(56 + GetParam());
+        const FileSizeLimit full(56 + GetParam());
         EXPECT_EQ(WritePacket(100, 77), KESTATUS_WRITE_FILE_FAILED);
         EXPECT_EQ(mFile.FileSize(), 56u + 4000); // without the refused one
         EXPECT_EQ(OnDisk().size(), 56u + GetParam());
@@ -292,8 +269,8 @@ TEST_P(FullDiskTest, BlockIsRefusedAndNothingIsWrittenTwice) {
     EXPECT_EQ(OnDisk(), AllBlocks(41));
 }
 
-TEST_P(FullDiskTest, ClosingCutsBehindTheLastWholeBlock) {
-    const FullDisk full(56 + GetParam());
+TEST_P(FileSizeLimitTest, ClosingCutsBehindTheLastWholeBlock) {
+    const FileSizeLimit full(56 + GetParam());
     mFile.CloseFile();
     const unsigned whole = GetParam() / 100;
     EXPECT_EQ(mFile.BlocksLost(), 40 - whole);
@@ -301,28 +278,28 @@ TEST_P(FullDiskTest, ClosingCutsBehindTheLastWholeBlock) {
     EXPECT_EQ(mLog.CountContaining(KEERROR, "CloseFile()"), 1u);
 }
 
-TEST_P(FullDiskTest, SpaceThatComesByAndBy) {
+TEST_P(FileSizeLimitTest, SpaceThatComesByAndBy) {
     unsigned onDisk = GetParam();
     {
-        const FullDisk full(56 + onDisk);
+        const FileSizeLimit full(56 + onDisk);
         ASSERT_EQ(mFile.FlushFileBuffer(), KESTATUS_WRITE_FILE_FAILED);
     }
     for (unsigned step = 1; onDisk + step < 4000; onDisk += step, step += 7) {
-        const FullDisk full(56 + onDisk + step);
+        const FileSizeLimit full(56 + onDisk + step);
         ASSERT_EQ(mFile.FlushFileBuffer(), KESTATUS_WRITE_FILE_FAILED);
         ASSERT_EQ(OnDisk().size(), 56u + onDisk + step);
     }
     const ByteList all = AllBlocks(40);
     EXPECT_EQ(OnDisk(), ByteList(all.begin(), all.begin() + 56 + onDisk));
     {
-        const FullDisk full(56 + onDisk);
+        const FileSizeLimit full(56 + onDisk);
         mFile.CloseFile();
     }
     EXPECT_EQ(mFile.BlocksLost(), 40 - onDisk / 100);
     EXPECT_EQ(OnDisk(), AllBlocks(onDisk / 100));
 }
 
-INSTANTIATE_TEST_SUITE_P(Room, FullDiskTest, testing::Values(0, 1, 8, 99, 100, 101, 250, 3900, 3999));
+INSTANTIATE_TEST_SUITE_P(Room, FileSizeLimitTest, testing::Values(0, 1, 8, 99, 100, 101, 250, 3900, 3999));
 
 // --- Reading -------------------------------------------------------------------------------------
 

@@ -3,14 +3,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <utility>
 
 #include "CaptureFixture.h"
+#include "FileSizeLimit.h"
 #include "WaitUntil.h"
 #include "capture/PcapNgFileWriter.h"
 
@@ -117,28 +116,6 @@ TEST_F(PcapNgFileWriterDiskTest, FramesLeftByAWriterThatHasEndedAreCounted) {
 }
 
 // --- A full disk ---------------------------------------------------------------------------------
-
-// No file grows beyond so many bytes while it lives.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t size) {
-        mOldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &mOld), 0);
-        rlimit limit = mOld;
-        limit.rlim_cur = size;
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &mOld);
-        std::signal(SIGXFSZ, mOldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit mOld{};
-    void (*mOldHandler)(int);
-};
 
 TEST_F(PcapNgFileWriterDiskTest, FileWithoutItsHeadersIsRemoved) {
     {
