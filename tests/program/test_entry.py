@@ -122,7 +122,8 @@ VALUE_OPTIONS = [("m", "mac_address"), ("n", "friendly_name"), ("u", "unique_id"
                  ("p", "port_number"), ("fbs", "frame_buffer_size"), ("maxkb", "max_file_size_KB"),
                  ("maxmb", "max_file_size_MB"), ("vtci", "vlan_tci"), ("i", "index")]
 NUMBER_OPTIONS = [pair for pair in VALUE_OPTIONS if pair[0] not in ("m", "n")]
-SWITCHES = [("h", "help"), ("v", "verbose"), ("l", "loop"), ("flsm", "force_local_source_mac")]
+SWITCHES = [("h", "help"), ("v", "verbose"), ("l", "loop"), ("flsm", "force_local_source_mac"),
+            ("es", "error_status")]
 
 
 def spellings(pairs):

@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <string>
-#include <system_error>
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
@@ -10,7 +9,7 @@
 #include "commands/DeviceSelection.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
-#include "kestatus_util.h"
+#include "explanations/StatusWords.h"
 #include "streaming/AvtpSource.h"
 #include "streaming/RtpUdpSink.h"
 
@@ -69,15 +68,6 @@ KESTATUS Start(const std::string& deviceDescription, RtpUdpSink& sink, AvtpSourc
     return KESTATUS_SUCCESS;
 }
 
-// The system's text for a status that is an errno, the toolbox's text for any other.
-std::string TextOf(KESTATUS st) {
-    constexpr KESTATUS cErrnoMask = 0xFFFF;
-    if ((st & ~cErrnoMask) == KESTATUS_LINUX_BASE) {
-        return std::generic_category().message(static_cast<int>(st & cErrnoMask));
-    }
-    return KEStatusTextA(st);
-}
-
 // Reports sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
 // on the console would say so.
 class SendFailureReport {
@@ -88,7 +78,8 @@ public:
             KEOutputLogMessage(logger::Cons, KEWARN,
                                "UDP send failures: {}, UDP packets dropped: {}, last failure st={}: {}",
                                stats.errSendFailed, stats.errUdpPacketsDropped,
-                               KEFormatArgKEStatus(stats.lastSendFailure), TextOf(stats.lastSendFailure));
+                               KEFormatArgKEStatus(stats.lastSendFailure),
+                               StatusWords(stats.lastSendFailure));
         }
     }
 

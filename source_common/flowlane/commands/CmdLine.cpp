@@ -40,6 +40,8 @@ void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {
     parser.DefineOptionWithValue(mMaxFileSizeMB, {"maxmb", "max_file_size_MB", false}, nullptr);
     parser.DefineOptionWithValue(mVlanTCI, {"vtci", "vlan_tci", false}, nullptr);
     parser.DefineOptionWithValue(mStartFileIndex, {"i", "index", false}, &mStartFileIndexPresent);
+    // The options below are not in the help text.
+    parser.DefineOption(mErrorStatus, {"es", "error_status", false}, nullptr);
 }
 
 // NOLINTNEXTLINE(readability-function-size): one text

@@ -43,6 +43,7 @@ public:
     std::uint32_t mMaxFileSizeMB = 0;         // -maxmb: units of 1000000 bytes, 0: no limit
     std::uint32_t mVlanTCI = 0;               // -vtci: 0: no VLAN tag
     std::uint32_t mStartFileIndex = 1;        // -i
+    bool mErrorStatus = false;                // -es: the exit code says what was lost, see ErrorStatus.h
 };
 
 extern CmdLine gCmdLine;

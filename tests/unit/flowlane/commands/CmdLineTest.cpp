@@ -43,6 +43,7 @@ std::string Describe(const CmdLine& c) {
     add("maxMB", std::to_string(c.mMaxFileSizeMB));
     add("tci", std::to_string(c.mVlanTCI));
     add("index", std::to_string(c.mStartFileIndex));
+    add("errorStatus", std::to_string(c.mErrorStatus));
     return text;
 }
 
@@ -68,6 +69,7 @@ TEST(CmdLineTest, HasItsDefaultsWithoutWords) {
     EXPECT_EQ(c.mMaxFileSizeMB, 0u);
     EXPECT_EQ(c.mVlanTCI, 0u);
     EXPECT_EQ(c.mStartFileIndex, 1u);
+    EXPECT_FALSE(c.mErrorStatus);
 }
 
 struct OptionCase {
@@ -139,6 +141,8 @@ INSTANTIATE_TEST_SUITE_P(
                                    c.mStartFileIndexPresent = true;
                                    c.mStartFileIndex = 7;
                                }},
+                    OptionCase{{"-es"}, [](CmdLine& c) { c.mErrorStatus = true; }},
+                    OptionCase{{"--error_status"}, [](CmdLine& c) { c.mErrorStatus = true; }},
                     // An option that is given twice has its later value.
                     OptionCase{{"-d", "1", "--device_instance", "2"}, [](CmdLine& c) { c.mDeviceIndex = 2; }},
                     // Words that are no options although they begin with a hyphen.
