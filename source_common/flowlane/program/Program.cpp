@@ -12,8 +12,8 @@
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
 #include "commands/Commands.h"
-#include "log/KELogTargetConsole.h"
 #include "program/LogTargetObjects.h"
+#include "program/VerboseTarget.h"
 #include "quayside2_api.h"
 
 namespace flowlane {
@@ -35,9 +35,10 @@ void OccupyStandardDescriptors() {
 
 // The messages of the stages and the toolbox, which are not printed otherwise.
 void ShowGlobalMessages() {
-    static KELogTargetConsole sTarget("Verbose", KEMAXLEVEL); // all levels go to standard error
-    KESetPrefixOptionsForLogTarget(sTarget, KELogMsgPrefixLayout::LevelName);
-    static_cast<void>(KEAttachLogTargetToLogger(sTarget, logger::Global)); // has a free slot
+    static VerboseTarget sTarget;
+    for (KELogger* const logger : {&logger::Global, &logger::Cons}) {
+        static_cast<void>(KEAttachLogTargetToLogger(sTarget, *logger)); // has a free slot
+    }
 }
 
 KESTATUS RunCommand() {
