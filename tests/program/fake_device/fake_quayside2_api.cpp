@@ -144,8 +144,11 @@ KESTATUS QBX_CloseDevice(QBXDeviceHandle) {
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t, char* buffer,
+KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t property, char* buffer,
                                      std::uint32_t size) {
+    if (property != QBX_PROPERTY_FRIENDLY_NAME) {
+        return KESTATUS_NOT_FOUND;
+    }
     const std::vector<std::string> names = Split(Text("names", "fake-1:fake-2"), ':');
     std::snprintf(buffer, size, "%s", device <= names.size() ? names[device - 1].c_str() : "");
     return Number("GetDevicePropertyString@" + std::to_string(device - 1),
