@@ -57,7 +57,7 @@ def test_refused_arguments(args, lines, status):
 ])
 def test_device_failures_at_the_start(script, lines, status):
     result = run_with_fake_device("av2rtp", "127.0.0.1", "-p", "65535", script=script)
-    assert result.stderr.splitlines()[-1:] == lines
+    assert result.stderr.splitlines()[-len(lines):] == lines
     assert result.returncode == exit_status(status)
 
 

@@ -2,6 +2,7 @@
 namespace of the test's own. test_device_selection.py has the messages that they follow."""
 
 import contextlib
+import fcntl
 import os
 import pathlib
 import shlex
@@ -62,8 +63,8 @@ def run_with_prefix(prefix, *command, env):
 
 
 def needs_root():
-    """Only root may become another user. The other tests of this file run for both."""
-    if os.geteuid() != 0:
+    """Only root of the system may become another user. The other tests of this file run for both."""
+    if pathlib.Path("/proc/self/setgroups").read_text() != "allow\n":
         pytest.skip("this user cannot become another one")
 
 
@@ -179,8 +180,16 @@ def test_without_the_privilege(lanes, public_folder, folder):
     assert (result.returncode, result.stderr) == (0, "")
 
 
-def test_root_without_the_privilege(lanes, public_folder):
+def test_without_the_privilege_and_with_a_path_that_is_too_long(lanes, public_folder):
     needs_root()
+    folder = public_folder / ("x" * 200)
+    folder.mkdir()
+    program = install(folder / ("y" * 200))
+    result = run_with_prefix(AS_NOBODY, program, "ts2av", SAMPLE, "-n", "flw0", env=lanes)
+    assert explanation(result) == "'flw0' needs a privilege. Run this program as root."
+
+
+def test_root_without_the_privilege(lanes, public_folder):
     program = install(public_folder / "program")
     result = run_with_prefix(["setpriv", "--bounding-set", "-net_raw"], program, "pcap", "/tmp/record", "-n", "flw0",
                              env=lanes)
@@ -291,6 +300,24 @@ def test_folder_without_room(lanes, options, line):
         result = run_with_prefix([*private_mounts(), "sh", "-c", script, "sh"], FLOWLANE, "ts2av", SAMPLE, *device,
                                  env=lanes)
         assert explanation(result) == line
+
+
+def test_without_a_folder_of_shared_memory(lanes, segment):
+    result = run_with_prefix([*private_mounts(), "sh", "-c", "mount -t tmpfs none /dev && exec \"$@\"", "sh"], FLOWLANE,
+                             "ts2av", SAMPLE, "-n", "lane-1", env=lanes)
+    path = f"/dev/shm/quayside2-{os.geteuid()}-{segment.name}"
+    assert explanation(result) == f"'{path}' cannot be used: No such file or directory."
+
+
+SET_UP_LOCK = 8  # the byte of the file that is locked while it is being made
+
+
+def test_file_that_another_process_does_not_finish(lanes, segment):
+    with segment_file(segment, private_file(b"")) as path, open(path, "r+b") as file:
+        fcntl.lockf(file, fcntl.LOCK_EX, 1, SET_UP_LOCK)
+        assert explanation(run("ts2av", SAMPLE, "-n", "lane-1", env=lanes)) == (
+            f"Another process is making '{path}' and does not finish. Continue it or end it.")
+    assert run("ts2av", SAMPLE, "-n", "lane-1", env=lanes).stderr == ""
 
 
 @pytest.mark.parametrize("name", ["a/b", "x" * 65])

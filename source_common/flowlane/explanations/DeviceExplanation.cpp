@@ -24,8 +24,9 @@ namespace {
 
 using Selection = DeviceInspection::Selection;
 
-// A longer command would be cut, and would do something else.
+// The longest path in a command. A longer line would be cut, and the command would do something else.
 constexpr std::size_t cMaxCommandPath = 300;
+constexpr std::size_t cMaxFilePath = 200; // it stands in the line twice
 
 // What an environment variable is set to; empty as if it were not.
 std::string Environment(const char* name) {
@@ -240,7 +241,7 @@ void FailedOpening::ExplainOther() const {
         // Another device may have its index by now.
         Explain("{} was removed. Start again when it is back.",
                 IsByName() ? Subject(index) : "Device " + std::to_string(index));
-    } else if (!file.empty()) {
+    } else if (!file.empty() && ShellWord(file).size() <= cMaxFilePath) {
         ExplainDeviceFile(mStatus, file);
     } else {
         Explain("{} cannot be opened: {}", Subject(index), Sentence(StatusWords(mStatus)));

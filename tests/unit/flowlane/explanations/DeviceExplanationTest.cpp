@@ -173,6 +173,11 @@ TEST_F(DeviceExplanationTest, TheFileOfTheDeviceThatHasFailed) {
                              "that use it, then: rm /dev/shm/none-such";
     mFake.SetInstances({lane, Named("eth1")});
     EXPECT_EQ(LineFor(KESTATUS_VERSION_MISMATCH, {nullptr, 0, DeviceUse::Send}), line);
+    // A command that does not fit is not shown.
+    mFake.SetInstances(
+        {WithText(Named("lane-1"), QBX_PROPERTY_FILE, "/" + std::string(201, 'x')), Named("eth1")});
+    EXPECT_EQ(LineFor(KESTATUS_VERSION_MISMATCH, {nullptr, 0, DeviceUse::Send}),
+              "'lane-1' cannot be opened: The version numbers of software modules do not match.");
     EXPECT_EQ(LineFor(KESTATUS_VERSION_MISMATCH, cSecond),
               "'eth1' cannot be opened: The version numbers of software modules do not match.");
 }
