@@ -47,7 +47,9 @@ def test_refused_arguments(args, lines, status):
 
 
 @pytest.mark.parametrize("script, lines, status", [
-    ("OpenRawRxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("OpenRawRxDevice=0xE0000006",
+     ["Open device failed, st=0xe0000006(KESTATUS_IN_USE).",
+      "'fake-1' is in use by another program. End that program, or choose another device."], 0xE0000006),
     ("GetDevicePropertyBinary=0xE0000039", ["CreateAvtpSource failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
      0xE0000039),
     ("mac_size=8", ["CreateAvtpSource failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
@@ -55,7 +57,7 @@ def test_refused_arguments(args, lines, status):
 ])
 def test_device_failures_at_the_start(script, lines, status):
     result = run_with_fake_device("av2rtp", "127.0.0.1", "-p", "65535", script=script)
-    assert result.stderr.splitlines()[-1:] == lines
+    assert result.stderr.splitlines()[-len(lines):] == lines
     assert result.returncode == exit_status(status)
 
 

@@ -106,9 +106,10 @@ def test_unreadable_file(segment, installed):
 @pytest.mark.parametrize("index", ["99", "4294967295"])
 def test_device_index_out_of_range(segment, tmp_path, index):
     result = segment.run("ts2av", tmp_path / "any.ts", "-d", index)
-    assert result.stderr.splitlines() == [
-        "OpenRawTxDevice failed, st=0xe0000047(KESTATUS_INVALID_INDEX).",
-        "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."]
+    *lines, explanation = result.stderr.splitlines()
+    assert lines == ["OpenRawTxDevice failed, st=0xe0000047(KESTATUS_INVALID_INDEX).",
+                     "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."]
+    assert explanation.startswith(f"No device has the index {index}. The ")
     assert result.returncode == exit_status(0xE0000047)
 
 
@@ -126,11 +127,14 @@ def test_port_in_use(segment, tmp_path):
     finally:
         holder.kill()
         holder.communicate(timeout=TIMEOUT)
+    explanation = (f"'{LANE_1}' is in use by flowlane (process {holder.pid}). "
+                   "End that program, or choose another device.")
     assert by_index.stderr.splitlines() == [f"OpenRawTxDevice failed, st={in_use}.",
-                                            f"Open device failed, st={in_use}."]
+                                            f"Open device failed, st={in_use}.", explanation]
     assert by_index.returncode == exit_status(0xE0000006)
     assert "Ignore device with index 0 because it is already in use.\n" in by_name.stdout
     assert f"No device found for friendly name '{LANE_1}'\n" in by_name.stdout
+    assert by_name.stderr.splitlines()[-1] == explanation
     assert by_name.returncode == exit_status(0xE0000039)
 
     # The port of a killed holder is free again.
@@ -145,18 +149,20 @@ def run_with_shared_memory(mount_options, script, env):
                           check=False, env=env)
 
 
-@pytest.mark.parametrize("mount_options, status, name", [
-    ("-o size=64k", 0xE001001C, "KESTATUS_LINUX_ENOSPC"),
-    ("-o ro", 0xE001001E, "KESTATUS_LINUX_EROFS"),
+@pytest.mark.parametrize("mount_options, status, name, explanation", [
+    ("-o size=64k", 0xE001001C, "KESTATUS_LINUX_ENOSPC",
+     "'/dev/shm' has no room for the shared memory of the lanes, 16.1 MiB. Remove files there, or enlarge it."),
+    ("-o ro", 0xE001001E, "KESTATUS_LINUX_EROFS",
+     "'/dev/shm' is read-only. Make it writable: mount -o remount,rw /dev/shm"),
 ])
-def test_shared_memory_full_or_read_only(segment, tmp_path, mount_options, status, name):
+def test_shared_memory_full_or_read_only(segment, tmp_path, mount_options, status, name, explanation):
     path = tmp_path / "input.ts"
     path.write_bytes(tsfile.stream(seconds=1, rate=100))
     result = run_with_shared_memory(
         mount_options, f"code=0; '{FLOWLANE}' ts2av '{path}' || code=$?; ls /dev/shm; exit $code", segment.env)
     assert result.returncode == exit_status(status), result.stderr
     lines = result.stderr.splitlines()
-    assert lines[-1] == f"Open device failed, st=0x{status:08x}({name})."
+    assert lines[-2:] == [f"Open device failed, st=0x{status:08x}({name}).", explanation]
     # Nothing is left behind: the list of the folder is empty.
     assert result.stdout.splitlines()[-1].startswith(("Found ", "Enumerate "))
 
@@ -177,7 +183,9 @@ def test_segment_of_another_owner(segment, tmp_path):
          segment_file],
         stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIMEOUT, check=False,
         env=segment.env)
-    assert result.stderr.splitlines()[-1] == "Open device failed, st=0xe0000032(KESTATUS_NOT_ALLOWED)."
+    assert result.stderr.splitlines()[-2:] == [
+        "Open device failed, st=0xe0000032(KESTATUS_NOT_ALLOWED).",
+        f"'{segment_file}' belongs to user 'nobody'. Remove it: rm {segment_file}"]
     assert result.stdout.splitlines()[-1] == "65534 1000"
     assert result.returncode == exit_status(0xE0000032)
 
@@ -185,5 +193,8 @@ def test_segment_of_another_owner(segment, tmp_path):
 @pytest.mark.parametrize("name", ["a/b", "../x", "x" * 300, "with blank"])
 def test_segment_name_that_is_none(tmp_path, name):
     result = run("ts2av", tmp_path / "any.ts", env=sanitized_environment(QUAYSIDE2_SEGMENT=name))
-    assert result.stderr.splitlines()[-1] == "Open device failed, st=0xe0000041(KESTATUS_INVALID_PARAMETER)."
+    shown = name if len(name) <= 80 else name[:80] + "..."
+    assert result.stderr.splitlines()[-2:] == [
+        "Open device failed, st=0xe0000041(KESTATUS_INVALID_PARAMETER).",
+        f"QUAYSIDE2_SEGMENT is '{shown}'. A segment's name has 1 to 64 letters, digits, '-', '_' or '.'."]
     assert result.returncode == exit_status(0xE0000041)

@@ -29,13 +29,15 @@ def test_one_sender_and_one_receiver(env, tmp_path):
             Running(env, "pcap", tmp_path / "record", "-n", "flw0") as receiver:
         sender.read_until(RUNNING)
         receiver.read_until(RUNNING)
-        for words, call in ((["ts2av", SAMPLES / "h264-cbr.ts"], "OpenRawTxDevice"),
-                            (["pcap", tmp_path / "other"], "OpenRawRxDevice")):
+        for words, call, holder in ((["ts2av", SAMPLES / "h264-cbr.ts"], "OpenRawTxDevice", sender),
+                                    (["pcap", tmp_path / "other"], "OpenRawRxDevice", receiver)):
             for device in (["-n", "flw0"], ["-d", "0"]):
                 result = run(*words, *device, env=env)
                 assert result.stderr.splitlines() == [
                     f"{call} failed, st=0xe0000006(KESTATUS_IN_USE).",
-                    "Open device failed, st=0xe0000006(KESTATUS_IN_USE)."]
+                    "Open device failed, st=0xe0000006(KESTATUS_IN_USE).",
+                    f"'flw0' is in use by flowlane (process {holder.process.pid}). "
+                    "End that program, or choose another device."]
                 assert result.returncode == exit_status(KESTATUS_IN_USE)
         time.sleep(1)
     # An interface does not receive its own frames.
@@ -58,7 +60,10 @@ def test_without_the_privilege_and_with_setcap(env, tmp_path):
 
     result = play()
     status = "0xe0000110(KESTATUS_ADMIN_PRIVILEGES_REQUIRED)"
-    assert result.stderr.splitlines() == [f"OpenRawTxDevice failed, st={status}.", f"Open device failed, st={status}."]
+    assert result.stderr.splitlines() == [
+        f"OpenRawTxDevice failed, st={status}.", f"Open device failed, st={status}.",
+        "'flw0' needs the privilege CAP_NET_RAW, which root does not have here. "
+        "Start the container or the service with it."]
     assert result.returncode == exit_status(KESTATUS_ADMIN_PRIVILEGES_REQUIRED)
 
     tool("setcap", "cap_net_raw+ep", program)

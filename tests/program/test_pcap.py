@@ -46,7 +46,9 @@ def test_refused_arguments(args, lines):
 
 
 @pytest.mark.parametrize("script, lines, status", [
-    ("OpenRawRxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("OpenRawRxDevice=0xE0000006",
+     ["Open device failed, st=0xe0000006(KESTATUS_IN_USE).",
+      "'fake-1' is in use by another program. End that program, or choose another device."], 0xE0000006),
     ("EnableRawRx=0xE0000030", [], 0xE0000030),  # reported to the log only
     ("DisableRawRx=0xE0000030,WaitForRawFrame=0xE0000031",
      ["WaitForRawFrame failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE)."], 0xE0000030),

@@ -56,7 +56,9 @@ def test_missing_arguments():
 
 
 @pytest.mark.parametrize("script, lines, status", [
-    ("OpenRawTxDevice=0xE0000006", ["Open device failed, st=0xe0000006(KESTATUS_IN_USE)."], 0xE0000006),
+    ("OpenRawTxDevice=0xE0000006",
+     ["Open device failed, st=0xe0000006(KESTATUS_IN_USE).",
+      "'fake-1' is in use by another program. End that program, or choose another device."], 0xE0000006),
     ("GetDevicePropertyBinary=0xE0000039", ["StartFileReader failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
      0xE0000039),
     ("mac_size=8", ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),

@@ -90,18 +90,20 @@ private:
 // What the user is told while the stream is forwarded.
 class Reports {
 public:
-    Reports(const AvtpSource& source, const RtpUdpSink& sink) : mSource(source), mSink(sink) {}
+    Reports(const QuaysideDevice& device, const AvtpSource& source, const RtpUdpSink& sink)
+        : mDevice(device), mSource(source), mSink(sink) {}
 
     void PrintStatistics();
     // Only what is new since the last call.
     void PrintLossesAndFailures(const RtpUdpSink::Statistics& sinkStats);
 
 private:
+    const QuaysideDevice& mDevice;
     const AvtpSource& mSource;
     const RtpUdpSink& mSink;
     SendFailureReport mSendFailures;
     LostFramesReport mLostFrames = LostFramesReport("Received frames lost because reading was too slow: {}");
-    FailureReport mFailure = FailureReport("AVTP source has ended, st={}.");
+    FailureReport mFailure = FailureReport(mDevice, "AVTP source has ended, st={}.");
 };
 
 void Reports::PrintStatistics() {
@@ -135,7 +137,7 @@ KESTATUS CmdAv2Rtp() {
     std::string description;
     st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_None);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
+        return ReportFailedOpening(DeviceUse::Receive, st);
     }
     RtpUdpSink sink;
     AvtpSource source;
@@ -148,7 +150,7 @@ KESTATUS CmdAv2Rtp() {
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Receive AVTP compliant stream, press any key to stop...");
-    Reports reports(source, sink);
+    Reports reports(device, source, sink);
     PrintStatisticsUntilEnd(stopRequest, [&] {
         reports.PrintStatistics();
         return false; // the stream has no end

@@ -11,6 +11,7 @@
 #include "commands/ErrorLine.h"
 #include "commands/StopRequest.h"
 #include "device/RawReceiveHeader.h"
+#include "explanations/DeviceExplanation.h"
 
 namespace flowlane {
 
@@ -92,7 +93,7 @@ KESTATUS CmdPcap() {
     std::string description;
     st = OpenRawRxDevice(device, FriendlyNameOption(), description, QBXRawHeaderType_2);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
+        return ReportFailedOpening(DeviceUse::Receive, st);
     }
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start PCAPNG file writer on device {}...", description);
@@ -112,8 +113,9 @@ KESTATUS CmdPcap() {
     }
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Write received frames to PCAPNG file, press any key to stop...");
-    receiver.WriteReceivedFramesToFile([&] { PrintFrameCounts(StatisticsOf(writer)); },
-                                       [&] { return stopRequest.IsRequested(); });
+    const KESTATUS failure = receiver.WriteReceivedFramesToFile(
+        [&] { PrintFrameCounts(StatisticsOf(writer)); }, [&] { return stopRequest.IsRequested(); });
+    ExplainDeviceFailure(failure, device);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Disable receiving of raw frames...");
     st = device.DisableRawRx();

@@ -65,7 +65,8 @@ void PrintSummary(const PcapNgFileReader& reader) {
 }
 
 // Whether all is sent or the replay has failed.
-bool PrintProgress(const PcapNgFileReader& reader, LostFramesReport& lostFrames) {
+bool PrintProgress(const QuaysideDevice& device, const PcapNgFileReader& reader,
+                   LostFramesReport& lostFrames) {
     Statistics stats;
     reader.QuerryStatistics(stats);
     PrintFrameCounts(stats);
@@ -76,7 +77,7 @@ bool PrintProgress(const PcapNgFileReader& reader, LostFramesReport& lostFrames)
     }
     if (reader.CurrentState() == PcapNgFileReader::State::Error) {
         lostFrames.Print(reader.LostFrames());
-        FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
+        FailureReport(device, "PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
         Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
         return true;
     }
@@ -97,7 +98,7 @@ KESTATUS CmdPlayPcap() {
     std::string description;
     st = OpenRawTxDevice(device, FriendlyNameOption(), description);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
+        return ReportFailedOpening(DeviceUse::Send, st);
     }
 
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
@@ -112,7 +113,7 @@ KESTATUS CmdPlayPcap() {
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, lostFrames); });
+    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(device, reader, lostFrames); });
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();

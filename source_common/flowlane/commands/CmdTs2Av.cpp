@@ -79,7 +79,8 @@ KESTATUS Start(const std::string& deviceDescription, AvtpSink& sink, TSFileSourc
 // What the user is told while the file is sent.
 class Reports {
 public:
-    Reports(const TSFileSource& source, const AvtpSink& sink) : mSource(source), mSink(sink) {}
+    Reports(const QuaysideDevice& device, const TSFileSource& source, const AvtpSink& sink)
+        : mDevice(device), mSource(source), mSink(sink) {}
 
     // Returns whether the end of the file is reached.
     bool PrintStatistics();
@@ -87,10 +88,11 @@ public:
     void PrintLossesAndFailure();
 
 private:
+    const QuaysideDevice& mDevice;
     const TSFileSource& mSource;
     const AvtpSink& mSink;
     LostFramesReport mLostFrames = LostFramesReport("Frames not sent because the link was down or busy: {}");
-    FailureReport mFailure = FailureReport("TS file source has ended, st={}.");
+    FailureReport mFailure = FailureReport(mDevice, "TS file source has ended, st={}.");
 };
 
 bool Reports::PrintStatistics() {
@@ -137,7 +139,7 @@ KESTATUS CmdTs2Av() {
     std::string description;
     st = OpenRawTxDevice(device, FriendlyNameOption(), description);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
+        return ReportFailedOpening(DeviceUse::Send, st);
     }
     AvtpSink sink;
     TSFileSource source;
@@ -152,7 +154,7 @@ KESTATUS CmdTs2Av() {
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Send content of file '{}' as AVTP compliant stream, press any key to stop...",
                        gCmdLine.mArgs.front());
-    Reports reports(source, sink);
+    Reports reports(device, source, sink);
     PrintStatisticsUntilEnd(stopRequest, [&] { return reports.PrintStatistics(); });
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");

@@ -1,7 +1,7 @@
 #include "commands/DeviceReports.h"
 
 #include "base/LogCons.h"
-#include "commands/CommandChecks.h"
+#include "explanations/DeviceExplanation.h"
 
 namespace flowlane {
 
@@ -18,6 +18,7 @@ void FailureReport::Print(KESTATUS failure) {
     if (failure != KESTATUS_SUCCESS && !mIsReported) {
         mIsReported = true;
         KEOutputFailure(logger::Cons, mFormat, failure);
+        ExplainDeviceFailure(failure, mDevice);
     }
 }
 

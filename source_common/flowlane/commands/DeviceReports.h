@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "device/QuaysideDevice.h"
 #include "kestatus.h"
 
 namespace flowlane {
@@ -23,15 +24,16 @@ private:
     std::uint64_t mReported = 0;
 };
 
-// Reports once why a worker has ended by itself.
+// Reports once why a worker has ended by itself. A device that was removed is named.
 class FailureReport {
 public:
-    // format has one field, for the status.
-    explicit FailureReport(const char* format) : mFormat(format) {}
+    // format has one field, for the status. The device is the worker's.
+    FailureReport(const QuaysideDevice& device, const char* format) : mDevice(device), mFormat(format) {}
     // failure: success while the worker runs.
     void Print(KESTATUS failure);
 
 private:
+    const QuaysideDevice& mDevice;
     const char* mFormat;
     bool mIsReported = false;
 };

@@ -4,6 +4,7 @@
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
 #include "text/KEFormatter.h"
 
 namespace flowlane {
@@ -85,6 +86,7 @@ KESTATUS OpenRawTxDevice(QuaysideDevice& device, const char* friendlyName, std::
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Cons, "OpenRawTxDevice failed, st={}.", st);
         }
+        ExplainLinkDown(device, DeviceUse::Send);
     }
     return st;
 }
@@ -99,7 +101,14 @@ KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName, std::
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Cons, "OpenRawRxDevice failed, st={}.", st);
         }
+        ExplainLinkDown(device, DeviceUse::Receive);
     }
+    return st;
+}
+
+KESTATUS ReportFailedOpening(DeviceUse use, KESTATUS st) {
+    KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
+    ExplainFailedOpening(st, {FriendlyNameOption(), gCmdLine.mDeviceIndex, use});
     return st;
 }
 

@@ -7,6 +7,7 @@
 
 #include "device/QuaysideDevice.h"
 #include "device/QuaysideEnumerator.h"
+#include "explanations/DeviceExplanation.h"
 #include "kestatus.h"
 
 namespace flowlane {
@@ -19,7 +20,8 @@ namespace flowlane {
 
 // Open the device with this friendly name, or the one with the index of the settings when friendlyName is
 // null. A device that is open is closed first. description gets the text that stands for the device in
-// messages: the index, or name(index). headerType: what precedes each received frame.
+// messages: the index, or name(index). headerType: what precedes each received frame. A link that is down is
+// no failure, and told on Cons.
 //   KESTATUS_NO_DEVICES  there is no device at all
 //   KESTATUS_NOT_FOUND   there is none with this name
 // Other failures are those of the device library.
@@ -27,6 +29,9 @@ namespace flowlane {
                                        std::string& description);
 [[nodiscard]] KESTATUS OpenRawRxDevice(QuaysideDevice& device, const char* friendlyName,
                                        std::string& description, QBXRawHeaderType headerType);
+
+// Tells that opening the device of the settings has failed, and why. Returns st, the status of the opening.
+KESTATUS ReportFailedOpening(DeviceUse use, KESTATUS st);
 
 } // namespace flowlane
 

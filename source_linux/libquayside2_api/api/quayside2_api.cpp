@@ -70,6 +70,12 @@ KESTATUS ReadTextProperty(const Device& device, std::uint32_t property, std::str
         return KESTATUS_SUCCESS;
     case QBX_PROPERTY_STATE:
         return device.GetState(text);
+    case QBX_PROPERTY_TX_HOLDER:
+        return device.GetHolder(OpenMode::Kind::RawTx, text);
+    case QBX_PROPERTY_RX_HOLDER:
+        return device.GetHolder(OpenMode::Kind::RawRx, text);
+    case QBX_PROPERTY_FILE:
+        return device.GetFile(text);
     default:
         return KESTATUS_NOT_FOUND;
     }

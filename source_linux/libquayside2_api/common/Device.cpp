@@ -2,7 +2,11 @@
 
 namespace quayside2 {
 
-KESTATUS Device::GetState(std::string&) const {
+KESTATUS Device::GetHolder(OpenMode::Kind, std::string&) const {
+    return KESTATUS_NOT_FOUND;
+}
+
+KESTATUS Device::GetFile(std::string&) const {
     return KESTATUS_NOT_FOUND;
 }
 

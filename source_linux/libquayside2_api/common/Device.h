@@ -58,9 +58,14 @@ public:
 
     virtual const DeviceProperties& Properties() const noexcept = 0;
 
-    // Control handles: the word of QBX_PROPERTY_STATE. When the device cannot be opened at all, the status
-    // that opening it would give. Changes nothing and takes nothing.
-    [[nodiscard]] virtual KESTATUS GetState(std::string& state) const;
+    // The word of QBX_PROPERTY_STATE. A control handle of a device that cannot be opened at all gives the
+    // status that opening it would give. Changes nothing and takes nothing.
+    [[nodiscard]] virtual KESTATUS GetState(std::string& state) const = 0;
+    // Control handles: the process that keeps others from opening the device for this use (RawTx or RawRx),
+    // as "name (process 1234)". KESTATUS_NOT_FOUND when nobody does, or the system does not show who.
+    [[nodiscard]] virtual KESTATUS GetHolder(OpenMode::Kind use, std::string& holder) const;
+    // Control handles: the path of the file that the device is in. KESTATUS_NOT_FOUND when it is in none.
+    [[nodiscard]] virtual KESTATUS GetFile(std::string& path) const;
     // Raw handles: frames lost since the handle was opened, over all enablings. Never waits.
     [[nodiscard]] virtual KESTATUS GetLostFrames(std::uint64_t& count);
 

@@ -90,15 +90,25 @@ typedef enum QBXDeviceType QBX_ENUM_I32 {
 
 // Properties of this library alone. Another library returns KESTATUS_NOT_FOUND.
 // Text: "free", "link down" (nothing can be sent or received now), "no privilege", "in use", "in use
-// (sending)" or "in use (receiving)" when the other direction is free, "removed". For handles opened for
-// control; others give KESTATUS_NOT_FOUND. When the device cannot be opened at all, reading the property
-// returns the status that opening it would return.
+// (sending)" or "in use (receiving)" when the other direction is free, "removed". When the device cannot be
+// opened at all, reading the property through a handle for control returns the status that opening it would
+// return. Raw handles say "link down", "removed" or, when all is well, "in use", which is by themselves.
 #define QBX_PROPERTY_STATE 0x81F0u
 // Binary: 8 bytes, native byte order. Counts the frames that a raw handle has lost so far: submitted frames
 // that could not be sent, or received frames for which the reader was too slow. Handles opened for control
 // give KESTATUS_NOT_FOUND. On the virtual segment senders lose nothing: what a receiver misses is its own
 // loss. It is counted when the receiver comes to the frame behind it.
 #define QBX_PROPERTY_LOST_FRAMES 0x81F1u
+// Text: the process that keeps others from opening the device to send (TX) or to receive (RX), for example
+// "flowlane (process 1234)", at most 255 bytes and a zero. KESTATUS_NOT_FOUND when nobody does, or when the
+// system does not show who: a user sees the processes of other users not at all. For handles opened for
+// control; those of the virtual segment only with the environment variable QUAYSIDE2_INSPECT, since they hold
+// their port themselves otherwise.
+#define QBX_PROPERTY_TX_HOLDER 0x81F2u
+#define QBX_PROPERTY_RX_HOLDER 0x81F3u
+// Text: the path of the file in shared memory that the device is in, whether there is one already or not, at
+// most 255 bytes and a zero. For handles opened for control. KESTATUS_NOT_FOUND for a network interface.
+#define QBX_PROPERTY_FILE 0x81F4u
 
 // Buffer size, terminator included, that holds every text property.
 #define QBX_PROPERTY_STRING_SIZE 256u

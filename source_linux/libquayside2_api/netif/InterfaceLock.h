@@ -5,6 +5,8 @@
 #ifndef QUAYSIDE2_NETIF_INTERFACELOCK_H
 #define QUAYSIDE2_NETIF_INTERFACELOCK_H
 
+#include <string>
+
 #include "common/ProcessFile.h"
 #include "kestatus.h"
 
@@ -19,6 +21,9 @@ public:
 
     // Asks whether somebody holds it, without taking it: nobody else is refused meanwhile.
     [[nodiscard]] static KESTATUS Ask(unsigned interfaceIndex, Direction direction, bool& isTaken);
+
+    // The process that holds it, as ProcessSearch gives it; empty when it is not known.
+    static std::string Holder(unsigned interfaceIndex, Direction direction);
 
 private:
     ProcessFile mSocket;

@@ -25,6 +25,7 @@ public:
         : mProperties(properties), mInterfaceIndex(interfaceIndex) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
     KESTATUS GetState(std::string& state) const override;
+    KESTATUS GetHolder(OpenMode::Kind use, std::string& holder) const override;
 
 private:
     const DeviceProperties mProperties;
@@ -62,6 +63,13 @@ KESTATUS NetifControlDevice::GetState(std::string& state) const {
         state = !isPrivileged ? "no privilege" : isLinkUp ? "free" : "link down";
     }
     return st;
+}
+
+KESTATUS NetifControlDevice::GetHolder(OpenMode::Kind use, std::string& holder) const {
+    using Direction = InterfaceLock::Direction;
+    holder = InterfaceLock::Holder(mInterfaceIndex,
+                                   use == OpenMode::Kind::RawTx ? Direction::Transmit : Direction::Receive);
+    return holder.empty() ? KESTATUS_NOT_FOUND : KESTATUS_SUCCESS;
 }
 
 template <typename OpenedDevice, typename... Arguments>

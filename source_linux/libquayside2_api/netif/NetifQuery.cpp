@@ -4,11 +4,14 @@
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+
+#include "common/ProcessFile.h"
 
 namespace quayside2::netif {
 
@@ -65,6 +68,22 @@ KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept {
         isUp = (answer.ifr_flags & IFF_UP) != 0 && (answer.ifr_flags & IFF_RUNNING) != 0;
     }
     return StatusForError(error);
+}
+
+KESTATUS QueryStateInUse(unsigned index, std::string& state) {
+    ProcessFile socket; // the handle's own may be closed meanwhile
+    const int error = socket.OpenSocket(AF_UNIX, SOCK_DGRAM, 0);
+    if (error != 0) {
+        return StatusForError(error);
+    }
+    bool isLinkUp = false;
+    const KESTATUS st = QueryIsLinkUp(socket.Descriptor(), index, isLinkUp);
+    if (st == KESTATUS_DEVICE_REMOVED) {
+        state = "removed";
+        return KESTATUS_SUCCESS;
+    }
+    state = isLinkUp ? "in use" : "link down";
+    return st;
 }
 
 std::string QueryDriver(int socket, const std::string& name) {

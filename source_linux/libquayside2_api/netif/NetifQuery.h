@@ -21,6 +21,9 @@ namespace quayside2::netif {
 // Whether the interface is up and has a carrier.
 [[nodiscard]] KESTATUS QueryIsLinkUp(int socket, unsigned index, bool& isUp) noexcept;
 
+// The word of QBX_PROPERTY_STATE for a handle that sends or receives: "link down", "removed" or "in use".
+[[nodiscard]] KESTATUS QueryStateInUse(unsigned index, std::string& state);
+
 // The driver of the interface and its bus, "virtio_net (0000:00:03.0)" for example. Empty when the driver
 // does not say.
 std::string QueryDriver(int socket, const std::string& name);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/Clock.h"
+#include "netif/NetifQuery.h"
 
 namespace quayside2::netif {
 
@@ -30,6 +31,10 @@ KESTATUS NetifRxDevice::MakeReceiver() {
         mReceiver = std::move(receiver);
     }
     return st;
+}
+
+KESTATUS NetifRxDevice::GetState(std::string& state) const {
+    return QueryStateInUse(mInterfaceIndex, state);
 }
 
 KESTATUS NetifRxDevice::GetLostFrames(std::uint64_t& count) {

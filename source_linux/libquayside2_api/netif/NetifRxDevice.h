@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "common/Device.h"
 #include "common/ReceiveDelivery.h"
@@ -29,6 +30,7 @@ public:
     [[nodiscard]] KESTATUS Open();
 
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    [[nodiscard]] KESTATUS GetState(std::string& state) const override;
     [[nodiscard]] KESTATUS GetLostFrames(std::uint64_t& count) override;
     [[nodiscard]] KESTATUS EnableRawRx() override;
     [[nodiscard]] KESTATUS DisableRawRx() override;

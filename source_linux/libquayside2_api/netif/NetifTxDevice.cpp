@@ -52,6 +52,10 @@ KESTATUS NetifTxDevice::Open() {
     return UpdateMaxFrame();
 }
 
+KESTATUS NetifTxDevice::GetState(std::string& state) const {
+    return QueryStateInUse(mInterfaceIndex, state);
+}
+
 KESTATUS NetifTxDevice::GetLostFrames(std::uint64_t& count) {
     count = mLostFrames.load(std::memory_order_relaxed);
     return KESTATUS_SUCCESS;

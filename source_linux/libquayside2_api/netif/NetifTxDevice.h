@@ -3,6 +3,7 @@
 #define QUAYSIDE2_NETIF_NETIFTXDEVICE_H
 
 #include <atomic>
+#include <string>
 
 #include "common/TransmitDevice.h"
 #include "netif/InterfaceLock.h"
@@ -20,6 +21,7 @@ public:
     //   KESTATUS_DEVICE_REMOVED             the interface is gone
     [[nodiscard]] KESTATUS Open();
 
+    [[nodiscard]] KESTATUS GetState(std::string& state) const override;
     [[nodiscard]] KESTATUS GetLostFrames(std::uint64_t& count) override;
 
 protected:

@@ -12,17 +12,23 @@ namespace {
 // A port opened for its properties only.
 class SegmentControlDevice : public Device {
 public:
-    SegmentControlDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port)
-        : mProperties(properties), mPort(std::move(port)) {}
+    SegmentControlDevice(const DeviceProperties& properties, std::string path,
+                         std::unique_ptr<SegmentPort> port)
+        : mProperties(properties), mPath(std::move(path)), mPort(std::move(port)) {}
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
     // Its holder asks, so nobody else has it.
     KESTATUS GetState(std::string& state) const override {
         state = "free";
         return KESTATUS_SUCCESS;
     }
+    KESTATUS GetFile(std::string& path) const override {
+        path = mPath;
+        return KESTATUS_SUCCESS;
+    }
 
 private:
     const DeviceProperties mProperties;
+    const std::string mPath;
     const std::unique_ptr<SegmentPort> mPort;
 };
 
@@ -37,6 +43,14 @@ public:
         const KESTATUS st = SegmentFile::LookAtPort(mPath, mPort, isBusy);
         state = isBusy ? "in use" : "free";
         return st;
+    }
+    KESTATUS GetHolder(OpenMode::Kind, std::string& holder) const override {
+        holder = SegmentFile::PortHolder(mPath, mPort);
+        return holder.empty() ? KESTATUS_NOT_FOUND : KESTATUS_SUCCESS;
+    }
+    KESTATUS GetFile(std::string& path) const override {
+        path = mPath;
+        return KESTATUS_SUCCESS;
     }
 
 private:
@@ -79,7 +93,7 @@ public:
             device = std::make_unique<SegmentRxDevice>(mProperties, mode.receiveHeader, std::move(port));
             break;
         case OpenMode::Kind::Control:
-            device = std::make_unique<SegmentControlDevice>(mProperties, std::move(port));
+            device = std::make_unique<SegmentControlDevice>(mProperties, mPath, std::move(port));
             break;
         }
         return KESTATUS_SUCCESS;

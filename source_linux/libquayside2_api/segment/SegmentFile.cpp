@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/ProcessSearch.h"
 #include "segment/SegmentLayout.h"
 
 namespace quayside2::segment {
@@ -332,6 +333,10 @@ KESTATUS SegmentFile::LookAtPort(const std::string& path, std::uint32_t port, bo
         isBusy = segment.IsLocked(cTrafficLockOffset + port);
     }
     return st;
+}
+
+std::string SegmentFile::PortHolder(const std::string& path, std::uint32_t port) {
+    return ProcessWithLock(path, cPortLockOffset + port);
 }
 
 // Checks the header; while another process is making the file, waits for it as Open does.

@@ -52,6 +52,10 @@ public:
     // Statuses as Open.
     [[nodiscard]] static KESTATUS LookAtPort(const std::string& path, std::uint32_t port, bool& isBusy);
 
+    // The process that has a port of the segment at this path, as ProcessSearch gives it; empty when it is
+    // not known.
+    static std::string PortHolder(const std::string& path, std::uint32_t port);
+
 private:
     [[nodiscard]] KESTATUS OpenExisting(const std::string& path);
     [[nodiscard]] KESTATUS SetUp(const std::string& path, bool& removed);

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "common/Device.h"
 #include "common/ReceiveDelivery.h"
@@ -22,6 +23,11 @@ public:
     ~SegmentRxDevice() override;
 
     const DeviceProperties& Properties() const noexcept override { return mProperties; }
+    // The segment has no link that could be down.
+    [[nodiscard]] KESTATUS GetState(std::string& state) const override {
+        state = "in use";
+        return KESTATUS_SUCCESS;
+    }
     [[nodiscard]] KESTATUS GetLostFrames(std::uint64_t& count) override;
     [[nodiscard]] KESTATUS EnableRawRx() override;
     [[nodiscard]] KESTATUS DisableRawRx() override;

@@ -5,6 +5,7 @@
 #define QUAYSIDE2_SEGMENT_SEGMENTTXDEVICE_H
 
 #include <memory>
+#include <string>
 
 #include "common/TransmitDevice.h"
 #include "segment/FlowControl.h"
@@ -18,6 +19,11 @@ public:
     // The port was opened with Rings::Own.
     SegmentTxDevice(const DeviceProperties& properties, std::unique_ptr<SegmentPort> port);
 
+    // The segment has no link that could be down.
+    [[nodiscard]] KESTATUS GetState(std::string& state) const override {
+        state = "in use";
+        return KESTATUS_SUCCESS;
+    }
     [[nodiscard]] KESTATUS GetLostFrames(std::uint64_t& count) override;
     void Shutdown() noexcept override;
 

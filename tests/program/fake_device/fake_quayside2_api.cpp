@@ -6,8 +6,9 @@
 // takes so long), "any_property=1" (every binary property is there, in the size that was asked for),
 // "overlaps=1" (calls that overlap on a handle are told on standard error; DisableRawRx may overlap with
 // others), "holds=1" (frames leave with SendRawFrames, and those that are left when the device is closed are
-// lost), "lost_frames=N" (QBX_PROPERTY_LOST_FRAMES is 1000 at first and N more each time). Frames that are
-// sent are appended to the file FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
+// lost), "lost_frames=N" (QBX_PROPERTY_LOST_FRAMES is 1000 at first and N more each time), "state=WORD"
+// (QBX_PROPERTY_STATE, which is not there otherwise). Frames that are sent are appended to the file
+// FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
 
 #include <algorithm>
 #include <atomic>
@@ -144,8 +145,16 @@ KESTATUS QBX_CloseDevice(QBXDeviceHandle) {
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t, char* buffer,
+KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle device, std::uint32_t property, char* buffer,
                                      std::uint32_t size) {
+    const std::string state = Text("state", "");
+    if (property == QBX_PROPERTY_STATE && !state.empty()) {
+        std::snprintf(buffer, size, "%s", state.c_str());
+        return KESTATUS_SUCCESS;
+    }
+    if (property != QBX_PROPERTY_FRIENDLY_NAME) {
+        return KESTATUS_NOT_FOUND;
+    }
     const std::vector<std::string> names = Split(Text("names", "fake-1:fake-2"), ':');
     std::snprintf(buffer, size, "%s", device <= names.size() ? names[device - 1].c_str() : "");
     return Number("GetDevicePropertyString@" + std::to_string(device - 1),

@@ -269,11 +269,13 @@ KESTATUS FakeDevice::GetDevicePropertyString(QBXDeviceHandle device, std::uint32
         return KESTATUS_INVALID_HANDLE;
     }
     const FakeInstance& instance = InstanceOf(*found);
-    if (property != QBX_PROPERTY_FRIENDLY_NAME && property != QBX_PROPERTY_PRODUCT_STRING) {
+    std::map<std::uint32_t, std::string> texts = instance.otherTexts;
+    texts[QBX_PROPERTY_FRIENDLY_NAME] = instance.friendlyName;
+    texts[QBX_PROPERTY_PRODUCT_STRING] = instance.product;
+    if (texts.count(property) == 0) {
         return KESTATUS_NOT_FOUND;
     }
-    const std::string& text =
-        property == QBX_PROPERTY_FRIENDLY_NAME ? instance.friendlyName : instance.product;
+    const std::string& text = texts[property];
     std::snprintf(buffer, size, "%s", text.c_str());
     return text.size() < size ? KESTATUS_SUCCESS : KESTATUS_BUFFER_TOO_SMALL;
 }

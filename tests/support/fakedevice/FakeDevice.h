@@ -51,7 +51,8 @@ struct FakeInstance {
     std::string friendlyName = "fake-1";
     std::string product = "Scripted fake device";
     std::vector<std::uint8_t> macAddress = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55}; // of whatever length
-    KESTATUS openStatus = KESTATUS_SUCCESS; // of every way to open it, when nothing is queued
+    KESTATUS openStatus = KESTATUS_SUCCESS;          // of every way to open it, when nothing is queued
+    std::map<std::uint32_t, std::string> otherTexts; // text properties besides name and product
 };
 
 class FakeDevice {

@@ -38,6 +38,7 @@ public:
     HoldingChild(const HoldingChild&) = delete;
     HoldingChild& operator=(const HoldingChild&) = delete;
 
+    pid_t Id() const { return mId; }
     void Kill() {
         if (mId > 0) {
             kill(mId, SIGKILL);

@@ -57,6 +57,10 @@ protected:
         return std::string(QbxName(GetParam().function)) + "(1, " + std::to_string(index) +
                GetParam().arguments + ")";
     }
+    // Whether the link is down.
+    static std::string StateCall(unsigned handle) {
+        return "GetDevicePropertyString(" + std::to_string(handle) + ", 33264, 256)";
+    }
     // Nothing stays open but the device itself.
     void ExpectOpen(std::size_t devices) const {
         EXPECT_EQ(mFake.OpenEnumerationCount(), 0u);
@@ -70,7 +74,8 @@ protected:
 TEST_P(DeviceOpeningTest, ByIndex) {
     gCmdLine.mDeviceIndex = 2;
     EXPECT_EQ(Open(nullptr), KESTATUS_SUCCESS);
-    EXPECT_THAT(mFake.Calls(), ElementsAre("EnumerateDevices(-1)", OpenCall(2), "CloseEnumeration(1)"));
+    EXPECT_THAT(mFake.Calls(),
+                ElementsAre("EnumerateDevices(-1)", OpenCall(2), StateCall(101), "CloseEnumeration(1)"));
     EXPECT_EQ(mDescription, "2");
     EXPECT_EQ(mDevice.Handle(), 101u);
     ExpectOpen(1);
@@ -83,7 +88,7 @@ TEST_P(DeviceOpeningTest, ByName) {
                 ElementsAre("EnumerateDevices(-1)", "OpenControlDevice(1, 0)",
                             "GetDevicePropertyString(101, 33048, 256)", "CloseDevice(101)",
                             "OpenControlDevice(1, 1)", "GetDevicePropertyString(102, 33048, 256)",
-                            "CloseDevice(102)", OpenCall(1), "CloseEnumeration(1)"));
+                            "CloseDevice(102)", OpenCall(1), StateCall(103), "CloseEnumeration(1)"));
     EXPECT_EQ(mDescription, "two(1)");
     ExpectOpen(1);
 }
@@ -95,8 +100,8 @@ TEST_P(DeviceOpeningTest, ADeviceThatIsOpenIsClosedFirst) {
     EXPECT_EQ(Open(nullptr), KESTATUS_SUCCESS);
     std::string openCall = OpenCall(1);
     openCall.replace(openCall.find("(1,"), 3, "(2,"); // of the second enumeration
-    EXPECT_THAT(mFake.Calls(),
-                ElementsAre("EnumerateDevices(-1)", "CloseDevice(101)", openCall, "CloseEnumeration(2)"));
+    EXPECT_THAT(mFake.Calls(), ElementsAre("EnumerateDevices(-1)", "CloseDevice(101)", openCall,
+                                           StateCall(102), "CloseEnumeration(2)"));
     EXPECT_EQ(mDevice.Handle(), 102u);
     ExpectOpen(1);
 }
@@ -111,6 +116,27 @@ TEST_P(DeviceOpeningTest, AFailedOpeningClosesEverything) {
               (CapturedMessage{KEERROR, std::string(QbxName(GetParam().function)) +
                                             " failed, st=0xe0000006(KESTATUS_IN_USE)."}));
     ExpectOpen(0);
+}
+
+TEST_P(DeviceOpeningTest, ALinkThatIsDownIsTold) {
+    FakeInstance instance;
+    instance.friendlyName = "eth0";
+    instance.otherTexts[QBX_PROPERTY_STATE] = "link down";
+    mFake.SetInstances({instance});
+    EXPECT_EQ(Open(nullptr), KESTATUS_SUCCESS);
+    const std::string use = GetParam().function == Qbx::OpenRawTxDevice ? "sent" : "received";
+    EXPECT_EQ(
+        mLog.Messages().back(),
+        (CapturedMessage{KEWARN, "The link of 'eth0' is down: nothing is " + use +
+                                     " until it is up. Check its cable, or type: ip link set eth0 up"}));
+}
+
+TEST_P(DeviceOpeningTest, ALinkThatIsUpIsNotTold) {
+    FakeInstance instance;
+    instance.otherTexts[QBX_PROPERTY_STATE] = "in use";
+    mFake.SetInstances({instance});
+    EXPECT_EQ(Open(nullptr), KESTATUS_SUCCESS);
+    EXPECT_THAT(mLog.Texts(), ElementsAre("Enumerate available devices...", "Found 1 Quayside device(s)"));
 }
 
 TEST_P(DeviceOpeningTest, FailuresBeforeItCloseEverything) {
@@ -195,4 +221,16 @@ TEST_F(DeviceSelectionTest, AnUnknownNameLeavesTheIndexAlone) {
     EXPECT_EQ(mFake.OpenDeviceCount(), 0u);
     EXPECT_THAT(mLog.Texts(), ElementsAre("No device found for friendly name 'tw'",
                                           "No device found for friendly name 'TWO'"));
+}
+
+TEST_F(DeviceSelectionTest, AFailureIsReportedAndExplained) {
+    gCmdLine.mDeviceIndex = 7;
+    EXPECT_EQ(ReportFailedOpening(DeviceUse::Send, KESTATUS_INVALID_INDEX), KESTATUS_INVALID_INDEX);
+    const CapturedMessage lines[] = {
+        {KEERROR, "Open device failed, st=0xe0000047(KESTATUS_INVALID_INDEX)."},
+        {KEWARN, "No device has the index 7. The 3 devices are: 0 = one, 1 = two, 2 = two"},
+    };
+    EXPECT_THAT(mLog.Messages(), ElementsAreArray(lines));
+    EXPECT_EQ(mFake.OpenDeviceCount(), 0u);
+    EXPECT_EQ(mFake.OpenEnumerationCount(), 0u);
 }

@@ -1,5 +1,7 @@
 // Handles and their holders: directions, properties, one holder each, death, fork, exec, closing under use.
 #include <fcntl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -70,18 +72,14 @@ TEST_P(HandleConformance, EveryKindOfHandleReadsTheProperties) {
     EXPECT_EQ(ReadText(rx, QBX_PROPERTY_PRODUCT_STRING), product);
 }
 
-TEST_P(HandleConformance, TheStateIsForControlHandlesAndLossesForRawOnes) {
-    const auto statusOfState = [](QBXDeviceHandle device) {
-        char text[QBX_PROPERTY_STRING_SIZE] = "";
-        return QBX_GetDevicePropertyString(device, QBX_PROPERTY_STATE, text, sizeof text);
-    };
+TEST_P(HandleConformance, EveryKindOfHandleHasAStateAndRawOnesHaveLosses) {
     const auto statusOfLosses = [](QBXDeviceHandle device) {
         std::uint64_t count = 0;
         return QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_LOST_FRAMES, &count, sizeof count, nullptr);
     };
     const QBXDeviceHandle tx = OpenTx();
     for (const QBXDeviceHandle device : {tx, OpenRx()}) {
-        EXPECT_EQ(statusOfState(device), KESTATUS_NOT_FOUND);
+        EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "in use");
         EXPECT_EQ(statusOfLosses(device), KESTATUS_SUCCESS);
         std::uint64_t count = 0;
         std::uint32_t size = 0;
@@ -93,6 +91,41 @@ TEST_P(HandleConformance, TheStateIsForControlHandlesAndLossesForRawOnes) {
     const QBXDeviceHandle control = OpenControl(cSender);
     EXPECT_EQ(ReadText(control, QBX_PROPERTY_STATE), "free");
     EXPECT_EQ(statusOfLosses(control), KESTATUS_NOT_FOUND);
+}
+
+TEST_P(HandleConformance, TheHolderIsShownWithoutTakingTheDevice) {
+    const EnvironmentChange inspect("QUAYSIDE2_INSPECT", "1");
+    const auto holder = [this](std::uint32_t place, std::uint32_t property) -> std::string {
+        const QBXDeviceHandle device = OpenControl(place);
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        const KESTATUS st = QBX_GetDevicePropertyString(device, property, text, sizeof text);
+        QBX_CloseDevice(device);
+        EXPECT_TRUE(st == KESTATUS_SUCCESS || st == KESTATUS_NOT_FOUND);
+        return st == KESTATUS_SUCCESS ? text : "nobody";
+    };
+    EXPECT_EQ(holder(cSender, QBX_PROPERTY_TX_HOLDER), "nobody");
+    EXPECT_EQ(holder(cReceiver, QBX_PROPERTY_RX_HOLDER), "nobody");
+    HoldingChild child([] {
+        prctl(PR_SET_NAME, "a (b) c");
+        QBXDeviceHandle tx = 0;
+        return Open(cSender, Use::Tx, tx) == KESTATUS_SUCCESS;
+    });
+    EXPECT_EQ(holder(cSender, QBX_PROPERTY_TX_HOLDER),
+              "a (b) c (process " + std::to_string(child.Id()) + ")");
+    EXPECT_EQ(holder(cReceiver, QBX_PROPERTY_RX_HOLDER), "nobody");
+    OpenRx(Use::BareRx);
+    EXPECT_NE(holder(cReceiver, QBX_PROPERTY_RX_HOLDER).find("(process " + std::to_string(getpid()) + ")"),
+              std::string::npos);
+    child.Kill();
+    EXPECT_EQ(holder(cSender, QBX_PROPERTY_TX_HOLDER), "nobody");
+}
+
+TEST_P(HandleConformance, RawHandlesDoNotTellHoldersAndFiles) {
+    const QBXDeviceHandle tx = OpenTx();
+    for (const std::uint32_t property : {QBX_PROPERTY_TX_HOLDER, QBX_PROPERTY_RX_HOLDER, QBX_PROPERTY_FILE}) {
+        char text[QBX_PROPERTY_STRING_SIZE] = "";
+        EXPECT_EQ(QBX_GetDevicePropertyString(tx, property, text, sizeof text), KESTATUS_NOT_FOUND);
+    }
 }
 
 TEST_P(HandleConformance, OneHolderForEachDirection) {

@@ -1,7 +1,11 @@
 // What a device tells of itself.
 #include <array>
 #include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
 
+#include "ChildProcess.h"
 #include "SegmentFixture.h"
 
 namespace {
@@ -80,6 +84,32 @@ TEST_F(PropertyTest, UnknownPropertiesAndWrongKinds) {
               KESTATUS_INVALID_PARAMETER);
     EXPECT_EQ(QBX_GetDevicePropertyBinary(device, QBX_PROPERTY_MAC_ADDRESS, nullptr, 6, nullptr),
               KESTATUS_INVALID_PARAMETER);
+}
+
+TEST_F(PropertyTest, TheFileOfALaneIsItsSegment) {
+    EXPECT_EQ(ReadText(OpenControl(1), QBX_PROPERTY_FILE), SegmentFilePath());
+    const EnvironmentChange inspect("QUAYSIDE2_INSPECT", "1");
+    EXPECT_EQ(ReadText(OpenControl(2), QBX_PROPERTY_FILE), SegmentFilePath());
+}
+
+// Another program at another lane of the same file is not the holder.
+TEST_F(PropertyTest, TheHolderOfALaneIsThatOfItsOwnPort) {
+    const EnvironmentChange inspect("QUAYSIDE2_INSPECT", "1");
+    std::vector<std::unique_ptr<ChildProcess>> holders;
+    for (const char* const lane : {"1", "3", "4"}) {
+        holders.push_back(
+            std::make_unique<ChildProcess>(LANE_PROBE_PATH, std::vector<std::string>{"hold", lane, "rx"}));
+        ASSERT_EQ(holders.back()->ReadLine(), "ready");
+    }
+    const auto expected = [&](std::size_t holder) {
+        return "lane-probe (process " + std::to_string(holders[holder]->Id()) + ")";
+    };
+    EXPECT_EQ(ReadText(OpenControl(1), QBX_PROPERTY_TX_HOLDER), expected(0));
+    EXPECT_EQ(ReadText(OpenControl(3), QBX_PROPERTY_RX_HOLDER), expected(1));
+    EXPECT_EQ(ReadText(OpenControl(4), QBX_PROPERTY_TX_HOLDER), expected(2));
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    EXPECT_EQ(QBX_GetDevicePropertyString(OpenControl(2), QBX_PROPERTY_TX_HOLDER, text, sizeof text),
+              KESTATUS_NOT_FOUND);
 }
 
 // What is no segment, or nobody's to use, is not free.

@@ -172,6 +172,36 @@ TEST_F(NetifDeviceTest, States) {
     EXPECT_STREQ(text, "removed");
 }
 
+TEST_F(NetifDeviceTest, ARawHandleTellsWhenItsLinkIsDownOrItsInterfaceGone) {
+    const QBXDeviceHandle sender = OpenTx("flw0");
+    const QBXDeviceHandle receiver = OpenEnabledRx("flw0");
+    for (const QBXDeviceHandle device : {sender, receiver}) {
+        EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "in use");
+    }
+    Shell("ip link set flw1 down"); // flw0 has no carrier
+    for (const QBXDeviceHandle device : {sender, receiver}) {
+        EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "link down");
+    }
+    Shell("ip link del flw0");
+    for (const QBXDeviceHandle device : {sender, receiver}) {
+        EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "removed");
+    }
+}
+
+TEST_F(NetifDeviceTest, TheHolderIsThatOfItsDirection) {
+    const HoldingChild child([this] {
+        OpenTx("flw0");
+        return !HasFailure();
+    });
+    const QBXDeviceHandle control = OpenControl("flw0");
+    const std::string holder = ReadText(control, QBX_PROPERTY_TX_HOLDER);
+    EXPECT_NE(holder.find(" (process " + std::to_string(child.Id()) + ")"), std::string::npos) << holder;
+    char text[QBX_PROPERTY_STRING_SIZE] = "";
+    EXPECT_EQ(QBX_GetDevicePropertyString(control, QBX_PROPERTY_RX_HOLDER, text, sizeof text),
+              KESTATUS_NOT_FOUND);
+    EXPECT_EQ(QBX_GetDevicePropertyString(control, QBX_PROPERTY_FILE, text, sizeof text), KESTATUS_NOT_FOUND);
+}
+
 // Any program may take the name that says who holds an interface.
 TEST_F(NetifDeviceTest, ANameThatSomebodyElseHasIsInUse) {
     const auto bindName = [](const std::string& name) {
