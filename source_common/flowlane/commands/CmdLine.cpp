@@ -3,6 +3,9 @@
 #include "base/LogCons.h"
 #include "commands/BuildTime.h"
 #include "commands/Commands.h"
+#include "explanations/CommandLineDevices.h"
+#include "explanations/CommandLineErrors.h"
+#include "explanations/Explain.h"
 
 namespace flowlane {
 
@@ -18,10 +21,24 @@ KESTATUS CmdLine::ParseCommandLine(int argc, const char* const* argv) {
     KECmdLineParserT<char> parser(cProgramName, &mArgs, nullptr);
     DefineCommandLine(parser);
     const KESTATUS st = parser.ParseCommandLine(argc, argv);
+    mGivenOptions = parser.Occurrences();
     if (st == KESTATUS_SUCCESS && mShowHelp) {
         mCommand = gCommands.help;
     }
     return st;
+}
+
+void CmdLine::ExplainFailure(KESTATUS st) const {
+    if (mGivenOptions.empty()) {
+        return; // memory was short
+    }
+    const GivenOption& refused = mGivenOptions.back();
+    const std::string line = st == KESTATUS_UNKNOWN_OPTION
+                                 ? WordsForUnknownOption(refused.mWord)
+                                 : WordsForRefusedValue(refused, ConnectedDeviceNames());
+    if (!line.empty()) {
+        Explain("{}", line);
+    }
 }
 
 void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {

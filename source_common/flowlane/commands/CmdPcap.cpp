@@ -94,6 +94,7 @@ KESTATUS CmdPcap() {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
+    ExplainCommandLine(&device);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start PCAPNG file writer on device {}...", description);
     const unsigned frameSize = gCmdLine.mFrameSize + static_cast<unsigned>(rawheader::cSize);

@@ -99,6 +99,7 @@ KESTATUS CmdPlayPcap() {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
+    ExplainCommandLine(&device);
 
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
     PcapNgFileReader reader;

@@ -139,6 +139,7 @@ KESTATUS CmdTs2Av() {
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Cons, "Open device failed, st={}.", st);
     }
+    ExplainCommandLine(&device);
     AvtpSink sink;
     TSFileSource source;
     st = Create(device, destination, sink, source);

@@ -11,7 +11,10 @@
 #include "KELinuxLogging.h"
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
 #include "commands/Commands.h"
+#include "explanations/CommandLineErrors.h"
+#include "explanations/Explain.h"
 #include "program/LogTargetObjects.h"
 #include "program/VerboseTarget.h"
 #include "quayside2_api.h"
@@ -60,6 +63,7 @@ KESTATUS RunCommand() {
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
     PrintUsageHint();
+    Explain("{}", WordsForUnknownCommand(gCmdLine.mCommand, gCmdLine.mArgs));
     return KESTATUS_INVALID_COMMAND;
 }
 
@@ -77,16 +81,21 @@ int Run(int argc, const char* const* argv) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.",
                        static_cast<std::uint16_t>(apiVersion >> 16), static_cast<std::uint16_t>(apiVersion));
 
-    const KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
+    KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
     if (st != KESTATUS_SUCCESS) {
         PrintUsageHint();
+        gCmdLine.ExplainFailure(st);
         return static_cast<int>(st);
     }
     if (gCmdLine.mVerbose) {
         KESetLevelForAllLoggers(KEMAXLEVEL);
         ShowGlobalMessages();
     }
-    return static_cast<int>(RunCommand());
+    st = RunCommand();
+    if (st != KESTATUS_SUCCESS && st != KESTATUS_INVALID_COMMAND) {
+        ExplainCommandLine(nullptr); // unless it was explained when the device was open
+    }
+    return static_cast<int>(st);
 }
 
 } // namespace
