@@ -76,3 +76,17 @@ def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
     numbers = [int.from_bytes(packet[4:8], "big") for packet in rtp.split(receiver.datagrams)
                if tsfile.pcr_of(packet) is None]
     assert numbers == sorted(set(numbers))
+
+
+def test_network_that_is_gone_is_the_exit_code(segment, interface, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=300, rate=200))
+    ip("address", "add", "203.0.113.1/32", "dev", interface)
+    with rtp.Receiver("203.0.113.1") as receiver, \
+            Running(segment.env, "av2rtp", "203.0.113.1", "-p", receiver.port, "-n", LANE_2, "-es") as program, \
+            Running(segment.env, "ts2av", path, "-n", LANE_1):
+        wait_for(lambda: len(receiver.datagrams) > 20, "datagrams")
+        ip("address", "delete", "203.0.113.1/32", "dev", interface)
+        while " 0 given up " in program.read_error():
+            pass
+        assert program.stop() == exit_status(ENETUNREACH)

@@ -231,9 +231,12 @@ def test_first_error_is_the_only_one():
 
 @pytest.mark.parametrize("args", [[], ["help"], ["-x"], ["ts2av", "file"]])
 def test_incompatible_library(args):
-    result = run_with_fake_device(*args, script="compatible=0")
+    result = run_with_fake_device(*args, script="compatible=0,GetApiVersion=0x00010005")
     assert result.stdout == ""
-    assert result.stderr == "The DLL is incompatible with this application.\n"
+    assert result.stderr.splitlines() == [
+        "The DLL is incompatible with this application.",
+        "The device library has interface version 1.05, and flowlane needs 2.20. Is LD_LIBRARY_PATH set to another "
+        "library?"]
     assert result.returncode == 255
 
 

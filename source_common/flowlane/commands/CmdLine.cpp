@@ -29,13 +29,14 @@ KESTATUS CmdLine::ParseCommandLine(int argc, const char* const* argv) {
 }
 
 void CmdLine::ExplainFailure(KESTATUS st) const {
-    if (mGivenOptions.empty()) {
-        return; // memory was short
+    std::string line;
+    if (st == KESTATUS_UNKNOWN_OPTION) {
+        line = WordsForUnknownOption(mGivenOptions.back().mWord);
+    } else if (st == KESTATUS_MISSING_VALUE) {
+        line = WordsForRefusedValue(mGivenOptions.back(), {});
+    } else if (st == KESTATUS_INVALID_FORMAT) {
+        line = WordsForRefusedValue(mGivenOptions.back(), ConnectedDeviceNames());
     }
-    const GivenOption& refused = mGivenOptions.back();
-    const std::string line = st == KESTATUS_UNKNOWN_OPTION
-                                 ? WordsForUnknownOption(refused.mWord)
-                                 : WordsForRefusedValue(refused, ConnectedDeviceNames());
     if (!line.empty()) {
         Explain("{}", line);
     }

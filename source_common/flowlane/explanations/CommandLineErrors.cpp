@@ -40,8 +40,8 @@ constexpr FirstTry cTriedOptions[] = {
      "The host stands behind the command without an option, for example: flowlane av2rtp 192.0.2.1"},
 };
 
-template <std::size_t count>
-const char* FindFirstTry(const FirstTry (&tries)[count], const std::string& word) {
+template <std::size_t Count>
+const char* FindFirstTry(const FirstTry (&tries)[Count], const std::string& word) {
     const auto* const found = std::find_if(std::begin(tries), std::end(tries), [&](const FirstTry& tried) {
         return std::string(tried.words).find(" " + word + " ") != std::string::npos;
     });
@@ -176,7 +176,7 @@ std::string WordsForUnknownOption(const std::string& word) {
         return ValueInSameWord(name.substr(0, equals), name.substr(equals + 1));
     }
     if (dashes == 1 && name.size() > 1) {
-        const std::string switches = SeveralSwitches(name);
+        std::string switches = SeveralSwitches(name);
         if (!switches.empty()) {
             return switches;
         }

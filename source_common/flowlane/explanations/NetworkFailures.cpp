@@ -33,7 +33,7 @@ HostAndPort Split(std::string text) {
     const std::size_t scheme = text.find("://");
     if (scheme != std::string::npos) {
         text.erase(0, scheme + 3);
-        text = text.substr(text.rfind("@", 0) == 0 ? 1 : 0);
+        text = text.substr(text.find('@') == 0 ? 1 : 0);
         text = text.substr(0, text.find('/'));
     }
     const bool isBracketed = !text.empty() && text[0] == '[' && text.find(']') != std::string::npos;
@@ -70,8 +70,8 @@ constexpr Reason cSendReasons[] = {
     {EMSGSIZE, ": the network takes no packets of this size"},
 };
 
-template <std::size_t count>
-const char* FindReason(const Reason (&reasons)[count], KESTATUS st) {
+template <std::size_t Count>
+const char* FindReason(const Reason (&reasons)[Count], KESTATUS st) {
     const auto* const found = std::find_if(std::begin(reasons), std::end(reasons), [&](const Reason& reason) {
         return KEStatusFromErrno(reason.error) == st;
     });

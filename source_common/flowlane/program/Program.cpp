@@ -67,6 +67,14 @@ KESTATUS RunCommand() {
     return KESTATUS_INVALID_COMMAND;
 }
 
+std::uint16_t MajorOf(std::uint32_t apiVersion) {
+    return static_cast<std::uint16_t>(apiVersion >> 16);
+}
+
+std::uint16_t MinorOf(std::uint32_t apiVersion) {
+    return static_cast<std::uint16_t>(apiVersion);
+}
+
 int Run(int argc, const char* const* argv) {
     // A failure goes to the system log, and the work goes on without.
     static_cast<void>(KELinuxInitLoggingFacility(nullptr, nullptr));
@@ -75,11 +83,15 @@ int Run(int argc, const char* const* argv) {
 
     if (!QBX_CheckApiVersion(QBX_API_VERSION_MAJOR, QBX_API_VERSION_MINOR)) {
         KEOutputLogMessage(logger::Cons, KEERROR, "The DLL is incompatible with this application.");
+        Explain("The device library has interface version {}.{:02}, and flowlane needs {}.{:02}. Is "
+                "LD_LIBRARY_PATH set to another library?",
+                MajorOf(QBX_GetApiVersion()), MinorOf(QBX_GetApiVersion()), QBX_API_VERSION_MAJOR,
+                QBX_API_VERSION_MINOR);
         return -1;
     }
     const std::uint32_t apiVersion = QBX_GetApiVersion();
-    KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.",
-                       static_cast<std::uint16_t>(apiVersion >> 16), static_cast<std::uint16_t>(apiVersion));
+    KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.", MajorOf(apiVersion),
+                       MinorOf(apiVersion));
 
     KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
     if (st != KESTATUS_SUCCESS) {
