@@ -24,6 +24,7 @@ KESTATUS KEOsSocketAddressInfo::GetAddressInfo(const char* node, const char* ser
     FreeAddressInfo();
     addrinfo* list = nullptr;
     const int ret = getaddrinfo(node, service, hints, &list);
+    mLookupError = ret;
     if (ret != 0) {
         KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "getaddrinfo failed, ret={}", ret);
         return KESTATUS_NO_ADDRESS;

@@ -33,6 +33,9 @@ public:
     [[nodiscard]] KESTATUS GetWildcardAddresses(std::uint16_t port, int family, int socketType,
                                                 int flags) noexcept;
 
+    // The error of getaddrinfo (EAI_...) of the last lookup, 0 when it has succeeded.
+    int LookupError() const noexcept { return mLookupError; }
+
     // The head of the list, null when it is empty. It belongs to this object and is valid until the next
     // lookup.
     const addrinfo* AddressInfo() const noexcept { return mAddressInfo; }
@@ -41,6 +44,7 @@ private:
     void FreeAddressInfo() noexcept;
 
     addrinfo* mAddressInfo = nullptr;
+    int mLookupError = 0;
 };
 
 } // namespace kestrelon

@@ -11,33 +11,45 @@ import pytest
 import rtp
 import tsfile
 from arguments import KESTATUS_INVALID_FORMAT, KESTATUS_INVALID_LENGTH, KESTATUS_INVALID_PARAMETER
-from arguments import VERSION_LINE, mac_failure
+from arguments import MAC_EXAMPLE, MAC_FORM, VERSION_LINE, mac_failure, missing_arguments, takes_16_bits
 from lanes import FAKE_DEVICE_DIR, LANE_1, LANE_2, LANE_SEND, Running, exit_status, run, run_with_fake_device
 from lanes import sanitized_environment, wait_for
 
 RUNNING = "press any key to stop..."
 STATISTICS = r"AVTP packets received: (\d+), TS packets sent: (\d+), UDP packets sent: (\d+)"
 LANE_1_ADDRESS = "025142580001"
+ID_RANGE = takes_16_bits("-u")
+PORT_RANGE = takes_16_bits("-p")
+
+
+def no_frame(name):
+    return f"No frame has come to the device '{name}'. Check the sender, or choose another device with -n."
 
 
 @pytest.mark.parametrize("args, lines, status", [
-    ([], ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+    ([], missing_arguments("av2rtp"), KESTATUS_INVALID_PARAMETER),
     # The missing argument is checked first.
     (["-m", "x", "-u", "65536", "-p", "65536"],
-     ["Missing arguments.", "For usage information, run flowlane help."], KESTATUS_INVALID_PARAMETER),
+     missing_arguments("av2rtp") + [ID_RANGE, PORT_RANGE],
+     KESTATUS_INVALID_PARAMETER),
     (["127.0.0.1", "-m", "11223344556"],
-     [mac_failure("11223344556", KESTATUS_INVALID_LENGTH, "KESTATUS_INVALID_LENGTH")],
+     [mac_failure("11223344556", KESTATUS_INVALID_LENGTH, "KESTATUS_INVALID_LENGTH"),
+      MAC_EXAMPLE],
      KESTATUS_INVALID_LENGTH),
     # The address is checked before the numbers.
     (["127.0.0.1", "-m", "0a:1b:2c:3d:4e:5f", "-u", "65536", "-p", "65536"],
-     [mac_failure("0a:1b:2c:3d:4e:5f", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT")],
+     [mac_failure("0a:1b:2c:3d:4e:5f", KESTATUS_INVALID_FORMAT, "KESTATUS_INVALID_FORMAT"),
+      MAC_FORM + ": -m 0a1b2c3d4e5f", ID_RANGE, PORT_RANGE],
      KESTATUS_INVALID_FORMAT),
     # The ID is checked before the port.
-    (["127.0.0.1", "-u", "65536", "-p", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF."],
+    (["127.0.0.1", "-u", "65536", "-p", "65536"], ["unique ID 0x00010000 exceeds max. 0xFFFF.",
+                                                       ID_RANGE, PORT_RANGE],
      KESTATUS_INVALID_PARAMETER),
-    (["127.0.0.1", "-p", "65536"], ["port number 0x00010000 exceeds max. 0xFFFF."],
+    (["127.0.0.1", "-p", "65536"], ["port number 0x00010000 exceeds max. 0xFFFF.", PORT_RANGE],
      KESTATUS_INVALID_PARAMETER),
-    (["127.0.0.1", "-p", "-1"], ["port number 0xFFFFFFFF exceeds max. 0xFFFF."], KESTATUS_INVALID_PARAMETER),
+    (["127.0.0.1", "-p", "-1"],
+     ["port number 0xFFFFFFFF exceeds max. 0xFFFF.", "-p -1 is read as 4294967295. " + PORT_RANGE],
+     KESTATUS_INVALID_PARAMETER),
 ])
 def test_refused_arguments(args, lines, status):
     result = run("av2rtp", *args)
@@ -63,7 +75,10 @@ def test_device_failures_at_the_start(script, lines, status):
 
 def test_name_that_cannot_be_resolved(segment):
     result = segment.run("av2rtp", "a" * 64, "-d", "1")
-    assert result.stderr.splitlines() == ["CreateRtpUdpSink failed, st=0xe0000025(KESTATUS_NO_ADDRESS)."]
+    assert result.stderr.splitlines() == [
+        "CreateRtpUdpSink failed, st=0xe0000025(KESTATUS_NO_ADDRESS).",
+        f"The host '{'a' * 64}' is not known (Name or service not known). Check the name, or give the host's IP "
+        "address."]
     assert result.stdout.splitlines()[-1] == f"Create RTP sink, host name='{'a' * 64}', port=5000..."
     assert result.returncode == exit_status(0xE0000025)
 
@@ -73,7 +88,7 @@ def test_lines_of_a_run(segment):
     with Running(segment.env, "av2rtp", "localhost", "ignored argument", "-n", LANE_2, "-p", port) as program:
         for _ in range(3):
             program.read_until("AVTP packets received: ")
-    assert program.stderr == ""
+    assert program.stderr.splitlines() == ["'ignored argument' is ignored: av2rtp takes one host.", no_frame(LANE_2)]
     lines = [line for line in program.lines if not line.startswith("AVTP packets received: ")]
     assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
     del lines[2]
@@ -100,7 +115,7 @@ def test_lines_of_a_run(segment):
 
 def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=(), expected=0):
     """Plays a file on lane-1 while av2rtp forwards from lane-2. Returns the statistics when the expected number
-    of TS packets has been forwarded, or after a time limit."""
+    of TS packets has been forwarded, or after a time limit, and the lines of standard error."""
     with Running(segment.env, "av2rtp", host, "-p", receiver.port, "-n", LANE_2, *options) as program:
         program.read_until(RUNNING)
         sent = segment.run("ts2av", path, "-n", LANE_1, *send_options)
@@ -110,8 +125,7 @@ def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=()
             counts = [int(number) for number in re.fullmatch(STATISTICS, line).groups()]
             if expected and counts[1] >= expected:
                 break
-    assert program.stderr == ""
-    return counts
+    return counts, program.stderr.splitlines()
 
 
 @pytest.mark.parametrize("host, address", [
@@ -119,40 +133,49 @@ def forward(segment, path, receiver, *options, host="127.0.0.1", send_options=()
 def test_forwards_every_packet(segment, short_file, host, address):
     expected = tsfile.delivered_part(short_file.read_bytes())
     with rtp.Receiver(address) as receiver:
-        avtp_count, ts_count, udp_count = forward(segment, short_file, receiver, host=host,
-                                                  expected=len(expected))
+        (avtp_count, ts_count, udp_count), errors = forward(segment, short_file, receiver, host=host,
+                                                            expected=len(expected))
+    assert errors == []
     assert rtp.split(receiver.datagrams) == expected
     assert ts_count == len(expected)
     assert udp_count == len(receiver.datagrams)
     assert avtp_count == udp_count  # the packets of a frame leave at once
 
 
-@pytest.mark.parametrize("options, send_options, arrives", [
-    ([], ["-u", "7"], True),
-    (["-m", LANE_1_ADDRESS], [], True),
-    (["-m", "025142580002"], [], False),
-    (["-m", "FFFFFFFFFFFF"], [], True),
-    (["-u", "0x1234"], ["-u", "0x1234"], True),
-    (["-u", "0x1234"], ["-u", "0x1235"], False),
-    (["-u", "0"], ["-u", "0"], True),
-    (["-u", "0"], ["-u", "1"], False),  # 0 is an ordinary ID
-    ([], ["-vtci", "0x6002"], True),
-    ([], ["-m", "025142580002"], True),  # lane-2's own address
-    ([], ["-m", "025142580003"], False),
-    ([], ["-m", "91e0f0000e80"], False),  # a multicast address
+ALL_IGNORED = r"No stream for this receiver has come to the device '{}'. Of (\d+) frames: (\d+) {}."
+
+
+@pytest.mark.parametrize("options, send_options, reason", [
+    ([], ["-u", "7"], None),
+    (["-m", LANE_1_ADDRESS], [], None),
+    (["-m", "025142580002"], [], "not from the sender of -m"),
+    (["-m", "FFFFFFFFFFFF"], [], None),
+    (["-u", "0x1234"], ["-u", "0x1234"], None),
+    (["-u", "0x1234"], ["-u", "0x1235"], "without the ID of -u"),
+    (["-u", "0"], ["-u", "0"], None),
+    (["-u", "0"], ["-u", "1"], "without the ID of -u"),  # 0 is an ordinary ID
+    ([], ["-vtci", "0x6002"], None),
+    ([], ["-m", "025142580002"], None),  # lane-2's own address
+    ([], ["-m", "025142580003"], "for another receiver"),
+    ([], ["-m", "91e0f0000e80"], "for another receiver"),  # a multicast address
 ])
-def test_filters(segment, tmp_path, options, send_options, arrives):
+def test_filters(segment, tmp_path, options, send_options, reason):
     path = tmp_path / "short.ts"
     path.write_bytes(tsfile.stream(seconds=0.2, rate=200))
     expected = tsfile.delivered_part(path.read_bytes())
     with rtp.Receiver() as receiver:
-        counts = forward(segment, path, receiver, *options, send_options=send_options,
-                         expected=len(expected) if arrives else 0)
-    if arrives:
+        counts, errors = forward(segment, path, receiver, *options, send_options=send_options,
+                                 expected=0 if reason else len(expected))
+    if not reason:
+        assert errors == []
         assert rtp.split(receiver.datagrams) == expected
     else:
         assert receiver.datagrams == []
         assert counts == [0, 0, 0]
+        assert len(errors) == 1
+        match = re.fullmatch(ALL_IGNORED.format(LANE_2, reason), errors[0])
+        assert match, errors
+        assert match[1] == match[2]
 
 
 def test_receiver_that_goes_and_comes_back(segment, tmp_path):
@@ -162,8 +185,8 @@ def test_receiver_that_goes_and_comes_back(segment, tmp_path):
     with Running(segment.env, "av2rtp", "127.0.0.1", "-p", port, "-n", LANE_2) as program, \
             Running(segment.env, "ts2av", path, "-n", LANE_1):
         # A warning, so on standard error.
-        failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe001006f\(unknown\): " \
-                   r"Connection refused\n$"
+        failures = rf"UDP packets that could not be sent to 127\.0\.0\.1:{port}: \d+ tried again, \d+ given up " \
+                   r"\(Connection refused: nobody listens there\)\n$"
         lines = iter(program.process.stderr.readline, "")
         assert re.match(failures, next(lines))
         assert re.match(failures, next(lines))
@@ -255,4 +278,4 @@ def test_device_library_is_called_by_one_thread_at_a_time():
     with Running(env, "av2rtp", "127.0.0.1") as program:
         for _ in range(4):
             program.read_until("AVTP packets received: ")
-    assert program.stderr == ""
+    assert program.stderr.splitlines() == [no_frame("fake-1")]

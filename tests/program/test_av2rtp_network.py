@@ -50,7 +50,10 @@ def test_group(segment, interface, tmp_path, group):
 @pytest.mark.parametrize("host", ["198.51.100.1", "2001:db8::1"])
 def test_no_way_to_the_network(segment, interface, host):
     result = segment.run("av2rtp", host, "-n", LANE_2)
-    assert re.match(r"CreateRtpUdpSink failed, st=0xe0010065(\(.*\))?\.\n$", result.stderr)
+    lines = result.stderr.splitlines()
+    assert re.fullmatch(r"CreateRtpUdpSink failed, st=0xe0010065(\(.*\))?\.", lines[0])
+    assert lines[1:] == [f"Sending to {host} is not possible: Network is unreachable. There is no route to it; the "
+                         "routes are listed by: ip route"]
     assert result.returncode == exit_status(ENETUNREACH)
 
 
@@ -63,7 +66,8 @@ def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
             Running(segment.env, "ts2av", path, "-n", LANE_1):
         wait_for(lambda: len(receiver.datagrams) > 20, "datagrams")
         ip("address", "delete", "203.0.113.1/32", "dev", interface)
-        failures = r"UDP send failures: \d+, UDP packets dropped: \d+, last failure st=0xe0010065"
+        failures = rf"UDP packets that could not be sent to 203\.0\.113\.1:{receiver.port}: \d+ tried again, " \
+                   r"\d+ given up \(Network is unreachable: there is no route\)\n$"
         assert re.match(failures, program.process.stderr.readline())
         before = len(receiver.datagrams)
         ip("address", "add", "203.0.113.1/32", "dev", interface)
@@ -72,3 +76,17 @@ def test_network_that_goes_and_comes_back(segment, interface, tmp_path):
     numbers = [int.from_bytes(packet[4:8], "big") for packet in rtp.split(receiver.datagrams)
                if tsfile.pcr_of(packet) is None]
     assert numbers == sorted(set(numbers))
+
+
+def test_network_that_is_gone_is_the_exit_code(segment, interface, tmp_path):
+    path = tmp_path / "long.ts"
+    path.write_bytes(tsfile.stream(seconds=300, rate=200))
+    ip("address", "add", "203.0.113.1/32", "dev", interface)
+    with rtp.Receiver("203.0.113.1") as receiver, \
+            Running(segment.env, "av2rtp", "203.0.113.1", "-p", receiver.port, "-n", LANE_2, "-es") as program, \
+            Running(segment.env, "ts2av", path, "-n", LANE_1):
+        wait_for(lambda: len(receiver.datagrams) > 20, "datagrams")
+        ip("address", "delete", "203.0.113.1/32", "dev", interface)
+        while " 0 given up " in program.read_error():
+            pass
+        assert program.stop() == exit_status(ENETUNREACH)

@@ -118,6 +118,10 @@ def test_found(ts2av, script, options, lines):
     result = ts2av(*options, script=f"{script},{STOP_THERE}")
     assert result.stdout.splitlines() == START + ["Found 2 Quayside device(s)"] + lines + ["Create AVTP sink..."]
     errors = ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."]
+    if "" in options:
+        errors.insert(0, "The name behind -n is empty. The device with index 0 is used.")
+    if "-d" in options and "-n" in options:
+        errors.insert(0, "-d is ignored: -n chooses the device.")
     if "GetDevicePropertyString" in script:
         errors.insert(0, "GetDevicePropertyString failed (idx=0), st=0xe0000039(KESTATUS_NOT_FOUND), "
                          "ignore the device.")

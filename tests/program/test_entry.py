@@ -101,20 +101,31 @@ def test_help(args):
     check_help(run(*args))
 
 
-@pytest.mark.parametrize("args, word", [
-    ([], ""),
-    (["HELP"], "HELP"),
-    (["Ts2av", "file"], "Ts2av"),
-    (["ts2avx"], "ts2avx"),
-    (["-v"], ""),
-    (["--"], "--"),
-    (["-5"], "-5"),
-    (["{}"], "{}"),
+COMMANDS = "The commands are: ts2av, av2rtp, pcap, playpcap, help."
+
+
+@pytest.mark.parametrize("args, word, explanation", [
+    ([], "", COMMANDS),
+    (["HELP"], "HELP", "Did you mean 'help'?"),
+    (["Ts2av", "file"], "Ts2av", "Did you mean 'ts2av'?"),
+    (["ts2avx"], "ts2avx", "Did you mean 'ts2av'?"),
+    (["playcap", "-p", "5k"], "playcap", "Did you mean 'playpcap'?"),
+    (["capture"], "capture", "Did you mean 'pcap'?"),
+    (["nonsense"], "nonsense", COMMANDS),
+    (["version"], "version", "The version is shown by: flowlane help"),
+    (["list"], "list", "The devices are listed by: quayside2-devices"),
+    (["my.ts"], "my.ts", "A command comes first: flowlane ts2av my.ts"),
+    (["record.pcapng"], "record.pcapng", "A command comes first: flowlane playpcap record.pcapng"),
+    (["record", "pcap"], "record", "The command comes first: flowlane pcap record"),
+    (["-v"], "", COMMANDS),
+    (["--"], "--", COMMANDS),
+    (["-5"], "-5", COMMANDS),
+    (["{}"], "{}", COMMANDS),
 ])
-def test_invalid_command(args, word):
+def test_invalid_command(args, word, explanation):
     result = run(*args)
     assert result.stdout == VERSION_LINE + "\n"
-    assert result.stderr == f"Invalid command {word}.\n{HINT}\n"
+    assert result.stderr == f"Invalid command {word}.\n{HINT}\n{explanation}\n"
     assert result.returncode == exit_status(KESTATUS_INVALID_COMMAND)
 
 
@@ -130,26 +141,77 @@ def spellings(pairs):
     return [word for short, long in pairs for word in ("-" + short, "--" + long)]
 
 
-def check_parser_error(result, message, status):
+TAKES = {
+    "m": "12 hexadecimal digits, for example: -m 025142580001",
+    "n": "the name of a device. The devices are listed by: quayside2-devices",
+    "u": "a number from 0 to 65535.",
+    "d": "the index of a device. The devices are listed by: quayside2-devices",
+    "p": "a number from 0 to 65535.",
+    "fbs": "a number of frames, for example: -fbs 20000",
+    "maxkb": "a number of kilobytes from 0 to 4294967.",
+    "maxmb": "a number of megabytes from 0 to 4294.",
+    "vtci": "a number from 0 to 65535.",
+    "i": "the number of the first file of a set, for example: -i 1",
+}
+
+
+def what_it_takes(option):
+    return f"{option} takes " + next(TAKES[short] for short, long in VALUE_OPTIONS
+                                     if option in ("-" + short, "--" + long))
+
+
+def check_parser_error(result, message, status, *explanation):
     assert result.stdout == VERSION_LINE + "\n"
-    assert result.stderr == f"flowlane: {message}\n{HINT}\n"
+    assert result.stderr.splitlines() == [f"flowlane: {message}", HINT, *explanation]
     assert result.returncode == exit_status(status)
 
 
 @pytest.mark.parametrize("option", spellings(VALUE_OPTIONS))
 def test_missing_value(option):
-    check_parser_error(run("ts2av", option), f"Missing value for option {option}.", 0xE0000012)
+    check_parser_error(run("ts2av", option), f"Missing value for option {option}.", 0xE0000012,
+                       what_it_takes(option))
 
 
 @pytest.mark.parametrize("option", spellings(NUMBER_OPTIONS))
 @pytest.mark.parametrize("value", ["abc", "", "-", "x10"])
 def test_invalid_number(option, value):
-    check_parser_error(run("ts2av", option, value), f"Invalid value {value} for option {option}.", 0xE0000051)
+    check_parser_error(run("ts2av", option, value), f"Invalid value {value} for option {option}.",
+                       0xE0000051, what_it_takes(option))
 
 
-@pytest.mark.parametrize("option", ["-x", "--nonsense", "-verbose", "--v", "-fbs=5", "--help=1", "-vl", "--maxkb"])
-def test_unknown_option(option):
-    check_parser_error(run("ts2av", option), f"Unknown option {option}.", 0xE0000013)
+@pytest.mark.parametrize("option, explanation", [
+    ("-x", []),
+    ("--nonsense", []),
+    ("-verbose", ["Did you mean '--verbose'?"]),
+    ("--v", ["Did you mean '-v'?"]),
+    ("--maxkb", ["Did you mean '-maxkb'?"]),
+    ("-maxxb", ["Did you mean '-maxkb' or '-maxmb'?"]),
+    ("-P", ["Did you mean '-p'?"]),
+    ("--port", ["Did you mean '--port_number'?"]),
+    ("--port-number", ["Did you mean '--port_number'?"]),
+    ("--prot_number", ["Did you mean '--port_number'?"]),
+    ("--help=1", ["'--help' takes no value."]),
+    ("-fbs=5", ["The value is a word of its own: -fbs 5"]),
+    ("--port=5004", ["The value is a word of its own: --port_number 5004"]),
+    ("-p5004", ["The value is a word of its own: -p 5004"]),
+    ("-vl", ["Each option is a word of its own: -v -l"]),
+    ("--version", ["The version is shown by: flowlane help"]),
+    ("-V", ["The version is shown by: flowlane help"]),
+    ("--list", ["The devices are listed by: quayside2-devices"]),
+    ("--interface", ["A device is chosen with -n and its name, or with -d and its index."]),
+    ("-w", ["The file name stands behind the command without an option, for example: flowlane pcap record"]),
+    ("--host", ["The host stands behind the command without an option, for example: flowlane av2rtp 192.0.2.1"]),
+])
+def test_unknown_option(option, explanation):
+    check_parser_error(run("ts2av", option), f"Unknown option {option}.", 0xE0000013, *explanation)
+
+
+@pytest.mark.parametrize("word", ["x" * 100000, "\x1b[31mred", "\n"])
+def test_huge_and_unprintable_words(word):
+    """What a terminal could obey is not repeated in an explanation, and a line ends."""
+    result = run(word, "ts2av")
+    shown = word[:80].replace("\x1b", "?").replace("\n", "?") + ("..." if len(word) > 80 else "")
+    assert result.stderr.splitlines()[-1] == f"The command comes first: flowlane ts2av {shown}"
 
 
 @pytest.mark.parametrize("option", spellings(VALUE_OPTIONS))
@@ -169,9 +231,12 @@ def test_first_error_is_the_only_one():
 
 @pytest.mark.parametrize("args", [[], ["help"], ["-x"], ["ts2av", "file"]])
 def test_incompatible_library(args):
-    result = run_with_fake_device(*args, script="compatible=0")
+    result = run_with_fake_device(*args, script="compatible=0,GetApiVersion=0x00010005")
     assert result.stdout == ""
-    assert result.stderr == "The DLL is incompatible with this application.\n"
+    assert result.stderr.splitlines() == [
+        "The DLL is incompatible with this application.",
+        "The device library has interface version 1.05, and flowlane needs 2.20. Is LD_LIBRARY_PATH set to another "
+        "library?"]
     assert result.returncode == 255
 
 

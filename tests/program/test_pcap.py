@@ -13,7 +13,7 @@ import pexpect
 import pytest
 
 import capture
-from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
+from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE, missing_arguments
 from lanes import (FAKE_DEVICE_DIR, FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, ON_INTERFACES, PRODUCT, TIMEOUT,
                    Running, exit_status, run, run_with_fake_device, sanitized_environment, wait_for)
 from namespaces import private_mounts
@@ -32,8 +32,8 @@ DETAILS = [
 
 
 @pytest.mark.parametrize("args, lines", [
-    ([], ["Missing arguments.", "For usage information, run flowlane help."]),
-    (["-maxkb", "1", "-maxmb", "1"], ["Missing arguments.", "For usage information, run flowlane help."]),
+    ([], missing_arguments("pcap")),
+    (["-maxkb", "1", "-maxmb", "1"], missing_arguments("pcap")),
     (["name", "-maxkb", "1", "-maxmb", "1"],
      ["Max pcap-ng file size is specified in kilobytes and memgabytes. Only one of them is allowed.",
       "For usage information, run flowlane help."]),
@@ -133,7 +133,7 @@ def test_lines_of_a_run(segment, tmp_path):
     with Capturing(segment, tmp_path / "file", "ignored argument") as program:
         program.read_until("successfully written")
         program.read_until("successfully written")
-    assert program.stderr == ""
+    assert program.stderr == "'ignored argument' is ignored: pcap takes one file name.\n"
     lines = program.lines
     statistics = "0 frames successfully written, 0 frames dropped"
     assert lines[-1] == statistics

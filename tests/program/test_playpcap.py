@@ -13,7 +13,7 @@ import pytest
 import capture
 import rtp
 import tsfile
-from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE
+from arguments import KESTATUS_INVALID_PARAMETER, VERSION_LINE, missing_arguments
 from lanes import (FAKE_DEVICE_DIR, FLOWLANE, LANE_1, LANE_2, LANE_3, LANE_SEND, TIMEOUT, Running, exit_status, run,
                    run_with_fake_device, sanitized_environment, wait_for)
 from pcapng import INTERFACE, NANOSECONDS, SECTION, START, block, packet
@@ -51,7 +51,7 @@ def file_of(count, spacing, start=START):
 def test_missing_arguments():
     result = run("playpcap", "-i", "1")
     assert result.stdout == VERSION_LINE + "\n"
-    assert result.stderr.splitlines() == ["Missing arguments.", "For usage information, run flowlane help."]
+    assert result.stderr.splitlines() == missing_arguments("playpcap")
     assert result.returncode == exit_status(KESTATUS_INVALID_PARAMETER)
 
 
@@ -100,7 +100,8 @@ def test_lines_of_a_run(segment, tmp_path):
     begin = time.monotonic()
     result = segment.run("playpcap", path, "ignored argument", "-n", LANE_1)
     assert time.monotonic() - begin < 20  # a second or two, and reserve for a busy machine
-    assert result.returncode == 0 and result.stderr == ""
+    assert result.returncode == 0
+    assert result.stderr == "'ignored argument' is ignored: playpcap takes one file name.\n"
     lines = result.stdout.splitlines()
     assert re.fullmatch(r"Found \d+ Quayside device\(s\)", lines[2])
     del lines[2]

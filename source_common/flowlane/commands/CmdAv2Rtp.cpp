@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
@@ -7,9 +8,13 @@
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/ErrorStatus.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
-#include "explanations/StatusWords.h"
+#include "explanations/DeviceName.h"
+#include "explanations/Explain.h"
+#include "explanations/NetworkFailures.h"
+#include "explanations/NetworkReception.h"
 #include "streaming/AvtpSource.h"
 #include "streaming/RtpUdpSink.h"
 
@@ -41,7 +46,10 @@ KESTATUS Create(QuaysideDevice& device, const KEEthernetMacAddress& sourceAddres
     KEOutputLogMessage(logger::Cons, KEINFO, "Create RTP sink, host name='{}', port={}...", hostName, port);
     KESTATUS st = sink.CreateRtpUdpSink(hostName.c_str(), port, 0, true);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateRtpUdpSink failed, st={}.", st);
+        KEOutputFailure(logger::Cons, "CreateRtpUdpSink failed, st={}.", st);
+        Explain("{}", sink.LookupError() != 0 ? WordsForUnknownHost(hostName, sink.LookupError())
+                                              : WordsForUnreachableHost(sink.SocketAddress(), st));
+        return st;
     }
     KEOutputLogMessage(logger::Cons, KEINFO, "Host name '{}' resolved to address {}", hostName,
                        sink.SocketAddress());
@@ -68,45 +76,53 @@ KESTATUS Start(const std::string& deviceDescription, RtpUdpSink& sink, AvtpSourc
     return KESTATUS_SUCCESS;
 }
 
-// Reports sends that failed since the last call. The datagrams are lost to the receiver, and nothing else
-// on the console would say so.
+// Reports sends that failed since the last call. The datagrams are late or lost to the receiver, and nothing
+// else on the console would say so.
 class SendFailureReport {
 public:
+    explicit SendFailureReport(std::string receiver) : mReceiver(std::move(receiver)) {}
     void Print(const RtpUdpSink::Statistics& stats) {
-        if (stats.errSendFailed != mReported) {
-            mReported = stats.errSendFailed;
-            KEOutputLogMessage(logger::Cons, KEWARN,
-                               "UDP send failures: {}, UDP packets dropped: {}, last failure st={}: {}",
-                               stats.errSendFailed, stats.errUdpPacketsDropped,
-                               KEFormatArgKEStatus(stats.lastSendFailure),
-                               StatusWords(stats.lastSendFailure));
+        if (stats.errSendFailed != mFailed || stats.errUdpPacketsDropped != mDropped) {
+            mFailed = stats.errSendFailed;
+            mDropped = stats.errUdpPacketsDropped;
+            Explain("{}", WordsForSendFailures(mReceiver, stats));
         }
     }
 
 private:
-    std::uint64_t mReported = 0;
+    std::string mReceiver;
+    std::uint64_t mFailed = 0;
+    std::uint64_t mDropped = 0;
 };
 
 // What the user is told while the stream is forwarded.
 class Reports {
 public:
     Reports(const QuaysideDevice& device, const AvtpSource& source, const RtpUdpSink& sink)
-        : mDevice(device), mSource(source), mSink(sink) {}
+        : mDevice(device), mSource(source), mSink(sink), mSendFailures(ReceiverOf(sink)) {}
 
     void PrintStatistics();
     // Only what is new since the last call.
     void PrintLossesAndFailures(const RtpUdpSink::Statistics& sinkStats);
+    // What was wrong with the stream, when source and sink are stopped. Returns the exit status.
+    [[nodiscard]] KESTATUS PrintSummary(const std::string& deviceName);
 
 private:
+    static std::string ReceiverOf(const RtpUdpSink& sink) {
+        return AddressWithPort(sink.SocketAddress(), static_cast<std::uint16_t>(gCmdLine.mPortNumber));
+    }
+
     const QuaysideDevice& mDevice;
     const AvtpSource& mSource;
     const RtpUdpSink& mSink;
+    bool mHasRun = false; // not stopped during the start
     SendFailureReport mSendFailures;
     LostFramesReport mLostFrames = LostFramesReport("Received frames lost because reading was too slow: {}");
     FailureReport mFailure = FailureReport(mDevice, "AVTP source has ended, st={}.");
 };
 
 void Reports::PrintStatistics() {
+    mHasRun = true;
     const AvtpSource::Statistics sourceStats = mSource.QuerryStatistics();
     const RtpUdpSink::Statistics sinkStats = mSink.QuerryStatistics();
     KEOutputLogMessage(
@@ -120,6 +136,27 @@ void Reports::PrintLossesAndFailures(const RtpUdpSink::Statistics& sinkStats) {
     mSendFailures.Print(sinkStats);
     mLostFrames.Print(mSource.LostFrames());
     mFailure.Print(failure);
+}
+
+KESTATUS Reports::PrintSummary(const std::string& deviceName) {
+    const AvtpSource::Statistics stats = mSource.QuerryStatistics();
+    const RtpUdpSink::Statistics sinkStats = mSink.QuerryStatistics();
+    const KESTATUS failure = mSource.FailureStatus();
+    PrintLossesAndFailures(sinkStats);
+    const std::string nothing =
+        mHasRun && failure == KESTATUS_SUCCESS ? WordsForNothingForwarded(stats, deviceName) : "";
+    for (const std::string& line : {nothing, WordsForGaps(stats), WordsForDamage(stats)}) {
+        if (!line.empty()) {
+            Explain("{}", line);
+        }
+    }
+    ErrorStatus errorStatus;
+    errorStatus.Note(failure);
+    errorStatus.NoteIf(sinkStats.errUdpPacketsDropped != 0 || sinkStats.errUdpPacketsRefused != 0,
+                       sinkStats.lastSendFailure);
+    errorStatus.NoteIf(mSource.LostFrames() != 0 || stats.errGaps != 0, KESTATUS_NO_RESOURCES);
+    errorStatus.NoteIf(stats.errFramesDamaged != 0, KESTATUS_INVALID_DATA);
+    return errorStatus.ExitStatus();
 }
 
 } // namespace
@@ -139,6 +176,7 @@ KESTATUS CmdAv2Rtp() {
     if (st != KESTATUS_SUCCESS) {
         return ReportFailedOpening(DeviceUse::Receive, st);
     }
+    ExplainCommandLine(&device);
     RtpUdpSink sink;
     AvtpSource source;
     st = Create(device, sourceAddress, sink, source);
@@ -160,8 +198,7 @@ KESTATUS CmdAv2Rtp() {
     source.StopSource();
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop RTP sink...");
     sink.StopSink();
-    reports.PrintLossesAndFailures(sink.QuerryStatistics());
-    return KESTATUS_SUCCESS;
+    return reports.PrintSummary(DeviceName(device));
 }
 
 } // namespace flowlane

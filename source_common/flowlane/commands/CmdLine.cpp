@@ -3,6 +3,9 @@
 #include "base/LogCons.h"
 #include "commands/BuildTime.h"
 #include "commands/Commands.h"
+#include "explanations/CommandLineDevices.h"
+#include "explanations/CommandLineErrors.h"
+#include "explanations/Explain.h"
 
 namespace flowlane {
 
@@ -18,10 +21,25 @@ KESTATUS CmdLine::ParseCommandLine(int argc, const char* const* argv) {
     KECmdLineParserT<char> parser(cProgramName, &mArgs, nullptr);
     DefineCommandLine(parser);
     const KESTATUS st = parser.ParseCommandLine(argc, argv);
+    mGivenOptions = parser.Occurrences();
     if (st == KESTATUS_SUCCESS && mShowHelp) {
         mCommand = gCommands.help;
     }
     return st;
+}
+
+void CmdLine::ExplainFailure(KESTATUS st) const {
+    std::string line;
+    if (st == KESTATUS_UNKNOWN_OPTION) {
+        line = WordsForUnknownOption(mGivenOptions.back().mWord);
+    } else if (st == KESTATUS_MISSING_VALUE) {
+        line = WordsForRefusedValue(mGivenOptions.back(), {});
+    } else if (st == KESTATUS_INVALID_FORMAT) {
+        line = WordsForRefusedValue(mGivenOptions.back(), ConnectedDeviceNames());
+    }
+    if (!line.empty()) {
+        Explain("{}", line);
+    }
 }
 
 void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {

@@ -1,6 +1,6 @@
 // The settings of a run. The command line is parsed once, before anything else happens; from then on they
 // are only read, from any thread. An option writes one member. -u and -i also note that they were given, and
-// -h also replaces the command word.
+// -h also replaces the command word. All options are also kept as they were given.
 #ifndef FLOWLANE_CMDLINE_H
 #define FLOWLANE_CMDLINE_H
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "explanations/CommandLineOptions.h"
 #include "kestatus.h"
 #include "text/KEUnicode.h"
 #include "values/KECmdLineParser.h"
@@ -19,6 +20,9 @@ public:
     // Parses the words of the command line into the members. A failure is that of the parser, which has
     // printed it to standard error.
     [[nodiscard]] KESTATUS ParseCommandLine(int argc, const char* const* argv);
+
+    // For a failure of ParseCommandLine: says what was probably meant. Prints to the Cons logger.
+    void ExplainFailure(KESTATUS st) const;
 
     // Defines the command word and the options, which the parser writes into the members. The object must
     // outlive the parser.
@@ -44,6 +48,7 @@ public:
     std::uint32_t mVlanTCI = 0;               // -vtci: 0: no VLAN tag
     std::uint32_t mStartFileIndex = 1;        // -i
     bool mErrorStatus = false;                // -es: the exit code says what was lost, see ErrorStatus.h
+    std::vector<GivenOption> mGivenOptions;   // in their order; one that was refused is the last
 };
 
 extern CmdLine gCmdLine;

@@ -95,6 +95,7 @@ KESTATUS CmdPcap() {
     if (st != KESTATUS_SUCCESS) {
         return ReportFailedOpening(DeviceUse::Receive, st);
     }
+    ExplainCommandLine(&device);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start PCAPNG file writer on device {}...", description);
     const unsigned frameSize = gCmdLine.mFrameSize + static_cast<unsigned>(rawheader::cSize);

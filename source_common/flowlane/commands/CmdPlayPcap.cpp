@@ -100,6 +100,7 @@ KESTATUS CmdPlayPcap() {
     if (st != KESTATUS_SUCCESS) {
         return ReportFailedOpening(DeviceUse::Send, st);
     }
+    ExplainCommandLine(&device);
 
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
     PcapNgFileReader reader;

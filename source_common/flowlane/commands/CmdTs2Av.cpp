@@ -141,6 +141,7 @@ KESTATUS CmdTs2Av() {
     if (st != KESTATUS_SUCCESS) {
         return ReportFailedOpening(DeviceUse::Send, st);
     }
+    ExplainCommandLine(&device);
     AvtpSink sink;
     TSFileSource source;
     st = Create(device, destination, sink, source);

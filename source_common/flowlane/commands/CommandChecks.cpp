@@ -1,9 +1,17 @@
 #include "commands/CommandChecks.h"
 
 #include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
+#include "explanations/CommandLineDevices.h"
+#include "explanations/CommandLineErrors.h"
+#include "explanations/CommandLineNotes.h"
+#include "explanations/DeviceName.h"
+#include "explanations/Explain.h"
 
 namespace flowlane {
 
@@ -22,6 +30,7 @@ KESTATUS ReadMacAddressOption(KEEthernetMacAddress& address) {
     if (st != KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Cons, KEERROR, "InitFromString('{}') failed, st={}.", gCmdLine.mMacAddress,
                            KEFormatArgKEStatus(st));
+        Explain("{}", WordsForRefusedMacAddress(gCmdLine.mMacAddress));
     }
     return st;
 }
@@ -42,6 +51,7 @@ KESTATUS CheckArgumentsPresent() {
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "Missing arguments.");
     PrintUsageHint();
+    Explain("{}", WordsForMissingArgument(gCmdLine.mCommand));
     return KESTATUS_INVALID_PARAMETER;
 }
 
@@ -51,6 +61,23 @@ KESTATUS CheckStreamArguments(KEEthernetMacAddress& address) {
         st = ReadMacAddressOption(address);
     }
     return st == KESTATUS_SUCCESS ? CheckUniqueIdOption() : st;
+}
+
+void ExplainCommandLine(const QuaysideDevice* device) {
+    static bool sIsExplained = false;
+    if (std::exchange(sIsExplained, true)) {
+        return;
+    }
+    const CommandLineWords words = {gCmdLine.mCommand, gCmdLine.mArgs, gCmdLine.mGivenOptions};
+    DevicesSeen devices;
+    if (NeedsDeviceNames(words)) {
+        devices = {ConnectedDeviceNames(), device ? DeviceName(*device) : ""};
+    }
+    for (const std::vector<std::string>& notes : {NotesOnOptions(words), NotesOnArguments(words, devices)}) {
+        for (const std::string& note : notes) {
+            Explain("{}", note);
+        }
+    }
 }
 
 const char* FriendlyNameOption() {

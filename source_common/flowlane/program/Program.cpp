@@ -11,7 +11,10 @@
 #include "KELinuxLogging.h"
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
+#include "commands/CommandChecks.h"
 #include "commands/Commands.h"
+#include "explanations/CommandLineErrors.h"
+#include "explanations/Explain.h"
 #include "program/LogTargetObjects.h"
 #include "program/VerboseTarget.h"
 #include "quayside2_api.h"
@@ -60,7 +63,16 @@ KESTATUS RunCommand() {
     }
     KEOutputLogMessage(logger::Cons, KEERROR, "Invalid command {}.", gCmdLine.mCommand);
     PrintUsageHint();
+    Explain("{}", WordsForUnknownCommand(gCmdLine.mCommand, gCmdLine.mArgs));
     return KESTATUS_INVALID_COMMAND;
+}
+
+std::uint16_t MajorOf(std::uint32_t apiVersion) {
+    return static_cast<std::uint16_t>(apiVersion >> 16);
+}
+
+std::uint16_t MinorOf(std::uint32_t apiVersion) {
+    return static_cast<std::uint16_t>(apiVersion);
 }
 
 int Run(int argc, const char* const* argv) {
@@ -71,22 +83,31 @@ int Run(int argc, const char* const* argv) {
 
     if (!QBX_CheckApiVersion(QBX_API_VERSION_MAJOR, QBX_API_VERSION_MINOR)) {
         KEOutputLogMessage(logger::Cons, KEERROR, "The DLL is incompatible with this application.");
+        Explain("The device library has interface version {}.{:02}, and flowlane needs {}.{:02}. Is "
+                "LD_LIBRARY_PATH set to another library?",
+                MajorOf(QBX_GetApiVersion()), MinorOf(QBX_GetApiVersion()), QBX_API_VERSION_MAJOR,
+                QBX_API_VERSION_MINOR);
         return -1;
     }
     const std::uint32_t apiVersion = QBX_GetApiVersion();
-    KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.",
-                       static_cast<std::uint16_t>(apiVersion >> 16), static_cast<std::uint16_t>(apiVersion));
+    KEOutputLogMessage(logger::Cons, KEINFO, "Quayside library API Version {}.{:02}.", MajorOf(apiVersion),
+                       MinorOf(apiVersion));
 
-    const KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
+    KESTATUS st = gCmdLine.ParseCommandLine(argc, argv);
     if (st != KESTATUS_SUCCESS) {
         PrintUsageHint();
+        gCmdLine.ExplainFailure(st);
         return static_cast<int>(st);
     }
     if (gCmdLine.mVerbose) {
         KESetLevelForAllLoggers(KEMAXLEVEL);
         ShowGlobalMessages();
     }
-    return static_cast<int>(RunCommand());
+    st = RunCommand();
+    if (st != KESTATUS_SUCCESS && st != KESTATUS_INVALID_COMMAND) {
+        ExplainCommandLine(nullptr); // unless it was explained when the device was open
+    }
+    return static_cast<int>(st);
 }
 
 } // namespace

@@ -61,8 +61,7 @@ KESTATUS AvtpSource::StartSource() {
     if (state == KEOsWorkerThreadState::NotCreated || state == KEOsWorkerThreadState::Terminated) {
         mSequenceNumber = 0;
         mDataBlockCount = 0;
-        mStats.infAvtpPacketsReceived.Clear();
-        mStats.infTsPacketsDelivered.Clear();
+        mStats.Clear();
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         ResetTsPacketAssembler();
         mSequenceNumberValid = false;
@@ -164,6 +163,7 @@ KESTATUS AvtpSource::ProcessData() {
 }
 
 void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length) {
+    mStats.Add(&Statistics::infFramesTaken);
     unsigned headerSize = 0;
     if (!CheckEthernetHeader(frame, length, headerSize)) {
         return;
@@ -173,7 +173,7 @@ void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length
     if (!CheckAvtpHeader(avtpHeader, avtpLength)) {
         return;
     }
-    mStats.infAvtpPacketsReceived.Add();
+    mStats.Add(&Statistics::infAvtpPacketsReceived);
     const unsigned cipLength = avtpLength - cAvtpHeaderSize;
     if (!CheckCipHeader(avtpHeader + cAvtpHeaderSize, cipLength)) {
         ResetTsPacketAssembler();
@@ -183,7 +183,7 @@ void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length
     if (dataLength % cDataBlockSize != 0) {
         Log(KEWARN, "unexpected byte count {} not multiple of data block size ({} bytes)", dataLength,
             cDataBlockSize);
-        ResetTsPacketAssembler();
+        NoteDamage();
         return;
     }
     const std::uint8_t* const data = avtpHeader + cAvtpHeaderSize + cCipHeaderSize;
@@ -199,14 +199,16 @@ void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length
 bool AvtpSource::CheckEthernetHeader(const std::uint8_t* frame, unsigned length, unsigned& headerSize) {
     if (length < cEthHeaderSize) {
         Log(KEERROR, "frame length {} too small, min. {}", length, cEthHeaderSize);
-        ResetTsPacketAssembler();
+        NoteDamage();
         return false;
     }
     if (!CheckDestinationAddress(frame + cEthDestinationOffset)) {
+        mStats.Add(&Statistics::infOtherDestination);
         return false;
     }
     if (mSourceAddress != cBroadcastAddress && !IsAddress(frame + cEthSourceOffset, mSourceAddress)) {
         Log(KEINFO, "source MAC address mismatch");
+        mStats.Add(&Statistics::infOtherSender);
         return false;
     }
     headerSize = cEthHeaderSize;
@@ -214,7 +216,7 @@ bool AvtpSource::CheckEthernetHeader(const std::uint8_t* frame, unsigned length,
     if (etherType == cEtherTypeVlan) {
         if (length < cEthVlanHeaderSize) {
             Log(KEERROR, "VLAN frame length {} too small, min. {}", length, cEthVlanHeaderSize);
-            ResetTsPacketAssembler();
+            NoteDamage();
             return false;
         }
         headerSize = cEthVlanHeaderSize;
@@ -222,6 +224,7 @@ bool AvtpSource::CheckEthernetHeader(const std::uint8_t* frame, unsigned length,
     }
     if (etherType != cEtherTypeAvtp) {
         Log(KEINFO, "ignore frame with unsupported EtherType {:#X}", etherType);
+        mStats.Add(&Statistics::infOtherProtocol);
         return false;
     }
     return true;
@@ -245,25 +248,29 @@ bool AvtpSource::CheckDestinationAddress(const std::uint8_t* destination) const 
 bool AvtpSource::CheckAvtpHeader(const std::uint8_t* header, unsigned length) {
     if (length < cAvtpHeaderSize) {
         Log(KEERROR, "AVTP packet length {} too small, min. {}", length, cAvtpHeaderSize);
-        ResetTsPacketAssembler();
+        NoteDamage();
         return false;
     }
     const std::uint8_t subtype = header[cAvtpSubtypeOffset];
     if (subtype != cAvtpSubtype61883) {
         Log(KEINFO, "ignore unsupported subtype {:#X}", subtype);
+        mStats.Add(&Statistics::infOtherFormat);
         return false;
     }
     const unsigned version = header[cAvtpFlagsOffset] >> 4 & 0x7;
     if (version != 0) {
         Log(KEINFO, "ignore unsupported version {}", version);
+        mStats.Add(&Statistics::infOtherFormat);
         return false;
     }
     if (mFilterByUniqueId && !CheckUniqueId(header)) {
+        mStats.Add(&Statistics::infOtherUniqueId);
         return false;
     }
     const std::uint8_t sequenceNumber = header[cAvtpSequenceNumberOffset];
     if (mSequenceNumberValid && sequenceNumber != mSequenceNumber) {
         Log(KEWARN, "sequence number mismatch, got {}, exp. {}", sequenceNumber, mSequenceNumber);
+        mStats.Add(&Statistics::errGaps);
         ResetTsPacketAssembler();
     }
     mSequenceNumberValid = true;
@@ -272,7 +279,7 @@ bool AvtpSource::CheckAvtpHeader(const std::uint8_t* header, unsigned length) {
     if (streamDataLength != length - cAvtpHeaderSize) {
         Log(KEWARN, "stream data length mismatch, got {}, exp. {}", streamDataLength,
             length - cAvtpHeaderSize);
-        ResetTsPacketAssembler();
+        NoteDamage();
         return false;
     }
     return true;
@@ -294,8 +301,25 @@ bool AvtpSource::CheckUniqueId(const std::uint8_t* header) const {
 bool AvtpSource::CheckCipHeader(const std::uint8_t* header, unsigned length) {
     if (length < cCipHeaderSize) {
         Log(KEERROR, "CIP length {} too small, min. {}", length, cCipHeaderSize);
+        mStats.Add(&Statistics::errFramesDamaged);
         return false;
     }
+    if (!CheckCipFormat(header)) {
+        mStats.Add(&Statistics::infOtherFormat);
+        return false;
+    }
+    const std::uint8_t dataBlockCount = header[cCipDbcOffset];
+    if (mTsPacketState == TSPacketAssemblerState::ReceivingDataBlocks && dataBlockCount != mDataBlockCount) {
+        Log(KEWARN, "DBC mismatch, got {}, exp. {}", dataBlockCount, mDataBlockCount);
+        mStats.Add(&Statistics::errGaps);
+        ResetTsPacketAssembler();
+    }
+    mDataBlockCount = dataBlockCount;
+    return true;
+}
+
+// Whether it carries a transport stream.
+bool AvtpSource::CheckCipFormat(const std::uint8_t* header) {
     if (header[cCipDbsOffset] != cCipDbsTS) {
         Log(KEINFO, "ignore unsupported DBS {}", header[cCipDbsOffset]);
         return false;
@@ -314,12 +338,6 @@ bool AvtpSource::CheckCipHeader(const std::uint8_t* header, unsigned length) {
         Log(KEINFO, "ignore unsupported FMT {}", format);
         return false;
     }
-    const std::uint8_t dataBlockCount = header[cCipDbcOffset];
-    if (mTsPacketState == TSPacketAssemblerState::ReceivingDataBlocks && dataBlockCount != mDataBlockCount) {
-        Log(KEWARN, "DBC mismatch, got {}, exp. {}", dataBlockCount, mDataBlockCount);
-        ResetTsPacketAssembler();
-    }
-    mDataBlockCount = dataBlockCount;
     return true;
 }
 
@@ -341,9 +359,15 @@ void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
         }
-        mStats.infTsPacketsDelivered.Add();
+        mStats.Add(&Statistics::infTsPacketsDelivered);
         mCurTsPacketData = mTsPacket.mData;
     }
+}
+
+// The frame cannot be used.
+void AvtpSource::NoteDamage() noexcept {
+    mStats.Add(&Statistics::errFramesDamaged);
+    ResetTsPacketAssembler();
 }
 
 // Discards the part of a packet that was put together so far.
@@ -353,8 +377,7 @@ void AvtpSource::ResetTsPacketAssembler() noexcept {
 }
 
 AvtpSource::Statistics AvtpSource::QuerryStatistics() const noexcept {
-    return {.infAvtpPacketsReceived = mStats.infAvtpPacketsReceived.Value(),
-            .infTsPacketsDelivered = mStats.infTsPacketsDelivered.Value()};
+    return mStats.Snapshot();
 }
 
 } // namespace flowlane

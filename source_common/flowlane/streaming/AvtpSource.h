@@ -15,7 +15,7 @@
 
 #include "KEOsWorkerThread.h"
 #include "base/PipelineClock.h"
-#include "base/RelaxedCounter.h"
+#include "base/StatisticsCounters.h"
 #include "device/LostFrameCounter.h"
 #include "device/QuaysideDevice.h"
 #include "streaming/AvtpFormat.h"
@@ -36,6 +36,16 @@ public:
     struct Statistics {
         std::uint64_t infAvtpPacketsReceived = 0; // frames that passed the Ethernet and AVTP checks
         std::uint64_t infTsPacketsDelivered = 0;  // packets handed to the sink
+        std::uint64_t infFramesTaken = 0;         // all frames that the device has delivered
+        // Frames that were ignored.
+        std::uint64_t infOtherDestination = 0; // for another receiver or a multicast group
+        std::uint64_t infOtherSender = 0;      // not from the only sender to accept
+        std::uint64_t infOtherUniqueId = 0;    // another stream than that of the unique ID, or without an ID
+        std::uint64_t infOtherProtocol = 0;    // no AVTP
+        std::uint64_t infOtherFormat = 0;      // AVTP that carries no transport stream
+        // Losses.
+        std::uint64_t errGaps = 0;          // places where the counters of the stream jump
+        std::uint64_t errFramesDamaged = 0; // frames whose lengths do not agree
     };
 
     explicit AvtpSource(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
@@ -81,8 +91,10 @@ private:
     bool CheckDestinationAddress(const std::uint8_t* destination) const;
     bool CheckAvtpHeader(const std::uint8_t* header, unsigned length);
     bool CheckUniqueId(const std::uint8_t* header) const;
+    static bool CheckCipFormat(const std::uint8_t* header);
     bool CheckCipHeader(const std::uint8_t* header, unsigned length);
     void ProcessDataBlock(const std::uint8_t* block);
+    void NoteDamage() noexcept;
     void ResetTsPacketAssembler() noexcept;
 
     PipelineClock& mClock;
@@ -98,10 +110,7 @@ private:
     std::uint8_t* mCurTsPacketData = mTsPacket.mData;
     TSPacketAssemblerState mTsPacketState = TSPacketAssemblerState::Synchronizing;
     SinkBase* mSink = nullptr;
-    struct {
-        RelaxedCounter infAvtpPacketsReceived;
-        RelaxedCounter infTsPacketsDelivered;
-    } mStats;
+    StatisticsCounters<Statistics> mStats;
     std::uint16_t mUniqueID = 0;
     std::uint8_t mSequenceNumber = 0;  // expected next
     std::uint8_t mDataBlockCount = 0;  // expected of the next data block

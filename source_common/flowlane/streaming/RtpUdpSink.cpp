@@ -1,7 +1,9 @@
 #include "streaming/RtpUdpSink.h"
 
 #include <netdb.h>
+#include <sys/socket.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "KEOsSocketAddressInfo.h"
@@ -41,6 +43,7 @@ KESTATUS RtpUdpSink::ConfigureSocket(const char* hostName, std::uint16_t port, u
     hints.ai_socktype = SOCK_DGRAM;
     KEOsSocketAddressInfo addresses;
     KESTATUS st = addresses.GetAddressInfo(hostName, port, &hints);
+    mLookupError = addresses.LookupError();
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Global, "GetAddressInfo failed, st={}", st);
     }
@@ -77,9 +80,25 @@ KESTATUS RtpUdpSink::StartSink() {
     mStats.infUdpPacketsSent.Clear();
     mStats.errSendFailed.store(0, std::memory_order_relaxed);
     mStats.errUdpPacketsDropped.Clear();
+    mStats.errUdpPacketsRefused.Clear();
     mStats.lastSendFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
     BeginDatagram();
     return KESTATUS_SUCCESS;
+}
+
+void RtpUdpSink::StopSink() {
+    if (mSocket.Handle() == KEOsSocket::InvalidSocket) {
+        return;
+    }
+    if (mTsPacketCount != 0) {
+        DropDatagram(); // all that was delivered has been tried
+    }
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(mSocket.Handle(), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0) {
+        CountFailure(KEStatusFromErrno(error));
+        mStats.errUdpPacketsDropped.Add();
+    }
 }
 
 KESTATUS RtpUdpSink::DeliverTSPacket(const TSPacket& packet) {
@@ -114,8 +133,7 @@ KESTATUS RtpUdpSink::SendUdpPacket() {
     std::size_t sent = 0;
     const KESTATUS st = mSocket.SendData(mUdpPacket, length, sent);
     if (st != KESTATUS_SUCCESS) {
-        mStats.lastSendFailure.store(st, std::memory_order_relaxed);
-        mStats.errSendFailed.fetch_add(1, std::memory_order_release);
+        CountFailure(st);
         if (st == KESTATUS_TIMEOUT || st == KESTATUS_WOULD_BLOCK) {
             // The datagram is kept, whatever the text says: it is not to change.
             KEOutputLogMessage(logger::Global, KEWARN, "SendData timed out, packet is dropped");
@@ -129,6 +147,14 @@ KESTATUS RtpUdpSink::SendUdpPacket() {
     BeginDatagram();
     mStats.infUdpPacketsSent.Add();
     return KESTATUS_SUCCESS;
+}
+
+void RtpUdpSink::CountFailure(KESTATUS st) noexcept {
+    if (st == KEStatusFromErrno(ECONNREFUSED)) {
+        mStats.errUdpPacketsRefused.Add();
+    }
+    mStats.lastSendFailure.store(st, std::memory_order_relaxed);
+    mStats.errSendFailed.fetch_add(1, std::memory_order_release);
 }
 
 void RtpUdpSink::BeginDatagram() noexcept {
@@ -165,6 +191,7 @@ RtpUdpSink::Statistics RtpUdpSink::QuerryStatistics() const noexcept {
             // Read before the status, so that a failure that is counted has its status.
             .errSendFailed = mStats.errSendFailed.load(std::memory_order_acquire),
             .errUdpPacketsDropped = mStats.errUdpPacketsDropped.Value(),
+            .errUdpPacketsRefused = mStats.errUdpPacketsRefused.Value(),
             .lastSendFailure = mStats.lastSendFailure.load(std::memory_order_relaxed)};
 }
 

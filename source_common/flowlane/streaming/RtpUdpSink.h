@@ -33,7 +33,8 @@ public:
     struct Statistics {
         std::uint64_t infUdpPacketsSent = 0;
         std::uint64_t errSendFailed = 0;        // attempts that failed or would have blocked
-        std::uint64_t errUdpPacketsDropped = 0; // full datagrams whose last attempt failed
+        std::uint64_t errUdpPacketsDropped = 0; // datagrams whose last attempt failed
+        std::uint64_t errUdpPacketsRefused = 0; // failures that tell of an earlier datagram that nobody took
         KESTATUS lastSendFailure = KESTATUS_SUCCESS;
     };
 
@@ -48,8 +49,9 @@ public:
 
     // Sequence number and statistics begin at 0. Always succeeds.
     [[nodiscard]] KESTATUS StartSink() override;
-    // Does nothing: the destructor closes the socket.
-    void StopSink() override {}
+    // Counts what is lost at the end: a datagram that could not be sent, and one that was refused since the
+    // last attempt. The destructor closes the socket.
+    void StopSink() override;
 
     // The packet is always taken. A failure is that of sending a datagram; a send that would block is no
     // failure.
@@ -58,6 +60,8 @@ public:
 
     // The numeric address of the host, without the port. For the owner, after CreateRtpUdpSink.
     const std::string& SocketAddress() const noexcept { return mSocketAddrStr; }
+    // Why the host could not be resolved: an error of getaddrinfo, 0 when it was resolved. For the owner.
+    int LookupError() const noexcept { return mLookupError; }
     // Counted since the start.
     Statistics QuerryStatistics() const noexcept;
 
@@ -75,6 +79,7 @@ private:
 
     void BeginDatagram() noexcept;
     void DropDatagram() noexcept;
+    void CountFailure(KESTATUS st) noexcept;
     [[nodiscard]] KESTATUS SendUdpPacket();
     std::size_t RtpHeaderSize() const noexcept;
 
@@ -82,12 +87,14 @@ private:
     std::uint8_t mUdpPacket[MaxUdpPayloadSize] = {};
     std::uint8_t* mCurPayloadData = mUdpPacket; // where the next bytes go
     std::string mSocketAddrStr;
+    int mLookupError = 0;
     std::uint32_t mMaxTsPacketCount = cMaxTsPackets;
     std::uint32_t mTsPacketCount = 0; // in the datagram being built
     struct {
         RelaxedCounter infUdpPacketsSent;
         std::atomic<std::uint64_t> errSendFailed = 0; // stored after the failure's status
         RelaxedCounter errUdpPacketsDropped;
+        RelaxedCounter errUdpPacketsRefused;
         std::atomic<KESTATUS> lastSendFailure = KESTATUS_SUCCESS;
     } mStats;
     std::uint16_t mRtpSequenceNumber = 0; // for the next header

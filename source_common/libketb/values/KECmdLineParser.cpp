@@ -61,6 +61,7 @@ KESTATUS KECmdLineParserT<CharT>::ParseCommandLine(int argc, const CharT* const*
 
 template <typename CharT>
 KESTATUS KECmdLineParserT<CharT>::ParseCommandLineImpl(const std::vector<StringT>& words) {
+    mOccurrences.clear();
     if (words.empty()) {
         return KESTATUS_FAILED;
     }
@@ -90,6 +91,7 @@ template <typename CharT>
 KESTATUS KECmdLineParserT<CharT>::ParseOption(const std::vector<StringT>& words, std::size_t& index) {
     const StringT& word = words[index];
     ArgBase* const option = FindOption(word);
+    mOccurrences.push_back({word, option ? option->GetShortName() : StringT(), StringT()});
     if (!option) {
         if (mIgnoreUnknownOptions) {
             PrintError("Ignoring unknown option {}.\n", word);
@@ -105,6 +107,7 @@ KESTATUS KECmdLineParserT<CharT>::ParseOption(const std::vector<StringT>& words,
             return KESTATUS_MISSING_VALUE;
         }
         ++index;
+        mOccurrences.back().mValue = words[index];
         st = option->Process(words[index]);
         if (st != KESTATUS_SUCCESS) {
             PrintError("Invalid value {} for option {}.\n", words[index], word);

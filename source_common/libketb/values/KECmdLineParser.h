@@ -7,6 +7,7 @@
 #ifndef KESTRELON_KECMDLINEPARSER_H
 #define KESTRELON_KECMDLINEPARSER_H
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -53,6 +54,12 @@ public:
     };
     struct ArgumentDesc {
         bool mIsRequired;
+    };
+    // An option as it stands on the command line.
+    struct Occurrence {
+        StringT mWord;      // with its dashes
+        StringT mShortName; // empty for an unknown option
+        StringT mValue;     // the next word; empty for a switch
     };
 
     // An option or a positional argument.
@@ -160,6 +167,12 @@ public:
     //   KESTATUS_NO_MEMORY           memory is short
     [[nodiscard]] KESTATUS ParseCommandLine(int argc, const CharT* const* argv) noexcept;
 
+    // The options of the last parse in their order. One that was rejected is the last.
+    const std::vector<Occurrence>& Occurrences() const { return mOccurrences; }
+
+    // How many options are defined.
+    std::size_t OptionCount() const { return mOptionsList.size(); }
+
     // Formats a line and prints it behind the program's name.
     template <typename... Args>
     void PrintError(const CharT* format, const Args&... args) const {
@@ -197,6 +210,7 @@ private:
 
     ArgList mArgumentsList; // in the order of definition
     ArgList mOptionsList;
+    std::vector<Occurrence> mOccurrences;
     KEStringVectorCHAR* mRemainingArguments;
     KEStringVectorWCHAR* mRemainingArgumentsW;
     StringT mProgramName;

@@ -151,6 +151,16 @@ INSTANTIATE_TEST_SUITE_P(
                                    c.mArgs = {"--", "-5", "--5"};
                                }}));
 
+TEST(CmdLineTest, KeepsTheOptionsAsTheyWereGiven) {
+    CmdLine c;
+    ASSERT_EQ(Parse(c, {"pcap", "--port_number", "5k", "file", "-v"}), KESTATUS_SUCCESS);
+    ASSERT_EQ(c.mGivenOptions.size(), 2u);
+    EXPECT_EQ(c.mGivenOptions[0].mWord, "--port_number");
+    EXPECT_EQ(c.mGivenOptions[0].mShortName, "p");
+    EXPECT_EQ(c.mGivenOptions[0].mValue, "5k");
+    EXPECT_EQ(c.mGivenOptions[1].mWord, "-v");
+}
+
 TEST(CmdLineTest, DefinesItsOptionsForAnyParser) {
     CmdLine c;
     kestrelon::KECmdLineParserT<char> parser("other", &c.mArgs, nullptr);

@@ -172,6 +172,7 @@ TEST_P(AvtpLossTest, ForwardsWholePacketsAndResumesWithTheNextFrame) {
         jumps += arriving[i].number != arriving[i - 1].number + 1 ? 1u : 0u;
     }
     EXPECT_EQ(log.CountContaining(KEWARN, "sequence number mismatch"), jumps);
+    EXPECT_EQ(source.QuerryStatistics().errGaps, jumps);
     if (jumps == 0) {
         EXPECT_EQ(expected.size(), mPackets);
     } else {

@@ -10,8 +10,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "streaming/AvtpSourceFixture.h"
@@ -233,6 +235,31 @@ const FrameCase cFrameCases[] = {
          CapturedMessage{KEWARN, "unexpected byte count 1 not multiple of data block size (24 bytes)"}},
 };
 
+using Statistics = AvtpSource::Statistics;
+
+// The counter of a frame that is not forwarded, known by the message.
+std::uint64_t Statistics::*CounterOf(const std::string& message) {
+    struct Counter {
+        const char* part;
+        std::uint64_t Statistics::*field;
+    };
+    constexpr Counter cCounters[] = {
+        {"destination MAC address", &Statistics::infOtherDestination},
+        {"multicast MAC address", &Statistics::infOtherDestination},
+        {"source MAC address", &Statistics::infOtherSender},
+        {"EtherType", &Statistics::infOtherProtocol},
+        {"StreamID", &Statistics::infOtherUniqueId},
+        {"unique ID", &Statistics::infOtherUniqueId},
+        {"ignore unsupported", &Statistics::infOtherFormat},
+        {"ignore data without source packet header", &Statistics::infOtherFormat},
+        {"", &Statistics::errFramesDamaged},
+    };
+    return std::find_if(
+               std::begin(cCounters), std::end(cCounters),
+               [&](const Counter& counter) { return message.find(counter.part) != std::string::npos; })
+        ->field;
+}
+
 class AvtpSourceFrameTest : public AvtpSourceTest, public testing::WithParamInterface<FrameCase> {
 protected:
     // Two good frames enclose the frame of the test. When that is forwarded, its packet 10 comes between
@@ -287,6 +314,12 @@ TEST_P(AvtpSourceFrameTest, IsTakenOrIgnored) {
     const AvtpSource::Statistics stats = mSource.QuerryStatistics();
     EXPECT_EQ(stats.infAvtpPacketsReceived, IsCounted() ? 3u : 2u);
     EXPECT_EQ(stats.infTsPacketsDelivered, mSink.mPackets.size());
+    EXPECT_EQ(stats.infFramesTaken, 3u);
+    if (test.message) {
+        EXPECT_EQ(stats.*CounterOf(test.message->text), 1u);
+    }
+    EXPECT_EQ(SumOfFields(stats), stats.infAvtpPacketsReceived + stats.infTsPacketsDelivered +
+                                      stats.infFramesTaken + (test.message ? 1u : 0u));
     EXPECT_EQ(mSink.mBatches.size(), IsSent() ? 3u : 2u);
 }
 
@@ -324,6 +357,10 @@ TEST_F(AvtpSourceTest, AJumpOfTheBlockCountAloneIsReported) {
              AvtpFrame({.sequenceNumber = 1, .dataBlockCount = 16, .firstPacket = 5})});
     ExpectPackets({0, 5});
     EXPECT_THAT(mLog.Messages(), ElementsAre(CapturedMessage{KEWARN, "DBC mismatch, got 16, exp. 12"}));
+    EXPECT_EQ(mSource.QuerryStatistics().errGaps, 1u);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    mSource.StopSource();
+    EXPECT_EQ(SumOfFields(mSource.QuerryStatistics()), 0u); // since the last start
 }
 
 TEST_F(AvtpSourceTest, ARepeatedFrameIsAMismatchAndItsPacketsComeTwice) {

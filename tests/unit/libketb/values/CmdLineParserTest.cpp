@@ -389,4 +389,33 @@ TEST(CmdLineParserItemsTest, NamesAndKinds) {
     EXPECT_EQ(text, "word");
 }
 
+// --- What was given ------------------------------------------------------------------------------
+
+std::vector<Words> Occurrences(const Parser& parser) {
+    std::vector<Words> all;
+    for (const Parser::Occurrence& option : parser.Occurrences()) {
+        all.push_back({option.mWord, option.mShortName, option.mValue});
+    }
+    return all;
+}
+
+TEST_F(CmdLineParserTest, KeepsTheOptionsAsTheyWereGiven) {
+    EXPECT_EQ(Parse({"one", "--number", "5k", "-v", "two", "-n", "-v", "--number", "7"}), KESTATUS_SUCCESS);
+    EXPECT_EQ(Occurrences(mParser),
+              (std::vector<Words>{
+                  {"--number", "d", "5k"}, {"-v", "v", ""}, {"-n", "n", "-v"}, {"--number", "d", "7"}}));
+    EXPECT_EQ(mParser.OptionCount(), 3u);
+    EXPECT_EQ(Parse({}), KESTATUS_SUCCESS);
+    EXPECT_TRUE(mParser.Occurrences().empty());
+}
+
+TEST_F(CmdLineParserTest, ARejectedOptionIsTheLastOfThem) {
+    EXPECT_EQ(Parse({"-v", "-x", "-n", "a"}), KESTATUS_UNKNOWN_OPTION);
+    EXPECT_EQ(Occurrences(mParser), (std::vector<Words>{{"-v", "v", ""}, {"-x", "", ""}}));
+    EXPECT_EQ(Parse({"-d", "abc"}), KESTATUS_INVALID_FORMAT);
+    EXPECT_EQ(Occurrences(mParser), (std::vector<Words>{{"-d", "d", "abc"}}));
+    EXPECT_EQ(Parse({"--name"}), KESTATUS_MISSING_VALUE);
+    EXPECT_EQ(Occurrences(mParser), (std::vector<Words>{{"--name", "n", ""}}));
+}
+
 } // namespace

@@ -1,0 +1,33 @@
+// Finds the word that somebody probably meant.
+#ifndef FLOWLANE_WORDMATCH_H
+#define FLOWLANE_WORDMATCH_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace flowlane {
+
+// How many characters have to be inserted, left out, replaced or swapped with their neighbour to turn one
+// word into the other.
+std::size_t WordDistance(const std::string& left, const std::string& right);
+
+// The text without upper case letters of ASCII.
+std::string LowerCase(std::string text);
+
+// The candidates that the word may stand for, in their order. Those that differ only in upper and lower case
+// come before those that begin with the word or have it as a part between underscores, and these before
+// those that are misspelled. Empty when nothing is near.
+std::vector<std::string> NearestWords(const std::string& word, const std::vector<std::string>& candidates);
+
+// The text in '...', for a message: control characters become '?', and a long text is shortened.
+std::string Quoted(const std::string& text);
+// The same without the quotes.
+std::string Printable(const std::string& text);
+
+// "a", "a or b", "a, b or c" for the last separator " or ".
+std::string JoinedBy(const char* lastSeparator, const std::vector<std::string>& words);
+
+} // namespace flowlane
+
+#endif
