@@ -53,12 +53,12 @@ KESTATUS QuaysideDevice::CloseDevice() {
     return QBX_CloseDevice(std::exchange(mHandle, 0));
 }
 
-KESTATUS QuaysideDevice::GetDevicePropertyString(unsigned id, char* buffer, unsigned size) {
+KESTATUS QuaysideDevice::GetDevicePropertyString(unsigned id, char* buffer, unsigned size) const {
     return QBX_GetDevicePropertyString(mHandle, id, buffer, size);
 }
 
 KESTATUS QuaysideDevice::GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size,
-                                                 unsigned* returnedSize) {
+                                                 unsigned* returnedSize) const {
     return QBX_GetDevicePropertyBinary(mHandle, id, buffer, size, returnedSize);
 }
 

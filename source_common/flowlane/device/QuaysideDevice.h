@@ -29,9 +29,9 @@ public:
     // No device is open afterwards, whatever the status.
     [[nodiscard]] KESTATUS CloseDevice();
 
-    [[nodiscard]] KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size);
+    [[nodiscard]] KESTATUS GetDevicePropertyString(unsigned id, char* buffer, unsigned size) const;
     [[nodiscard]] KESTATUS GetDevicePropertyBinary(unsigned id, void* buffer, unsigned size,
-                                                   unsigned* returnedSize);
+                                                   unsigned* returnedSize) const;
 
     [[nodiscard]] KESTATUS EnableRawRx();
     [[nodiscard]] KESTATUS DisableRawRx();

@@ -1,0 +1,11 @@
+#include "explanations/DeviceName.h"
+
+namespace flowlane {
+
+std::string DeviceName(const QuaysideDevice& device) {
+    char name[QBX_PROPERTY_STRING_SIZE] = {};
+    const KESTATUS st = device.GetDevicePropertyString(QBX_PROPERTY_FRIENDLY_NAME, name, sizeof name);
+    return st == KESTATUS_SUCCESS ? name : "";
+}
+
+} // namespace flowlane
