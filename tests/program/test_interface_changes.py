@@ -125,12 +125,16 @@ def test_interface_removed(env, tmp_path, command, how):
         holder.kill()
         holder.wait()
     errors = [line for line in program.stderr.splitlines() if not line.startswith("Frames not sent because")]
+    if command == "playpcap":
+        assert re.fullmatch(r"Device 'flw0' did not send packet \d+ of '.*/play.pcapng' \(60 bytes\): The device has been "
+                            r"removed from the system; \d+ frames that were read ahead were not sent\.", errors.pop())
     assert errors == {
         "ts2av": [f"TS file source has ended, st={REMOVED}."],
         "playpcap": [f"PCAPNG file reader has ended, st={REMOVED}.",
                      "Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."],
         "av2rtp": [f"AVTP source has ended, st={REMOVED}."],
-        "pcap": [f"WaitForRawFrame failed, st={REMOVED}."]}[command]
+        "pcap": [f"WaitForRawFrame failed, st={REMOVED}.",
+                 "Device 'flw1' has stopped receiving: The device has been removed from the system."]}[command]
 
 
 def test_what_came_before_the_interface_was_removed_is_recorded(env, tmp_path):

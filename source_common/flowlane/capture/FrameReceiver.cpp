@@ -29,28 +29,24 @@ FrameReceiver::FrameReceiver(QuaysideDevice& device, PcapNgFileWriter& writer, u
       mSpareBuffer(std::make_unique<unsigned char[]>(frameSize)),
       mTickCount(std::move(tickCount)) {}
 
-void FrameReceiver::WriteReceivedFramesToFile(const Report& report, const StopCheck& isStopRequested) {
+KESTATUS FrameReceiver::WriteReceivedFramesToFile(const Report& report, const StopCheck& isStopRequested) {
     mLastReport = mTickCount();
-    for (bool hasFailed = false;;) {
+    for (KESTATUS failure = KESTATUS_SUCCESS;;) {
         if (IsReportDue()) {
             report();
             mLastReport = mTickCount();
             if (isStopRequested()) {
-                if (!hasFailed) {
-                    static_cast<void>(TakeReceivedFrames()); // it ends here anyway, and a failure is logged
-                }
-                return;
+                return failure == KESTATUS_SUCCESS ? TakeReceivedFrames() : failure;
             }
         }
-        if (hasFailed) {
-            return;
+        if (failure != KESTATUS_SUCCESS) {
+            return failure;
         }
         const KESTATUS st = mDevice.WaitForRawFrame(cReceiveTimeout);
         if (st == KESTATUS_SUCCESS) {
-            hasFailed = TakeReceivedFrames() != KESTATUS_SUCCESS;
+            failure = TakeReceivedFrames();
         } else if (st != KESTATUS_TIMEOUT) {
-            KEOutputFailure(logger::Cons, "WaitForRawFrame failed, st={}.", st);
-            hasFailed = true;
+            failure = KEOutputFailure(logger::Cons, "WaitForRawFrame failed, st={}.", st);
         }
     }
 }

@@ -32,7 +32,8 @@ public:
 
     // Receives until the user asks for the end or a call fails. Once a second it calls report and then
     // isStopRequested. Frames that the device received before the user asked for the end are still taken.
-    void WriteReceivedFramesToFile(const Report& report, const StopCheck& isStopRequested);
+    // Returns the status of the call that failed: the device's, or KESTATUS_NOT_POSSIBLE from WriteRawFrame.
+    [[nodiscard]] KESTATUS WriteReceivedFramesToFile(const Report& report, const StopCheck& isStopRequested);
 
     // Moves one received frame from the device to the writer. A frame that the writer does not record, or has
     // no room for, is a success as well.

@@ -8,6 +8,7 @@
 namespace flowlane {
 
 using namespace kestrelon;
+using Cause = ReplayFailure::Cause;
 
 namespace {
 
@@ -44,6 +45,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
     KESTATUS st = ReadDeviceMacAddress(device, address, "GetDevicePropertyBinary failed, st={}",
                                        "MAC address size mismatch, got {}, exp. {}");
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::DeviceAddress, st);
         return st;
     }
     mFrameSender.SetDevice(device);
@@ -57,6 +59,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         st = OpenFirstFileAndStart(frameCount, frameSize, isStopRequested);
     } catch (const std::bad_alloc&) {
         st = KEOutputFailure(logger::Global, "StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
+        mPacketReader.NoteFailure(Cause::Other, st);
     }
     if (st != KESTATUS_SUCCESS) {
         mFrameSender.ClearSendList();
@@ -72,6 +75,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
                                                  const StopCheck& isStopRequested) {
     KESTATUS st = mFiles.OpenFirstFile();
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::FirstFile, st);
         return st;
     }
     try {
@@ -82,6 +86,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         st = KESTATUS_NO_MEMORY;
     }
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::FramePool, st);
         return KEOutputFailure(logger::Global, "AllocateFramePool failed, st={}", st);
     }
     mPacketReader.ReserveBlock(frameSize);
@@ -90,7 +95,11 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         return KEOutputFailure(logger::Global, "FillSendQueue failed, st={}", st);
     }
     st = mThread.CreateThread(this);
-    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
+    if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::Other, st);
+        return KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
+    }
+    return st;
 }
 
 // Reads until there is a frame to send, because files without one are refused, or until the user asks for the
@@ -142,6 +151,7 @@ void PcapNgFileReader::SendUntilStopped() {
             KEOutputFailure(logger::Global, "SendFrames failed, st={}, stop thread", st);
             mStats.Add(&Statistics::errSendFramesFailed);
             mLostFrames.UpdateNow(); // before the state says that there was a failure
+            NoteSendFailure(st);
             Fail(st);
             return;
         }
@@ -161,13 +171,22 @@ KESTATUS PcapNgFileReader::ReadOn() {
         return mPacketReader.FillSendQueue([this] { return mThread.IsTerminationRequested(); });
     } catch (const std::bad_alloc&) {
         mStats.Add(&Statistics::errReadFileFailed);
+        mPacketReader.NoteFailure(Cause::Other, KESTATUS_NO_MEMORY);
         return KESTATUS_NO_MEMORY;
     }
 }
 
+void PcapNgFileReader::NoteSendFailure(KESTATUS st) noexcept {
+    const RawFrameSender::Submitted& frame = mFrameSender.LastSubmitted();
+    ReplayFailure& failure = mPacketReader.NoteFailure(Cause::SendFailed, st);
+    failure.fileNumber = frame.origin.fileNumber;
+    failure.packetNumber = frame.origin.packetNumber;
+    failure.frameSize = frame.size;
+}
+
 void PcapNgFileReader::Fail(KESTATUS st) {
     mFailure.store(st, std::memory_order_relaxed);
-    mPacketReader.SetState(State::Error);
+    mPacketReader.Fail();
 }
 
 } // namespace flowlane

@@ -10,8 +10,11 @@
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
 #include "commands/ErrorLine.h"
+#include "commands/ErrorStatus.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
+#include "explanations/ReplayExplanation.h"
+#include "explanations/ReplayTexts.h"
 
 namespace flowlane {
 
@@ -64,8 +67,35 @@ void PrintSummary(const PcapNgFileReader& reader) {
     }
 }
 
+ReplaySettings SettingsOfReplay() {
+    return {gCmdLine.mArgs.front(), gCmdLine.mStartFileIndex, gCmdLine.mStartFileIndexPresent,
+            gCmdLine.mFrameCount, gCmdLine.mFrameSize};
+}
+
+KESTATUS FailStart(const PcapNgFileReader& reader, const QuaysideDevice& device, KESTATUS st) {
+    KEOutputFailure(logger::Cons, "StartFileReader failed, st={}.", st);
+    ExplainReplayFailure(reader, SettingsOfReplay(), device);
+    return st;
+}
+
+// The gravest first.
+KESTATUS ExitStatus(const PcapNgFileReader& reader) {
+    Statistics stats;
+    reader.QuerryStatistics(stats);
+    const ReplayedPackets packets = reader.Packets();
+    const bool hasFailed = reader.IsInErrorState();
+    const LeftOutPackets leftOut{packets, stats, gCmdLine.mFrameSize};
+    ErrorStatus status;
+    status.NoteIf(hasFailed, reader.FailureStatus());
+    status.NoteIf(reader.LostFrames() != 0, KESTATUS_NO_FRAME_SENT);
+    status.NoteIf(hasFailed && reader.Failure().unsentFrames != 0, KESTATUS_NO_FRAME_SENT);
+    status.NoteIf(stats.TotalErrorsOccurred() != 0 || leftOut.Count() != 0, KESTATUS_INVALID_DATA);
+    return status.ExitStatus();
+}
+
 // Whether all is sent or the replay has failed.
-bool PrintProgress(const PcapNgFileReader& reader, LostFramesReport& lostFrames) {
+bool PrintProgress(const PcapNgFileReader& reader, const QuaysideDevice& device,
+                   LostFramesReport& lostFrames) {
     Statistics stats;
     reader.QuerryStatistics(stats);
     PrintFrameCounts(stats);
@@ -78,6 +108,7 @@ bool PrintProgress(const PcapNgFileReader& reader, LostFramesReport& lostFrames)
         lostFrames.Print(reader.LostFrames());
         FailureReport("PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
         Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
+        ExplainReplayFailure(reader, SettingsOfReplay(), device);
         return true;
     }
     return false;
@@ -107,18 +138,21 @@ KESTATUS CmdPlayPcap() {
                                 gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile,
                                 [&] { return stopRequest.IsRequested(); });
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartFileReader failed, st={}.", st);
+        return FailStart(reader, device, st);
     }
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, lostFrames); });
+    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, device, lostFrames); });
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
     lostFrames.Print(reader.LostFrames());
     PrintSummary(reader);
-    return KESTATUS_SUCCESS;
+    if (!reader.IsInErrorState()) {
+        ExplainLeftOutPackets(reader, SettingsOfReplay());
+    }
+    return ExitStatus(reader);
 }
 
 } // namespace flowlane

@@ -41,8 +41,8 @@ protected:
     }
     // Runs the loop. The user asks for the end when the loop asks for the time-th time.
     void Run(unsigned time = 1) {
-        mTimedReceiver.WriteReceivedFramesToFile([this] { mReports.push_back(mNow); },
-                                                 [this, time] { return ++mAsked >= time; });
+        mResult = mTimedReceiver.WriteReceivedFramesToFile([this] { mReports.push_back(mNow); },
+                                                           [this, time] { return ++mAsked >= time; });
     }
     // The frames that are still with the device.
     std::size_t FramesLeft() {
@@ -67,6 +67,7 @@ protected:
     std::uint32_t mNow = 0xFFFFFF00; // wraps during the first second
     unsigned mNextNumber = 0;
     unsigned mAsked = 0;
+    KESTATUS mResult = KESTATUS_SUCCESS; // of the last run
     std::vector<std::uint32_t> mReports; // when they came
     FrameReceiver mTimedReceiver{mDevice, mWriter, cFrameSize, [this] { return mNow++; }};
     const LogCapture mConsole{logger::Cons};
@@ -98,11 +99,12 @@ TEST_F(FrameReceiverTest, ReportsOnceASecondAndAsksForTheEndThen) {
 
 TEST_F(FrameReceiverTest, FramesThatCameBeforeTheEndAreTaken) {
     ASSERT_EQ(Start(), KESTATUS_SUCCESS);
-    mTimedReceiver.WriteReceivedFramesToFile([] {},
-                                             [this] {
-                                                 Queue(5);
-                                                 return true;
-                                             });
+    const KESTATUS st = mTimedReceiver.WriteReceivedFramesToFile([] {},
+                                                                 [this] {
+                                                                     Queue(5);
+                                                                     return true;
+                                                                 });
+    EXPECT_EQ(st, KESTATUS_SUCCESS);
     EXPECT_THAT(SequenceNumbersWritten(), ElementsAre(0, 1, 2, 3, 4));
 }
 
@@ -112,9 +114,10 @@ TEST_F(FrameReceiverTest, FullLoadDelaysNoReport) {
     Queue(4000);
     QueueWaits({KESTATUS_SUCCESS, KESTATUS_SUCCESS});
     std::vector<std::size_t> taken; // at each report
-    mTimedReceiver.WriteReceivedFramesToFile(
+    const KESTATUS st = mTimedReceiver.WriteReceivedFramesToFile(
         [&] { taken.push_back(mFake.CallCount(Qbx::GetReceivedRawFrame)); },
         [&] { return taken.size() == 2; });
+    EXPECT_EQ(st, KESTATUS_SUCCESS);
     // One frame per look at the clock, and the last second's frames are taken after the second report.
     EXPECT_THAT(taken, ElementsAre(testing::AllOf(testing::Ge(997u), testing::Le(1000u)),
                                    testing::AllOf(testing::Ge(1994u), testing::Le(2000u))));
@@ -151,6 +154,7 @@ TEST_F(FrameReceiverTest, FailureToWaitEndsTheLoop) {
     QueueWaits({KESTATUS_TIMEOUT, KESTATUS_DEVICE_REMOVED});
     Run();
     EXPECT_EQ(mFake.CallCount(Qbx::WaitForRawFrame), 2u);
+    EXPECT_EQ(mResult, KESTATUS_DEVICE_REMOVED);
     EXPECT_EQ(mFake.CallCount(Qbx::GetReceivedRawFrame), 0u);
     EXPECT_EQ(mAsked, 0u);
     EXPECT_THAT(mConsole.Texts(), ElementsAre(testing::StartsWith("WaitForRawFrame failed, st=0x")));
@@ -162,6 +166,7 @@ TEST_F(FrameReceiverTest, FailureToReceiveEndsTheLoop) {
     QueueWaits({KESTATUS_SUCCESS});
     mFake.Queue(Qbx::GetReceivedRawFrame, {KESTATUS_NOT_ENABLED});
     Run();
+    EXPECT_EQ(mResult, KESTATUS_NOT_ENABLED);
     EXPECT_EQ(mAsked, 0u);
     EXPECT_THAT(mConsole.Texts(),
                 ElementsAre(testing::StartsWith("GetReceivedRawFrame failed, st=0x"),
@@ -179,7 +184,8 @@ TEST_F(FrameReceiverTest, FailureIsFollowedByTheReportThatIsDue) {
     QueueWaits({KESTATUS_DEVICE_REMOVED});
     FrameReceiver receiver(mDevice, mWriter, cFrameSize, [this] { return mNow += 500; });
     unsigned reports = 0;
-    receiver.WriteReceivedFramesToFile([&] { ++reports; }, [&] { return true; });
+    EXPECT_EQ(receiver.WriteReceivedFramesToFile([&] { ++reports; }, [&] { return true; }),
+              KESTATUS_DEVICE_REMOVED);
     EXPECT_EQ(reports, 1u);
     EXPECT_EQ(mFake.CallCount(Qbx::GetReceivedRawFrame), 0u);
 }
@@ -192,7 +198,10 @@ TEST_F(FrameReceiverTest, WriterThatHasEndedEndsTheLoop) {
     EXPECT_EQ(WaitForThreadStatus(), 0xE0010015);
     Queue(2);
     QueueWaits({KESTATUS_SUCCESS});
+    EXPECT_EQ(mWriter.WriteStatus(), KESTATUS_LINUX_EISDIR);
+    EXPECT_EQ(mWriter.FileName(), NameOf(2));
     Run();
+    EXPECT_EQ(mResult, KESTATUS_NOT_POSSIBLE);
     EXPECT_EQ(mAsked, 0u);
     EXPECT_THAT(mConsole.Texts(),
                 ElementsAre("PCAPNG file writer has ended, st=0xe0010015(KESTATUS_LINUX_EISDIR).",
