@@ -55,6 +55,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         mAreAllFramesSent.store(false, std::memory_order_relaxed);
         ResetStatistics();
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
+        mPosition.store(0, std::memory_order_relaxed);
         mPacketReader.Start(replaceSrcMacAddr, address);
         st = OpenFirstFileAndStart(frameCount, frameSize, isStopRequested);
     } catch (const std::bad_alloc&) {
@@ -155,6 +156,7 @@ void PcapNgFileReader::SendUntilStopped() {
             Fail(st);
             return;
         }
+        mPosition.store(mFrameSender.LastSubmitted().origin.time.count(), std::memory_order_relaxed);
         st = ReadOn();
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, "FillSendQueue failed, st={}, stop thread", st);

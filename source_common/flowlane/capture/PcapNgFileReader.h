@@ -13,6 +13,7 @@
 #define FLOWLANE_PCAPNGFILEREADER_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 
@@ -87,6 +88,10 @@ public:
     const ReplayFailure& Failure() const noexcept { return mPacketReader.Failure(); }
     // The name of a file of the replay by the number in ReplayFailure.
     kestrelon::KEStdPath FilePath(std::uint32_t number) const { return mFiles.FilePath(number); }
+    // The recorded time from the first packet of this pass through the files to the frame that was sent last.
+    std::chrono::nanoseconds Position() const noexcept {
+        return std::chrono::nanoseconds(mPosition.load(std::memory_order_relaxed));
+    }
     // The packets of the files so far.
     ReplayedPackets Packets() const noexcept { return mPacketReader.Packets(); }
 
@@ -123,6 +128,7 @@ private:
     bool mIsStarted = false;
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false};
+    std::atomic<std::int64_t> mPosition{0}; // ns
 };
 
 } // namespace flowlane

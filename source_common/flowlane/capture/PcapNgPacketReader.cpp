@@ -318,6 +318,7 @@ bool PcapNgPacketReader::AdvanceSendTime(std::uint64_t timestamp) {
         } else {
             mCurSendTime = Later(mCurSendTime, static_cast<std::uint64_t>(mLoopbackOffset.count()), 1);
         }
+        mFirstSendTime = mCurSendTime;
     } else if (timestamp < mLastReadTimestamp) {
         Log(KEERROR, "invalid timestamp lies before timestamp of last packet");
         mStats.Add(&Statistics::errInvalidTimestamp);
@@ -361,7 +362,7 @@ void PcapNgPacketReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
     if (mReplaceSrcMacAddr) {
         PatchRawFrameData(*frame);
     }
-    frame->mOrigin = {mFiles.CurrentFileNumber(), mPacketNumber};
+    frame->mOrigin = {mFiles.CurrentFileNumber(), mPacketNumber, mCurSendTime - mFirstSendTime};
     frame->SetSendTime(mCurSendTime);
     mFramesToSent.AppendTail(*frame);
     mIsFrameQueued = true;

@@ -101,7 +101,8 @@ private:
     ReplayFailure mFailure;
     kestrelon::KEBufferBlock mBlockData; // the block just read
     std::atomic<State> mCurrentState{State::ExpSectionHeader};
-    RawFrameTimePoint mCurSendTime; // of the last packet read
+    RawFrameTimePoint mCurSendTime;   // of the last packet read
+    RawFrameTimePoint mFirstSendTime; // of the first packet of the pass
     const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
     const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
     std::uint64_t mLastReadTimestamp = 0;

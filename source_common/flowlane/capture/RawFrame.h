@@ -19,6 +19,7 @@ using RawFrameTimeDuration = PipelineClock::Duration;
 struct RawFrameOrigin {
     std::uint32_t fileNumber = 0;   // of the file set
     std::uint64_t packetNumber = 0; // in its file, from 1
+    RawFrameTimeDuration time{};    // recorded, since the first packet of the pass
 };
 
 class RawFrame {

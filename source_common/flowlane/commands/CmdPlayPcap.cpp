@@ -1,5 +1,8 @@
+#include <chrono>
 #include <cstdint>
 #include <iterator>
+#include <optional>
+#include <string>
 
 #include "base/LogCons.h"
 #include "capture/PcapNgFileReader.h"
@@ -11,8 +14,10 @@
 #include "commands/DeviceSelection.h"
 #include "commands/ErrorLine.h"
 #include "commands/ErrorStatus.h"
+#include "commands/Progress.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
+#include "explanations/ReplayDuration.h"
 #include "explanations/ReplayExplanation.h"
 #include "explanations/ReplayTexts.h"
 
@@ -93,12 +98,27 @@ KESTATUS ExitStatus(const PcapNgFileReader& reader) {
     return status.ExitStatus();
 }
 
+// Of the file or the set; nothing when it is not known.
+std::optional<std::chrono::nanoseconds> Duration(const PcapNgFileReader& reader) {
+    const std::uint32_t first = gCmdLine.mStartFileIndex;
+    std::uint32_t last = first;
+    while (gCmdLine.mStartFileIndexPresent && reader.FilePath(last + 1).Exists()) {
+        ++last;
+    }
+    const std::string firstPath = reader.FilePath(first).c_str();
+    const auto duration = DurationOfRecording(firstPath, reader.FilePath(last).c_str());
+    // The last file of a set may have no packet.
+    return duration || last == first ? duration
+                                     : DurationOfRecording(firstPath, reader.FilePath(last - 1).c_str());
+}
+
 // Whether all is sent or the replay has failed.
-bool PrintProgress(const PcapNgFileReader& reader, const QuaysideDevice& device,
-                   LostFramesReport& lostFrames) {
+bool PrintProgress(const PcapNgFileReader& reader, const QuaysideDevice& device, LostFramesReport& lostFrames,
+                   Progress& progress) {
     Statistics stats;
     reader.QuerryStatistics(stats);
     PrintFrameCounts(stats);
+    progress.Print(reader.Position());
     lostFrames.Print(reader.LostFrames());
     if (reader.AreAllFramesSent()) {
         Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
@@ -143,7 +163,8 @@ KESTATUS CmdPlayPcap() {
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, device, lostFrames); });
+    Progress progress(gCmdLine.mVerbose ? Duration(reader) : std::nullopt);
+    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, device, lostFrames, progress); });
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
