@@ -14,11 +14,9 @@ using namespace pcapng;
 
 namespace {
 
-KESTATUS LogIncompleteBlock(const KELogMsgHeaderTag& function, std::uint64_t length, std::uint64_t expected) {
-    KEOutputLogMessage(logger::Global, KEERROR, function,
-                       "read incomplete block with {} bytes, exp. {} bytes", length, expected);
-    return KESTATUS_INVALID_FILE;
-}
+// A block that is longer than this, or that does not end at a multiple of four, is damaged rather than cut
+// short.
+constexpr std::uint64_t cMaxUsualLength = 64u << 20;
 
 std::size_t LengthOfBlock(const unsigned char* block) {
     return KELoadNative<std::uint32_t>(block + cBlockLengthOffset);
@@ -32,7 +30,8 @@ PcapNgFile::PcapNgFile(PcapNgFile&& other) noexcept
       mFileSize(std::exchange(other.mFileSize, 0)),
       mBytesOnDisk(std::exchange(other.mBytesOnDisk, 0)),
       mUnfinished(std::exchange(other.mUnfinished, {})),
-      mBlocksLost(std::exchange(other.mBlocksLost, 0)) {}
+      mBlocksLost(std::exchange(other.mBlocksLost, 0)),
+      mReadFault(std::exchange(other.mReadFault, ReadFault::None)) {}
 
 PcapNgFile& PcapNgFile::operator=(PcapNgFile&& other) noexcept {
     if (this != &other) {
@@ -43,6 +42,7 @@ PcapNgFile& PcapNgFile::operator=(PcapNgFile&& other) noexcept {
         mBytesOnDisk = std::exchange(other.mBytesOnDisk, 0);
         mUnfinished = std::exchange(other.mUnfinished, {});
         mBlocksLost = std::exchange(other.mBlocksLost, 0);
+        mReadFault = std::exchange(other.mReadFault, ReadFault::None);
     }
     return *this;
 }
@@ -187,6 +187,7 @@ void PcapNgFile::GiveUpBuffer() noexcept {
 
 KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
     block.mDataLength = 0;
+    mReadFault = ReadFault::None;
     unsigned char header[cBlockHeaderSize];
     const std::size_t headerLength = mFile.ReadFromFile(header, sizeof header);
     if (headerLength < sizeof header) {
@@ -195,22 +196,24 @@ KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
         }
         KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "read incomplete header with {} bytes",
                            headerLength);
+        mReadFault = ReadFault::System;
         return KESTATUS_INVALID_FILE;
     }
     const std::size_t length = LengthOfBlock(header);
     if (length < cBlockHeaderSize) {
-        return LogIncompleteBlock(KE_FUNCTION_TAG, cBlockHeaderSize, length);
+        return FailIncomplete(KE_FUNCTION_TAG, cBlockHeaderSize, length);
     }
     if (length > mFileSize) {
         // The length may be damaged. Memory is allocated only for what there is to read.
         std::uint64_t available = 0;
         const KESTATUS st = MeasureRest(available);
         if (st != KESTATUS_SUCCESS) {
+            mReadFault = ReadFault::System;
             return st;
         }
         if (length - cBlockHeaderSize > available) {
             static_cast<void>(mFile.SeekToEnd());
-            return LogIncompleteBlock(KE_FUNCTION_TAG, cBlockHeaderSize + available, length);
+            return FailIncomplete(KE_FUNCTION_TAG, cBlockHeaderSize + available, length);
         }
     }
     if (block.mBufferSize < length) {
@@ -219,10 +222,24 @@ KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {
     std::memcpy(block.mBuffer, header, sizeof header);
     const std::size_t bodyLength = mFile.ReadFromFile(block.mBuffer + sizeof header, length - sizeof header);
     if (bodyLength < length - sizeof header) {
-        return LogIncompleteBlock(KE_FUNCTION_TAG, sizeof header + bodyLength, length);
+        return FailIncomplete(KE_FUNCTION_TAG, cBlockHeaderSize + bodyLength, length);
     }
     block.mDataLength = length;
     return KESTATUS_SUCCESS;
+}
+
+KESTATUS PcapNgFile::FailIncomplete(const KELogMsgHeaderTag& function, std::uint64_t length,
+                                    std::uint64_t expected) noexcept {
+    KEOutputLogMessage(logger::Global, KEERROR, function,
+                       "read incomplete block with {} bytes, exp. {} bytes", length, expected);
+    if (SystemError() != KESTATUS_SUCCESS) {
+        mReadFault = ReadFault::System;
+    } else if (expected < cBlockHeaderSize || expected > cMaxUsualLength || expected != Padded(expected)) {
+        mReadFault = ReadFault::Damaged;
+    } else {
+        mReadFault = ReadFault::CutShort;
+    }
+    return KESTATUS_INVALID_FILE;
 }
 
 // Counts the bytes from the position to the end of the file. The position stays.

@@ -17,6 +17,7 @@
 #include "base/KEBuffer.h"
 #include "files/KEStdFileStream.h"
 #include "kestatus.h"
+#include "log/KELogMessage.h"
 #include "text/KEUnicode.h"
 
 namespace flowlane {
@@ -24,6 +25,14 @@ namespace flowlane {
 class PcapNgFile {
 public:
     static constexpr std::size_t FileBufferSize = 4096;
+
+    // What is wrong with the block that could not be read.
+    enum class ReadFault {
+        None,
+        CutShort, // the file ends within it
+        Damaged,  // its length cannot be right
+        System    // the system cannot read it, see SystemError
+    };
 
     PcapNgFile() = default;
     ~PcapNgFile() { CloseFile(); }
@@ -63,6 +72,11 @@ public:
     std::uint64_t FileSize() const noexcept { return mFileSize; }
     // Blocks that the last CloseFile could not write.
     unsigned BlocksLost() const noexcept { return mBlocksLost; }
+    // Why the last ReadNextBlock returned KESTATUS_INVALID_FILE.
+    ReadFault LastReadFault() const noexcept { return mReadFault; }
+    // The status of the errno with which the last read or write has failed; success when it has not. Closing
+    // keeps it.
+    [[nodiscard]] KESTATUS SystemError() const noexcept { return mFile.LastError(); }
     bool IsEndOfFile() const noexcept { return mFile.IsEndOfFile(); }
     // Goes back to the start of the file, to read it again.
     [[nodiscard]] KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
@@ -75,6 +89,8 @@ private:
         std::size_t rest = 0;
     };
 
+    [[nodiscard]] KESTATUS FailIncomplete(const kestrelon::KELogMsgHeaderTag& function, std::uint64_t length,
+                                          std::uint64_t expected) noexcept;
     [[nodiscard]] KESTATUS MeasureFile(std::uint64_t& size) noexcept;
     [[nodiscard]] KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
     void NoteWhereWritingEnded(std::size_t written) noexcept;
@@ -86,6 +102,7 @@ private:
     std::uint64_t mBytesOnDisk = 0; // written since OpenForWrite
     Unfinished mUnfinished;
     unsigned mBlocksLost = 0;
+    ReadFault mReadFault = ReadFault::None;
 };
 
 } // namespace flowlane

@@ -11,6 +11,8 @@ namespace flowlane::pcapng {
 
 constexpr std::uint32_t cSectionHeaderBlockType = 0x0A0D0D0A;
 constexpr std::uint32_t cInterfaceDescBlockType = 1;
+constexpr std::uint32_t cObsoletePacketBlockType = 2;
+constexpr std::uint32_t cSimplePacketBlockType = 3;
 constexpr std::uint32_t cEnhPacketBlockType = 6;
 
 constexpr std::size_t cBlockTypeOffset = 0;   // 32 bits

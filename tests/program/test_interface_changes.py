@@ -128,6 +128,9 @@ def test_interface_removed(env, tmp_path, command, how):
     errors = [line for line in program.stderr.splitlines()
               if not line.startswith(("Frames not sent because", f"The link of '{program.device}' is down: "))]
     removed = f"'{program.device}' was removed. Start again when it is back."
+    if command == "playpcap":
+        assert re.fullmatch(r"Device 'flw0' did not send packet \d+ of '.*/play.pcapng' \(60 bytes\): The device has been "
+                            r"removed from the system; \d+ frames that were read ahead were not sent\.", errors.pop())
     assert errors == {
         "ts2av": [f"TS file source has ended, st={REMOVED}.", removed],
         "playpcap": [f"PCAPNG file reader has ended, st={REMOVED}.", removed,

@@ -130,7 +130,9 @@ def test_a_frame_that_the_link_cannot_carry_ends_a_replay(env, tmp_path):
     result = run("playpcap", tmp_path / "file", "-n", "flw0", env=env)
     assert result.stderr.splitlines() == [
         "PCAPNG file reader has ended, st=0xe0000042(KESTATUS_INVALID_LENGTH).",
-        "Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."]
+        "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...",
+        f"Device 'flw0' cannot send packet 3 of '{tmp_path}/file.pcapng', because its 1519 bytes are more than the device "
+        "takes; 1 frame that was read ahead was not sent. Raise the MTU of the interface."]
     assert "2 frames successfully sent, 1 errors occured" in result.stdout
 
 

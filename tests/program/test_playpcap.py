@@ -59,19 +59,24 @@ def test_missing_arguments():
     ("OpenRawTxDevice=0xE0000006",
      ["Open device failed, st=0xe0000006(KESTATUS_IN_USE).",
       "'fake-1' is in use by another program. End that program, or choose another device."], 0xE0000006),
-    ("GetDevicePropertyBinary=0xE0000039", ["StartFileReader failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
-     0xE0000039),
-    ("mac_size=8", ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
+    ("GetDevicePropertyBinary=0xE0000039",
+     ["StartFileReader failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
+      "Device 'fake-1' does not tell its address: The object or data was not found."], 0xE0000039),
+    ("mac_size=8",
+     ["StartFileReader failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH).",
+      "Device 'fake-1' does not tell its address: An unexpected length was detected."], 0xE0000061),
     # A failure to send ends the replay and is reported, but the command succeeds.
     ("SubmitRawFrame=0xE0000031",
      ["PCAPNG file reader has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
-      "Stop reading from PCAPNG file(s) because an unrecoverable error occurred..."], 0),
+      "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...",
+      "Device 'fake-1' did not send packet 1 of '{path}' (60 bytes): The operation cannot be executed; 1 frame that was "
+      "read ahead was not sent."], 0),
 ])
 def test_device_failures(tmp_path, script, lines, status):
     path = tmp_path / "file.pcapng"
     path.write_bytes(file_of(2, 1000))
     result = run_with_fake_device("playpcap", path, script=script)
-    assert result.stderr.splitlines()[-len(lines):] == lines
+    assert result.stderr.splitlines()[-len(lines):] == [line.format(path=path) for line in lines]
     assert result.returncode == exit_status(status)
     if status == 0:
         assert summary(result.stdout.splitlines()) == (0, [0, 0, 1] + [0] * 11)
@@ -124,8 +129,12 @@ def test_lines_of_a_run(segment, tmp_path):
 def test_file_that_does_not_exist(segment, tmp_path, args, name):
     (tmp_path / "file_00001.pcapng").write_bytes(file_of(1, 0))
     result = segment.run("playpcap", tmp_path / args[0], *args[1:])
-    assert result.stderr.splitlines() == [f"File '{tmp_path / name}' does not exist.",
-                                          "StartFileReader failed, st=0xe0000038(KESTATUS_NOT_PRESENT)."]
+    lines = [f"File '{tmp_path / name}' does not exist.",
+             "StartFileReader failed, st=0xe0000038(KESTATUS_NOT_PRESENT)."]
+    if args[1:]:
+        lines.append("There is a set of files of this name, with the numbers 1. Play it with: flowlane playpcap "
+                     f"{tmp_path / args[0]} -i 1")
+    assert result.stderr.splitlines() == lines
     assert result.returncode == exit_status(0xE0000038)
 
 
@@ -133,7 +142,9 @@ def test_folder_instead_of_a_file(segment, tmp_path):
     folder = tmp_path / "folder.pcapng"
     folder.mkdir()
     result = segment.run("playpcap", folder)
-    assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.\n", result.stderr)
+    first, second = result.stderr.splitlines()
+    assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.", first)
+    assert second == f"'{folder}' is a folder. Give the name of a file in it."
     assert result.returncode != 0
 
 
@@ -425,7 +436,9 @@ def test_damaged_files_end_with_a_status(tmp_path):
             assert sent == 2 or sum(details) > 0 or name.startswith("cut"), name
         else:
             seen.add("refused")
-            assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.", result.stderr.splitlines()[-1])
+            failed, explained = result.stderr.splitlines()
+            assert re.fullmatch(r"StartFileReader failed, st=0x[0-9a-f]{8}\(\w+\)\.", failed)
+            assert explained.startswith((f"'{tmp_path / name}.pcapng' ", "None of the ")), explained
     assert seen == {"ran", "refused"}
 
 

@@ -8,6 +8,7 @@
 namespace flowlane {
 
 using namespace kestrelon;
+using Cause = ReplayFailure::Cause;
 
 namespace {
 
@@ -44,6 +45,7 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
     KESTATUS st = ReadDeviceMacAddress(device, address, "GetDevicePropertyBinary failed, st={}",
                                        "MAC address size mismatch, got {}, exp. {}");
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::DeviceAddress, st);
         return st;
     }
     mFrameSender.SetDevice(device);
@@ -53,10 +55,12 @@ KESTATUS PcapNgFileReader::StartFileReader(const T_UNICHAR* fileName, unsigned s
         mAreAllFramesSent.store(false, std::memory_order_relaxed);
         ResetStatistics();
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
+        mPosition.store(0, std::memory_order_relaxed);
         mPacketReader.Start(replaceSrcMacAddr, address);
         st = OpenFirstFileAndStart(frameCount, frameSize, isStopRequested);
     } catch (const std::bad_alloc&) {
         st = KEOutputFailure(logger::Global, "StartFileReader failed, st={}", KESTATUS_NO_MEMORY);
+        mPacketReader.NoteFailure(Cause::Other, st);
     }
     if (st != KESTATUS_SUCCESS) {
         mFrameSender.ClearSendList();
@@ -72,6 +76,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
                                                  const StopCheck& isStopRequested) {
     KESTATUS st = mFiles.OpenFirstFile();
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::FirstFile, st);
         return st;
     }
     try {
@@ -82,6 +87,7 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         st = KESTATUS_NO_MEMORY;
     }
     if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::FramePool, st);
         return KEOutputFailure(logger::Global, "AllocateFramePool failed, st={}", st);
     }
     mPacketReader.ReserveBlock(frameSize);
@@ -90,7 +96,11 @@ KESTATUS PcapNgFileReader::OpenFirstFileAndStart(unsigned frameCount, unsigned f
         return KEOutputFailure(logger::Global, "FillSendQueue failed, st={}", st);
     }
     st = mThread.CreateThread(this);
-    return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
+    if (st != KESTATUS_SUCCESS) {
+        mPacketReader.NoteFailure(Cause::Other, st);
+        return KEOutputFailure(logger::Global, "CreateThread failed, st={}", st);
+    }
+    return st;
 }
 
 // Reads until there is a frame to send, because files without one are refused, or until the user asks for the
@@ -142,9 +152,11 @@ void PcapNgFileReader::SendUntilStopped() {
             KEOutputFailure(logger::Global, "SendFrames failed, st={}, stop thread", st);
             mStats.Add(&Statistics::errSendFramesFailed);
             mLostFrames.UpdateNow(); // before the state says that there was a failure
+            NoteSendFailure(st);
             Fail(st);
             return;
         }
+        mPosition.store(mFrameSender.LastSubmitted().origin.time.count(), std::memory_order_relaxed);
         st = ReadOn();
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, "FillSendQueue failed, st={}, stop thread", st);
@@ -161,13 +173,22 @@ KESTATUS PcapNgFileReader::ReadOn() {
         return mPacketReader.FillSendQueue([this] { return mThread.IsTerminationRequested(); });
     } catch (const std::bad_alloc&) {
         mStats.Add(&Statistics::errReadFileFailed);
+        mPacketReader.NoteFailure(Cause::Other, KESTATUS_NO_MEMORY);
         return KESTATUS_NO_MEMORY;
     }
 }
 
+void PcapNgFileReader::NoteSendFailure(KESTATUS st) noexcept {
+    const RawFrameSender::Submitted& frame = mFrameSender.LastSubmitted();
+    ReplayFailure& failure = mPacketReader.NoteFailure(Cause::SendFailed, st);
+    failure.fileNumber = frame.origin.fileNumber;
+    failure.packetNumber = frame.origin.packetNumber;
+    failure.frameSize = frame.size;
+}
+
 void PcapNgFileReader::Fail(KESTATUS st) {
     mFailure.store(st, std::memory_order_relaxed);
-    mPacketReader.SetState(State::Error);
+    mPacketReader.Fail();
 }
 
 } // namespace flowlane

@@ -13,6 +13,7 @@
 #define FLOWLANE_PCAPNGFILEREADER_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 
@@ -24,8 +25,11 @@
 #include "capture/RawFrame.h"
 #include "capture/RawFramePool.h"
 #include "capture/RawFrameSender.h"
+#include "capture/ReplayFailure.h"
+#include "capture/ReplayedPackets.h"
 #include "device/LostFrameCounter.h"
 #include "device/QuaysideDevice.h"
+#include "files/KEStdPath.h"
 #include "kestatus.h"
 #include "text/KEUnicode.h"
 
@@ -80,6 +84,17 @@ public:
     // file were the reason.
     [[nodiscard]] KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_relaxed); }
 
+    // Why the last start has failed, or why the replay has ended in the state Error. For the owner thread.
+    const ReplayFailure& Failure() const noexcept { return mPacketReader.Failure(); }
+    // The name of a file of the replay by the number in ReplayFailure.
+    kestrelon::KEStdPath FilePath(std::uint32_t number) const { return mFiles.FilePath(number); }
+    // The recorded time from the first packet of this pass through the files to the frame that was sent last.
+    std::chrono::nanoseconds Position() const noexcept {
+        return std::chrono::nanoseconds(mPosition.load(std::memory_order_relaxed));
+    }
+    // The packets of the files so far.
+    ReplayedPackets Packets() const noexcept { return mPacketReader.Packets(); }
+
     // Frames submitted since the start that the device has not sent, as far as its library counts them. The
     // number is about a second old while the thread runs. It is current after a failure to send and after the
     // end.
@@ -97,6 +112,7 @@ private:
     [[nodiscard]] KESTATUS ReadAhead(const StopCheck& isStopRequested);
     [[nodiscard]] KESTATUS ReadOn();
     void SendUntilStopped();
+    void NoteSendFailure(KESTATUS st) noexcept;
     void Fail(KESTATUS st);
 
     PipelineClock& mClock;
@@ -112,6 +128,7 @@ private:
     bool mIsStarted = false;
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false};
+    std::atomic<std::int64_t> mPosition{0}; // ns
 };
 
 } // namespace flowlane

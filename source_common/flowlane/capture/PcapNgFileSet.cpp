@@ -18,7 +18,7 @@ void PcapNgFileSet::SetFiles(const T_UNICHAR* fileName, unsigned startFileIndex,
 }
 
 KESTATUS PcapNgFileSet::OpenFirstFile() {
-    mCurrentFilePath = CreateNextFilePath();
+    mCurrentFilePath = FilePath(mFileNumber);
     if (!mCurrentFilePath.Exists()) {
         KEOutputLogMessage(logger::Cons, KEERROR, "File '{}' does not exist.", mCurrentFilePath);
         return KESTATUS_NOT_PRESENT;
@@ -27,7 +27,7 @@ KESTATUS PcapNgFileSet::OpenFirstFile() {
 }
 
 // Empty when there is no memory for the path: opening it then fails and is reported.
-KEStdPath PcapNgFileSet::CreateNextFilePath() {
+KEStdPath PcapNgFileSet::FilePath(std::uint32_t number) const {
     KEStdPath path(mFileName);
     if (path.Extension().IsEmpty() && path.Concat(cCaptureFileExtension) != KESTATUS_SUCCESS) {
         return KEStdPath();
@@ -35,7 +35,7 @@ KEStdPath PcapNgFileSet::CreateNextFilePath() {
     if (!mReadFileSet) {
         return path;
     }
-    const std::string name = CaptureFileName(path.Stem().c_str(), mFileNumber++, path.Extension().c_str());
+    const std::string name = CaptureFileName(path.Stem().c_str(), number, path.Extension().c_str());
     KEStdPath ofSet = path.ParentPath();
     return ofSet.Append(name.c_str()) == KESTATUS_SUCCESS ? ofSet : KEStdPath();
 }
@@ -47,9 +47,10 @@ KESTATUS PcapNgFileSet::OpenCurrentFile() {
 
 KESTATUS PcapNgFileSet::SelectNext(bool hasFrames, Next& next) {
     if (mReadFileSet) {
-        const KEStdPath path = CreateNextFilePath();
+        const KEStdPath path = FilePath(mFileNumber + 1);
         if (path.Exists()) {
             mCurrentFilePath = path;
+            ++mFileNumber;
             next = Next::File;
             return KESTATUS_SUCCESS;
         }
@@ -66,7 +67,7 @@ KESTATUS PcapNgFileSet::SelectNext(bool hasFrames, Next& next) {
     }
     if (mReadFileSet) {
         mFileNumber = mStartFileIndex;
-        mCurrentFilePath = CreateNextFilePath();
+        mCurrentFilePath = FilePath(mFileNumber);
     }
     next = Next::Pass;
     return KESTATUS_SUCCESS;

@@ -40,19 +40,25 @@ public:
     // Goes to the start of what SelectNext has selected. Failures are those of PcapNgFile.
     [[nodiscard]] KESTATUS OpenSelected();
 
+    // A file of the set by its number. The only file has every number.
+    kestrelon::KEStdPath FilePath(std::uint32_t number) const;
+    std::uint32_t CurrentFileNumber() const noexcept { return mFileNumber; }
+    bool IsSet() const noexcept { return mReadFileSet; }
+
     // See PcapNgFile.
     [[nodiscard]] KESTATUS ReadNextBlock(kestrelon::KEBufferBlock& block) {
         return mFile.ReadNextBlock(block);
     }
+    PcapNgFile::ReadFault LastReadFault() const noexcept { return mFile.LastReadFault(); }
+    [[nodiscard]] KESTATUS SystemError() const noexcept { return mFile.SystemError(); }
     void CloseFile() { mFile.CloseFile(); }
 
 private:
-    kestrelon::KEStdPath CreateNextFilePath();
     [[nodiscard]] KESTATUS OpenCurrentFile();
 
     std::string mFileName;
     std::uint32_t mStartFileIndex = 0;
-    std::uint32_t mFileNumber = 0; // of the next file of a set
+    std::uint32_t mFileNumber = 0; // of the current file of a set
     bool mReadFileSet = false;
     bool mLoopMode = false;
     kestrelon::KEStdPath mCurrentFilePath;

@@ -15,6 +15,7 @@
 #define FLOWLANE_PCAPNGFILEWRITER_H
 
 #include <cstdint>
+#include <string>
 
 #include "KEOsThreadMutex.h"
 #include "KEOsWaitableQueue.h"
@@ -74,6 +75,13 @@ public:
 
     // The failure that has ended the thread; success while it runs.
     [[nodiscard]] KESTATUS ThreadStatus() const noexcept;
+
+    // Success while writing works; else why the file cannot be opened or written, also after a failed start:
+    // the status of an errno where there is one. For any thread.
+    [[nodiscard]] KESTATUS WriteStatus() const noexcept { return mPacketWriter.WriteStatus(); }
+    // The file that is written or could not be opened. For any thread behind the start. Throws
+    // std::bad_alloc.
+    std::string FileName() const { return mPacketWriter.FileName(); }
 
     void QuerryStatistics(Statistics& statistics) const noexcept { statistics = mStats.Snapshot(); }
     void ResetStatistics() noexcept { mStats.Clear(); }

@@ -75,6 +75,10 @@ void PcapNgPacketReader::Start(bool replaceSrcMacAddr, const TNET_EthernetMacAdd
     mAddInitialOffset = true;
     mLastReadTimestampValid = false;
     mIsFrameQueued = false;
+    mPacketNumber = 0;
+    mPackets.Clear();
+    mLeftOut = &ReplayedPackets::withoutInterface;
+    mFailure = {};
     SetState(State::ExpSectionHeader);
 }
 
@@ -106,6 +110,7 @@ KESTATUS PcapNgPacketReader::FillSendQueue(const StopCheck& isStopRequested) {
                 return KEOutputFailure(logger::Global, "OpenNextFile failed, st={}", st);
             }
         } else {
+            NoteReadFailure(st);
             mStats.Add(&Statistics::errReadFileFailed);
             return KEOutputFailure(logger::Global, "ReadNextBlock failed, st={}", st);
         }
@@ -115,8 +120,9 @@ KESTATUS PcapNgPacketReader::FillSendQueue(const StopCheck& isStopRequested) {
 
 KESTATUS PcapNgPacketReader::OpenNextFile() {
     PcapNgFileSet::Next next = PcapNgFileSet::Next::End;
-    const KESTATUS st = mFiles.SelectNext(mIsFrameQueued, next);
+    KESTATUS st = mFiles.SelectNext(mIsFrameQueued, next);
     if (st != KESTATUS_SUCCESS) {
+        NoteFailure(ReplayFailure::Cause::NoFrames, st);
         return st;
     }
     if (next == PcapNgFileSet::Next::End) {
@@ -128,7 +134,47 @@ KESTATUS PcapNgPacketReader::OpenNextFile() {
         mLastReadTimestampValid = false;
     }
     SetState(State::ExpSectionHeader);
-    return mFiles.OpenSelected();
+    mPacketNumber = 0;
+    mIsFirstOfFile = next == PcapNgFileSet::Next::File;
+    mLeftOut = &ReplayedPackets::withoutInterface;
+    st = mFiles.OpenSelected();
+    if (st != KESTATUS_SUCCESS) {
+        NoteFailure(ReplayFailure::Cause::NextFile, st);
+    }
+    return st;
+}
+
+// --- Failures ------------------------------------------------------------------------------------
+
+ReplayFailure& PcapNgPacketReader::NoteFailure(ReplayFailure::Cause cause, KESTATUS st) noexcept {
+    mFailure = {};
+    mFailure.cause = cause;
+    mFailure.status = st;
+    mFailure.fileNumber = mFiles.CurrentFileNumber();
+    mFailure.packetNumber = mPacketNumber;
+    return mFailure;
+}
+
+void PcapNgPacketReader::Fail() {
+    mFailure.unsentFrames = mFramePool.TotalCount() - mFramePool.CurrentCount();
+    SetState(State::Error); // last: with it another thread sees the failure
+}
+
+void PcapNgPacketReader::NoteReadFailure(KESTATUS st) noexcept {
+    using Cause = ReplayFailure::Cause;
+    switch (mFiles.LastReadFault()) {
+    case PcapNgFile::ReadFault::CutShort:
+        NoteFailure(Cause::CutShort, st);
+        return;
+    case PcapNgFile::ReadFault::Damaged:
+        NoteFailure(Cause::Damaged, st);
+        return;
+    case PcapNgFile::ReadFault::System:
+    case PcapNgFile::ReadFault::None:
+        break;
+    }
+    const KESTATUS reason = mFiles.SystemError();
+    NoteFailure(Cause::ReadFailed, reason != KESTATUS_SUCCESS ? reason : st);
 }
 
 // --- Blocks --------------------------------------------------------------------------------------
@@ -137,6 +183,7 @@ KESTATUS PcapNgPacketReader::OpenNextFile() {
 void PcapNgPacketReader::ProcessBlock() {
     const auto type = KELoadNative<std::uint32_t>(mBlockData.mBuffer + pcapng::cBlockTypeOffset);
     const State state = CurrentState();
+    CountPacket(type, state);
     if (type == pcapng::cSectionHeaderBlockType) {
         ProcessSectionHeaderBlock();
     } else if (type == pcapng::cInterfaceDescBlockType && state != State::ExpSectionHeader) {
@@ -146,7 +193,23 @@ void PcapNgPacketReader::ProcessBlock() {
     }
 }
 
+// Packets that are looked into are counted as read only.
+void PcapNgPacketReader::CountPacket(std::uint32_t blockType, State state) noexcept {
+    if (blockType == pcapng::cSimplePacketBlockType) {
+        mPackets.Add(&ReplayedPackets::withoutTime);
+    } else if (blockType == pcapng::cObsoletePacketBlockType) {
+        mPackets.Add(&ReplayedPackets::obsolete);
+    } else if (blockType != pcapng::cEnhPacketBlockType) {
+        return;
+    } else if (state != State::ReadPacket) {
+        mPackets.Add(mLeftOut);
+    }
+    ++mPacketNumber;
+    mPackets.Add(&ReplayedPackets::read);
+}
+
 void PcapNgPacketReader::ProcessSectionHeaderBlock() {
+    mLeftOut = &ReplayedPackets::withoutInterface;
     PcapNgSectionHeaderBlock block;
     const KESTATUS st = block.InitSectionHeaderBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
@@ -170,6 +233,7 @@ void PcapNgPacketReader::ProcessSectionHeader(const PcapNgSectionHeaderBlock& bl
 }
 
 void PcapNgPacketReader::ProcessInterfaceDescBlock() {
+    mLeftOut = &ReplayedPackets::withoutInterface;
     PcapNgInterfaceDescBlock block;
     const KESTATUS st = block.InitInterfaceDescBlock({mBlockData.mBuffer, mBlockData.mDataLength});
     if (st != KESTATUS_SUCCESS) {
@@ -185,6 +249,7 @@ void PcapNgPacketReader::ProcessInterfaceDescription(const PcapNgInterfaceDescBl
     if (block.LinkType() != pcapng::cLinkTypeEthernet) {
         Log(KEWARN, "ignore invalid linkType {}", block.LinkType());
         mStats.Add(&Statistics::errInvalidLinkType);
+        mLeftOut = &ReplayedPackets::otherLinkType;
         SetState(State::ExpInterfaceDesc);
         return;
     }
@@ -209,6 +274,7 @@ bool PcapNgPacketReader::ReadTimestampFactor(const PcapNgInterfaceDescBlock& blo
     } else if (resolution != pcapng::cResolutionMicroseconds) {
         Log(KEWARN, "unsupported timestamp resolution {}", resolution);
         mStats.Add(&Statistics::errUnsupportedTimestampResolution);
+        mLeftOut = &ReplayedPackets::otherTimeUnit;
         return false;
     }
     return true;
@@ -236,6 +302,7 @@ void PcapNgPacketReader::ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packe
         mStats.Add(&Statistics::errInvalidFrameLength);
     } else if (triggerframe::IsSkipped(packet.PacketData())) {
         Log(KEINFO, "ignore dummy Ethernet frame for external trigger event");
+        mPackets.Add(&ReplayedPackets::triggers);
     } else if (AdvanceSendTime(packet.Timestamp())) {
         QueueFrame(packet);
     }
@@ -251,16 +318,27 @@ bool PcapNgPacketReader::AdvanceSendTime(std::uint64_t timestamp) {
         } else {
             mCurSendTime = Later(mCurSendTime, static_cast<std::uint64_t>(mLoopbackOffset.count()), 1);
         }
+        mFirstSendTime = mCurSendTime;
     } else if (timestamp < mLastReadTimestamp) {
         Log(KEERROR, "invalid timestamp lies before timestamp of last packet");
         mStats.Add(&Statistics::errInvalidTimestamp);
-        SetState(State::Error);
+        FailBecauseTimeGoesBack(timestamp);
         return false;
     } else {
         mCurSendTime = Later(mCurSendTime, timestamp - mLastReadTimestamp, mTimestampFactor);
     }
     mLastReadTimestamp = timestamp;
+    mLastTimestampFactor = mTimestampFactor;
+    mIsFirstOfFile = false;
     return true;
+}
+
+void PcapNgPacketReader::FailBecauseTimeGoesBack(std::uint64_t timestamp) {
+    ReplayFailure& failure = NoteFailure(ReplayFailure::Cause::TimeGoesBack, KESTATUS_SUCCESS);
+    failure.previousTime = mLastReadTimestamp * mLastTimestampFactor;
+    failure.time = timestamp * mTimestampFactor;
+    failure.isBetweenFiles = mIsFirstOfFile;
+    Fail();
 }
 
 void PcapNgPacketReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
@@ -284,6 +362,7 @@ void PcapNgPacketReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
     if (mReplaceSrcMacAddr) {
         PatchRawFrameData(*frame);
     }
+    frame->mOrigin = {mFiles.CurrentFileNumber(), mPacketNumber, mCurSendTime - mFirstSendTime};
     frame->SetSendTime(mCurSendTime);
     mFramesToSent.AppendTail(*frame);
     mIsFrameQueued = true;

@@ -22,6 +22,8 @@
 #include "capture/PcapNgReaderStatistics.h"
 #include "capture/RawFrame.h"
 #include "capture/RawFramePool.h"
+#include "capture/ReplayFailure.h"
+#include "capture/ReplayedPackets.h"
 #include "kestatus.h"
 #include "values/TNetAddress.h"
 
@@ -59,11 +61,22 @@ public:
     // Other failures are those of opening a file and of reading a block.
     [[nodiscard]] KESTATUS FillSendQueue(const StopCheck& isStopRequested);
 
+    // Keeps why the replay cannot go on at the packet just read. The caller may add to it.
+    ReplayFailure& NoteFailure(ReplayFailure::Cause cause, KESTATUS st) noexcept;
+    // Ends the replay because of that failure. The frames that are read ahead are not sent.
+    void Fail();
+    // For the thread that runs the reader, and for any in the state Error.
+    const ReplayFailure& Failure() const noexcept { return mFailure; }
+    // For any thread.
+    ReplayedPackets Packets() const noexcept { return mPackets.Snapshot(); }
+
     State CurrentState() const noexcept { return mCurrentState.load(std::memory_order_acquire); }
     void SetState(State state);
 
 private:
     [[nodiscard]] KESTATUS OpenNextFile();
+    void NoteReadFailure(KESTATUS st) noexcept;
+    void CountPacket(std::uint32_t blockType, State state) noexcept;
     void ProcessBlock();
     void ProcessSectionHeaderBlock();
     void ProcessInterfaceDescBlock();
@@ -72,6 +85,7 @@ private:
     void ProcessInterfaceDescription(const PcapNgInterfaceDescBlock& block);
     bool ReadTimestampFactor(const PcapNgInterfaceDescBlock& block);
     void ProcessEnhancedPacket(const PcapNgEnhPacketBlock& packet);
+    void FailBecauseTimeGoesBack(std::uint64_t timestamp);
     bool AdvanceSendTime(std::uint64_t timestamp);
     void QueueFrame(const PcapNgEnhPacketBlock& packet);
     void PatchRawFrameData(RawFrame& frame) const noexcept;
@@ -81,15 +95,22 @@ private:
     RawFramePool& mFramePool;
     RawFrameList& mFramesToSent; // in the order of the file
     PcapNgReaderCounters& mStats;
+    ReplayedPacketCounters mPackets;
+    std::uint64_t ReplayedPackets::*mLeftOut = nullptr; // as what packets count while none can be read
+    std::uint64_t mPacketNumber = 0;                    // of the packet just read, in its file
+    ReplayFailure mFailure;
     kestrelon::KEBufferBlock mBlockData; // the block just read
     std::atomic<State> mCurrentState{State::ExpSectionHeader};
-    RawFrameTimePoint mCurSendTime; // of the last packet read
+    RawFrameTimePoint mCurSendTime;   // of the last packet read
+    RawFrameTimePoint mFirstSendTime; // of the first packet of the pass
     const RawFrameTimeDuration mInitialOffset = std::chrono::milliseconds(500);
     const RawFrameTimeDuration mLoopbackOffset = std::chrono::milliseconds(100);
     std::uint64_t mLastReadTimestamp = 0;
-    std::uint32_t mTimestampFactor = 1; // nanoseconds per unit of a timestamp
+    std::uint32_t mTimestampFactor = 1;     // nanoseconds per unit of a timestamp
+    std::uint32_t mLastTimestampFactor = 1; // of the last packet read
     kestrelon::TNET_EthernetMacAddress mDeviceMacAddress{};
     bool mLastReadTimestampValid = false;
+    bool mIsFirstOfFile = false; // no packet of the file has advanced the time yet
     bool mAddInitialOffset = false;
     bool mReplaceSrcMacAddr = false;
     bool mIsFrameQueued = false; // since the start of this pass through the file or the set

@@ -88,14 +88,15 @@ KESTATUS PcapNgPacketWriter::OpenFirstFile(const T_UNICHAR* fileName, std::uint6
     PreparePacketBlock();
     mFileBaseName = fileName;
     mMaxFileSize = maxFileSize;
-    mFileNumber = 0;
-    const KESTATUS st = OpenFile(CreateNextFileName());
+    mFileNumber = 1;
+    const KESTATUS st = OpenFile(FileName());
     return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "OpenForWrite failed, st={}", st);
 }
 
 KESTATUS PcapNgPacketWriter::OpenNextFile() {
     CloseFile();
-    const std::string path = CreateNextFileName();
+    ++mFileNumber;
+    const std::string path = FileName();
     const KESTATUS st = OpenFile(path);
     if (st != KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Global, KEERROR, "OpenForWrite(file='{}') failed, st={}", path,
@@ -104,17 +105,17 @@ KESTATUS PcapNgPacketWriter::OpenNextFile() {
     return st;
 }
 
-std::string PcapNgPacketWriter::CreateNextFileName() {
+std::string PcapNgPacketWriter::FileName() const {
     if (mMaxFileSize == 0) {
         return mFileBaseName + cCaptureFileExtension;
     }
-    ++mFileNumber;
     return CaptureFileName(mFileBaseName.c_str(), mFileNumber, cCaptureFileExtension);
 }
 
 // A file without its headers is removed: nothing can read it, and the replay of a set would fail there.
 KESTATUS PcapNgPacketWriter::OpenFile(const std::string& path) {
     const KESTATUS st = mFile.OpenForWrite(path.c_str(), mSectionHeaderBlock, mIfDescriptionBlock);
+    PublishWriteStatus(mFile.SystemError() != KESTATUS_SUCCESS ? mFile.SystemError() : st);
     if (st != KESTATUS_SUCCESS && mFile.IsOpen()) {
         mFile.CloseFile();
         KEStdFileRemove(path.c_str());
@@ -122,9 +123,16 @@ KESTATUS PcapNgPacketWriter::OpenFile(const std::string& path) {
     return st;
 }
 
+void PcapNgPacketWriter::PublishWriteStatus(KESTATUS st) noexcept {
+    mWriteStatus.store(st, std::memory_order_relaxed);
+}
+
 void PcapNgPacketWriter::CloseFile() {
     mFile.CloseFile();
     const std::uint64_t lost = mFile.BlocksLost();
+    if (lost != 0) {
+        PublishWriteStatus(mFile.SystemError());
+    }
     mStats.Subtract(&PcapNgWriterStatistics::infFramesWritten, lost);
     mStats.Add(&PcapNgWriterStatistics::errWriteFileFailed, lost);
     mFramesDropped += lost;
@@ -164,6 +172,7 @@ void PcapNgPacketWriter::WriteFrameToFile(const RawFrame& frame) {
     } catch (const std::bad_alloc&) {
         // The next packet may be smaller.
     }
+    PublishWriteStatus(mFile.SystemError());
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "WriteBlock failed, st={}.", st);
         ++mFramesDropped;

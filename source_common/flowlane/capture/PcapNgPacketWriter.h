@@ -3,10 +3,12 @@
 // cannot be written is counted, and the next packet that is written carries the number of those lost before
 // it.
 //
-// One thread at a time. Failures are logged on Global, an invalid time on Cons.
+// One thread at a time, but WriteStatus and FileName are for any. Failures are logged on Global, an invalid
+// time on Cons.
 #ifndef FLOWLANE_PCAPNGPACKETWRITER_H
 #define FLOWLANE_PCAPNGPACKETWRITER_H
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -41,6 +43,13 @@ public:
     void WriteFrameToFile(const RawFrame& frame);
     // True when the last packet has taken the file of a set beyond its size.
     bool IsFileFull() const noexcept { return mMaxFileSize != 0 && mFile.FileSize() > mMaxFileSize; }
+    // Success while writing works; else why the file cannot be opened or written, the status of an errno
+    // where there is one.
+    [[nodiscard]] KESTATUS WriteStatus() const noexcept {
+        return mWriteStatus.load(std::memory_order_relaxed);
+    }
+    // The file that is written or could not be opened. Throws std::bad_alloc.
+    std::string FileName() const;
     // Writes what is still gathered. Packets that cannot be written then count as lost, no longer as written.
     void CloseFile();
 
@@ -49,7 +58,7 @@ private:
                          const char* propertyFailed, const char* optionFailed);
     void AddMacAddressOption(QuaysideDevice& device);
     void PreparePacketBlock();
-    std::string CreateNextFileName();
+    void PublishWriteStatus(KESTATUS st) noexcept;
     [[nodiscard]] KESTATUS OpenFile(const std::string& path);
     std::uint64_t TimestampOf(const RawFrame& frame);
     [[nodiscard]] KESTATUS WritePacket(kestrelon::KEConstBufferReference data, std::uint64_t timestamp);
@@ -57,8 +66,9 @@ private:
 
     PcapNgWriterCounters& mStats;
     std::string mFileBaseName;
-    std::uint64_t mMaxFileSize = 0; // bytes, 0 for no limit
-    std::uint32_t mFileNumber = 0;  // of the current file of a set
+    std::uint64_t mMaxFileSize = 0;            // bytes, 0 for no limit
+    std::atomic<std::uint32_t> mFileNumber{0}; // of the current file of a set
+    std::atomic<KESTATUS> mWriteStatus{KESTATUS_SUCCESS};
     PcapNgSectionHeaderBlock mSectionHeaderBlock;
     PcapNgInterfaceDescBlock mIfDescriptionBlock;
     PcapNgFile mFile;

@@ -15,6 +15,13 @@ namespace flowlane {
 using RawFrameTimePoint = PipelineClock::TimePoint;
 using RawFrameTimeDuration = PipelineClock::Duration;
 
+// Where a replay has read a frame.
+struct RawFrameOrigin {
+    std::uint32_t fileNumber = 0;   // of the file set
+    std::uint64_t packetNumber = 0; // in its file, from 1
+    RawFrameTimeDuration time{};    // recorded, since the first packet of the pass
+};
+
 class RawFrame {
 public:
     RawFrame() = default;
@@ -42,6 +49,7 @@ public:
     kestrelon::KEBufferReference mFrameBuffer;
     std::uint32_t mFrameSize = 0; // bytes in use, at most the buffer's
     QBXRawFrameType mFrameType = QBXRawFrameType_Unknown;
+    RawFrameOrigin mOrigin;           // replay
     std::uint64_t mFramesDropped = 0; // capture: frames lost between the previous frame and this one
 
 private:

@@ -24,6 +24,7 @@ KESTATUS RawFrameSender::SendFrames(RawFrameTimePoint now) {
 KESTATUS RawFrameSender::SubmitFrame(const RawFrame& frame) {
     const KEConstBufferReference data = frame.FrameData();
     const auto length = static_cast<unsigned>(data.mLength);
+    mLastSubmitted = {frame.mOrigin, frame.mFrameSize};
     KESTATUS st = mDevice->CheckSubmitRawFrame(length);
     if (st == KESTATUS_NO_SPACE) {
         st = FlushDevice();

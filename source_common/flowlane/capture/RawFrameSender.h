@@ -6,6 +6,8 @@
 #ifndef FLOWLANE_RAWFRAMESENDER_H
 #define FLOWLANE_RAWFRAMESENDER_H
 
+#include <cstdint>
+
 #include "capture/PcapNgReaderStatistics.h"
 #include "capture/RawFrame.h"
 #include "capture/RawFramePool.h"
@@ -25,6 +27,12 @@ public:
     // Sends the frames that are due at now. The status of a failure is the device's; the frame that failed is
     // back in the pool, and those behind it are still in the list.
     [[nodiscard]] KESTATUS SendFrames(RawFrameTimePoint now);
+    // The frame that was submitted last, or that the device refused.
+    struct Submitted {
+        RawFrameOrigin origin;
+        std::uint32_t size = 0; // bytes
+    };
+    const Submitted& LastSubmitted() const noexcept { return mLastSubmitted; }
     // Gives all frames of the list back without sending them.
     void ClearSendList() noexcept;
 
@@ -36,6 +44,7 @@ private:
     RawFramePool& mFramePool;
     PcapNgReaderCounters& mStats;
     QuaysideDevice* mDevice = nullptr;
+    Submitted mLastSubmitted;
 };
 
 } // namespace flowlane

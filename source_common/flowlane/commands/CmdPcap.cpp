@@ -1,5 +1,6 @@
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/LogCons.h"
 #include "capture/FrameReceiver.h"
@@ -9,9 +10,12 @@
 #include "commands/Commands.h"
 #include "commands/DeviceSelection.h"
 #include "commands/ErrorLine.h"
+#include "commands/ErrorStatus.h"
 #include "commands/StopRequest.h"
 #include "device/RawReceiveHeader.h"
+#include "explanations/CaptureExplanation.h"
 #include "explanations/DeviceExplanation.h"
+#include "explanations/DeviceName.h"
 
 namespace flowlane {
 
@@ -79,6 +83,55 @@ void PrintSummary(const Statistics& stats) {
     }
 }
 
+std::vector<std::uint32_t> EarlierFiles() {
+    return MaxFileSizeOption() != 0 ? NumbersOfEarlierCapture(gCmdLine.mArgs.front())
+                                    : std::vector<std::uint32_t>();
+}
+
+KESTATUS FailStart(const PcapNgFileWriter& writer, KESTATUS st, unsigned frameSize) {
+    KEOutputFailure(logger::Cons, "StartFileWriter failed, st={}.", st);
+    ExplainFailedCaptureStart(writer, st, gCmdLine.mFrameCount, frameSize);
+    return st;
+}
+
+// The device cannot be used, which only the log has been told.
+KESTATUS FailDevice(const QuaysideDevice& device, const char* what, KESTATUS st) {
+    ExplainReceiveFailure(DeviceName(device), what, st);
+    return st;
+}
+
+// The lines behind those of the receive loop.
+void ExplainFailedLoop(const QuaysideDevice& device, const PcapNgFileWriter& writer, KESTATUS failure) {
+    if (writer.ThreadStatus() != KESTATUS_SUCCESS) {
+        ExplainEndedWriter(writer);
+    } else if (failure == KESTATUS_DEVICE_REMOVED) {
+        ExplainDeviceFailure(failure, device);
+    } else if (failure != KESTATUS_SUCCESS) {
+        ExplainReceiveFailure(DeviceName(device), "has stopped receiving", failure);
+    }
+}
+
+// Prints the summary and what to say about it.
+void PrintEnd(const PcapNgFileWriter& writer, WriteFailureWatch& watch, KESTATUS writerFailure) {
+    const Statistics stats = StatisticsOf(writer);
+    PrintSummary(stats);
+    if (writerFailure == KESTATUS_SUCCESS) {
+        watch.LookAtEnd(writer);
+    }
+    ExplainLostFrames(stats, gCmdLine.mFrameCount, gCmdLine.mFrameSize);
+}
+
+// The gravest first. Frames behind a failure of the writer count as not written, too.
+KESTATUS ExitStatus(const Statistics& stats, KESTATUS writerFailure, KESTATUS failure) {
+    ErrorStatus status;
+    status.Note(writerFailure);
+    status.Note(failure);
+    status.NoteIf(stats.errMissingFrames != 0 || stats.errPoolUnderflow != 0, KESTATUS_NO_RESOURCES);
+    status.NoteIf(stats.errWriteFileFailed != 0 || stats.errInitPacketBlock != 0, KESTATUS_WRITE_FILE_FAILED);
+    status.NoteIf(stats.errInvalidFrameSize != 0 || stats.errInvalidTimestamp != 0, KESTATUS_INVALID_DATA);
+    return status.ExitStatus();
+}
+
 } // namespace
 
 KESTATUS CmdPcap() {
@@ -99,34 +152,44 @@ KESTATUS CmdPcap() {
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Start PCAPNG file writer on device {}...", description);
     const unsigned frameSize = gCmdLine.mFrameSize + static_cast<unsigned>(rawheader::cSize);
+    const std::vector<std::uint32_t> earlierFiles = EarlierFiles();
     PcapNgFileWriter writer;
     st = writer.StartFileWriter(gCmdLine.mArgs.front().c_str(), device, gCmdLine.mFrameCount, frameSize,
                                 MaxFileSizeOption());
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartFileWriter failed, st={}.", st);
+        return FailStart(writer, st, frameSize);
     }
+    ExplainEarlierCapture(gCmdLine.mArgs.front(), earlierFiles);
 
     FrameReceiver receiver(device, writer, frameSize);
     KEOutputLogMessage(logger::Cons, KEINFO, "Enable receiving of raw frames...");
     st = device.EnableRawRx();
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Global, "EnableRawRx failed, st={}.", st);
+        KEOutputFailure(logger::Global, "EnableRawRx failed, st={}.", st);
+        return FailDevice(device, "cannot receive", st);
     }
     KEOutputLogMessage(logger::Cons, KEINFO,
                        "Write received frames to PCAPNG file, press any key to stop...");
+    WriteFailureWatch watch;
     const KESTATUS failure = receiver.WriteReceivedFramesToFile(
-        [&] { PrintFrameCounts(StatisticsOf(writer)); }, [&] { return stopRequest.IsRequested(); });
-    ExplainDeviceFailure(failure, device);
+        [&] {
+            PrintFrameCounts(StatisticsOf(writer));
+            watch.Look(writer);
+        },
+        [&] { return stopRequest.IsRequested(); });
+    const KESTATUS writerFailure = writer.ThreadStatus();
+    ExplainFailedLoop(device, writer, failure);
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Disable receiving of raw frames...");
     st = device.DisableRawRx();
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Global, "DisableRawRx failed, st={}.", st);
+        KEOutputFailure(logger::Global, "DisableRawRx failed, st={}.", st);
+        return FailDevice(device, "does not stop receiving", st);
     }
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop PCAPNG file writer...");
     writer.StopFileWriter();
-    PrintSummary(StatisticsOf(writer));
-    return KESTATUS_SUCCESS;
+    PrintEnd(writer, watch, writerFailure);
+    return ExitStatus(StatisticsOf(writer), writerFailure, failure);
 }
 
 } // namespace flowlane

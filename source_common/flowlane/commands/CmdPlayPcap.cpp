@@ -1,5 +1,8 @@
+#include <chrono>
 #include <cstdint>
 #include <iterator>
+#include <optional>
+#include <string>
 
 #include "base/LogCons.h"
 #include "capture/PcapNgFileReader.h"
@@ -10,8 +13,13 @@
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
 #include "commands/ErrorLine.h"
+#include "commands/ErrorStatus.h"
+#include "commands/Progress.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
+#include "explanations/ReplayDuration.h"
+#include "explanations/ReplayExplanation.h"
+#include "explanations/ReplayTexts.h"
 
 namespace flowlane {
 
@@ -64,12 +72,53 @@ void PrintSummary(const PcapNgFileReader& reader) {
     }
 }
 
+ReplaySettings SettingsOfReplay() {
+    return {gCmdLine.mArgs.front(), gCmdLine.mStartFileIndex, gCmdLine.mStartFileIndexPresent,
+            gCmdLine.mFrameCount, gCmdLine.mFrameSize};
+}
+
+KESTATUS FailStart(const PcapNgFileReader& reader, const QuaysideDevice& device, KESTATUS st) {
+    KEOutputFailure(logger::Cons, "StartFileReader failed, st={}.", st);
+    ExplainReplayFailure(reader, SettingsOfReplay(), device);
+    return st;
+}
+
+// The gravest first.
+KESTATUS ExitStatus(const PcapNgFileReader& reader) {
+    Statistics stats;
+    reader.QuerryStatistics(stats);
+    const ReplayedPackets packets = reader.Packets();
+    const bool hasFailed = reader.IsInErrorState();
+    const LeftOutPackets leftOut{packets, stats, gCmdLine.mFrameSize};
+    ErrorStatus status;
+    status.NoteIf(hasFailed, reader.FailureStatus());
+    status.NoteIf(reader.LostFrames() != 0, KESTATUS_NO_FRAME_SENT);
+    status.NoteIf(hasFailed && reader.Failure().unsentFrames != 0, KESTATUS_NO_FRAME_SENT);
+    status.NoteIf(stats.TotalErrorsOccurred() != 0 || leftOut.Count() != 0, KESTATUS_INVALID_DATA);
+    return status.ExitStatus();
+}
+
+// Of the file or the set; nothing when it is not known.
+std::optional<std::chrono::nanoseconds> Duration(const PcapNgFileReader& reader) {
+    const std::uint32_t first = gCmdLine.mStartFileIndex;
+    std::uint32_t last = first;
+    while (gCmdLine.mStartFileIndexPresent && reader.FilePath(last + 1).Exists()) {
+        ++last;
+    }
+    const std::string firstPath = reader.FilePath(first).c_str();
+    const auto duration = DurationOfRecording(firstPath, reader.FilePath(last).c_str());
+    // The last file of a set may have no packet.
+    return duration || last == first ? duration
+                                     : DurationOfRecording(firstPath, reader.FilePath(last - 1).c_str());
+}
+
 // Whether all is sent or the replay has failed.
-bool PrintProgress(const QuaysideDevice& device, const PcapNgFileReader& reader,
-                   LostFramesReport& lostFrames) {
+bool PrintProgress(const PcapNgFileReader& reader, const QuaysideDevice& device, LostFramesReport& lostFrames,
+                   Progress& progress) {
     Statistics stats;
     reader.QuerryStatistics(stats);
     PrintFrameCounts(stats);
+    progress.Print(reader.Position());
     lostFrames.Print(reader.LostFrames());
     if (reader.AreAllFramesSent()) {
         Print(KEINFO, "Successfully sent frames within PCAPNG file(s)...");
@@ -79,6 +128,7 @@ bool PrintProgress(const QuaysideDevice& device, const PcapNgFileReader& reader,
         lostFrames.Print(reader.LostFrames());
         FailureReport(device, "PCAPNG file reader has ended, st={}.").Print(reader.FailureStatus());
         Print(KEERROR, "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...");
+        ExplainReplayFailure(reader, SettingsOfReplay(), device);
         return true;
     }
     return false;
@@ -109,18 +159,22 @@ KESTATUS CmdPlayPcap() {
                                 gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile,
                                 [&] { return stopRequest.IsRequested(); });
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartFileReader failed, st={}.", st);
+        return FailStart(reader, device, st);
     }
 
     Print(KEINFO, "Send frames from PCAPNG file(s), press any key to stop...");
     LostFramesReport lostFrames("Frames not sent because the link was down or busy: {}");
-    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(device, reader, lostFrames); });
+    Progress progress(gCmdLine.mVerbose ? Duration(reader) : std::nullopt);
+    PrintStatisticsUntilEnd(stopRequest, [&] { return PrintProgress(reader, device, lostFrames, progress); });
 
     Print(KEINFO, "Stop PCAPNG file reader...");
     reader.StopFileReader();
     lostFrames.Print(reader.LostFrames());
     PrintSummary(reader);
-    return KESTATUS_SUCCESS;
+    if (!reader.IsInErrorState()) {
+        ExplainLeftOutPackets(reader, SettingsOfReplay());
+    }
+    return ExitStatus(reader);
 }
 
 } // namespace flowlane

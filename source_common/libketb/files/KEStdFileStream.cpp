@@ -17,6 +17,7 @@ void KEStdFileStreamCloseFunction(std::FILE* file) noexcept {
 
 KESTATUS KEStdFileStream::OpenFile(const char* path, const char* mode) noexcept {
     CloseFile();
+    mLastError = KESTATUS_SUCCESS;
     if (!path || !mode) {
         return KESTATUS_INVALID_PARAMETER;
     }
@@ -25,11 +26,21 @@ KESTATUS KEStdFileStream::OpenFile(const char* path, const char* mode) noexcept 
 }
 
 std::size_t KEStdFileStream::ReadFromFile(void* data, std::size_t length) noexcept {
-    return mHandle ? std::fread(data, 1, length, mHandle) : 0;
+    if (!mHandle) {
+        return 0;
+    }
+    const std::size_t moved = std::fread(data, 1, length, mHandle);
+    mLastError = moved == length || std::ferror(mHandle) == 0 ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+    return moved;
 }
 
 std::size_t KEStdFileStream::WriteToFile(const void* data, std::size_t length) noexcept {
-    return mHandle ? std::fwrite(data, 1, length, mHandle) : 0;
+    if (!mHandle) {
+        return 0;
+    }
+    const std::size_t moved = std::fwrite(data, 1, length, mHandle);
+    mLastError = moved == length ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+    return moved;
 }
 
 bool KEStdFileStream::IsEndOfFile() const noexcept {

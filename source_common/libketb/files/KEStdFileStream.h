@@ -2,7 +2,7 @@
 //
 // Operations on a stream that is not open return KESTATUS_NOT_OPENED or move no bytes. Seek, Tell,
 // TruncateFile, FlushFile and closing log their failures; the caller reports those of opening, reading and
-// writing.
+// writing, and LastError says why they failed.
 #ifndef KESTRELON_KESTDFILESTREAM_H
 #define KESTRELON_KESTDFILESTREAM_H
 
@@ -29,6 +29,10 @@ public:
     std::size_t ReadFromFile(void* data, std::size_t length) noexcept;
     std::size_t WriteToFile(const void* data, std::size_t length) noexcept;
 
+    // Why the last read or write moved fewer bytes than asked: the status of errno. Success when it moved
+    // all, when it met the end of the file, and behind OpenFile. Closing keeps it.
+    [[nodiscard]] KESTATUS LastError() const noexcept { return mLastError; }
+
     // Back to the start. Every successful seek clears the end-of-file state.
     [[nodiscard]] KESTATUS RewindFile() noexcept { return Seek(0, SEEK_SET); }
     // True once a read has hit the end of the file, until the next successful seek.
@@ -49,6 +53,9 @@ public:
     // Return the bytes written, negative on failure.
     int Printf(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
     int VPrintf(const char* format, va_list args) noexcept __attribute__((format(printf, 2, 0)));
+
+private:
+    KESTATUS mLastError = KESTATUS_SUCCESS;
 };
 
 // Success or the status of errno. An existing file of the new name is replaced.

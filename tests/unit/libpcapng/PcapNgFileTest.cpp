@@ -356,6 +356,8 @@ TEST_F(PcapNgFileTest, LastBlockCutShort) {
                     ElementsAre(IsMessageOf(KEERROR, "ReadNextBlock",
                                             "read incomplete block with " + std::to_string(length) +
                                                 " bytes, exp. 100 bytes")));
+        EXPECT_EQ(mFile.LastReadFault(), PcapNgFile::ReadFault::CutShort);
+        EXPECT_EQ(mFile.SystemError(), KESTATUS_SUCCESS);
     }
 }
 
@@ -366,6 +368,7 @@ TEST_F(PcapNgFileTest, LengthThatIsNoneOfABlock) {
         ASSERT_EQ(mFile.OpenForRead(mPath.c_str()), KESTATUS_SUCCESS);
         EXPECT_EQ(mFile.ReadNextBlock(mBlock), KESTATUS_INVALID_FILE);
         EXPECT_EQ(mBlock.mDataLength, 0u);
+        EXPECT_EQ(mFile.LastReadFault(), PcapNgFile::ReadFault::Damaged);
         EXPECT_THAT(mLog.Messages(), ElementsAre(IsMessageOf(KEERROR, "ReadNextBlock",
                                                              "read incomplete block with 8 bytes, exp. " +
                                                                  std::to_string(length) + " bytes")));
@@ -373,6 +376,7 @@ TEST_F(PcapNgFileTest, LengthThatIsNoneOfABlock) {
     PutOnDisk(Concat({LE32(6), LE32(8)})); // a header alone is whole
     ASSERT_EQ(mFile.OpenForRead(mPath.c_str()), KESTATUS_SUCCESS);
     EXPECT_EQ(mFile.ReadNextBlock(mBlock), KESTATUS_SUCCESS);
+    EXPECT_EQ(mFile.LastReadFault(), PcapNgFile::ReadFault::None);
     EXPECT_EQ(mBlock.mDataLength, 8u);
 }
 
@@ -384,6 +388,7 @@ TEST_F(PcapNgFileTest, HugeLengthTakesNoMemory) {
         ASSERT_EQ(mFile.OpenForRead(mPath.c_str()), KESTATUS_SUCCESS);
         EXPECT_EQ(mFile.ReadNextBlock(mBlock), KESTATUS_INVALID_FILE);
         EXPECT_LT(mBlock.mBufferSize, 1000u);
+        EXPECT_EQ(mFile.LastReadFault(), PcapNgFile::ReadFault::Damaged);
         EXPECT_THAT(mLog.Messages(), ElementsAre(IsMessageOf(KEERROR, "ReadNextBlock",
                                                              "read incomplete block with 108 bytes, exp. " +
                                                                  std::to_string(length) + " bytes")));

@@ -198,6 +198,8 @@ TEST_F(FrameReceiverTest, WriterThatHasEndedEndsTheLoop) {
     EXPECT_EQ(WaitForThreadStatus(), 0xE0010015);
     Queue(2);
     QueueWaits({KESTATUS_SUCCESS});
+    EXPECT_EQ(mWriter.WriteStatus(), KESTATUS_LINUX_EISDIR);
+    EXPECT_EQ(mWriter.FileName(), NameOf(2));
     Run();
     EXPECT_EQ(mResult, KESTATUS_NOT_POSSIBLE);
     EXPECT_EQ(mAsked, 0u);

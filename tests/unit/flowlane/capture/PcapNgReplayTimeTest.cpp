@@ -50,6 +50,7 @@ TEST_F(PcapNgReplayTimeTest, MicrosecondsAreTheDefault) {
     ASSERT_EQ(Start(), KESTATUS_SUCCESS);
     ExpectSent({{49, 0}, {50, 1}, {59, 1}, {60, 2}, {61, 5}});
     EXPECT_EQ(SentPackets(), (std::vector<unsigned>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(mReader.Position(), std::chrono::milliseconds(110));
 }
 
 TEST_F(PcapNgReplayTimeTest, Nanoseconds) {

@@ -45,6 +45,27 @@ protected:
     int mPipe[2] = {-1, -1};
 };
 
+TEST_F(StdFileStreamTest, KeepsWhyReadingOrWritingFailed) {
+    mDirectory.Write("file", "0123456789");
+    char data[20] = {};
+    ASSERT_EQ(Open("file", "rb"), KESTATUS_SUCCESS);
+    EXPECT_EQ(mStream.ReadFromFile(data, sizeof data), 10u);
+    EXPECT_EQ(mStream.LastError(), KESTATUS_SUCCESS); // the end is no failure
+    ASSERT_EQ(Open(".", "rb"), KESTATUS_SUCCESS);
+    EXPECT_EQ(mStream.ReadFromFile(data, 1), 0u);
+    EXPECT_EQ(mStream.LastError(), KEStatusFromErrno(EISDIR));
+    ASSERT_EQ(mStream.OpenFile("/dev/full", "wb"), KESTATUS_SUCCESS);
+    EXPECT_EQ(mStream.LastError(), KESTATUS_SUCCESS);
+    mStream.DisableBuffering();
+    EXPECT_EQ(mStream.WriteToFile(data, 1), 0u);
+    EXPECT_EQ(mStream.LastError(), KEStatusFromErrno(ENOSPC));
+    mStream.CloseFile();
+    EXPECT_EQ(mStream.LastError(), KEStatusFromErrno(ENOSPC));
+    ASSERT_EQ(Open("file", "wb"), KESTATUS_SUCCESS);
+    EXPECT_EQ(mStream.WriteToFile(data, 1), 1u);
+    EXPECT_EQ(mStream.LastError(), KESTATUS_SUCCESS);
+}
+
 TEST_F(StdFileStreamTest, ReadsUpToTheEnd) {
     mDirectory.Write("file", "0123456789");
     EXPECT_FALSE(mStream.IsOpen());
