@@ -24,10 +24,10 @@ struct TransportStreamFacts {
     bool isClockRunning = false;       // time passes between two clock references
     bool hasMoreClocks = false;        // clock references are on more than one PID
     std::uint64_t bufferedPackets = 0; // how far apart two clock references may be
-    Fault invalidPackets;              // packets without a sync byte
-    Fault forwardPackets;              // packets left out because the clock steps forward
-    Fault unfinishedPackets;           // packets left out because no clock reference follows
-    Fault backwardSteps;
+    Fault invalidPackets{};            // packets without a sync byte
+    Fault forwardPackets{};            // packets left out because the clock steps forward
+    Fault unfinishedPackets{};         // packets left out because no clock reference follows
+    Fault backwardSteps{};
 };
 
 // Prints the lines, and returns what is the status of the file:
