@@ -168,8 +168,8 @@ def test_frames_without_resources_are_discarded_and_counted(short_file):
                          statistics[-1])
     assert int(match[1]) >= 980
     assert int(match[2]) >= int(match[1]) // 7
-    count = re.fullmatch(r"Device 0 had no room for AVTP packets (\d+) times and discarded them. Use a faster link or a "
-                         r"stream with a lower rate.\n", result.stderr)[1]
+    count = re.fullmatch(r"Device 0 had no room for AVTP packets (\d+) times and discarded them. Use a faster link or "
+                         r"a stream with a lower rate.\n", result.stderr)[1]
     assert int(count) >= int(match[2])
 
 

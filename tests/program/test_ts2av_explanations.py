@@ -75,7 +75,8 @@ def test_missing_file_of_which_an_extension_is_missing(folder):
 @pytest.mark.parametrize("name, error, line", [
     ("", "02(KESTATUS_LINUX_ENOENT)", "The name of the file is empty. Give the name of a file."),
     ("no/a.ts", "02(KESTATUS_LINUX_ENOENT)", "There is no folder 'no'. Check the path of the file."),
-    ("file/a.ts", "14(KESTATUS_LINUX_ENOTDIR)", "A part of the path 'file/a.ts' is a file, not a folder. Check the path."),
+    ("file/a.ts", "14(KESTATUS_LINUX_ENOTDIR)",
+     "A part of the path 'file/a.ts' is a file, not a folder. Check the path."),
     ("x" * 300, "24(unknown)", "'..." + "x" * 140 + "' cannot be read: File name too long."),
 ])
 def test_paths_that_lead_nowhere(folder, name, error, line):
@@ -248,8 +249,8 @@ def test_lost_alignment(folder):
 def test_clock_that_steps_forward(folder):
     pcrs = {i: i * 900 + (2 * SECOND if i >= 50 else 0) for i in range(0, 101, 10)}
     (folder / "a.ts").write_bytes(stream_with_pcrs(pcrs, 101))
-    check(["a.ts"], ["Left out of 'a.ts': 10 packets where its clock steps forward by a second or more, first at packet "
-                     "51. Fill the gap with: ffmpeg -i 'a.ts' -c copy -muxrate 20M -f mpegts 'a-2.ts'"], INVALID_DATA)
+    check(["a.ts"], ["Left out of 'a.ts': 10 packets where its clock steps forward by a second or more, first at "
+                     "packet 51. Fill the gap with: ffmpeg -i 'a.ts' -c copy -muxrate 20M -f mpegts 'a-2.ts'"], INVALID_DATA)
 
 
 def test_clock_that_goes_back(folder):
@@ -263,10 +264,10 @@ def test_clocks_of_several_programs(folder):
     """The second is 2 s ahead of the first."""
     pcrs = {i: SECOND + i * 900 + (2 * SECOND if i == 50 else 0) for i in range(0, 101, 10)}
     (folder / "a.ts").write_bytes(stream_with_pcrs(pcrs, 101, lambda number: 0x200 if number == 50 else 0x100))
-    check(["a.ts"], ["Left out of 'a.ts': 10 packets where its clock steps forward by a second or more (it has clocks of "
-                     "several programs), first at packet 51. " + repair("a.ts", "a-2.ts"),
-                     "The clock of 'a.ts' goes back at packet 61 (it has clocks of several programs): from there packets "
-                     "are sent without pacing. " + repair("a.ts", "a-2.ts")], INVALID_DATA)
+    check(["a.ts"], ["Left out of 'a.ts': 10 packets where its clock steps forward by a second or more (it has clocks "
+                     "of several programs), first at packet 51. " + repair("a.ts", "a-2.ts"),
+                     "The clock of 'a.ts' goes back at packet 61 (it has clocks of several programs): from there "
+                     "packets are sent without pacing. " + repair("a.ts", "a-2.ts")], INVALID_DATA)
 
 
 def test_clock_that_stands_still(folder):
@@ -277,8 +278,8 @@ def test_clock_that_stands_still(folder):
 
 def test_many_packets_without_a_clock_reference(folder):
     (folder / "a.ts").write_bytes(stream_with_pcrs({0: 0, 10: 900, 10020: 1800, 10030: 2700}, 10031))
-    check(["a.ts"], ["Left out of 'a.ts': 9999 packets, because 10000 in a row have no clock reference (PCR), first near "
-                     "packet 10010. " + repair("a.ts", "a-2.ts")], INVALID_DATA)
+    check(["a.ts"], ["Left out of 'a.ts': 9999 packets, because 10000 in a row have no clock reference (PCR), first "
+                     "near packet 10010. " + repair("a.ts", "a-2.ts")], INVALID_DATA)
 
 
 def test_stop_by_the_user_is_no_fault(folder):
@@ -355,4 +356,5 @@ def test_no_progress_without_the_option_or_a_terminal(folder):
                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=TIMEOUT, check=False)
     os.close(keyboard)
     os.close(terminal)
-    assert result.stderr.splitlines() == ["INFO: all packets from file delivered, stop thread"]
+    assert result.returncode == 0
+    assert "INFO: at" not in result.stderr
