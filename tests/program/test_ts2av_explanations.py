@@ -250,7 +250,8 @@ def test_clock_that_steps_forward(folder):
     pcrs = {i: i * 900 + (2 * SECOND if i >= 50 else 0) for i in range(0, 101, 10)}
     (folder / "a.ts").write_bytes(stream_with_pcrs(pcrs, 101))
     check(["a.ts"], ["Left out of 'a.ts': 10 packets where its clock steps forward by a second or more, first at "
-                     "packet 51. Fill the gap with: ffmpeg -i 'a.ts' -c copy -muxrate 20M -f mpegts 'a-2.ts'"], INVALID_DATA)
+                     "packet 51. Fill the gap with: ffmpeg -i 'a.ts' -c copy -muxrate 20M -f mpegts 'a-2.ts'"],
+          INVALID_DATA)
 
 
 def test_clock_that_goes_back(folder):
