@@ -14,32 +14,40 @@ from lanes import FLOWLANE, LANE_1, TIMEOUT, Running, exit_status, run, sanitize
 from namespaces import private_mounts
 
 
-@pytest.mark.parametrize("make, line, status", [
-    (lambda path: None, "CreateTSFileSource failed, st=0xe0010002(KESTATUS_LINUX_ENOENT).", 0xE0010002),
-    (lambda path: path.mkdir(), "StartSource failed, st=0xe0000091(KESTATUS_READ_FILE_FAILED).", 0xE0000091),
-    (lambda path: path.symlink_to(path), "CreateTSFileSource failed, st=0xe0010028(unknown).", 0xE0010028),
+@pytest.mark.parametrize("make, line, status, explanation", [
+    (lambda path: None, "CreateTSFileSource failed, st=0xe0010002(KESTATUS_LINUX_ENOENT).", 0xE0010002,
+     "There is no file '{}'. Check its name, or give its whole path."),
+    (lambda path: path.mkdir(), "StartSource failed, st=0xe0000091(KESTATUS_READ_FILE_FAILED).", 0xE0000091,
+     "'{}' is a folder. Give the name of a file in it."),
+    (lambda path: path.symlink_to(path), "CreateTSFileSource failed, st=0xe0010028(unknown).", 0xE0010028,
+     "'{}' is a link that leads back to itself."),
+    (lambda path: path.symlink_to("nothing"), "CreateTSFileSource failed, st=0xe0010002(KESTATUS_LINUX_ENOENT).",
+     0xE0010002, "'{}' is a link to a file that does not exist."),
 ])
-def test_files_that_cannot_be_read(segment, tmp_path, make, line, status):
+def test_files_that_cannot_be_read(segment, tmp_path, make, line, status, explanation):
     path = tmp_path / "input.ts"
     make(path)
     result = segment.run("ts2av", path)
-    assert result.stderr.splitlines() == [line]
+    assert result.stderr.splitlines() == [line, explanation.format(path)]
     assert result.returncode == exit_status(status)
 
 
-@pytest.mark.parametrize("content", [
-    b"",
-    b"\x47" * 100,                                      # less than a packet
-    tsfile.packet(0),                                   # no clock reference
-    tsfile.packet(0, pcr=1),                            # a single clock reference
-    b"x" + tsfile.stream(seconds=1, rate=100),          # not aligned to packets
-    bytes(188 * 50),                                    # no packets at all
+@pytest.mark.parametrize("content, explanation", [
+    (b"", "'{}' is empty: there is nothing to send."),
+    (b"\x47" * 100, "'{}' is shorter than one packet of a transport stream (188 bytes): there is nothing to send."),
+    (tsfile.packet(0), "'{}' has no clock reference (PCR), but two are needed to time its packets. {}"),
+    (tsfile.packet(0, pcr=1), "'{}' has only one clock reference (PCR), but two are needed to time its packets. {}"),
+    (b"x" + tsfile.stream(seconds=1, rate=100),
+     "The packets of '{0}' begin at byte 1. Cut what is before them: tail -c +2 '{0}' > 'input.ts'"),
+    (bytes(188 * 50), "'{}' is no transport stream: its packets do not begin with the sync byte 0x47. "
+                      "Give the name of a .ts file."),
 ], ids=["empty", "short", "no PCR", "one PCR", "misaligned", "zeros"])
-def test_files_with_nothing_to_send(segment, tmp_path, content):
+def test_files_with_nothing_to_send(segment, tmp_path, content, explanation):
     path = tmp_path / "input.ts"
     path.write_bytes(content)
     result = segment.run("ts2av", path)
-    assert result.stderr == ""
+    repair = f"Repair it with: ffmpeg -i '{path}' -c copy -f mpegts 'input.ts'"
+    assert result.stderr == explanation.format(path, repair) + "\n"
     assert result.stdout.count("TS packets sent: 0, AVTP packets sent: 0, AVTP packets discarded: 0\n") >= 1
     assert "Successfully sent content of TS file..." in result.stdout
     assert result.returncode == 0
@@ -75,7 +83,10 @@ def test_stop_while_nothing_is_found_to_send(segment, endless_file, options, sto
         else:
             program.process.terminate()
         assert program.wait_for_end() == 0
-    assert program.stderr == ""
+    hint = " Give the name of a .ts file." if pathlib.Path(endless_file).is_file() else ""
+    line = f"'{endless_file}' is no transport stream: its packets do not begin with the sync byte 0x47.{hint}\n"
+    # A silent pipe may bring packets yet.
+    assert program.stderr == ("" if pathlib.Path(endless_file).is_fifo() else line)
     assert program.lines[-2:] == ["Stop TS file source...", "Stop AVTP sink..."]
 
 
@@ -91,16 +102,37 @@ def installed():
     shutil.rmtree(folder)
 
 
-def test_unreadable_file(segment, installed):
-    path = installed / "input.ts"
-    path.write_bytes(tsfile.stream(seconds=1, rate=100))
-    path.chmod(0)
+def run_as_ordinary_user(segment, installed, path):
     other_user = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
     result = subprocess.run([installed / "flowlane", "ts2av", path], capture_output=True, text=True,
                             stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=False,
                             env={**segment.env, "LD_LIBRARY_PATH": str(installed)}, **other_user)
-    assert result.stderr.splitlines() == ["CreateTSFileSource failed, st=0xe001000d(KESTATUS_LINUX_EACCES)."]
     assert result.returncode == exit_status(0xE001000D)
+    first, *others = result.stderr.splitlines()
+    assert first == "CreateTSFileSource failed, st=0xe001000d(KESTATUS_LINUX_EACCES)."
+    return others
+
+
+@pytest.mark.parametrize("is_own", [False, True])
+def test_unreadable_file(segment, installed, is_own):
+    if os.geteuid() != 0 and not is_own:
+        pytest.skip("giving a file to another user needs root")
+    path = installed / "input.ts"
+    path.write_bytes(tsfile.stream(seconds=1, rate=100))
+    path.chmod(0)
+    if os.geteuid() == 0 and is_own:
+        os.chown(path, 65534, 65534)
+    command = "chmod u+r" if is_own else "sudo chmod a+r"
+    assert run_as_ordinary_user(segment, installed, path) == [
+        f"You are not allowed to read '{path}'. Allow it with: {command} '{path}'"]
+
+
+def test_file_in_a_folder_that_is_closed(segment, installed):
+    folder = installed / "closed"
+    folder.mkdir(mode=0)
+    assert run_as_ordinary_user(segment, installed, folder / "input.ts") == [
+        f"You are not allowed to look into the folder '{folder}'. Ask its owner."]
+    folder.chmod(0o755)
 
 
 @pytest.mark.parametrize("index", ["99", "4294967295"])

@@ -151,10 +151,16 @@ def test_every_other_lane_receives(segment, short_file, tmp_path):
     assert received[0] and received[0] == received[1] == received[2]
 
 
+NO_ADDRESS = "Device 'fake-1' does not tell its address: {}. Use another device."
+
+
 @pytest.mark.parametrize("script, lines, status", [
-    ("GetDevicePropertyBinary=0xE0000039", ["CreateAvtpSink failed, st=0xe0000039(KESTATUS_NOT_FOUND)."],
-     0xE0000039),
-    ("mac_size=8", ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."], 0xE0000061),
+    ("GetDevicePropertyBinary=0xE0000039",
+     ["CreateAvtpSink failed, st=0xe0000039(KESTATUS_NOT_FOUND).",
+      NO_ADDRESS.format("The object or data was not found")], 0xE0000039),
+    ("mac_size=8",
+     ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH).",
+      NO_ADDRESS.format("An unexpected length was detected")], 0xE0000061),
 ])
 def test_device_failures_at_the_start(short_file, script, lines, status):
     result = run_with_fake_device("ts2av", short_file, script=script)
@@ -171,13 +177,19 @@ def test_frames_without_resources_are_discarded_and_counted(short_file):
                          statistics[-1])
     assert int(match[1]) >= 980
     assert int(match[2]) >= int(match[1]) // 7
+    count = re.fullmatch(r"Device 'fake-1' had no room for AVTP packets (\d+) times and discarded them. Use a faster link or "
+                         r"a stream with a lower rate.\n", result.stderr)[1]
+    assert int(count) >= int(match[2])
+
+
+CANNOT_SEND = "Device 'fake-1' cannot send: The operation cannot be executed. Check the device and start again."
 
 
 @pytest.mark.parametrize("script", ["SendRawFrames=0xE0000031", "SubmitRawFrame=0xE0000031",
                                     "CheckSubmitRawFrame=0xE0000031"])
 def test_why_a_stream_has_ended(short_file, script):
     """The reason is printed once. At the end of the file the command ends too, and reports no success."""
-    line = "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    line = f"TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n{CANNOT_SEND}\n"
     result = run_with_fake_device("ts2av", short_file, script=script)
     assert (result.returncode, result.stderr) == (0, line)
     assert "Successfully" not in result.stdout
@@ -217,6 +229,12 @@ def write_one_batch(path, count):
     return path
 
 
+def stands_still(path):
+    """What is said about such a file."""
+    return (f"The clock of '{path}' stands still: its packets are sent without pacing. "
+            f"Repair it with: ffmpeg -i '{path}' -c copy -f mpegts '{path.name}'")
+
+
 @pytest.fixture
 def full_frame_file(tmp_path):
     """A file that makes one full frame, which ends its batch."""
@@ -226,13 +244,14 @@ def full_frame_file(tmp_path):
 def test_what_was_submitted_is_sent(full_frame_file, tmp_path):
     frames = tmp_path / "frames"
     result = run_with_fake_device("ts2av", full_frame_file, script="holds=1", FAKE_QBX_FRAMES=frames)
-    assert (result.returncode, result.stderr) == (0, "")
+    assert (result.returncode, result.stderr) == (0, stands_still(full_frame_file) + "\n")
     assert frames.stat().st_size == 4 + 1390
 
 
 def test_last_frames_that_cannot_be_sent(full_frame_file):
     result = run_with_fake_device("ts2av", full_frame_file, script="SendRawFrames=0xE0000031")
-    assert result.stderr == "SendRawFrames failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    assert result.stderr.splitlines() == ["SendRawFrames failed, st=0xe0000031(KESTATUS_NOT_POSSIBLE).", CANNOT_SEND,
+                                          stands_still(full_frame_file)]
     assert result.stdout.splitlines()[-2:] == LAST_LINES
     assert result.returncode == 0
 
@@ -245,7 +264,8 @@ def test_failure_that_comes_with_the_stop(tmp_path):
     with Running(env, "ts2av", path) as program:
         wait_for(frames.exists, "the first frame")
         program.stop()
-    assert program.stderr == "TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).\n"
+    assert program.stderr.splitlines() == ["TS file source has ended, st=0xe0000031(KESTATUS_NOT_POSSIBLE).",
+                                           CANNOT_SEND]
     assert program.lines[-2:] == LAST_LINES
     assert program.process.returncode == 0
 

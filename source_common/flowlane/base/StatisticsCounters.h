@@ -31,6 +31,8 @@ public:
     void Add(Field field, std::uint64_t count = 1) noexcept { mCounters[IndexOf(field)].Add(count); }
     void Subtract(Field field, std::uint64_t count) noexcept { mCounters[IndexOf(field)].Subtract(count); }
 
+    // For any thread.
+    std::uint64_t Value(Field field) const noexcept { return mCounters[IndexOf(field)].Value(); }
     // The fields are read one after the other, so those that are being counted may not fit together.
     Record Snapshot() const noexcept {
         Values values;

@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "base/LogCons.h"
@@ -7,9 +8,17 @@
 #include "commands/Commands.h"
 #include "commands/DeviceReports.h"
 #include "commands/DeviceSelection.h"
+#include "commands/ErrorStatus.h"
+#include "commands/Progress.h"
 #include "commands/StatisticsLoop.h"
 #include "commands/StopRequest.h"
+#include "explanations/DeviceName.h"
+#include "explanations/Explain.h"
+#include "explanations/FileExplanation.h"
+#include "explanations/StatusWords.h"
+#include "explanations/TransportStreamExplanation.h"
 #include "streaming/AvtpSink.h"
+#include "streaming/TSFileDuration.h"
 #include "streaming/TSFileSource.h"
 
 namespace flowlane {
@@ -43,23 +52,47 @@ KESTATUS CheckArguments(KEEthernetMacAddress& destination) {
     return st == KESTATUS_SUCCESS ? CheckVlanTCIOption() : st;
 }
 
-KESTATUS Create(QuaysideDevice& device, const KEEthernetMacAddress& destination, AvtpSink& sink,
-                TSFileSource& source) {
+// reason: the status of errno.
+KESTATUS ExplainFile(KESTATUS st, KESTATUS reason) {
+    const std::string& fileName = gCmdLine.mArgs.front();
+    if (!ExplainUnreadableFile(fileName)) {
+        ExplainReadFailure(fileName, reason);
+    }
+    return st;
+}
+
+// Without the full stop that some have.
+std::string Words(KESTATUS st) {
+    std::string words = StatusWords(st);
+    if (words.ends_with('.')) {
+        words.pop_back();
+    }
+    return words;
+}
+
+KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destination, AvtpSink& sink) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
-    KESTATUS st =
+    const KESTATUS st =
         sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
     if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
+        KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
+        Explain("Device '{}' does not tell its address: {}. Use another device.", DeviceName(device),
+                Words(st));
     }
+    return st;
+}
+
+KESTATUS CreateSource(AvtpSink& sink, TSFileSource& source) {
     const std::string& fileName = gCmdLine.mArgs.front();
     KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
-    st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
-                                   TSFileSource::cDefaultNumberOfPackets);
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);
+    const KESTATUS st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
+                                                  TSFileSource::cDefaultNumberOfPackets);
+    if (st == KESTATUS_SUCCESS) {
+        return st;
     }
-    return KESTATUS_SUCCESS;
+    KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);
+    return st == KESTATUS_NO_MEMORY ? st : ExplainFile(st, st);
 }
 
 KESTATUS Start(const std::string& deviceDescription, AvtpSink& sink, TSFileSource& source) {
@@ -70,10 +103,16 @@ KESTATUS Start(const std::string& deviceDescription, AvtpSink& sink, TSFileSourc
     }
     KEOutputLogMessage(logger::Cons, KEINFO, "Start TS file source...");
     st = source.StartSource();
-    if (st != KESTATUS_SUCCESS) {
-        return KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+    if (st == KESTATUS_SUCCESS) {
+        return st;
     }
-    return KESTATUS_SUCCESS;
+    KEOutputFailure(logger::Cons, "StartSource failed, st={}.", st);
+    if (st == KESTATUS_READ_FILE_FAILED) {
+        return ExplainFile(st, source.ReadFailure());
+    }
+    Explain("The thread that sends '{}' cannot be started: {}.", ShortPath(gCmdLine.mArgs.front()),
+            Words(st));
+    return st;
 }
 
 // What the user is told while the file is sent.
@@ -86,13 +125,22 @@ public:
     bool PrintStatistics();
     // Only what is new since the last call.
     void PrintLossesAndFailure();
+    // What was lost or left out, at the end. sendFailure: that of the last frames. Returns the exit code.
+    KESTATUS PrintFaults(KESTATUS sendFailure);
 
 private:
+    void PrintProgress(bool isEndReached);
+    void ExplainFailure(KESTATUS failure);
+
     const QuaysideDevice& mDevice;
     const TSFileSource& mSource;
     const AvtpSink& mSink;
     LostFramesReport mLostFrames = LostFramesReport("Frames not sent because the link was down or busy: {}");
     FailureReport mFailure = FailureReport(mDevice, "TS file source has ended, st={}.");
+    bool mIsFailureExplained = false;
+    // Only with -v; see TSFileDuration.h.
+    const std::optional<TSPacketDuration> mDuration =
+        gCmdLine.mVerbose ? FindTSFileDuration(gCmdLine.mArgs.front()) : std::nullopt;
 };
 
 bool Reports::PrintStatistics() {
@@ -102,6 +150,7 @@ bool Reports::PrintStatistics() {
                        mSource.QuerryStatistics().infTsPacketsDelivered, sinkStats.infAvtpPacketsSent,
                        sinkStats.errNoResourcesToSent);
     const bool isEndReached = mSource.IsEndOfFileReached(); // read first: a failure until then is known
+    PrintProgress(isEndReached && mSource.FailureStatus() == KESTATUS_SUCCESS);
     PrintLossesAndFailure();
     if (isEndReached && mSource.FailureStatus() == KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Cons, KEINFO, "Successfully sent content of TS file...");
@@ -109,19 +158,85 @@ bool Reports::PrintStatistics() {
     return isEndReached;
 }
 
+// A clock that has gone back says neither how long the file is nor, when it is before the start, where it is.
+void Reports::PrintProgress(bool isEndReached) {
+    const bool isClockGood = mSource.QuerryStatistics().errBackwardSteps == 0;
+    const TSPacketDuration position = mSource.Position();
+    if (isClockGood) {
+        Progress(mDuration).Print(isEndReached ? mDuration.value_or(position) : position);
+    } else if (position >= TSPacketDuration::zero()) {
+        Progress(std::nullopt).Print(position);
+    }
+}
+
 void Reports::PrintLossesAndFailure() {
     const KESTATUS failure = mSource.FailureStatus(); // read first: all losses until then are known
     mLostFrames.Print(mSink.LostFrames());
     mFailure.Print(failure);
+    if (failure != KESTATUS_SUCCESS && !mIsFailureExplained) {
+        mIsFailureExplained = true;
+        ExplainFailure(failure);
+    }
+}
+
+void ExplainSendFailure(const QuaysideDevice& device, KESTATUS failure) {
+    Explain("Device '{}' cannot send: {}. Check the device and start again.", DeviceName(device),
+            Words(failure));
+}
+
+void Reports::ExplainFailure(KESTATUS failure) {
+    if (failure == KESTATUS_READ_FILE_FAILED) {
+        ExplainReadFailure(gCmdLine.mArgs.front(), mSource.ReadFailure());
+    } else if (failure != KESTATUS_DEVICE_REMOVED) { // FailureReport has explained that
+        ExplainSendFailure(mDevice, failure);
+    }
+}
+
+TransportStreamFacts FactsOf(const TSFileSource::Statistics& stats) {
+    return {.packetsRead = stats.infTsPacketsRead,
+            .packetsTimed = stats.infTsPacketsTimed,
+            .clockReferences = stats.infPCRs,
+            .isEndSeen = stats.infEndsOfFile != 0,
+            .isClockRunning = stats.infRunningSegments != 0,
+            .hasMoreClocks = stats.infOtherPCRs != 0,
+            .bufferedPackets = TSFileSource::cDefaultNumberOfPackets,
+            .invalidPackets = {stats.errInvalidPackets, stats.infFirstInvalidPacket},
+            .forwardPackets = {stats.errForwardStepPackets, stats.infFirstForwardStep},
+            .unfinishedPackets = {stats.errUnfinishedPackets, stats.infFirstUnfinished},
+            .backwardSteps = {stats.errBackwardSteps, stats.infFirstBackwardStep}};
+}
+
+KESTATUS Reports::PrintFaults(KESTATUS sendFailure) {
+    ErrorStatus status;
+    status.Note(mSource.FailureStatus());
+    status.Note(sendFailure);
+    status.NoteIf(mSink.LostFrames() != 0, KESTATUS_NO_FRAME_SENT);
+    const std::uint64_t discarded = mSink.QuerryStatistics().errNoResourcesToSent;
+    if (discarded != 0) {
+        status.Note(KESTATUS_NO_FRAME_SENT);
+        Explain("Device '{}' had no room for AVTP packets {} times and discarded them. Use a faster link or a "
+                "stream with a lower rate.",
+                DeviceName(mDevice), discarded);
+    }
+    // Behind a failure, what the file lacks is of no interest.
+    if (mSource.FailureStatus() == KESTATUS_SUCCESS) {
+        status.Note(ExplainTransportStream(gCmdLine.mArgs.front(), FactsOf(mSource.QuerryStatistics())));
+    }
+    return status.ExitStatus();
 }
 
 // Sends the frames that wait in the device's queue: a batch that ends in a full frame is not flushed. A
 // failure is reported unless the source has failed before.
-void SendLastFrames(QuaysideDevice& device, KESTATUS sourceFailure) {
+KESTATUS SendLastFrames(QuaysideDevice& device, KESTATUS sourceFailure) {
     const KESTATUS st = device.SendRawFrames();
-    if (st != KESTATUS_SUCCESS && st != KESTATUS_NO_DATA && sourceFailure == KESTATUS_SUCCESS) {
-        KEOutputFailure(logger::Cons, "SendRawFrames failed, st={}.", st);
+    if (st == KESTATUS_SUCCESS || st == KESTATUS_NO_DATA) {
+        return KESTATUS_SUCCESS;
     }
+    if (sourceFailure == KESTATUS_SUCCESS) {
+        KEOutputFailure(logger::Cons, "SendRawFrames failed, st={}.", st);
+        ExplainSendFailure(device, st);
+    }
+    return st;
 }
 
 } // namespace
@@ -144,7 +259,10 @@ KESTATUS CmdTs2Av() {
     ExplainCommandLine(&device);
     AvtpSink sink;
     TSFileSource source;
-    st = Create(device, destination, sink, source);
+    st = CreateSink(device, destination, sink);
+    if (st == KESTATUS_SUCCESS) {
+        st = CreateSource(sink, source);
+    }
     if (st == KESTATUS_SUCCESS) {
         st = Start(description, sink, source);
     }
@@ -160,11 +278,11 @@ KESTATUS CmdTs2Av() {
 
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop TS file source...");
     source.StopSource();
-    SendLastFrames(device, source.FailureStatus());
+    const KESTATUS sendFailure = SendLastFrames(device, source.FailureStatus());
     KEOutputLogMessage(logger::Cons, KEINFO, "Stop AVTP sink...");
     sink.StopSink();
     reports.PrintLossesAndFailure();
-    return KESTATUS_SUCCESS;
+    return reports.PrintFaults(sendFailure);
 }
 
 } // namespace flowlane

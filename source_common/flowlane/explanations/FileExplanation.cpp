@@ -17,7 +17,7 @@ using namespace kestrelon;
 
 namespace {
 
-constexpr std::size_t cMaxPathLength = 200; // bytes in a line
+constexpr std::size_t cMaxPathLength = 140; // bytes in a line, which may name it twice
 
 bool Exists(const std::string& path) {
     struct stat status {};
@@ -63,7 +63,8 @@ void ExplainMissingFile(const std::string& path) {
 
 void ExplainForbiddenFile(const std::string& path, const struct stat* status) {
     if (!status) {
-        Explain("You are not allowed to look into the folder '{}'.", ShortPath(FolderOf(path)));
+        Explain("You are not allowed to look into the folder '{}'. Ask its owner.",
+                ShortPath(FolderOf(path)));
     } else if (status->st_uid == geteuid()) {
         Explain("You are not allowed to read '{}'. Allow it with: chmod u+r '{}'", ShortPath(path),
                 ShortPath(path));

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <new>
 
@@ -64,7 +65,9 @@ KESTATUS TSFileSource::StartSource() {
         mPCRTimeOffsetValid = false;
         mAddInitialOffset = true;
         mHasToReadOn = false;
-        mStats.infTsPacketsDelivered.Clear();
+        mStats.Clear();
+        mPosition.store(0, std::memory_order_relaxed);
+        mReadFailure = KESTATUS_SUCCESS;
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
         const KESTATUS st = FillDeliverQueue();
         if (st != KESTATUS_SUCCESS) {
@@ -129,13 +132,39 @@ KESTATUS TSFileSource::EndReading(ReadResult result) {
 }
 
 void TSFileSource::TakeReadPacket(TSPacket& packet) {
+    mStats.Add(&Statistics::infTsPacketsRead);
+    ++mPacketNumber;
     if (!packet.HasSyncByte()) {
         KEOutputLogMessage(logger::Global, KEWARN, "ignore invalid TS packet");
+        CountFault(&Statistics::errInvalidPackets, 1, &Statistics::infFirstInvalidPacket);
         DropReadPacket(packet);
-    } else if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
+        return;
+    }
+    if (packet.HasPCR()) {
+        CountPCR(packet);
+    }
+    if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
         DropReadPacket(packet); // no time base yet
     } else {
         AppendReadPacket(packet);
+    }
+}
+
+void TSFileSource::CountPCR(const TSPacket& packet) noexcept {
+    if (mStats.Value(&Statistics::infPCRs) == 0) {
+        mFirstPCR = packet.PCR();
+        mFirstPCRPID = packet.PID();
+    } else if (packet.PID() != mFirstPCRPID) {
+        mStats.Add(&Statistics::infOtherPCRs);
+    }
+    mStats.Add(&Statistics::infPCRs);
+}
+
+// Found with the packet that was read last.
+void TSFileSource::CountFault(Counter counter, std::uint64_t count, Counter firstPacket) noexcept {
+    mStats.Add(counter, count);
+    if (mStats.Value(firstPacket) == 0) {
+        mStats.Add(firstPacket, mPacketNumber);
     }
 }
 
@@ -161,27 +190,36 @@ TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet) {
     }
     while (mFile.ReadFromFile(packet.mData, sizeof packet.mData) != sizeof packet.mData) {
         if (!mFile.IsEndOfFile()) {
-            return ReadResult::Failed;
+            return FailReading(KEStatusFromErrno(errno));
         }
+        mStats.Add(&Statistics::infEndsOfFile);
         if (!mRewindFile || !mMayRewind) {
             return ReadResult::NothingMore;
         }
         mMayRewind = false;
-        if (!RewindFile()) {
-            return ReadResult::Failed;
+        const KESTATUS st = RewindFile();
+        if (st != KESTATUS_SUCCESS) {
+            return FailReading(st);
         }
     }
     return ReadResult::Packet;
 }
 
-bool TSFileSource::RewindFile() {
-    if (mFile.RewindFile() != KESTATUS_SUCCESS) {
-        return false;
+TSFileSource::ReadResult TSFileSource::FailReading(KESTATUS reason) noexcept {
+    mReadFailure = reason;
+    return ReadResult::Failed;
+}
+
+KESTATUS TSFileSource::RewindFile() {
+    const KESTATUS st = mFile.RewindFile();
+    if (st != KESTATUS_SUCCESS) {
+        return st;
     }
     KEOutputLogMessage(logger::Global, KEINFO, "rewind done");
     mPCRTimeOffsetValid = false;
+    mPacketNumber = 0;
     DropReadPacketsUntil(0);
-    return true;
+    return KESTATUS_SUCCESS;
 }
 
 void TSFileSource::DropReadPacket(TSPacket& packet) {
@@ -210,8 +248,15 @@ void TSFileSource::AppendReadPacket(TSPacket& packet) {
     if (timeDiff > cMaxTimeDiff) {
         KEOutputLogMessage(logger::Global, KEERROR, "unexpected timeDiff {} ({} us)", timeDiff.count(),
                            timeDiff.count() / 1000);
+        CountFault(&Statistics::errForwardStepPackets, mReadPackets.Count() - 1,
+                   &Statistics::infFirstForwardStep);
         DropReadPacketsUntil(1);
     } else {
+        if (timeDiff > TSPacketDuration::zero()) {
+            mStats.Add(&Statistics::infRunningSegments);
+        } else if (timeDiff < TSPacketDuration::zero()) {
+            CountFault(&Statistics::errBackwardSteps, 1, &Statistics::infFirstBackwardStep);
+        }
         TimeSegment(t0, timeDiff);
         mMayRewind = true;
     }
@@ -231,6 +276,7 @@ void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
 // divided by the number of all of them, the last one included, so the last gap is two steps long. A PCR that
 // jumps backwards gives times in the past: these packets are sent at once.
 void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept {
+    mStats.Add(&Statistics::infTsPacketsTimed, mReadPackets.Count() - 1);
     const TSPacketDuration step = timeDiff / std::int64_t{mReadPackets.Count()};
     TSPacketTimePoint deliverTime(t0 + mPCRTimeOffset);
     while (mReadPackets.Count() > 1) {
@@ -250,6 +296,8 @@ void TSFileSource::DropUnfinishedSegment() {
         return;
     }
     KEOutputLogMessage(logger::Global, KEERROR, "no PCR within {} packets, drop the packets", count);
+    CountFault(&Statistics::errUnfinishedPackets, count > 1 ? count - 1 : count,
+               &Statistics::infFirstUnfinished);
     TSPacket& head = *mReadPackets.RemoveHead();
     mReadPackets.ReleaseToPoolUntil(0);
     if (count > 1) {
@@ -267,11 +315,12 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         }
         TSPacket& packet = *mPacketsToDeliver.RemoveHead();
         const KESTATUS st = mSink->DeliverTSPacket(packet);
+        PublishPosition(packet);
         packet.ReleaseToPool();
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
         }
-        mStats.infTsPacketsDelivered.Add();
+        mStats.Add(&Statistics::infTsPacketsDelivered);
         isAnyDelivered = true;
     }
     if (isAnyDelivered) {
@@ -282,6 +331,13 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         PublishEndOfFile();
     }
     return KESTATUS_SUCCESS;
+}
+
+void TSFileSource::PublishPosition(const TSPacket& packet) noexcept {
+    if (packet.HasPCR() && packet.PID() == mFirstPCRPID) {
+        mPosition.store(TSPacketDurationBetweenPCRs(mFirstPCR, packet.PCR()).count(),
+                        std::memory_order_relaxed);
+    }
 }
 
 void TSFileSource::ThreadRoutine() {

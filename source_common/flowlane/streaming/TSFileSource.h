@@ -4,8 +4,9 @@
 //
 // The file, the packets and the worker thread are owned. The sink and the clock are not owned and must
 // outlive the source. The owner's thread creates, starts and stops the source; while it is started, the file
-// and the packets belong to the worker. IsEndOfFileReached, FailureStatus and QuerryStatistics are for any
-// thread. Nothing is allocated while the source is started. All messages go to the Global logger.
+// and the packets belong to the worker. IsEndOfFileReached, FailureStatus, ReadFailure, QuerryStatistics and
+// Position are for any thread. Nothing is allocated while the source is started. All messages go to the
+// Global logger.
 #ifndef FLOWLANE_TSFILESOURCE_H
 #define FLOWLANE_TSFILESOURCE_H
 
@@ -14,7 +15,7 @@
 
 #include "KEOsWorkerThread.h"
 #include "base/PipelineClock.h"
-#include "base/RelaxedCounter.h"
+#include "base/StatisticsCounters.h"
 #include "files/KEStdFileStream.h"
 #include "streaming/SinkBase.h"
 #include "streaming/SourceBase.h"
@@ -28,8 +29,24 @@ public:
     // How many packets reading may run ahead of delivery; enough for everyday streams.
     static constexpr unsigned cDefaultNumberOfPackets = 10000;
 
+    // Of all passes through the file. Reading runs ahead of delivery, so what reading counts may not have had
+    // its turn yet. The first packet with a fault is given by its number in the file, from 1; 0 is none.
     struct Statistics {
         std::uint64_t infTsPacketsDelivered = 0; // packets that the sink took
+        std::uint64_t infTsPacketsRead = 0;      // whole packets
+        std::uint64_t infTsPacketsTimed = 0;     // packets between two PCRs: to be delivered
+        std::uint64_t infPCRs = 0;               // packets with a PCR
+        std::uint64_t infOtherPCRs = 0;          // of these, with another PID than the first
+        std::uint64_t infRunningSegments = 0;    // segments that take time
+        std::uint64_t infEndsOfFile = 0;         // how often reading came to the end of the file
+        std::uint64_t errInvalidPackets = 0;     // dropped: no sync byte
+        std::uint64_t infFirstInvalidPacket = 0;
+        std::uint64_t errForwardStepPackets = 0; // dropped: the clock steps forward by a second or more
+        std::uint64_t infFirstForwardStep = 0;   // number of the packet behind the step
+        std::uint64_t errUnfinishedPackets = 0;  // dropped: too many packets without a PCR
+        std::uint64_t infFirstUnfinished = 0;    // number of the packet that did not fit any more
+        std::uint64_t errBackwardSteps = 0;      // how often the clock goes back
+        std::uint64_t infFirstBackwardStep = 0;  // number of the packet behind the step
     };
 
     explicit TSFileSource(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
@@ -59,9 +76,16 @@ public:
     // Why the worker has failed; success while it has not. Final once IsEndOfFileReached has returned true.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
 
+    // Why reading has failed: the status of errno. Success while it has not. Only when FailureStatus or
+    // StartSource has returned KESTATUS_READ_FILE_FAILED.
+    KESTATUS ReadFailure() const noexcept { return mReadFailure; }
+
     // Counted since the last start.
-    Statistics QuerryStatistics() const noexcept {
-        return {.infTsPacketsDelivered = mStats.infTsPacketsDelivered.Value()};
+    Statistics QuerryStatistics() const noexcept { return mStats.Snapshot(); }
+    // The time from the first PCR of the file to the last one that was delivered, of the same PID. Begins
+    // anew with each pass. Negative when that one is earlier.
+    TSPacketDuration Position() const noexcept {
+        return TSPacketDuration(mPosition.load(std::memory_order_relaxed));
     }
 
     // The steps of the worker's loop, for the thread that runs the source.
@@ -81,18 +105,24 @@ public:
 private:
     enum class ReadResult { Packet, NothingMore, NotYet, Failed };
 
+    using Counter = std::uint64_t Statistics::*;
+
     bool IsPipe() const noexcept;
     bool WaitForData() noexcept;
     ReadResult ReadPacket(TSPacket& packet);
     [[nodiscard]] KESTATUS EndReading(ReadResult result);
-    bool RewindFile();
+    [[nodiscard]] KESTATUS RewindFile();
+    ReadResult FailReading(KESTATUS reason) noexcept;
     void TakeReadPacket(TSPacket& packet);
+    void CountPCR(const TSPacket& packet) noexcept;
+    void CountFault(Counter counter, std::uint64_t count, Counter firstPacket) noexcept;
     void AppendReadPacket(TSPacket& packet);
     void DropReadPacket(TSPacket& packet);
     void DropReadPacketsUntil(std::uint32_t count);
     void SetTimeBase(const TSPacket& packet) noexcept;
     void TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept;
     void DropUnfinishedSegment();
+    void PublishPosition(const TSPacket& packet) noexcept;
     void DeliverUntilStopped();
     void GiveUp(const char* format, KESTATUS st);
     void ReleaseAllPackets();
@@ -114,9 +144,13 @@ private:
     const TSPacketDuration mLoopbackOffset = std::chrono::milliseconds(100);
     const std::uint32_t mBlockDelay = 10; // ms, between two passes of the worker's loop
     SinkBase* mSink = nullptr;
-    struct {
-        RelaxedCounter infTsPacketsDelivered;
-    } mStats;
+    StatisticsCounters<Statistics> mStats;
+    std::uint64_t mPacketNumber = 0; // of the packet that was read last, in this pass through the file
+    // The first PCR of the file and its PID. Valid once a PCR was counted.
+    std::uint64_t mFirstPCR = 0;
+    std::uint16_t mFirstPCRPID = 0;
+    std::atomic<std::int64_t> mPosition{0}; // ns
+    KESTATUS mReadFailure = KESTATUS_SUCCESS;
     bool mPCRTimeOffsetValid = false; // a PCR was seen since the start or the last rewind
     bool mAddInitialOffset = false;   // the next time base is taken from the clock
     bool mRewindFile = false;

@@ -21,6 +21,14 @@ constexpr TSPacketDuration TSPacketDurationFromPCR(std::uint64_t ticks) noexcept
     return TSPacketDuration(static_cast<std::int64_t>(ticks * 100000u / 9u));
 }
 
+// The time from one program clock reference to another. The reference has 33 bits and starts again at 0; the
+// shorter way round counts, so the time is negative when the second is earlier.
+constexpr TSPacketDuration TSPacketDurationBetweenPCRs(std::uint64_t from, std::uint64_t to) noexcept {
+    constexpr std::uint64_t cRange = std::uint64_t{1} << 33;
+    const std::uint64_t ticks = (to - from) % cRange;
+    return ticks < cRange / 2 ? TSPacketDurationFromPCR(ticks) : -TSPacketDurationFromPCR(cRange - ticks);
+}
+
 class TSPacket : public kestrelon::KEPoolItemBase {
 public:
     static constexpr std::size_t cSize = 188;
@@ -28,6 +36,10 @@ public:
 
     bool HasSyncByte() const noexcept { return mData[0] == cSyncByte; }
 
+    // The packet identifier, 13 bits.
+    std::uint16_t PID() const noexcept {
+        return static_cast<std::uint16_t>((mData[1] & cPIDMask) << 8 | mData[2]);
+    }
     // Whether the packet has an adaptation field with a program clock reference (PCR), on whatever PID.
     bool HasPCR() const noexcept {
         return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 && (mData[5] & cPCRFlag) != 0;
@@ -40,6 +52,7 @@ public:
     TSPacketTimePoint mDeliverTime;
 
 private:
+    static constexpr std::uint8_t cPIDMask = 0x1F;                // in byte 1
     static constexpr std::uint8_t cAdaptationFieldPresent = 0x20; // in byte 3
     static constexpr std::uint8_t cPCRFlag = 0x10;                // in byte 5
 };

@@ -7,8 +7,12 @@
 // "overlaps=1" (calls that overlap on a handle are told on standard error; DisableRawRx may overlap with
 // others), "holds=1" (frames leave with SendRawFrames, and those that are left when the device is closed are
 // lost), "lost_frames=N" (QBX_PROPERTY_LOST_FRAMES is 1000 at first and N more each time), "state=WORD"
-// (QBX_PROPERTY_STATE, which is not there otherwise). Frames that are sent are appended to the file
-// FAKE_QBX_FRAMES, each after its length as 4 bytes in native order.
+// (QBX_PROPERTY_STATE, which is not there otherwise), "breaks_reading=PATH" (from the first frame on, reading
+// this file that the process has open fails). Frames that are sent are appended to the file FAKE_QBX_FRAMES,
+// each after its length as 4 bytes in native order.
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -94,6 +98,20 @@ void WriteFrame(const std::string& frame) {
         std::fwrite(frame.data(), 1, frame.size(), file);
         std::fclose(file);
     }
+}
+
+// Reading the first page of a process gives EIO: it is never mapped.
+void BreakReading(const std::string& path) {
+    constexpr int cMaxDescriptor = 100;
+    const int unreadable = open("/proc/self/mem", O_RDONLY);
+    for (int descriptor = 0; descriptor <= cMaxDescriptor; ++descriptor) {
+        char target[4096] = {};
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+        if (readlink(link.c_str(), target, sizeof target - 1) > 0 && path == target) {
+            dup2(unreadable, descriptor);
+        }
+    }
+    close(unreadable);
 }
 
 KESTATUS Open(const char* function, std::uint32_t index, QBXDeviceHandle* device) {
@@ -213,6 +231,10 @@ KESTATUS QBX_WaitForTxResources(QBXDeviceHandle, std::uint32_t, std::int32_t) {
 
 KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle, const void* frame, std::uint32_t length, std::uint32_t*) {
     const DeviceCall call("SubmitRawFrame");
+    const std::string brokenFile = Text("breaks_reading", "");
+    if (!brokenFile.empty()) {
+        BreakReading(brokenFile);
+    }
     const KESTATUS st = Number("SubmitRawFrame", KESTATUS_SUCCESS);
     if (st == KESTATUS_SUCCESS) {
         const std::string bytes(static_cast<const char*>(frame), length);

@@ -32,6 +32,7 @@ TEST(StatisticsCountersTest, EachFieldIsCountedForItself) {
     const Record record = counters.Snapshot();
     EXPECT_EQ(record.first, 1u);
     EXPECT_EQ(record.second, 16u);
+    EXPECT_EQ(counters.Value(&Record::second), 16u);
     EXPECT_EQ(record.third, UINT64_MAX);
     EXPECT_EQ(SumOfFields(record), 16u); // modulo 2^64
 }

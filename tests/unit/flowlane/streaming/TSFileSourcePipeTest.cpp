@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -129,6 +130,7 @@ TEST_F(TSFileSourcePipeTest, AStartThatFailsGivesThePacketsBack) {
             }
         });
         EXPECT_EQ(source.StartSource(), KESTATUS_READ_FILE_FAILED);
+        EXPECT_EQ(source.ReadFailure(), KEStatusFromErrno(EINTR));
         isOver.store(true);
         interrupter.join();
         EXPECT_EQ(source.DeliverPackets(TSPacketTimePoint::max()), KESTATUS_SUCCESS);
@@ -141,4 +143,13 @@ TEST_F(TSFileSourcePipeTest, AStartThatFailsGivesThePacketsBack) {
             CapturedMessage{KEERROR, "ReadFromFile failed"},
             CapturedMessage{KEERROR, "FillDeliverQueue failed, st=0xe0000091(KESTATUS_READ_FILE_FAILED)"}));
     sigaction(SIGUSR1, &oldAction, nullptr);
+}
+
+TEST_F(TSFileSourcePipeTest, APipeCannotBeReadAgain) {
+    TestPipe pipe;
+    ASSERT_EQ(Create(pipe.Path(), true, 100), KESTATUS_SUCCESS);
+    pipe.Write(cTenPackets.Bytes());
+    pipe.Close();
+    EXPECT_EQ(mSource.StartSource(), KESTATUS_READ_FILE_FAILED);
+    EXPECT_EQ(mSource.ReadFailure(), KEStatusFromErrno(ESPIPE));
 }

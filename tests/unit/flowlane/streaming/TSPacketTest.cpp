@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <type_traits>
 
 #include "streaming/SinkBase.h"
@@ -50,6 +52,25 @@ TEST(TSPacketTest, FindsThePCR) {
                 << unsigned{c.byte3} << " " << unsigned{c.byte4} << " " << unsigned{c.byte5};
         }
     }
+}
+
+TEST(TSPacketTest, ReadsThePID) {
+    TSPacket packet;
+    packet.mData[1] = 0xFF;
+    packet.mData[2] = 0xA5;
+    EXPECT_EQ(packet.PID(), 0x1FA5u);
+    packet.mData[1] = 0xE0;
+    EXPECT_EQ(packet.PID(), 0xA5u);
+}
+
+TEST(TSPacketTest, TimeBetweenPCRsGoesTheShorterWayRound) {
+    using namespace std::chrono_literals;
+    constexpr std::uint64_t cEnd = std::uint64_t{1} << 33;
+    EXPECT_EQ(TSPacketDurationBetweenPCRs(90000, 180000), 1s);
+    EXPECT_EQ(TSPacketDurationBetweenPCRs(180000, 90000), -1s);
+    EXPECT_EQ(TSPacketDurationBetweenPCRs(cEnd - 45000, 45000), 1s);
+    EXPECT_EQ(TSPacketDurationBetweenPCRs(45000, cEnd - 45000), -1s);
+    EXPECT_EQ(TSPacketDurationBetweenPCRs(7, 7), 0s);
 }
 
 TEST(TSPacketTest, ReadsThePCRBase) {

@@ -45,7 +45,10 @@ std::vector<std::uint8_t> TSStream::Bytes() const {
     std::vector<std::uint8_t> bytes;
     bytes.reserve((mPackets.size() + 1) * cPacketSize);
     for (std::size_t i = 0; i < mPackets.size(); ++i) {
-        const std::vector<std::uint8_t> packet = PacketBytes(mPackets[i], static_cast<std::uint32_t>(i));
+        std::vector<std::uint8_t> packet = PacketBytes(mPackets[i], static_cast<std::uint32_t>(i));
+        if (mHasOnePID) {
+            packet[2] = 0;
+        }
         bytes.insert(bytes.end(), packet.begin(), packet.end());
     }
     if (mPartialSize != 0) {

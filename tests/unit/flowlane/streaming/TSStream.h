@@ -31,6 +31,12 @@ public:
         return *this;
     }
 
+    // All packets have the same PID. Otherwise PCRs are on several.
+    TSStream& OnePID() {
+        mHasOnePID = true;
+        return *this;
+    }
+
     const std::vector<StreamPacket>& Packets() const { return mPackets; }
     std::vector<std::uint8_t> Bytes() const;
 
@@ -47,6 +53,7 @@ private:
 
     std::vector<StreamPacket> mPackets;
     std::size_t mPartialSize = 0;
+    bool mHasOnePID = false;
 };
 
 // A stream as a file, which is removed when the object goes away.
