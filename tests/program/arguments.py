@@ -14,6 +14,11 @@ NEEDS = {
 VERSION_LINE = "Quayside library API Version 2.20."
 
 
+def no_address(device):
+    """What is said of a device whose address has another length, which stops ts2av behind the opening."""
+    return f"Device '{device}' does not tell its address: An unexpected length was detected. Use another device."
+
+
 def mac_failure(text, status, name):
     return f"InitFromString('{text}') failed, st=0x{status:08x}({name})."
 

@@ -5,6 +5,7 @@ import os
 import pytest
 
 import tsfile
+from arguments import no_address
 from lanes import FLOWLANE, exit_status, run_with_fake_device
 
 IN_USE = "0xe0000006(KESTATUS_IN_USE)"
@@ -102,22 +103,22 @@ def test_failed_opening_for_reception(tmp_path, command):
 STOP_THERE = "mac_size=5"
 
 
-@pytest.mark.parametrize("script, options, lines", [
-    ("", [], []),
-    ("", ["-n", ""], []),  # an empty name is like no name
-    ("OpenRawTxDevice@0=0xE0000006", ["-d", "1"], []),
+@pytest.mark.parametrize("script, options, device, lines", [
+    ("", [], "fake-1", []),
+    ("", ["-n", ""], "fake-1", []),  # an empty name is like no name
+    ("OpenRawTxDevice@0=0xE0000006", ["-d", "1"], "fake-2", []),
     # -n overrides -d. The first of two instances with one name is taken.
-    ("OpenRawTxDevice@1=0xE0000006", ["-d", "1", "-n", "fake-1"], []),
-    ("names=twin:twin,OpenRawTxDevice@1=0xE0000006", ["-n", "twin"], []),
+    ("OpenRawTxDevice@1=0xE0000006", ["-d", "1", "-n", "fake-1"], "fake-1", []),
+    ("names=twin:twin,OpenRawTxDevice@1=0xE0000006", ["-n", "twin"], "twin", []),
     # Instances in use are skipped, and instances whose name cannot be read.
-    ("OpenControlDevice@0=0xE0000006", ["-n", "fake-2"],
+    ("OpenControlDevice@0=0xE0000006", ["-n", "fake-2"], "fake-2",
      ["Ignore device with index 0 because it is already in use."]),
-    ("GetDevicePropertyString@0=0xE0000039", ["-n", "fake-2"], []),
+    ("GetDevicePropertyString@0=0xE0000039", ["-n", "fake-2"], "fake-2", []),
 ])
-def test_found(ts2av, script, options, lines):
+def test_found(ts2av, script, options, device, lines):
     result = ts2av(*options, script=f"{script},{STOP_THERE}")
     assert result.stdout.splitlines() == START + ["Found 2 Quayside device(s)"] + lines + ["Create AVTP sink..."]
-    errors = ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."]
+    errors = ["CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH).", no_address(device)]
     if "" in options:
         errors.insert(0, "The name behind -n is empty. The device with index 0 is used.")
     if "-d" in options and "-n" in options:

@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from arguments import no_address
 from lanes import (FAKE_DEVICE_DIR, FLOWLANE, SOURCE, TIMEOUT, exit_status, run, run_with_fake_device,
                    sanitized_environment)
 
@@ -256,9 +257,10 @@ def test_verbose_tells_what_is_behind_a_failure():
     script = "mac_size=5"
     usual = run_with_fake_device("ts2av", "file", script=script)
     failure = "CreateAvtpSink failed, st=0xe0000061(KESTATUS_LENGTH_MISMATCH)."
-    assert usual.stderr.splitlines() == [failure]
+    assert usual.stderr.splitlines() == [failure, no_address("fake-1")]
     verbose = run_with_fake_device("ts2av", "-v", "file", script=script)
-    assert verbose.stderr.splitlines() == ["ERROR: MAC address length mismatch, got 5, exp 6", failure]
+    assert verbose.stderr.splitlines() == ["ERROR: MAC address length mismatch, got 5, exp 6", failure,
+                                           no_address("fake-1")]
     assert verbose.stdout == usual.stdout
     assert verbose.returncode == usual.returncode
 
@@ -276,5 +278,8 @@ def test_file_size_limit_is_a_failed_write(tmp_path):
                             env=sanitized_environment(LD_LIBRARY_PATH=FAKE_DEVICE_DIR), text=True, check=False,
                             timeout=TIMEOUT,
                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)))
-    assert result.stderr.splitlines()[-1] == "StartFileWriter failed, st=0xe0000092(KESTATUS_WRITE_FILE_FAILED)."
+    assert result.stderr.splitlines()[-2:] == [
+        "StartFileWriter failed, st=0xe0000092(KESTATUS_WRITE_FILE_FAILED).",
+        f"'{tmp_path}/file.pcapng' cannot be written: the file has reached the largest size that is allowed (ulimit -f); "
+        "-maxmb makes smaller files."]
     assert result.returncode == exit_status(0xE0000092)

@@ -89,6 +89,10 @@ def test_link_down_and_up_again(env, tmp_path, command):
         lost = [int(line.rsplit(" ", 1)[1]) for line in errors]
         assert all(line.startswith("Frames not sent because the link was down or busy: ") for line in errors)
         assert len(lost) >= 2 and lost == sorted(set(lost))
+    elif command == "av2rtp":
+        # The sender's numbers have 8 bits: the frames of the pause may be a multiple of 256.
+        assert len(errors) <= 1
+        assert all(re.match(r"The received stream has \d+ gaps?: ", line) for line in errors)
     else:
         assert errors == []
 
@@ -103,7 +107,7 @@ def test_interface_removed(env, tmp_path, command, how):
         if how == "namespace":
             other = "flw1" if program.is_sender else "flw0"
             wait_until(lambda: os.readlink(f"/proc/{holder.pid}/ns/net"),
-                       lambda seen: seen != os.readlink("/proc/self/ns/net"), "a name space")
+                       lambda seen: seen != os.readlink("/proc/thread-self/ns/net"), "a name space")
             ip(f"link set {other} netns {holder.pid}")
         with program:
             program.read_until(RUNNING)
