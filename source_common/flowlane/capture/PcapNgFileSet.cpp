@@ -18,12 +18,17 @@ void PcapNgFileSet::SetFiles(const T_UNICHAR* fileName, unsigned startFileIndex,
 }
 
 KESTATUS PcapNgFileSet::OpenFirstFile() {
-    mCurrentFilePath = FilePath(mFileNumber);
+    mCurrentFileNumber = mFileNumber;
+    mCurrentFilePath = CreateNextFilePath();
     if (!mCurrentFilePath.Exists()) {
         KEOutputLogMessage(logger::Cons, KEERROR, "File '{}' does not exist.", mCurrentFilePath);
         return KESTATUS_NOT_PRESENT;
     }
     return OpenCurrentFile();
+}
+
+KEStdPath PcapNgFileSet::CreateNextFilePath() {
+    return FilePath(mFileNumber++);
 }
 
 // Empty when there is no memory for the path: opening it then fails and is reported.
@@ -47,10 +52,11 @@ KESTATUS PcapNgFileSet::OpenCurrentFile() {
 
 KESTATUS PcapNgFileSet::SelectNext(bool hasFrames, Next& next) {
     if (mReadFileSet) {
-        const KEStdPath path = FilePath(mFileNumber + 1);
+        const std::uint32_t number = mFileNumber;
+        const KEStdPath path = CreateNextFilePath();
         if (path.Exists()) {
+            mCurrentFileNumber = number;
             mCurrentFilePath = path;
-            ++mFileNumber;
             next = Next::File;
             return KESTATUS_SUCCESS;
         }
@@ -67,7 +73,8 @@ KESTATUS PcapNgFileSet::SelectNext(bool hasFrames, Next& next) {
     }
     if (mReadFileSet) {
         mFileNumber = mStartFileIndex;
-        mCurrentFilePath = FilePath(mFileNumber);
+        mCurrentFileNumber = mStartFileIndex;
+        mCurrentFilePath = CreateNextFilePath();
     }
     next = Next::Pass;
     return KESTATUS_SUCCESS;

@@ -42,7 +42,7 @@ public:
 
     // A file of the set by its number. The only file has every number.
     kestrelon::KEStdPath FilePath(std::uint32_t number) const;
-    std::uint32_t CurrentFileNumber() const noexcept { return mFileNumber; }
+    std::uint32_t CurrentFileNumber() const noexcept { return mCurrentFileNumber; }
     bool IsSet() const noexcept { return mReadFileSet; }
 
     // See PcapNgFile.
@@ -55,10 +55,12 @@ public:
 
 private:
     [[nodiscard]] KESTATUS OpenCurrentFile();
+    kestrelon::KEStdPath CreateNextFilePath();
 
     std::string mFileName;
     std::uint32_t mStartFileIndex = 0;
-    std::uint32_t mFileNumber = 0; // of the current file of a set
+    std::uint32_t mFileNumber = 0; // of the next file of a set
+    std::uint32_t mCurrentFileNumber = 0;
     bool mReadFileSet = false;
     bool mLoopMode = false;
     kestrelon::KEStdPath mCurrentFilePath;

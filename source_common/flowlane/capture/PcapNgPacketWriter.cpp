@@ -88,21 +88,25 @@ KESTATUS PcapNgPacketWriter::OpenFirstFile(const T_UNICHAR* fileName, std::uint6
     PreparePacketBlock();
     mFileBaseName = fileName;
     mMaxFileSize = maxFileSize;
-    mFileNumber = 1;
-    const KESTATUS st = OpenFile(FileName());
+    mFileNumber = 0;
+    const KESTATUS st = OpenFile(CreateNextFileName());
     return st == KESTATUS_SUCCESS ? st : KEOutputFailure(logger::Global, "OpenForWrite failed, st={}", st);
 }
 
 KESTATUS PcapNgPacketWriter::OpenNextFile() {
     CloseFile();
-    ++mFileNumber;
-    const std::string path = FileName();
+    const std::string path = CreateNextFileName();
     const KESTATUS st = OpenFile(path);
     if (st != KESTATUS_SUCCESS) {
         KEOutputLogMessage(logger::Global, KEERROR, "OpenForWrite(file='{}') failed, st={}", path,
                            KEFormatArgKEStatus(st));
     }
     return st;
+}
+
+std::string PcapNgPacketWriter::CreateNextFileName() {
+    ++mFileNumber;
+    return FileName();
 }
 
 std::string PcapNgPacketWriter::FileName() const {

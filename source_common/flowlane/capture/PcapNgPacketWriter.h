@@ -58,6 +58,7 @@ private:
                          const char* propertyFailed, const char* optionFailed);
     void AddMacAddressOption(QuaysideDevice& device);
     void PreparePacketBlock();
+    std::string CreateNextFileName();
     void PublishWriteStatus(KESTATUS st) noexcept;
     [[nodiscard]] KESTATUS OpenFile(const std::string& path);
     std::uint64_t TimestampOf(const RawFrame& frame);
