@@ -9,8 +9,6 @@ import subprocess
 import tempfile
 import time
 
-import pytest
-
 from lanes import (FAKE_DEVICE_DIR, FLOWLANE, LANE_1, LANE_2, LANE_SEND, ON_INTERFACES, TIMEOUT, Running, exit_status,
                    run_with_fake_device, sanitized_environment)
 from namespaces import private_mounts
@@ -109,15 +107,6 @@ def test_file_system_that_is_read_only(tmp_path):
                             env=fake_environment())
     assert result.stderr.splitlines() == ["StartFileWriter failed, st=0xe001001e(KESTATUS_LINUX_EROFS).",
                                           f"'{tmp_path}/file.pcapng' cannot be written: the file system is read-only."]
-
-
-def test_frame_buffers_beyond_the_memory(tmp_path):
-    if b"__asan_init" in pathlib.Path(FLOWLANE).read_bytes() or b"__tsan_init" in pathlib.Path(FLOWLANE).read_bytes():
-        pytest.skip("a sanitizer needs more memory than the limit of this test")
-    limit = 1 << 30
-    lines = failed_start(tmp_path / "file", "-fbs", "2000000",
-                         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
-    assert lines == ["There is not enough memory for 2000000 frame buffers of 1538 bytes. Give a smaller number with -fbs."]
 
 
 # --- Writing that fails ---------------------------------------------------------------------------
