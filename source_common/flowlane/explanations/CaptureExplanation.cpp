@@ -26,13 +26,6 @@ int ErrnoOf(KESTATUS st) {
     return (st & ~cErrnoMask) == KESTATUS_LINUX_BASE ? static_cast<int>(st & cErrnoMask) : 0;
 }
 
-std::string WithoutFullStop(std::string words) {
-    if (!words.empty() && words.back() == '.') {
-        words.pop_back();
-    }
-    return words;
-}
-
 std::string FolderOf(const std::string& path) {
     const std::string folder = KEStdPath(path).ParentPath().c_str();
     return folder.empty() ? "." : folder;
@@ -80,7 +73,7 @@ std::string WriteFailureWords(KESTATUS st) {
     case EISDIR:
         return "there is a folder of this name";
     default:
-        return WithoutFullStop(StatusWords(st));
+        return StatusWords(st);
     }
 }
 
@@ -97,7 +90,7 @@ void ExplainFailedCaptureStart(const PcapNgFileWriter& writer, KESTATUS st, std:
             "There is not enough memory for {} frame buffers of {} bytes. Give a smaller number with -fbs.",
             frameCount, frameSize);
     } else {
-        Explain("The system refuses: {}.", WithoutFullStop(StatusWords(st)));
+        Explain("The system refuses: {}.", StatusWords(st));
     }
 }
 
@@ -173,7 +166,7 @@ void ExplainLostFrames(const PcapNgWriterStatistics& statistics, std::uint32_t f
 
 void ExplainReceiveFailure(const std::string& deviceName, const char* what, KESTATUS st) {
     Explain("{} {}: {}.", deviceName.empty() ? "The device" : "Device '" + deviceName + "'", what,
-            WithoutFullStop(StatusWords(st)));
+            StatusWords(st));
 }
 
 } // namespace flowlane

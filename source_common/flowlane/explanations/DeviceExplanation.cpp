@@ -231,7 +231,7 @@ void FailedOpening::ExplainOther() const {
                     "'-', '_' or '.'.",
                     Printable(segment));
         } else {
-            Explain("The devices cannot be listed: {}", Sentence(StatusWords(mStatus)));
+            Explain("The devices cannot be listed: {}.", StatusWords(mStatus));
         }
         return;
     }
@@ -244,7 +244,7 @@ void FailedOpening::ExplainOther() const {
     } else if (!file.empty() && ShellWord(file).size() <= cMaxFilePath) {
         ExplainDeviceFile(mStatus, file);
     } else {
-        Explain("{} cannot be opened: {}", Subject(index), Sentence(StatusWords(mStatus)));
+        Explain("{} cannot be opened: {}.", Subject(index), StatusWords(mStatus));
     }
 }
 

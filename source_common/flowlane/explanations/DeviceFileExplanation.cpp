@@ -117,7 +117,7 @@ void ExplainDeviceFile(KESTATUS st, const std::string& path) {
                 Printable(folder, cMaxPathBytes), ShellWord(folder));
         break;
     default:
-        Explain("'{}' cannot be used: {}", shown, Sentence(StatusWords(st)));
+        Explain("'{}' cannot be used: {}.", shown, StatusWords(st));
     }
 }
 

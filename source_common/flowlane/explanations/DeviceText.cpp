@@ -74,10 +74,6 @@ std::string Printable(const std::string& text, std::size_t maxBytes) {
     return shown;
 }
 
-std::string Sentence(std::string text) {
-    return text.empty() || text.back() != '.' ? text + "." : text;
-}
-
 std::string ShellWord(const std::string& text) {
     if (!text.empty() && std::all_of(text.begin(), text.end(), IsSafeInShell)) {
         return text;

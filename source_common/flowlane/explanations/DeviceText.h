@@ -11,9 +11,6 @@ namespace flowlane::devicetext {
 // A text that a terminal may show: control characters become '?', and what is beyond maxBytes becomes "...".
 std::string Printable(const std::string& text, std::size_t maxBytes = 80);
 
-// A text that ends with a full stop.
-std::string Sentence(std::string text);
-
 // A word that a shell reads as this text: as it stands where that is safe, otherwise in quotes. It has no
 // control characters.
 std::string ShellWord(const std::string& text);

@@ -104,10 +104,8 @@ std::string WordsForUnknownHost(const std::string& host, int lookupError) {
 
 std::string WordsForUnreachableHost(const std::string& address, KESTATUS st) {
     const std::string hint = FindReason(cConnectReasons, st);
-    std::string words = StatusWords(st);
-    words.erase(words.find_last_not_of('.') + 1);
-    return "Sending to " + (address.empty() ? "the host" : address) + " is not possible: " + words + "." +
-           (hint.empty() ? "" : " " + hint);
+    return "Sending to " + (address.empty() ? "the host" : address) + " is not possible: " + StatusWords(st) +
+           "." + (hint.empty() ? "" : " " + hint);
 }
 
 std::string AddressWithPort(const std::string& address, std::uint16_t port) {

@@ -21,15 +21,6 @@ namespace {
 
 constexpr const char* cConvert = "editcap -F pcapng ";
 
-// The words of a status without the full stop.
-std::string Words(KESTATUS st) {
-    std::string words = StatusWords(st);
-    if (!words.empty() && words.back() == '.') {
-        words.pop_back();
-    }
-    return words;
-}
-
 // The name of the failing file, and its failure.
 struct Subject {
     const ReplayFailure& failure;
@@ -114,14 +105,14 @@ void ExplainFirstFile(const Subject& subject, const ReplaySettings& settings) {
     if (stat(subject.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         Explain("'{}' is a pipe or a device. playpcap replays only regular files.", subject.name);
     } else {
-        Explain("'{}' cannot be opened: {}.", subject.name, Words(subject.failure.status));
+        Explain("'{}' cannot be opened: {}.", subject.name, StatusWords(subject.failure.status));
     }
 }
 
 void ExplainNextFile(const Subject& subject) {
     const bool isEmpty = subject.failure.status == KESTATUS_NO_DATA;
     Explain("'{}', the next file of the set, cannot be read: {}{}.", subject.name,
-            isEmpty ? "it is empty" : Words(subject.failure.status), subject.Unsent());
+            isEmpty ? "it is empty" : StatusWords(subject.failure.status), subject.Unsent());
 }
 
 void ExplainFramePool(const Subject& subject, const ReplaySettings& settings) {
@@ -227,7 +218,7 @@ void ExplainSendFailure(const Subject& subject, const std::string& device) {
             device, failure.packetNumber, subject.name, failure.frameSize, subject.Unsent());
     } else {
         Explain("{} did not send packet {} of '{}' ({} bytes): {}{}.", device, failure.packetNumber,
-                subject.name, failure.frameSize, Words(failure.status), subject.Unsent());
+                subject.name, failure.frameSize, StatusWords(failure.status), subject.Unsent());
     }
 }
 
@@ -242,7 +233,7 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
     case Cause::None:
         return;
     case Cause::DeviceAddress:
-        Explain("{} does not tell its address: {}.", NameForLine(device), Words(failure.status));
+        Explain("{} does not tell its address: {}.", NameForLine(device), StatusWords(failure.status));
         return;
     case Cause::FirstFile:
         ExplainFirstFile(subject, settings);
@@ -266,14 +257,14 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
     case Cause::ReadFailed:
         if (!ExplainUnreadableFile(path)) {
             Explain("'{}' cannot be read behind packet {}: {}{}.", subject.name, failure.packetNumber,
-                    Words(failure.status), subject.Unsent());
+                    StatusWords(failure.status), subject.Unsent());
         }
         return;
     case Cause::SendFailed:
         ExplainSendFailure(subject, NameForLine(device));
         return;
     case Cause::Other:
-        Explain("The system refuses: {}{}.", Words(failure.status), subject.Unsent());
+        Explain("The system refuses: {}{}.", StatusWords(failure.status), subject.Unsent());
         return;
     }
 }

@@ -25,11 +25,6 @@ TEST(DeviceTextTest, ALongNameIsCutBetweenCharacters) {
     EXPECT_EQ(Printable("\x80\x80\x80", 1), "...");
 }
 
-TEST(DeviceTextTest, ASentenceEndsWithAFullStop) {
-    EXPECT_EQ(Sentence("No such device"), "No such device.");
-    EXPECT_EQ(Sentence("The device is busy."), "The device is busy.");
-}
-
 TEST(DeviceTextTest, AShellReadsAWordAsItWas) {
     EXPECT_EQ(ShellWord("/usr/bin/flowlane-1.2_x"), "/usr/bin/flowlane-1.2_x");
     EXPECT_EQ(ShellWord(""), "''");
