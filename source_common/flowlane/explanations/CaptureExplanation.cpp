@@ -11,7 +11,7 @@
 #include "explanations/CaptureFileNumbers.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
-#include "explanations/ReplayFileKind.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "files/KEStdPath.h"
 
@@ -41,7 +41,7 @@ void ExplainFileThatCannotBeMade(const std::string& path, KESTATUS st) {
     const int error = ErrnoOf(st);
     if (error == ENOENT && !Exists(folder)) {
         Explain("There is no folder '{}'. Make it with: mkdir -p {}", ShortPath(folder),
-                ShellWord(ShortPath(folder)));
+                ShellPath(ShortPath(folder)));
     } else if (error == EISDIR) {
         Explain("'{}' is a folder. Choose another name for the capture.", ShortPath(path));
     } else if ((error == EACCES || error == EPERM) && Exists(path)) {

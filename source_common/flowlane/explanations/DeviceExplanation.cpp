@@ -12,13 +12,12 @@
 #include "explanations/DeviceFileExplanation.h"
 #include "explanations/DeviceInspection.h"
 #include "explanations/DeviceName.h"
-#include "explanations/DeviceText.h"
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
+#include "explanations/WordMatch.h"
 
 namespace flowlane {
-
-using namespace devicetext;
 
 namespace {
 
@@ -32,10 +31,6 @@ constexpr std::size_t cMaxFilePath = 200; // it stands in the line twice
 std::string Environment(const char* name) {
     const char* const value = std::getenv(name);
     return value ? value : "";
-}
-
-std::string Quoted(const std::string& name) {
-    return "'" + Printable(name) + "'";
 }
 
 // The path of this program as a word of the shell. Empty when it is not known, or too long for a line.

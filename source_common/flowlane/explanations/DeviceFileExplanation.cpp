@@ -8,13 +8,11 @@
 #include <iterator>
 #include <sstream>
 
-#include "explanations/DeviceText.h"
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 
 namespace flowlane {
-
-using namespace devicetext;
 
 namespace {
 

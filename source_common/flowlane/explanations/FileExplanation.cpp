@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "kestatus.h"
 
@@ -66,11 +67,11 @@ void ExplainForbiddenFile(const std::string& path, const struct stat* status) {
         Explain("You are not allowed to look into the folder '{}'. Ask its owner.",
                 ShortPath(FolderOf(path)));
     } else if (status->st_uid == geteuid()) {
-        Explain("You are not allowed to read '{}'. Allow it with: chmod u+r '{}'", ShortPath(path),
-                ShortPath(path));
+        Explain("You are not allowed to read '{}'. Allow it with: chmod u+r {}", ShortPath(path),
+                QuotedShellPath(ShortPath(path)));
     } else {
-        Explain("You are not allowed to read '{}'. Allow it with: sudo chmod a+r '{}'", ShortPath(path),
-                ShortPath(path));
+        Explain("You are not allowed to read '{}'. Allow it with: sudo chmod a+r {}", ShortPath(path),
+                QuotedShellPath(ShortPath(path)));
     }
 }
 

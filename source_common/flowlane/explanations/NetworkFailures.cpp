@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <iterator>
 
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
-#include "explanations/WordMatch.h"
 
 namespace flowlane {
 
@@ -91,7 +91,8 @@ std::string WordsForUnknownHost(const std::string& host, int lookupError) {
     const HostAndPort parts = Split(host);
     if (!parts.host.empty() && parts.host != host) {
         return "The host stands alone" + (parts.port.empty() ? std::string() : ", the port behind -p") +
-               ": flowlane av2rtp " + Printable(parts.host) + (parts.port.empty() ? "" : " -p " + parts.port);
+               ": flowlane av2rtp " + ShellWord(Printable(parts.host)) +
+               (parts.port.empty() ? "" : " -p " + parts.port);
     }
     const std::string reason = std::string(" (") + gai_strerror(lookupError) + ").";
     if (lookupError == EAI_AGAIN) {

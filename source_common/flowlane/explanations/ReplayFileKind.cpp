@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "explanations/MessageText.h"
+
 namespace flowlane {
 
 using namespace kestrelon;
@@ -41,8 +43,6 @@ constexpr std::string_view cLittleEndian("\x4D\x3C\x2B\x1A", 4);
 constexpr std::string_view cBigEndian("\x1A\x2B\x3C\x4D", 4);
 
 constexpr std::string_view cExtension = ".pcapng";
-constexpr std::string_view cUnquoted =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./-+,:@%=";
 constexpr std::size_t cMaxNamesLength = 300; // of both names in a line, in bytes
 
 bool EndsWith(const std::string& text, std::string_view end) {
@@ -129,18 +129,6 @@ std::string ConvertedFileName(ReplayFileKind kind, const std::string& path) {
     return stem + (EndsWith(path, cExtension) ? "-new" : "") + std::string(cExtension);
 }
 
-std::string ShellWord(const std::string& text) {
-    const std::string word = text.substr(0, 1) == "-" ? "./" + text : text;
-    if (!word.empty() && word.find_first_not_of(cUnquoted) == std::string::npos) {
-        return word;
-    }
-    std::string quoted = "'";
-    for (const char c : word) {
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return quoted + "'";
-}
-
 ReplayFileKind LookAtReplayFile(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (descriptor < 0) {
@@ -158,8 +146,8 @@ ReplayFileKind LookAtReplayFile(const std::string& path) {
 
 std::string ConversionCommand(ReplayFileKind kind, const std::string& path, const char* prefix,
                               const char* infix) {
-    std::string from = ShellWord(path);
-    std::string to = ShellWord(UnusedName(ConvertedFileName(kind, path)));
+    std::string from = ShellPath(path);
+    std::string to = ShellPath(UnusedName(ConvertedFileName(kind, path)));
     if (from.size() + to.size() > cMaxNamesLength) {
         from = "FILE";
         to = "NEW_FILE";

@@ -32,8 +32,6 @@ const char* Unpacker(ReplayFileKind kind) noexcept;
 // The name for the file that a conversion makes: never the file's own. It ends in ".pcapng", or has lost the
 // extension of the compression.
 std::string ConvertedFileName(ReplayFileKind kind, const std::string& path);
-// A text as one word of a command for the shell. One that begins with "-" becomes a path.
-std::string ShellWord(const std::string& text);
 
 // The same for a file on the disk, which is looked at without waiting: Other when it cannot be read, or is no
 // regular file.
