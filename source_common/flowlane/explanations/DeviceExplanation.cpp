@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -83,10 +84,7 @@ std::string FailedOpening::Subject(unsigned index) const {
 }
 
 std::string FailedOpening::ListWithStates() const {
-    std::vector<std::string> names;
-    for (unsigned index = 0; index < mDevices.Count(); ++index) {
-        names.push_back(mDevices.Name(index));
-    }
+    const std::vector<std::string> names = mDevices.Names();
     std::vector<std::string> items;
     for (const unsigned index : NearestFirst(names, mWanted.name)) {
         const std::string name =
@@ -147,10 +145,9 @@ void FailedOpening::ExplainNoDevices() const {
         Explain("The device library has found no device. Connect one, or check its driver.");
         return;
     }
-    std::vector<std::string> names;
-    for (unsigned index = 0; index < all.Count(); ++index) {
-        names.push_back(Printable(all.Name(index)));
-    }
+    std::vector<std::string> names = all.Names();
+    std::transform(names.begin(), names.end(), names.begin(),
+                   [](const std::string& name) { return Printable(name); });
     Explain("QUAYSIDE2_DEVICES allows only '{}', and there is no such device. The devices are: {}",
             Printable(selected), JoinedList(names));
 }
