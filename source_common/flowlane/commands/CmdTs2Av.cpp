@@ -68,7 +68,7 @@ KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destinat
                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
-        Explain("Device '{}' does not tell its address: {}. Use another device.", DeviceName(device),
+        Explain("{} does not tell its address: {}. Use another device.", DeviceSubject(device),
                 StatusWords(st));
     }
     return st;
@@ -171,7 +171,7 @@ void Reports::PrintLossesAndFailure() {
 }
 
 void ExplainSendFailure(const QuaysideDevice& device, KESTATUS failure) {
-    Explain("Device '{}' cannot send: {}. Check the device and start again.", DeviceName(device),
+    Explain("{} cannot send: {}. Check the device and start again.", DeviceSubject(device),
             StatusWords(failure));
 }
 
@@ -205,10 +205,9 @@ KESTATUS Reports::PrintFaults(KESTATUS sendFailure) {
     const std::uint64_t discarded = mSink.QuerryStatistics().errNoResourcesToSent;
     if (discarded != 0) {
         status.Note(KESTATUS_NO_FRAME_SENT);
-        Explain(
-            "Device '{}' had no room for AVTP packets {} times and discarded them. Use a faster link or a "
-            "stream with a lower rate.",
-            DeviceName(mDevice), discarded);
+        Explain("{} had no room for AVTP packets {} times and discarded them. Use a faster link or a "
+                "stream with a lower rate.",
+                DeviceSubject(mDevice), discarded);
     }
     // Behind a failure, what the file lacks is of no interest.
     if (mSource.FailureStatus() == KESTATUS_SUCCESS) {

@@ -9,6 +9,7 @@
 #include "capture/CaptureFileName.h"
 #include "device/RawReceiveHeader.h"
 #include "explanations/CaptureFileNumbers.h"
+#include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
 #include "explanations/MessageText.h"
@@ -164,9 +165,8 @@ void ExplainLostFrames(const PcapNgWriterStatistics& statistics, std::uint32_t f
     }
 }
 
-void ExplainReceiveFailure(const std::string& deviceName, const char* what, KESTATUS st) {
-    Explain("{} {}: {}.", deviceName.empty() ? "The device" : "Device '" + deviceName + "'", what,
-            StatusWords(st));
+void ExplainReceiveFailure(const QuaysideDevice& device, const char* what, KESTATUS st) {
+    Explain("{} {}: {}.", DeviceSubject(device), what, StatusWords(st));
 }
 
 } // namespace flowlane

@@ -204,12 +204,6 @@ void ExplainDamagedFile(const Subject& subject) {
 
 // --- The device ----------------------------------------------------------------------------------
 
-// Only for failures behind which the worker thread does not use the device.
-std::string NameForLine(const QuaysideDevice& device) {
-    const std::string name = DeviceName(device);
-    return name.empty() ? "The device" : "Device '" + name + "'";
-}
-
 void ExplainSendFailure(const Subject& subject, const std::string& device) {
     const ReplayFailure& failure = subject.failure;
     if (failure.status == KESTATUS_INVALID_LENGTH) {
@@ -227,6 +221,7 @@ void ExplainSendFailure(const Subject& subject, const std::string& device) {
 
 void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& settings,
                           const QuaysideDevice& device) {
+    // The device is asked only behind failures after which the worker thread does not use it.
     const ReplayFailure& failure = reader.Failure();
     const std::string path = reader.FilePath(failure.fileNumber).c_str();
     const Subject subject{failure, path, ShortPath(path)};
@@ -234,7 +229,7 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
     case Cause::None:
         return;
     case Cause::DeviceAddress:
-        Explain("{} does not tell its address: {}.", NameForLine(device), StatusWords(failure.status));
+        Explain("{} does not tell its address: {}.", DeviceSubject(device), StatusWords(failure.status));
         return;
     case Cause::FirstFile:
         ExplainFirstFile(subject, settings);
@@ -262,7 +257,7 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
         }
         return;
     case Cause::SendFailed:
-        ExplainSendFailure(subject, NameForLine(device));
+        ExplainSendFailure(subject, DeviceSubject(device));
         return;
     case Cause::Other:
         Explain("The system refuses: {}{}.", StatusWords(failure.status), subject.Unsent());
