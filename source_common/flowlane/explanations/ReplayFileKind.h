@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "base/KEBuffer.h"
+#include "explanations/FileHead.h"
 
 namespace flowlane {
 
@@ -25,7 +25,7 @@ enum class ReplayFileKind {
 // This many bytes are enough to know the kind.
 constexpr std::size_t cReplayFileHeadSize = 16;
 // head: the first bytes of the file, or all of a shorter one.
-ReplayFileKind KindOfReplayFile(kestrelon::KEConstBufferReference head) noexcept;
+ReplayFileKind KindOfReplayFile(const FileHead& head) noexcept;
 
 // The program that unpacks a compressed kind; null for the other kinds.
 const char* Unpacker(ReplayFileKind kind) noexcept;

@@ -17,7 +17,7 @@ using Kind = ReplayFileKind;
 using testsupport::TemporaryFolder;
 
 Kind KindOf(const std::string& head) {
-    return KindOfReplayFile({reinterpret_cast<const unsigned char*>(head.data()), head.size()});
+    return KindOfReplayFile({head.begin(), head.end()});
 }
 
 std::string SectionHeader(const std::string& magic) {
