@@ -17,6 +17,18 @@ bool IsInsideUtf8(char character) {
     return (static_cast<unsigned char>(character) & 0xC0) == 0x80;
 }
 
+// Cut between two characters of UTF-8.
+std::string Shortened(const std::string& text, std::size_t maxBytes) {
+    if (text.size() <= maxBytes) {
+        return text;
+    }
+    std::size_t end = maxBytes;
+    while (end > 0 && IsInsideUtf8(text[end])) {
+        --end;
+    }
+    return text.substr(0, end) + "...";
+}
+
 bool IsSafeInShell(char character) {
     const auto byte = static_cast<unsigned char>(character);
     return std::isalnum(byte) != 0 || std::string("-_./:@%+=,").find(character) != std::string::npos;
@@ -50,15 +62,7 @@ std::string NoOption(const std::string& path) {
 } // namespace
 
 std::string Printable(const std::string& text, std::size_t maxBytes) {
-    std::string shown = text;
-    if (shown.size() > maxBytes) {
-        std::size_t end = maxBytes;
-        while (end > 0 && IsInsideUtf8(shown[end])) {
-            --end;
-        }
-        shown.resize(end);
-        shown += "...";
-    }
+    std::string shown = Shortened(text, maxBytes);
     std::replace_if(shown.begin(), shown.end(), IsControl, '?');
     return shown;
 }
@@ -70,6 +74,10 @@ std::string Quoted(const std::string& text) {
 std::string ShellWord(const std::string& text) {
     const bool isSafe = !text.empty() && std::all_of(text.begin(), text.end(), IsSafeInShell);
     return isSafe ? text : QuotedForShell(text);
+}
+
+std::string ShortShellWord(const std::string& text) {
+    return ShellWord(Shortened(text, cMaxShownBytes));
 }
 
 std::string ShellPath(const std::string& path) {

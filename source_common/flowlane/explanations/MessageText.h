@@ -9,15 +9,19 @@
 
 namespace flowlane {
 
+constexpr std::size_t cMaxShownBytes = 80;
+
 // A text that a terminal may show: control characters become '?', and what is beyond maxBytes becomes "...".
-std::string Printable(const std::string& text, std::size_t maxBytes = 80);
+std::string Printable(const std::string& text, std::size_t maxBytes = cMaxShownBytes);
 // The same in '...'.
 std::string Quoted(const std::string& text);
 
 // A word that a shell reads as this text: as it stands where that is safe, otherwise in quotes. It has no
 // control characters.
 std::string ShellWord(const std::string& text);
-// The same for the path of a file. One that begins with "-" gets "./" in front, so that it is no option.
+// The same, with "..." for what is beyond cMaxShownBytes of the text.
+std::string ShortShellWord(const std::string& text);
+// ShellWord for the path of a file. One that begins with "-" gets "./" in front, so that it is no option.
 std::string ShellPath(const std::string& path);
 // The same, in quotes also where it needs none.
 std::string QuotedShellPath(const std::string& path);

@@ -91,7 +91,7 @@ std::string WordsForUnknownHost(const std::string& host, int lookupError) {
     const HostAndPort parts = Split(host);
     if (!parts.host.empty() && parts.host != host) {
         return "The host stands alone" + (parts.port.empty() ? std::string() : ", the port behind -p") +
-               ": flowlane av2rtp " + ShellWord(Printable(parts.host)) +
+               ": flowlane av2rtp " + ShortShellWord(parts.host) +
                (parts.port.empty() ? "" : " -p " + parts.port);
     }
     const std::string reason = std::string(" (") + gai_strerror(lookupError) + ").";

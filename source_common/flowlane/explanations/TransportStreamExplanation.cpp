@@ -30,10 +30,10 @@ bool IsRegular(const std::string& path) {
 
 // A name in the current folder that no file has yet: like that of path, but with this extension.
 std::string NewFileName(const std::string& path, const char* extension) {
-    constexpr std::size_t cMaxStemLength = 50;
+    constexpr std::size_t cMaxStemLength = 52; // with quotes
     std::string stem = path.substr(path.find_last_of('/') + 1);
     stem = stem.substr(0, stem.find_last_of('.'));
-    if (stem.empty() || stem.size() > cMaxStemLength) {
+    if (stem.empty() || QuotedShellPath(stem).size() > cMaxStemLength) {
         stem = "stream";
     }
     std::string name = stem + extension;
@@ -41,11 +41,6 @@ std::string NewFileName(const std::string& path, const char* extension) {
         name = KEStdStringFormat("{}-{}{}", stem, number, extension);
     }
     return name;
-}
-
-// A path as a word of a command.
-std::string CommandPath(const std::string& path) {
-    return QuotedShellPath(ShortPath(path));
 }
 
 // The command that makes a stream of plain packets, with one clock that does not go back.

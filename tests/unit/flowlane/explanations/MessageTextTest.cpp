@@ -36,6 +36,12 @@ TEST(MessageTextTest, AShellReadsAWordAsItWas) {
     EXPECT_EQ(ShellWord("a\nb\x1b'\\"), "$'a\\012b\\033\\'\\\\'");
 }
 
+TEST(MessageTextTest, ALongWordIsCut) {
+    EXPECT_EQ(ShortShellWord("a b\n"), "$'a b\\012'");
+    EXPECT_EQ(ShortShellWord(std::string(80, 'x')), std::string(80, 'x'));
+    EXPECT_EQ(ShortShellWord(std::string(81, 'x')), std::string(80, 'x') + "...");
+}
+
 TEST(MessageTextTest, APathIsNoOption) {
     EXPECT_EQ(ShellWord("-F"), "-F");
     EXPECT_EQ(ShellPath("-F.pcap"), "./-F.pcap");
