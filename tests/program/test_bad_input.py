@@ -114,17 +114,18 @@ def run_as_ordinary_user(segment, installed, path):
 
 
 @pytest.mark.parametrize("is_own", [False, True])
-def test_unreadable_file(segment, installed, is_own):
+@pytest.mark.parametrize("name, word", [("input.ts", "input.ts"), ("it's.ts", r"it'\''s.ts")])
+def test_unreadable_file(segment, installed, is_own, name, word):
     if os.geteuid() != 0 and not is_own:
         pytest.skip("giving a file to another user needs root")
-    path = installed / "input.ts"
+    path = installed / name
     path.write_bytes(tsfile.stream(seconds=1, rate=100))
     path.chmod(0)
     if os.geteuid() == 0 and is_own:
         os.chown(path, 65534, 65534)
     command = "chmod u+r" if is_own else "sudo chmod a+r"
     assert run_as_ordinary_user(segment, installed, path) == [
-        f"You are not allowed to read '{path}'. Allow it with: {command} '{path}'"]
+        f"You are not allowed to read '{path}'. Allow it with: {command} '{installed}/{word}'"]
 
 
 def test_file_in_a_folder_that_is_closed(segment, installed):

@@ -94,6 +94,8 @@ def test_file_that_cannot_be_read_from_its_start(folder):
 
 @pytest.mark.parametrize("name, head, line", [
     ("m.mp4", b"\0\0\0\x20ftypisom", "'m.mp4' is an MP4 file, no transport stream. " + convert("m.mp4", "m.ts")),
+    ("it's.mp4", b"\0\0\0\x20ftypisom", r"'it's.mp4' is an MP4 file, no transport stream. Convert it with: "
+                                      r"ffmpeg -i 'it'\''s.mp4' -c copy -f mpegts 'it'\''s.ts'"),
     ("m.mkv", b"\x1a\x45\xdf\xa3", "'m.mkv' is a Matroska file, no transport stream. " + convert("m.mkv", "m.ts")),
     ("m.avi", b"RIFF\0\0\0\0AVI LIST", "'m.avi' is an AVI file, no transport stream. " + convert("m.avi", "m.ts")),
     ("m.mpg", b"\0\0\x01\xba", "'m.mpg' is an MPEG program stream, no transport stream. " + convert("m.mpg", "m.ts")),
@@ -124,12 +126,17 @@ def test_packets_of_another_size(folder, before, after, kind):
     check(["a.ts"], [f"'a.ts' has packets of {kind} instead of 188. " + convert("a.ts", "a-2.ts")], INVALID_FILE)
 
 
-def test_command_that_cuts_what_is_before_the_packets(folder):
-    (folder / "a.ts").write_bytes(b"hello" + tsfile.stream(seconds=0.5, rate=200))
-    command = "tail -c +6 'a.ts' > 'a-2.ts'"
-    check(["a.ts"], [f"The packets of 'a.ts' begin at byte 5. Cut what is before them: {command}"], INVALID_FILE)
+@pytest.mark.parametrize("name, words, output", [
+    ("a.ts", "'a.ts' > 'a-2.ts'", "a-2.ts"),
+    ("it's mine.ts", r"'it'\''s mine.ts' > 'it'\''s mine-2.ts'", "it's mine-2.ts"),
+    ("./-c.ts", "'./-c.ts' > './-c-2.ts'", "-c-2.ts"),
+])
+def test_command_that_cuts_what_is_before_the_packets(folder, name, words, output):
+    (folder / name).write_bytes(b"hello" + tsfile.stream(seconds=0.5, rate=200))
+    command = f"tail -c +6 {words}"
+    check([name], [f"The packets of '{name}' begin at byte 5. Cut what is before them: {command}"], INVALID_FILE)
     subprocess.run(command, shell=True, check=True, timeout=TIMEOUT)
-    assert (folder / "a-2.ts").read_bytes() == tsfile.stream(seconds=0.5, rate=200)
+    assert (folder / output).read_bytes() == tsfile.stream(seconds=0.5, rate=200)
 
 
 @pytest.mark.parametrize("loop", [False, True])

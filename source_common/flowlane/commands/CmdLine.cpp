@@ -3,8 +3,8 @@
 #include "base/LogCons.h"
 #include "commands/BuildTime.h"
 #include "commands/Commands.h"
-#include "explanations/CommandLineDevices.h"
 #include "explanations/CommandLineErrors.h"
+#include "explanations/DeviceInspection.h"
 #include "explanations/Explain.h"
 
 namespace flowlane {
@@ -35,7 +35,8 @@ void CmdLine::ExplainFailure(KESTATUS st) const {
     } else if (st == KESTATUS_MISSING_VALUE) {
         line = WordsForRefusedValue(mGivenOptions.back(), {});
     } else if (st == KESTATUS_INVALID_FORMAT) {
-        line = WordsForRefusedValue(mGivenOptions.back(), ConnectedDeviceNames());
+        line = WordsForRefusedValue(mGivenOptions.back(),
+                                    DeviceInspection(DeviceInspection::Selection::AsSet).Names());
     }
     if (!line.empty()) {
         Explain("{}", line);

@@ -15,7 +15,6 @@
 #include "device/RawReceiveHeader.h"
 #include "explanations/CaptureExplanation.h"
 #include "explanations/DeviceExplanation.h"
-#include "explanations/DeviceName.h"
 
 namespace flowlane {
 
@@ -96,7 +95,7 @@ KESTATUS FailStart(const PcapNgFileWriter& writer, KESTATUS st, unsigned frameSi
 
 // The device cannot be used, which only the log has been told.
 KESTATUS FailDevice(const QuaysideDevice& device, const char* what, KESTATUS st) {
-    ExplainReceiveFailure(DeviceName(device), what, st);
+    ExplainReceiveFailure(device, what, st);
     return st;
 }
 
@@ -107,7 +106,7 @@ void ExplainFailedLoop(const QuaysideDevice& device, const PcapNgFileWriter& wri
     } else if (failure == KESTATUS_DEVICE_REMOVED) {
         ExplainDeviceFailure(failure, device);
     } else if (failure != KESTATUS_SUCCESS) {
-        ExplainReceiveFailure(DeviceName(device), "has stopped receiving", failure);
+        ExplainReceiveFailure(device, "has stopped receiving", failure);
     }
 }
 

@@ -61,15 +61,6 @@ KESTATUS ExplainFile(KESTATUS st, KESTATUS reason) {
     return st;
 }
 
-// Without the full stop that some have.
-std::string Words(KESTATUS st) {
-    std::string words = StatusWords(st);
-    if (words.ends_with('.')) {
-        words.pop_back();
-    }
-    return words;
-}
-
 KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destination, AvtpSink& sink) {
     KEOutputLogMessage(logger::Cons, KEINFO, "Create AVTP sink...");
     const KESTATUS st =
@@ -77,8 +68,8 @@ KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destinat
                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
-        Explain("Device '{}' does not tell its address: {}. Use another device.", DeviceName(device),
-                Words(st));
+        Explain("{} does not tell its address: {}. Use another device.", DeviceSubject(device),
+                StatusWords(st));
     }
     return st;
 }
@@ -111,7 +102,7 @@ KESTATUS Start(const std::string& deviceDescription, AvtpSink& sink, TSFileSourc
         return ExplainFile(st, source.ReadFailure());
     }
     Explain("The thread that sends '{}' cannot be started: {}.", ShortPath(gCmdLine.mArgs.front()),
-            Words(st));
+            StatusWords(st));
     return st;
 }
 
@@ -180,8 +171,8 @@ void Reports::PrintLossesAndFailure() {
 }
 
 void ExplainSendFailure(const QuaysideDevice& device, KESTATUS failure) {
-    Explain("Device '{}' cannot send: {}. Check the device and start again.", DeviceName(device),
-            Words(failure));
+    Explain("{} cannot send: {}. Check the device and start again.", DeviceSubject(device),
+            StatusWords(failure));
 }
 
 void Reports::ExplainFailure(KESTATUS failure) {
@@ -214,9 +205,9 @@ KESTATUS Reports::PrintFaults(KESTATUS sendFailure) {
     const std::uint64_t discarded = mSink.QuerryStatistics().errNoResourcesToSent;
     if (discarded != 0) {
         status.Note(KESTATUS_NO_FRAME_SENT);
-        Explain("Device '{}' had no room for AVTP packets {} times and discarded them. Use a faster link or a "
+        Explain("{} had no room for AVTP packets {} times and discarded them. Use a faster link or a "
                 "stream with a lower rate.",
-                DeviceName(mDevice), discarded);
+                DeviceSubject(mDevice), discarded);
     }
     // Behind a failure, what the file lacks is of no interest.
     if (mSource.FailureStatus() == KESTATUS_SUCCESS) {

@@ -7,9 +7,9 @@
 
 #include "base/LogCons.h"
 #include "commands/CmdLine.h"
-#include "explanations/CommandLineDevices.h"
 #include "explanations/CommandLineErrors.h"
 #include "explanations/CommandLineNotes.h"
+#include "explanations/DeviceInspection.h"
 #include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 
@@ -71,7 +71,8 @@ void ExplainCommandLine(const QuaysideDevice* device) {
     const CommandLineWords words = {gCmdLine.mCommand, gCmdLine.mArgs, gCmdLine.mGivenOptions};
     DevicesSeen devices;
     if (NeedsDeviceNames(words)) {
-        devices = {ConnectedDeviceNames(), device ? DeviceName(*device) : ""};
+        devices = {DeviceInspection(DeviceInspection::Selection::AsSet).Names(),
+                   device ? DeviceName(*device) : ""};
     }
     for (const std::vector<std::string>& notes : {NotesOnOptions(words), NotesOnArguments(words, devices)}) {
         for (const std::string& note : notes) {

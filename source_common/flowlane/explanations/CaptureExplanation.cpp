@@ -9,9 +9,10 @@
 #include "capture/CaptureFileName.h"
 #include "device/RawReceiveHeader.h"
 #include "explanations/CaptureFileNumbers.h"
+#include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
-#include "explanations/ReplayFileKind.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "files/KEStdPath.h"
 
@@ -24,13 +25,6 @@ namespace {
 int ErrnoOf(KESTATUS st) {
     constexpr KESTATUS cErrnoMask = 0xFFFF;
     return (st & ~cErrnoMask) == KESTATUS_LINUX_BASE ? static_cast<int>(st & cErrnoMask) : 0;
-}
-
-std::string WithoutFullStop(std::string words) {
-    if (!words.empty() && words.back() == '.') {
-        words.pop_back();
-    }
-    return words;
 }
 
 std::string FolderOf(const std::string& path) {
@@ -48,7 +42,7 @@ void ExplainFileThatCannotBeMade(const std::string& path, KESTATUS st) {
     const int error = ErrnoOf(st);
     if (error == ENOENT && !Exists(folder)) {
         Explain("There is no folder '{}'. Make it with: mkdir -p {}", ShortPath(folder),
-                ShellWord(ShortPath(folder)));
+                ShellPath(ShortPath(folder)));
     } else if (error == EISDIR) {
         Explain("'{}' is a folder. Choose another name for the capture.", ShortPath(path));
     } else if ((error == EACCES || error == EPERM) && Exists(path)) {
@@ -80,7 +74,7 @@ std::string WriteFailureWords(KESTATUS st) {
     case EISDIR:
         return "there is a folder of this name";
     default:
-        return WithoutFullStop(StatusWords(st));
+        return StatusWords(st);
     }
 }
 
@@ -97,7 +91,7 @@ void ExplainFailedCaptureStart(const PcapNgFileWriter& writer, KESTATUS st, std:
             "There is not enough memory for {} frame buffers of {} bytes. Give a smaller number with -fbs.",
             frameCount, frameSize);
     } else {
-        Explain("The system refuses: {}.", WithoutFullStop(StatusWords(st)));
+        Explain("The system refuses: {}.", StatusWords(st));
     }
 }
 
@@ -171,9 +165,8 @@ void ExplainLostFrames(const PcapNgWriterStatistics& statistics, std::uint32_t f
     }
 }
 
-void ExplainReceiveFailure(const std::string& deviceName, const char* what, KESTATUS st) {
-    Explain("{} {}: {}.", deviceName.empty() ? "The device" : "Device '" + deviceName + "'", what,
-            WithoutFullStop(StatusWords(st)));
+void ExplainReceiveFailure(const QuaysideDevice& device, const char* what, KESTATUS st) {
+    Explain("{} {}: {}.", DeviceSubject(device), what, StatusWords(st));
 }
 
 } // namespace flowlane

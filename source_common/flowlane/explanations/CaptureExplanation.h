@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "capture/PcapNgFileWriter.h"
+#include "device/QuaysideDevice.h"
 #include "kestatus.h"
 
 namespace flowlane {
@@ -46,8 +47,9 @@ private:
 void ExplainLostFrames(const PcapNgWriterStatistics& statistics, std::uint32_t frameCount,
                        std::uint32_t frameSize);
 
-// Prints a line about a device. deviceName may be empty. what: what it does or does not, as "cannot receive".
-void ExplainReceiveFailure(const std::string& deviceName, const char* what, KESTATUS st);
+// Prints a line about a device, which no other thread uses. what: what it does or does not, as "cannot
+// receive".
+void ExplainReceiveFailure(const QuaysideDevice& device, const char* what, KESTATUS st);
 
 } // namespace flowlane
 

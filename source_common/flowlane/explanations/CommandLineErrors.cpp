@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "explanations/MessageText.h"
 #include "explanations/WordMatch.h"
 
 namespace flowlane {
@@ -97,7 +98,8 @@ std::string ValueInSameWord(const std::string& name, const std::string& value) {
     if (option->kind == OptionKind::Switch) {
         return "'" + nearest.front() + "' takes no value.";
     }
-    return "The value is a word of its own: " + nearest.front() + " " + Printable(value);
+    return "The value is a word of its own: " + nearest.front() + " " +
+           (value.empty() ? "" : ShortShellWord(value));
 }
 
 // "-vl" for "-v -l".
@@ -142,14 +144,14 @@ std::string WordsForUnknownCommand(const std::string& command, const std::vector
     };
     const auto found = std::find_if(arguments.begin(), arguments.end(), isCommand);
     if (found != arguments.end()) {
-        return "The command comes first: flowlane " + *found + " " + Printable(command);
+        return "The command comes first: flowlane " + *found + " " + ShortShellWord(command);
     }
     if (const char* const line = FindFirstTry(cTriedCommands, LowerCase(command))) {
         return line;
     }
     const std::string commandForFile = CommandForFile(command);
     if (!commandForFile.empty()) {
-        return "A command comes first: flowlane " + commandForFile + " " + Printable(command);
+        return "A command comes first: flowlane " + commandForFile + " " + ShortShellWord(command);
     }
     const std::string nearest = DidYouMean(NearestWords(command, commands));
     return nearest.empty() ? CommandList(commands) : nearest;
@@ -194,7 +196,7 @@ std::string WordsForRefusedValue(const GivenOption& option, const std::vector<st
         std::find(deviceNames.begin(), deviceNames.end(), option.mValue) != deviceNames.end();
     if (isDeviceName && !option.mValue.empty()) {
         return Quoted(option.mValue) + " is the name of a device. A name goes with -n: -n " +
-               Printable(option.mValue);
+               ShortShellWord(option.mValue);
     }
     return option.mWord + " takes " + known->takes;
 }

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <limits>
 
-#include "explanations/WordMatch.h"
+#include "explanations/MessageText.h"
 
 namespace flowlane {
 
@@ -172,7 +172,7 @@ std::string NoteOnFirstArgument(const CommandLineWords& words, const DevicesSeen
     const bool isHost = words.command == "av2rtp";
     return Quoted(name) + " is taken as the " + (isHost ? "host" : "file name") +
            ". To use the device of this name give " + (isHost ? "a host" : "a file name") + " and: -n " +
-           Printable(name);
+           ShortShellWord(name);
 }
 
 struct SurplusNote {
@@ -187,7 +187,8 @@ SurplusNote NoteOnSurplusWord(const std::string& word, const CommandLineWords& w
     const bool isDeviceChosen = IsDeviceChosen(words);
     const std::string digits = MacAddressDigits(word);
     if (IsDevice(word, devices)) {
-        return {ignored + (isDeviceChosen ? "." : ". A device is chosen with: -n " + Printable(word) + "."),
+        return {ignored +
+                    (isDeviceChosen ? "." : ". A device is chosen with: -n " + ShortShellWord(word) + "."),
                 true};
     }
     if (!digits.empty() && IsUsedBy(*FindOption("m"), words.command) && !IsGiven(words, "m")) {

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -12,13 +13,12 @@
 #include "explanations/DeviceFileExplanation.h"
 #include "explanations/DeviceInspection.h"
 #include "explanations/DeviceName.h"
-#include "explanations/DeviceText.h"
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
+#include "explanations/WordMatch.h"
 
 namespace flowlane {
-
-using namespace devicetext;
 
 namespace {
 
@@ -32,10 +32,6 @@ constexpr std::size_t cMaxFilePath = 200; // it stands in the line twice
 std::string Environment(const char* name) {
     const char* const value = std::getenv(name);
     return value ? value : "";
-}
-
-std::string Quoted(const std::string& name) {
-    return "'" + Printable(name) + "'";
 }
 
 // The path of this program as a word of the shell. Empty when it is not known, or too long for a line.
@@ -88,10 +84,7 @@ std::string FailedOpening::Subject(unsigned index) const {
 }
 
 std::string FailedOpening::ListWithStates() const {
-    std::vector<std::string> names;
-    for (unsigned index = 0; index < mDevices.Count(); ++index) {
-        names.push_back(mDevices.Name(index));
-    }
+    const std::vector<std::string> names = mDevices.Names();
     std::vector<std::string> items;
     for (const unsigned index : NearestFirst(names, mWanted.name)) {
         const std::string name =
@@ -152,10 +145,9 @@ void FailedOpening::ExplainNoDevices() const {
         Explain("The device library has found no device. Connect one, or check its driver.");
         return;
     }
-    std::vector<std::string> names;
-    for (unsigned index = 0; index < all.Count(); ++index) {
-        names.push_back(Printable(all.Name(index)));
-    }
+    std::vector<std::string> names = all.Names();
+    std::transform(names.begin(), names.end(), names.begin(),
+                   [](const std::string& name) { return Printable(name); });
     Explain("QUAYSIDE2_DEVICES allows only '{}', and there is no such device. The devices are: {}",
             Printable(selected), JoinedList(names));
 }
@@ -231,7 +223,7 @@ void FailedOpening::ExplainOther() const {
                     "'-', '_' or '.'.",
                     Printable(segment));
         } else {
-            Explain("The devices cannot be listed: {}", Sentence(StatusWords(mStatus)));
+            Explain("The devices cannot be listed: {}.", StatusWords(mStatus));
         }
         return;
     }
@@ -244,7 +236,7 @@ void FailedOpening::ExplainOther() const {
     } else if (!file.empty() && ShellWord(file).size() <= cMaxFilePath) {
         ExplainDeviceFile(mStatus, file);
     } else {
-        Explain("{} cannot be opened: {}", Subject(index), Sentence(StatusWords(mStatus)));
+        Explain("{} cannot be opened: {}.", Subject(index), StatusWords(mStatus));
     }
 }
 

@@ -8,13 +8,11 @@
 #include <iterator>
 #include <sstream>
 
-#include "explanations/DeviceText.h"
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 
 namespace flowlane {
-
-using namespace devicetext;
 
 namespace {
 
@@ -117,7 +115,7 @@ void ExplainDeviceFile(KESTATUS st, const std::string& path) {
                 Printable(folder, cMaxPathBytes), ShellWord(folder));
         break;
     default:
-        Explain("'{}' cannot be used: {}", shown, Sentence(StatusWords(st)));
+        Explain("'{}' cannot be used: {}.", shown, StatusWords(st));
     }
 }
 

@@ -58,6 +58,14 @@ std::string DeviceInspection::Text(unsigned index, unsigned property) const {
     return text;
 }
 
+std::vector<std::string> DeviceInspection::Names() const {
+    std::vector<std::string> names;
+    for (unsigned index = 0; index < mCount; ++index) {
+        names.push_back(Name(index));
+    }
+    return names;
+}
+
 KESTATUS DeviceInspection::OpenStatus(unsigned index) const {
     std::string state;
     const KESTATUS st = ReadText(mEnumerator, index, QBX_PROPERTY_STATE, state);

@@ -7,6 +7,7 @@
 #define FLOWLANE_DEVICEINSPECTION_H
 
 #include <string>
+#include <vector>
 
 #include "device/QuaysideDevice.h"
 #include "device/QuaysideEnumerator.h"
@@ -26,6 +27,8 @@ public:
     // The text of a property; empty when the library does not tell it. index may be any number.
     std::string Text(unsigned index, unsigned property) const;
     std::string Name(unsigned index) const { return Text(index, QBX_PROPERTY_FRIENDLY_NAME); }
+    // The names of all devices in the order of their indexes; empty ones for those that have none.
+    std::vector<std::string> Names() const;
     // The status with which the device cannot be opened, as far as that can be told without taking it.
     KESTATUS OpenStatus(unsigned index) const;
     // Whether somebody holds all of the device.

@@ -12,6 +12,9 @@ namespace flowlane {
 // bytes but zero. Ask while no other thread uses the device. Throws std::bad_alloc.
 std::string DeviceName(const QuaysideDevice& device);
 
+// "Device 'x'", or "The device" when it has no name: the start of a sentence. The same rules.
+std::string DeviceSubject(const QuaysideDevice& device);
+
 } // namespace flowlane
 
 #endif

@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "explanations/Explain.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "kestatus.h"
 
@@ -18,6 +19,7 @@ using namespace kestrelon;
 namespace {
 
 constexpr std::size_t cMaxPathLength = 140; // bytes in a line, which may name it twice
+constexpr std::size_t cMaxWordLength = 160; // of the same path in a command, with its quotes
 
 bool Exists(const std::string& path) {
     struct stat status {};
@@ -66,11 +68,11 @@ void ExplainForbiddenFile(const std::string& path, const struct stat* status) {
         Explain("You are not allowed to look into the folder '{}'. Ask its owner.",
                 ShortPath(FolderOf(path)));
     } else if (status->st_uid == geteuid()) {
-        Explain("You are not allowed to read '{}'. Allow it with: chmod u+r '{}'", ShortPath(path),
-                ShortPath(path));
+        Explain("You are not allowed to read '{}'. Allow it with: chmod u+r {}", ShortPath(path),
+                CommandPath(path));
     } else {
-        Explain("You are not allowed to read '{}'. Allow it with: sudo chmod a+r '{}'", ShortPath(path),
-                ShortPath(path));
+        Explain("You are not allowed to read '{}'. Allow it with: sudo chmod a+r {}", ShortPath(path),
+                CommandPath(path));
     }
 }
 
@@ -139,6 +141,11 @@ std::string ShortPath(const std::string& path) {
         ++start; // not in the middle of a character of UTF-8
     }
     return "..." + path.substr(start);
+}
+
+std::string CommandPath(const std::string& path) {
+    const std::string word = QuotedShellPath(ShortPath(path));
+    return word.size() <= cMaxWordLength ? word : "FILE";
 }
 
 } // namespace flowlane

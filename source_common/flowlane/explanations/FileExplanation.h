@@ -14,6 +14,9 @@ bool ExplainUnreadableFile(const std::string& path);
 // A path for a line: of a very long one only the end, behind "...".
 std::string ShortPath(const std::string& path);
 
+// The same as a word of a command, in quotes. FILE when the quoting makes it too long for a line.
+std::string CommandPath(const std::string& path);
+
 } // namespace flowlane
 
 #endif

@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <iterator>
 
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
-#include "explanations/WordMatch.h"
 
 namespace flowlane {
 
@@ -91,7 +91,8 @@ std::string WordsForUnknownHost(const std::string& host, int lookupError) {
     const HostAndPort parts = Split(host);
     if (!parts.host.empty() && parts.host != host) {
         return "The host stands alone" + (parts.port.empty() ? std::string() : ", the port behind -p") +
-               ": flowlane av2rtp " + Printable(parts.host) + (parts.port.empty() ? "" : " -p " + parts.port);
+               ": flowlane av2rtp " + ShortShellWord(parts.host) +
+               (parts.port.empty() ? "" : " -p " + parts.port);
     }
     const std::string reason = std::string(" (") + gai_strerror(lookupError) + ").";
     if (lookupError == EAI_AGAIN) {
@@ -104,10 +105,8 @@ std::string WordsForUnknownHost(const std::string& host, int lookupError) {
 
 std::string WordsForUnreachableHost(const std::string& address, KESTATUS st) {
     const std::string hint = FindReason(cConnectReasons, st);
-    std::string words = StatusWords(st);
-    words.erase(words.find_last_not_of('.') + 1);
-    return "Sending to " + (address.empty() ? "the host" : address) + " is not possible: " + words + "." +
-           (hint.empty() ? "" : " " + hint);
+    return "Sending to " + (address.empty() ? "the host" : address) + " is not possible: " + StatusWords(st) +
+           "." + (hint.empty() ? "" : " " + hint);
 }
 
 std::string AddressWithPort(const std::string& address, std::uint16_t port) {

@@ -5,7 +5,7 @@
 #include <numeric>
 #include <vector>
 
-#include "explanations/WordMatch.h"
+#include "explanations/MessageText.h"
 
 namespace flowlane {
 

@@ -8,6 +8,7 @@
 #include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
+#include "explanations/MessageText.h"
 #include "explanations/ReplayFileKind.h"
 #include "explanations/ReplayTexts.h"
 #include "explanations/StatusWords.h"
@@ -20,15 +21,6 @@ using Cause = ReplayFailure::Cause;
 namespace {
 
 constexpr const char* cConvert = "editcap -F pcapng ";
-
-// The words of a status without the full stop.
-std::string Words(KESTATUS st) {
-    std::string words = StatusWords(st);
-    if (!words.empty() && words.back() == '.') {
-        words.pop_back();
-    }
-    return words;
-}
 
 // The name of the failing file, and its failure.
 struct Subject {
@@ -92,7 +84,7 @@ void ExplainMissingFile(const ReplaySettings& settings) {
         Explain(
             "There is a set of files of this name, with the numbers {}. Play it with: flowlane playpcap {} "
             "-i {}",
-            RangesText(numbers), ShellWord(ShortPath(settings.fileName)), numbers.front());
+            RangesText(numbers), ShellPath(ShortPath(settings.fileName)), numbers.front());
     } else if (settings.isSet && single.IsFile()) {
         Explain("'{}' is a single file. Leave out -i to play it.", ShortPath(single.c_str()));
     } else if (classic.Append((stem + ".pcap").c_str()) == KESTATUS_SUCCESS && classic.IsFile()) {
@@ -114,14 +106,14 @@ void ExplainFirstFile(const Subject& subject, const ReplaySettings& settings) {
     if (stat(subject.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         Explain("'{}' is a pipe or a device. playpcap replays only regular files.", subject.name);
     } else {
-        Explain("'{}' cannot be opened: {}.", subject.name, Words(subject.failure.status));
+        Explain("'{}' cannot be opened: {}.", subject.name, StatusWords(subject.failure.status));
     }
 }
 
 void ExplainNextFile(const Subject& subject) {
     const bool isEmpty = subject.failure.status == KESTATUS_NO_DATA;
     Explain("'{}', the next file of the set, cannot be read: {}{}.", subject.name,
-            isEmpty ? "it is empty" : Words(subject.failure.status), subject.Unsent());
+            isEmpty ? "it is empty" : StatusWords(subject.failure.status), subject.Unsent());
 }
 
 void ExplainFramePool(const Subject& subject, const ReplaySettings& settings) {
@@ -212,12 +204,6 @@ void ExplainDamagedFile(const Subject& subject) {
 
 // --- The device ----------------------------------------------------------------------------------
 
-// Only for failures behind which the worker thread does not use the device.
-std::string NameForLine(const QuaysideDevice& device) {
-    const std::string name = DeviceName(device);
-    return name.empty() ? "The device" : "Device '" + name + "'";
-}
-
 void ExplainSendFailure(const Subject& subject, const std::string& device) {
     const ReplayFailure& failure = subject.failure;
     if (failure.status == KESTATUS_INVALID_LENGTH) {
@@ -227,7 +213,7 @@ void ExplainSendFailure(const Subject& subject, const std::string& device) {
             device, failure.packetNumber, subject.name, failure.frameSize, subject.Unsent());
     } else {
         Explain("{} did not send packet {} of '{}' ({} bytes): {}{}.", device, failure.packetNumber,
-                subject.name, failure.frameSize, Words(failure.status), subject.Unsent());
+                subject.name, failure.frameSize, StatusWords(failure.status), subject.Unsent());
     }
 }
 
@@ -235,6 +221,7 @@ void ExplainSendFailure(const Subject& subject, const std::string& device) {
 
 void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& settings,
                           const QuaysideDevice& device) {
+    // The device is asked only behind failures after which the worker thread does not use it.
     const ReplayFailure& failure = reader.Failure();
     const std::string path = reader.FilePath(failure.fileNumber).c_str();
     const Subject subject{failure, path, ShortPath(path)};
@@ -242,7 +229,7 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
     case Cause::None:
         return;
     case Cause::DeviceAddress:
-        Explain("{} does not tell its address: {}.", NameForLine(device), Words(failure.status));
+        Explain("{} does not tell its address: {}.", DeviceSubject(device), StatusWords(failure.status));
         return;
     case Cause::FirstFile:
         ExplainFirstFile(subject, settings);
@@ -266,14 +253,14 @@ void ExplainReplayFailure(const PcapNgFileReader& reader, const ReplaySettings& 
     case Cause::ReadFailed:
         if (!ExplainUnreadableFile(path)) {
             Explain("'{}' cannot be read behind packet {}: {}{}.", subject.name, failure.packetNumber,
-                    Words(failure.status), subject.Unsent());
+                    StatusWords(failure.status), subject.Unsent());
         }
         return;
     case Cause::SendFailed:
-        ExplainSendFailure(subject, NameForLine(device));
+        ExplainSendFailure(subject, DeviceSubject(device));
         return;
     case Cause::Other:
-        Explain("The system refuses: {}{}.", Words(failure.status), subject.Unsent());
+        Explain("The system refuses: {}{}.", StatusWords(failure.status), subject.Unsent());
         return;
     }
 }

@@ -1,16 +1,13 @@
 #include "explanations/ReplayFileKind.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cstring>
+#include <bit>
 #include <string_view>
 
-namespace flowlane {
+#include "explanations/MessageText.h"
 
-using namespace kestrelon;
+namespace flowlane {
 
 namespace {
 
@@ -19,12 +16,7 @@ struct Signature {
     ReplayFileKind kind;
 };
 
-// The classic pcap files have times in micro- and in nanoseconds, in either byte order.
 constexpr Signature cSignatures[] = {
-    {{"\xA1\xB2\xC3\xD4", 4}, ReplayFileKind::ClassicPcap},
-    {{"\xD4\xC3\xB2\xA1", 4}, ReplayFileKind::ClassicPcap},
-    {{"\xA1\xB2\x3C\x4D", 4}, ReplayFileKind::ClassicPcap},
-    {{"\x4D\x3C\xB2\xA1", 4}, ReplayFileKind::ClassicPcap},
     {{"\x1F\x8B", 2}, ReplayFileKind::Gzip},
     {{"\x28\xB5\x2F\xFD", 4}, ReplayFileKind::Zstd},
     {{"\x04\x22\x4D\x18", 4}, ReplayFileKind::Lz4},
@@ -35,14 +27,11 @@ constexpr Signature cSignatures[] = {
     {{"BZh", 3}, ReplayFileKind::Bzip2},
 };
 
-constexpr std::string_view cSectionHeader("\x0A\x0D\x0D\x0A", 4);
 constexpr std::size_t cMagicOffset = 8; // behind the length of the section header
 constexpr std::string_view cLittleEndian("\x4D\x3C\x2B\x1A", 4);
 constexpr std::string_view cBigEndian("\x1A\x2B\x3C\x4D", 4);
 
 constexpr std::string_view cExtension = ".pcapng";
-constexpr std::string_view cUnquoted =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./-+,:@%=";
 constexpr std::size_t cMaxNamesLength = 300; // of both names in a line, in bytes
 
 bool EndsWith(const std::string& text, std::string_view end) {
@@ -74,22 +63,19 @@ std::string UnusedName(const std::string& path) {
 
 } // namespace
 
-ReplayFileKind KindOfReplayFile(KEConstBufferReference head) noexcept {
-    const std::string_view bytes(reinterpret_cast<const char*>(head.mData), head.mLength);
-    if (bytes.substr(0, cSectionHeader.size()) == cSectionHeader && bytes.size() >= cMagicOffset) {
-        const std::string_view magic = bytes.substr(cMagicOffset, cLittleEndian.size());
-        const std::uint32_t one = 1;
-        const bool isLittleEndian = *reinterpret_cast<const unsigned char*>(&one) == 1;
-        if (magic == (isLittleEndian ? cLittleEndian : cBigEndian)) {
-            return ReplayFileKind::PcapNg;
-        }
-        if (magic == (isLittleEndian ? cBigEndian : cLittleEndian)) {
-            return ReplayFileKind::OtherByteOrder;
-        }
-        return ReplayFileKind::Other;
+ReplayFileKind KindOfReplayFile(const FileHead& head) noexcept {
+    constexpr bool cIsLittleEndian = std::endian::native == std::endian::little;
+    if (HasBytes(head, cMagicOffset, cIsLittleEndian ? cLittleEndian : cBigEndian) && IsPcapNg(head)) {
+        return ReplayFileKind::PcapNg;
+    }
+    if (HasBytes(head, cMagicOffset, cIsLittleEndian ? cBigEndian : cLittleEndian) && IsPcapNg(head)) {
+        return ReplayFileKind::OtherByteOrder;
+    }
+    if (IsClassicPcap(head)) {
+        return ReplayFileKind::ClassicPcap;
     }
     for (const Signature& signature : cSignatures) {
-        if (bytes.substr(0, signature.bytes.size()) == signature.bytes) {
+        if (HasBytes(head, 0, signature.bytes)) {
             return signature.kind;
         }
     }
@@ -129,37 +115,14 @@ std::string ConvertedFileName(ReplayFileKind kind, const std::string& path) {
     return stem + (EndsWith(path, cExtension) ? "-new" : "") + std::string(cExtension);
 }
 
-std::string ShellWord(const std::string& text) {
-    const std::string word = text.substr(0, 1) == "-" ? "./" + text : text;
-    if (!word.empty() && word.find_first_not_of(cUnquoted) == std::string::npos) {
-        return word;
-    }
-    std::string quoted = "'";
-    for (const char c : word) {
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return quoted + "'";
-}
-
 ReplayFileKind LookAtReplayFile(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (descriptor < 0) {
-        return ReplayFileKind::Other;
-    }
-    unsigned char head[cReplayFileHeadSize];
-    struct stat status {};
-    ssize_t length = -1;
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        length = read(descriptor, head, sizeof head);
-    }
-    close(descriptor);
-    return length < 0 ? ReplayFileKind::Other : KindOfReplayFile({head, static_cast<std::size_t>(length)});
+    return KindOfReplayFile(ReadFileHead(path, cReplayFileHeadSize));
 }
 
 std::string ConversionCommand(ReplayFileKind kind, const std::string& path, const char* prefix,
                               const char* infix) {
-    std::string from = ShellWord(path);
-    std::string to = ShellWord(UnusedName(ConvertedFileName(kind, path)));
+    std::string from = ShellPath(path);
+    std::string to = ShellPath(UnusedName(ConvertedFileName(kind, path)));
     if (from.size() + to.size() > cMaxNamesLength) {
         from = "FILE";
         to = "NEW_FILE";

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "base/KEBuffer.h"
+#include "explanations/FileHead.h"
 
 namespace flowlane {
 
@@ -25,15 +25,13 @@ enum class ReplayFileKind {
 // This many bytes are enough to know the kind.
 constexpr std::size_t cReplayFileHeadSize = 16;
 // head: the first bytes of the file, or all of a shorter one.
-ReplayFileKind KindOfReplayFile(kestrelon::KEConstBufferReference head) noexcept;
+ReplayFileKind KindOfReplayFile(const FileHead& head) noexcept;
 
 // The program that unpacks a compressed kind; null for the other kinds.
 const char* Unpacker(ReplayFileKind kind) noexcept;
 // The name for the file that a conversion makes: never the file's own. It ends in ".pcapng", or has lost the
 // extension of the compression.
 std::string ConvertedFileName(ReplayFileKind kind, const std::string& path);
-// A text as one word of a command for the shell. One that begins with "-" becomes a path.
-std::string ShellWord(const std::string& text);
 
 // The same for a file on the disk, which is looked at without waiting: Other when it cannot be read, or is no
 // regular file.

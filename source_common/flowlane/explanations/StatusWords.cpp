@@ -11,7 +11,9 @@ std::string StatusWords(KESTATUS st) {
     if ((st & ~cErrnoMask) == KESTATUS_LINUX_BASE) {
         return std::generic_category().message(static_cast<int>(st & cErrnoMask));
     }
-    return kestrelon::KEStatusTextA(st);
+    std::string words = kestrelon::KEStatusTextA(st);
+    words.erase(words.find_last_not_of('.') + 1);
+    return words;
 }
 
 } // namespace flowlane

@@ -8,8 +8,8 @@
 
 namespace flowlane {
 
-// The system's text for a status that is an errno, the toolbox's text for any other. The latter ends with a
-// full stop. Throws std::bad_alloc.
+// The system's text for a status that is an errno, the toolbox's text for any other. Without a full stop at
+// the end. Throws std::bad_alloc.
 std::string StatusWords(KESTATUS st);
 
 } // namespace flowlane

@@ -10,6 +10,7 @@
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
 #include "explanations/FileHead.h"
+#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "explanations/TransportStreamLayout.h"
 #include "text/KEFormatter.h"
@@ -29,10 +30,10 @@ bool IsRegular(const std::string& path) {
 
 // A name in the current folder that no file has yet: like that of path, but with this extension.
 std::string NewFileName(const std::string& path, const char* extension) {
-    constexpr std::size_t cMaxStemLength = 50;
+    constexpr std::size_t cMaxStemLength = 52; // with quotes
     std::string stem = path.substr(path.find_last_of('/') + 1);
     stem = stem.substr(0, stem.find_last_of('.'));
-    if (stem.empty() || stem.size() > cMaxStemLength) {
+    if (stem.empty() || QuotedShellPath(stem).size() > cMaxStemLength) {
         stem = "stream";
     }
     std::string name = stem + extension;
@@ -45,8 +46,8 @@ std::string NewFileName(const std::string& path, const char* extension) {
 // The command that makes a stream of plain packets, with one clock that does not go back.
 // option: a further option with a blank behind it.
 std::string ConvertCommand(const std::string& path, const char* option = "") {
-    return KEStdStringFormat("ffmpeg -i '{}' -c copy {}-f mpegts '{}'", ShortPath(path), option,
-                             NewFileName(path, ".ts"));
+    return KEStdStringFormat("ffmpeg -i {} -c copy {}-f mpegts {}", CommandPath(path), option,
+                             QuotedShellPath(NewFileName(path, ".ts")));
 }
 
 // The same as a sentence. A pipe or a device cannot be read again.
@@ -69,13 +70,13 @@ bool ExplainOtherKind(const std::string& path, OtherFileKind kind) {
     case OtherFileKind::None:
         return false;
     case OtherFileKind::PcapNg:
-        Explain("'{}' is a pcap-ng file, no transport stream. Send it with: flowlane playpcap '{}'",
-                ShortPath(path), ShortPath(path));
+        Explain("'{}' is a pcap-ng file, no transport stream. Send it with: flowlane playpcap {}",
+                ShortPath(path), CommandPath(path));
         return true;
     case OtherFileKind::Pcap:
         Explain("'{}' is a classic pcap file, no transport stream. Convert it for flowlane playpcap with: "
-                "editcap -F pcapng '{}' '{}'",
-                ShortPath(path), ShortPath(path), NewFileName(path, ".pcapng"));
+                "editcap -F pcapng {} {}",
+                ShortPath(path), CommandPath(path), QuotedShellPath(NewFileName(path, ".pcapng")));
         return true;
     case OtherFileKind::Mp4:
         name = "an MP4 file";
@@ -103,8 +104,9 @@ bool ExplainLayout(const std::string& path, const TransportStreamLayout& layout)
         Explain("'{}' has packets of 204 bytes with error correction instead of 188. Convert it with: {}",
                 ShortPath(path), ConvertCommand(path));
     } else if (layout.offset % cPlainPacketSize != 0) {
-        Explain("The packets of '{}' begin at byte {}. Cut what is before them: tail -c +{} '{}' > '{}'",
-                ShortPath(path), layout.offset, layout.offset + 1, ShortPath(path), NewFileName(path, ".ts"));
+        Explain("The packets of '{}' begin at byte {}. Cut what is before them: tail -c +{} {} > {}",
+                ShortPath(path), layout.offset, layout.offset + 1, CommandPath(path),
+                QuotedShellPath(NewFileName(path, ".ts")));
     } else {
         return false;
     }

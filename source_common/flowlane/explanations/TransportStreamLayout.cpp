@@ -35,27 +35,10 @@ struct Mark {
 };
 
 constexpr Mark cMarks[] = {
-    {OtherFileKind::Mp4, 4, "ftyp"sv},
-    {OtherFileKind::Mp4, 4, "moov"sv},
-    {OtherFileKind::Mp4, 4, "mdat"sv},
-    {OtherFileKind::Matroska, 0, "\x1A\x45\xDF\xA3"sv},
-    {OtherFileKind::Avi, 8, "AVI "sv},
-    {OtherFileKind::ProgramStream, 0, "\x00\x00\x01\xBA"sv},
-    {OtherFileKind::PcapNg, 0, "\x0A\x0D\x0D\x0A"sv},
-    // In both byte orders, with microseconds and with nanoseconds.
-    {OtherFileKind::Pcap, 0, "\xD4\xC3\xB2\xA1"sv},
-    {OtherFileKind::Pcap, 0, "\xA1\xB2\xC3\xD4"sv},
-    {OtherFileKind::Pcap, 0, "\x4D\x3C\xB2\xA1"sv},
-    {OtherFileKind::Pcap, 0, "\xA1\xB2\x3C\x4D"sv},
+    {OtherFileKind::Mp4, 4, "ftyp"sv}, {OtherFileKind::Mp4, 4, "moov"sv},
+    {OtherFileKind::Mp4, 4, "mdat"sv}, {OtherFileKind::Matroska, 0, "\x1A\x45\xDF\xA3"sv},
+    {OtherFileKind::Avi, 8, "AVI "sv}, {OtherFileKind::ProgramStream, 0, "\x00\x00\x01\xBA"sv},
 };
-
-bool HasMark(const FileHead& head, const Mark& mark) {
-    if (head.size() < mark.offset + mark.bytes.size()) {
-        return false;
-    }
-    const std::string_view bytes(reinterpret_cast<const char*>(head.data()) + mark.offset, mark.bytes.size());
-    return bytes == mark.bytes;
-}
 
 } // namespace
 
@@ -71,8 +54,14 @@ std::optional<TransportStreamLayout> FindTransportStreamLayout(const FileHead& h
 }
 
 OtherFileKind FindOtherFileKind(const FileHead& head) {
+    if (IsPcapNg(head)) {
+        return OtherFileKind::PcapNg;
+    }
+    if (IsClassicPcap(head)) {
+        return OtherFileKind::Pcap;
+    }
     for (const Mark& mark : cMarks) {
-        if (HasMark(head, mark)) {
+        if (HasBytes(head, mark.offset, mark.bytes)) {
             return mark.kind;
         }
     }

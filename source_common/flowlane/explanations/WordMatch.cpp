@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
+#include <numeric>
 
 namespace flowlane {
 
@@ -10,9 +11,9 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr std::size_t cMaxShownBytes = 80;
 constexpr std::size_t cMaxComparedBytes = 40; // no word of the command line is as long
 constexpr std::size_t cMinPartBytes = 2;
+constexpr std::size_t cMaxNameFaults = 2; // a name with more is another name
 
 // How many faults a word of this length may have.
 std::size_t MaxFaults(std::size_t length) {
@@ -35,6 +36,16 @@ Words Select(const Words& candidates, const std::function<bool(const std::string
     std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(selected),
                  [&](const std::string& candidate) { return isMeant(LowerCase(candidate)); });
     return selected;
+}
+
+// Too far to be meant: more than the limit, or all of the name.
+std::size_t NameFaults(const std::string& name, const std::string& wanted) {
+    constexpr std::size_t cFar = cMaxNameFaults + 1;
+    if (name.size() > wanted.size() + cMaxNameFaults || wanted.size() > name.size() + cMaxNameFaults) {
+        return cFar;
+    }
+    const std::size_t faults = WordDistance(LowerCase(name), LowerCase(wanted));
+    return faults < name.size() ? std::min(faults, cFar) : cFar;
 }
 
 } // namespace
@@ -82,28 +93,17 @@ std::vector<std::string> NearestWords(const std::string& word, const std::vector
     return found;
 }
 
-std::string Printable(const std::string& text) {
-    std::string shown = text.size() <= cMaxShownBytes ? text : text.substr(0, cMaxShownBytes) + "...";
-    std::replace_if(
-        shown.begin(), shown.end(),
-        [](char c) { return static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) == 0x7F; },
-        '?');
-    return shown;
-}
-
-std::string Quoted(const std::string& text) {
-    return "'" + Printable(text) + "'";
-}
-
-std::string JoinedBy(const char* lastSeparator, const std::vector<std::string>& words) {
-    std::string text;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        if (i != 0) {
-            text += i + 1 == words.size() ? lastSeparator : ", ";
-        }
-        text += words[i];
+std::vector<unsigned> NearestFirst(const std::vector<std::string>& names, const std::string& wanted) {
+    std::vector<std::size_t> faults;
+    faults.reserve(names.size());
+    for (const std::string& name : names) {
+        faults.push_back(NameFaults(name, wanted));
     }
-    return text;
+    std::vector<unsigned> order(names.size());
+    std::iota(order.begin(), order.end(), 0u);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](unsigned a, unsigned b) { return faults[a] < faults[b]; });
+    return order;
 }
 
 } // namespace flowlane

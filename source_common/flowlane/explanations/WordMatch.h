@@ -1,4 +1,4 @@
-// Finds the word that somebody probably meant.
+// Finds the word that somebody probably meant. From any thread; all throw std::bad_alloc.
 #ifndef FLOWLANE_WORDMATCH_H
 #define FLOWLANE_WORDMATCH_H
 
@@ -20,13 +20,9 @@ std::string LowerCase(std::string text);
 // those that are misspelled. Empty when nothing is near.
 std::vector<std::string> NearestWords(const std::string& word, const std::vector<std::string>& candidates);
 
-// The text in '...', for a message: control characters become '?', and a long text is shortened.
-std::string Quoted(const std::string& text);
-// The same without the quotes.
-std::string Printable(const std::string& text);
-
-// "a", "a or b", "a, b or c" for the last separator " or ".
-std::string JoinedBy(const char* lastSeparator, const std::vector<std::string>& words);
+// The order in which to show names, as indexes: first those that differ from the wanted one in case alone or
+// in at most two faults, the nearest first, then all others as they stand.
+std::vector<unsigned> NearestFirst(const std::vector<std::string>& names, const std::string& wanted);
 
 } // namespace flowlane
 

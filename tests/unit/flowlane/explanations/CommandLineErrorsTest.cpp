@@ -32,6 +32,7 @@ TEST(CommandLineErrorsTest, UnknownCommand) {
                              {"version", "The version is shown by: flowlane help"},
                              {"list", "The devices are listed by: quayside2-devices"},
                              {"my.ts", "A command comes first: flowlane ts2av my.ts"},
+                             {"it's.ts", "A command comes first: flowlane ts2av 'it'\\''s.ts'"},
                              {"a.PCAPNG", "A command comes first: flowlane playpcap a.PCAPNG"}}) {
         EXPECT_EQ(WordsForUnknownCommand(test.command, {}), test.line) << test.command;
     }
@@ -74,6 +75,7 @@ TEST(CommandLineErrorsTest, UnknownOption) {
           {"-p5004", "The value is a word of its own: -p 5004"},
           {"-vtci0x6002", "The value is a word of its own: -vtci 0x6002"},
           {"-nlane-1", "The value is a word of its own: -n lane-1"},
+          {"-nlane 1", "The value is a word of its own: -n 'lane 1'"},
           {"-v1", "'-v' takes no value."},
           {"--help=1", "'--help' takes no value."},
           {"--nonsense=1", ""},

@@ -39,3 +39,8 @@ TEST_F(DeviceNameTest, IsEmptyWhenTheLibraryDoesNotTellIt) {
     EXPECT_EQ(DeviceName(mDevice), "");
     EXPECT_EQ(DeviceName(QuaysideDevice()), "");
 }
+
+TEST_F(DeviceNameTest, BeginsASentence) {
+    EXPECT_EQ(DeviceSubject(mDevice), "Device 'eth0'");
+    EXPECT_EQ(DeviceSubject(QuaysideDevice()), "The device");
+}

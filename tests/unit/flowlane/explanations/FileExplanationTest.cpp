@@ -112,5 +112,13 @@ TEST(ShortPathTest, CutsBetweenCharacters) {
     EXPECT_EQ(ShortPath(path + "y"), "..." + path.substr(3) + "y");
 }
 
+TEST(CommandPathTest, FitsInALine) {
+    EXPECT_EQ(CommandPath("a.ts"), "'a.ts'");
+    EXPECT_EQ(CommandPath("it's.ts"), "'it'\\''s.ts'");
+    EXPECT_EQ(CommandPath(std::string(140, 'x')), "'" + std::string(140, 'x') + "'");
+    EXPECT_EQ(CommandPath(std::string(141, 'x')), "'..." + std::string(140, 'x') + "'");
+    EXPECT_EQ(CommandPath(std::string(100, '\'')), "FILE");
+}
+
 } // namespace
 } // namespace flowlane

@@ -1,4 +1,4 @@
-// The kind of a file by its first bytes, and the names and words of the command that converts it.
+// The kind of a file by its first bytes, and the names in the command that converts it.
 
 #include "explanations/ReplayFileKind.h"
 
@@ -17,7 +17,7 @@ using Kind = ReplayFileKind;
 using testsupport::TemporaryFolder;
 
 Kind KindOf(const std::string& head) {
-    return KindOfReplayFile({reinterpret_cast<const unsigned char*>(head.data()), head.size()});
+    return KindOfReplayFile({head.begin(), head.end()});
 }
 
 std::string SectionHeader(const std::string& magic) {
@@ -73,15 +73,6 @@ TEST(ReplayFileKindTest, NewNameIsNeverTheOldOne) {
     EXPECT_EQ(ConvertedFileName(Kind::Gzip, "record.z"), "record.pcapng");
 }
 
-TEST(ReplayFileKindTest, WordsForTheShell) {
-    EXPECT_EQ(ShellWord("a/b_1.pcapng"), "a/b_1.pcapng");
-    EXPECT_EQ(ShellWord("two words"), "'two words'");
-    EXPECT_EQ(ShellWord("it's"), "'it'\\''s'");
-    EXPECT_EQ(ShellWord("$(x)"), "'$(x)'");
-    EXPECT_EQ(ShellWord("-F.pcap"), "./-F.pcap");
-    EXPECT_EQ(ShellWord(""), "''");
-}
-
 TEST(ReplayFileKindTest, LooksOnlyAtRegularFiles) {
     const TemporaryFolder folder;
     folder.Write("file", "BZh9");
@@ -101,6 +92,11 @@ TEST(ReplayFileKindTest, CommandReplacesNoFile) {
     folder.Write("it-2.pcapng", "");
     EXPECT_EQ(ConversionCommand(Kind::ClassicPcap, stem + ".pcap", "convert "),
               "convert " + stem + ".pcap " + stem + "-3.pcapng");
+}
+
+TEST(ReplayFileKindTest, CommandIsReadByAShell) {
+    EXPECT_EQ(ConversionCommand(Kind::ClassicPcap, "-two words.pcap", "convert "),
+              "convert './-two words.pcap' './-two words.pcapng'");
 }
 
 TEST(ReplayFileKindTest, CommandForLongNamesFitsInALine) {

@@ -16,8 +16,8 @@ TEST(StatusWordsTest, AreTheSystemsForAnErrno) {
     EXPECT_EQ(StatusWords(KESTATUS_LINUX_ENOENT), "No such file or directory");
 }
 
-TEST(StatusWordsTest, AreTheToolboxsForAnyOther) {
-    EXPECT_EQ(StatusWords(KESTATUS_IN_USE), "The requested resource is currently in use.");
+TEST(StatusWordsTest, AreTheToolboxsWithoutFullStopForAnyOther) {
+    EXPECT_EQ(StatusWords(KESTATUS_IN_USE), "The requested resource is currently in use");
 }
 
 } // namespace

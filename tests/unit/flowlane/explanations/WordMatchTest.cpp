@@ -1,4 +1,4 @@
-// Which words are near to a misspelled one, and how words are shown in a message.
+// Which words are near to a misspelled one.
 
 #include "explanations/WordMatch.h"
 
@@ -56,18 +56,18 @@ TEST(WordMatchTest, NothingIsNearToAnEmptyOrAHugeWord) {
     EXPECT_THAT(NearestWords(std::string(100000, 'p'), {"pcap"}), IsEmpty());
 }
 
-TEST(WordMatchTest, ShownTextIsShortAndPrintable) {
-    EXPECT_EQ(Quoted("lane-1"), "'lane-1'");
-    EXPECT_EQ(Printable("a\x1b[31m\n\x7f\xc3\xa4"), "a?[31m??\xc3\xa4");
-    EXPECT_EQ(Printable(std::string(80, 'a')), std::string(80, 'a'));
-    EXPECT_EQ(Printable(std::string(81, 'a')), std::string(80, 'a') + "...");
-}
-
-TEST(WordMatchTest, WordsAreJoined) {
-    EXPECT_EQ(JoinedBy(" or ", {}), "");
-    EXPECT_EQ(JoinedBy(" or ", {"a"}), "a");
-    EXPECT_EQ(JoinedBy(" or ", {"a", "b"}), "a or b");
-    EXPECT_EQ(JoinedBy(" and ", {"a", "b", "c"}), "a, b and c");
+TEST(WordMatchTest, TheNearestNamesComeFirst) {
+    EXPECT_THAT(NearestFirst({}, "eth0"), IsEmpty());
+    EXPECT_THAT(NearestFirst({"lane-1", "lane-2", "eth0"}, "nowhere"), ElementsAre(0, 1, 2));
+    EXPECT_THAT(NearestFirst({"lane-1", "lane-2", "eth0"}, "LANE-2"), ElementsAre(1, 0, 2));
+    EXPECT_THAT(NearestFirst({"lane-1", "lane-2", "eth0"}, "eht0"), ElementsAre(2, 0, 1));
+    EXPECT_THAT(NearestFirst({"lane-1", "eth01", "eth0"}, "eht0"), ElementsAre(2, 1, 0));
+    EXPECT_THAT(NearestFirst({"lane-1", "lane-2", "eth0"}, "et"), ElementsAre(2, 0, 1));
+    EXPECT_THAT(NearestFirst({"lane-1", "lane-2", "eth0"}, "eth0.100"), ElementsAre(0, 1, 2));
+    // All letters of a short name are wrong.
+    EXPECT_THAT(NearestFirst({"eth0", "lo"}, "xy"), ElementsAre(0, 1));
+    // The name of a device in use may be unknown.
+    EXPECT_THAT(NearestFirst({"", "ab"}, "ab"), ElementsAre(1, 0));
 }
 
 } // namespace
