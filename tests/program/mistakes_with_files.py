@@ -3,7 +3,6 @@ and the function that makes the mistake."""
 
 import gzip
 import os
-import resource
 import signal
 import struct
 import threading
@@ -134,16 +133,6 @@ def classic_file_without_extension(case):
 def device_as_file(case):
     os.symlink("/dev/zero", "file.pcapng")
     return fake("playpcap", "file.pcapng", script="devices=1")
-
-
-def without_memory(command):
-    """With less memory than the frame buffers take."""
-    def make(case):
-        case.file("file.pcapng", file_of(1))
-        limit = 1 << 30
-        return fake_with_prefix([], command, "file.pcapng", "-fbs", "2000000", script="devices=1",
-                                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
-    return make
 
 
 def capture_in_a_folder(case):
@@ -298,8 +287,6 @@ SCENARIOS = {
     "playpcap needs frame buffers. Leave out -fbs 0, or give a larger number.": playpcap(file_of(1), "-fbs", "0"),
     "-fbs N is too much: M frame buffers of K bytes fill the greatest possible memory of 4 GiB.":
         playpcap(file_of(1), "-fbs", "2821924"),
-    "There is not enough memory for N frame buffers of M bytes. Give a smaller number with -fbs.":
-        without_memory("playpcap"),
     # Replay
     "Stop reading from PCAPNG file(s) because an unrecoverable error occurred...":
         playpcap(file_of(3) + packets(1, START - 10**9)),
