@@ -1,4 +1,4 @@
-// What the RTP/UDP sink counts of datagrams that do not arrive.
+// What the RTP/UDP sink says of datagrams that do not arrive, and of a host that is not found.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string>
 
 #include "FakeNetwork.h"
 #include "streaming/RtpUdpSink.h"
@@ -96,6 +97,15 @@ TEST(RtpUdpSinkStopTest, WorksWithoutHavingBeenCreated) {
     RtpUdpSink sink;
     sink.StopSink();
     EXPECT_EQ(sink.QuerryStatistics().errUdpPacketsDropped, 0u);
+}
+
+TEST_F(RtpUdpSinkLossTest, KeepsWhyTheHostWasNotFound) {
+    EXPECT_EQ(mSink.LookupError(), 0);
+    // A label of more than 63 characters fails without a query.
+    EXPECT_EQ(mSink.CreateRtpUdpSink(std::string(64, 'a').c_str(), 1, 0, true), KESTATUS_NO_ADDRESS);
+    EXPECT_NE(mSink.LookupError(), 0);
+    EXPECT_EQ(mSink.CreateRtpUdpSink("127.0.0.1", 1, 0, true), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.LookupError(), 0);
 }
 
 } // namespace

@@ -399,9 +399,6 @@ TEST_F(RtpUdpSinkTest, UnresolvableName) {
     // A label of more than 63 characters fails without a query.
     EXPECT_EQ(mSink.CreateRtpUdpSink(std::string(64, 'a').c_str(), cPort, 0, true), KESTATUS_NO_ADDRESS);
     EXPECT_EQ(mLog.CountContaining(KEERROR, "getaddrinfo failed, ret=-"), 1u);
-    EXPECT_NE(mSink.LookupError(), 0);
-    EXPECT_EQ(mSink.CreateRtpUdpSink("127.0.0.1", cPort, 0, true), KESTATUS_SUCCESS);
-    EXPECT_EQ(mSink.LookupError(), 0);
     EXPECT_EQ(mLog.CountContaining(KEERROR, "GetAddressInfo failed, st=0xe0000025(KESTATUS_NO_ADDRESS)"), 1u);
 }
 
