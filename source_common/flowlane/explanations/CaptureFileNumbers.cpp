@@ -63,9 +63,11 @@ std::string RangesText(const std::vector<std::uint32_t>& numbers) {
         while (last + 1 < numbers.size() && numbers[last + 1] == numbers[last] + 1) {
             ++last;
         }
-        text += (text.empty() ? "" : ", ") + std::to_string(numbers[i]);
+        text += text.empty() ? "" : ", ";
+        text += std::to_string(numbers[i]);
         if (last != i) {
-            text += "-" + std::to_string(numbers[last]);
+            text += '-';
+            text += std::to_string(numbers[last]);
         }
         i = last + 1;
     }

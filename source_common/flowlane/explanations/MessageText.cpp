@@ -4,6 +4,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "text/KEFormatter.h"
+
 namespace flowlane {
 
 namespace {
@@ -68,7 +70,7 @@ std::string Printable(const std::string& text, std::size_t maxBytes) {
 }
 
 std::string Quoted(const std::string& text) {
-    return "'" + Printable(text) + "'";
+    return kestrelon::KEStdStringFormat("'{}'", Printable(text));
 }
 
 std::string ShellWord(const std::string& text) {
