@@ -12,7 +12,7 @@ import tempfile
 
 import pytest
 
-from interfaces import RUNNING, ip
+from interfaces import RUNNING, ip, wait_until
 from lanes import FLOWLANE, SAMPLES, TIMEOUT, Running, run
 from namespaces import private_mounts
 from tools import tool
@@ -206,6 +206,8 @@ def test_link_down_at_the_start(lanes, tmp_path, command, use, down):
     """The interface itself, or the other end of its cable."""
     words = [SAMPLE, "-l"] if command == "ts2av" else [tmp_path / "record"]
     ip(f"link set {down} down")
+    # The kernel takes up a lost carrier a moment later.
+    wait_until(lambda: tool("ip", "-o", "link", "show", "flw0"), lambda link: b" state UP " not in link, "a link that is down")
     with Running(lanes, command, *words, "-n", "flw0") as program:
         assert program.read_error() == (f"The link of 'flw0' is down: nothing is {use} until it is up. "
                                         "Check its cable, or type: ip link set flw0 up")

@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "HoldingChild.h"
+#include "WaitUntil.h"
 #include "netif/NetifFixture.h"
 
 namespace {
@@ -178,9 +179,10 @@ TEST_F(NetifDeviceTest, ARawHandleTellsWhenItsLinkIsDownOrItsInterfaceGone) {
     for (const QBXDeviceHandle device : {sender, receiver}) {
         EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "in use");
     }
-    Shell("ip link set flw1 down"); // flw0 has no carrier
+    Shell("ip link set flw1 down"); // flw0 has no carrier, which the kernel shows a moment later
     for (const QBXDeviceHandle device : {sender, receiver}) {
-        EXPECT_EQ(ReadText(device, QBX_PROPERTY_STATE), "link down");
+        const auto state = [&] { return ReadText(device, QBX_PROPERTY_STATE); };
+        EXPECT_TRUE(WaitUntil([&] { return state() == "link down"; }, state));
     }
     Shell("ip link del flw0");
     for (const QBXDeviceHandle device : {sender, receiver}) {
