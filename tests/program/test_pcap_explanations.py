@@ -7,10 +7,9 @@ import resource
 import signal
 import subprocess
 import tempfile
-import time
 
 from lanes import (FAKE_DEVICE_DIR, FLOWLANE, LANE_1, LANE_2, LANE_SEND, ON_INTERFACES, TIMEOUT, Running, exit_status,
-                   run_with_fake_device, sanitized_environment)
+                   run_with_fake_device, sanitized_environment, wait_for)
 from namespaces import private_mounts
 
 RUNNING = "press any key to stop..."
@@ -171,9 +170,8 @@ def test_next_file_on_a_full_disk(segment, tmp_path):
     (tmp_path / "file_00002.pcapng").symlink_to("/dev/full")
     with Capturing(segment, tmp_path / "file", "-maxkb", "10", "-es") as program:
         earlier = program.read_error()
-        send(segment, 20, "-l", "1000")
-        time.sleep(1)
-        send(segment, 20, "-l", "1000")
+        # The loop sees that the writer has ended when it hands over another frame.
+        wait_for(lambda: send(segment, 20, "-l", "1000") or program.process.poll() is not None, "the end of the capture")
         assert program.wait_for_end() == WRITE_FILE_FAILED
     assert earlier.startswith(f"'{tmp_path}/file' has files of an earlier capture")
     assert program.stderr.splitlines() == [
