@@ -12,7 +12,6 @@
 #include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
-#include "explanations/MessageText.h"
 #include "explanations/StatusWords.h"
 #include "files/KEStdPath.h"
 
@@ -42,7 +41,7 @@ void ExplainFileThatCannotBeMade(const std::string& path, KESTATUS st) {
     const int error = ErrnoOf(st);
     if (error == ENOENT && !Exists(folder)) {
         Explain("There is no folder '{}'. Make it with: mkdir -p {}", ShortPath(folder),
-                ShellPath(ShortPath(folder)));
+                BareCommandPath(folder, "FOLDER"));
     } else if (error == EISDIR) {
         Explain("'{}' is a folder. Choose another name for the capture.", ShortPath(path));
     } else if ((error == EACCES || error == EPERM) && Exists(path)) {

@@ -19,7 +19,12 @@ using namespace kestrelon;
 namespace {
 
 constexpr std::size_t cMaxPathLength = 140; // bytes in a line, which may name it twice
-constexpr std::size_t cMaxWordLength = 160; // of the same path in a command, with its quotes
+constexpr std::size_t cMaxWordLength = 160; // of a path in a command, with its quotes
+
+// A command with a shortened path would do something else.
+std::string WordOrPlaceholder(const std::string& word, const char* placeholder) {
+    return word.size() <= cMaxWordLength ? word : placeholder;
+}
 
 bool Exists(const std::string& path) {
     struct stat status {};
@@ -144,8 +149,11 @@ std::string ShortPath(const std::string& path) {
 }
 
 std::string CommandPath(const std::string& path) {
-    const std::string word = QuotedShellPath(ShortPath(path));
-    return word.size() <= cMaxWordLength ? word : "FILE";
+    return WordOrPlaceholder(QuotedShellPath(path), "FILE");
+}
+
+std::string BareCommandPath(const std::string& path, const char* placeholder) {
+    return WordOrPlaceholder(ShellPath(path), placeholder);
 }
 
 } // namespace flowlane

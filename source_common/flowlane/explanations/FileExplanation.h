@@ -14,8 +14,10 @@ bool ExplainUnreadableFile(const std::string& path);
 // A path for a line: of a very long one only the end, behind "...".
 std::string ShortPath(const std::string& path);
 
-// The same as a word of a command, in quotes. FILE when the quoting makes it too long for a line.
+// A whole path as a word of a command, in quotes; FILE when it is too long for a line.
 std::string CommandPath(const std::string& path);
+// The same with quotes only where the shell needs them, and with a placeholder of the caller.
+std::string BareCommandPath(const std::string& path, const char* placeholder);
 
 } // namespace flowlane
 

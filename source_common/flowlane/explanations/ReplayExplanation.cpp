@@ -8,7 +8,6 @@
 #include "explanations/DeviceName.h"
 #include "explanations/Explain.h"
 #include "explanations/FileExplanation.h"
-#include "explanations/MessageText.h"
 #include "explanations/ReplayFileKind.h"
 #include "explanations/ReplayTexts.h"
 #include "explanations/StatusWords.h"
@@ -84,7 +83,7 @@ void ExplainMissingFile(const ReplaySettings& settings) {
         Explain(
             "There is a set of files of this name, with the numbers {}. Play it with: flowlane playpcap {} "
             "-i {}",
-            RangesText(numbers), ShellPath(ShortPath(settings.fileName)), numbers.front());
+            RangesText(numbers), BareCommandPath(settings.fileName, "FILE"), numbers.front());
     } else if (settings.isSet && single.IsFile()) {
         Explain("'{}' is a single file. Leave out -i to play it.", ShortPath(single.c_str()));
     } else if (classic.Append((stem + ".pcap").c_str()) == KESTATUS_SUCCESS && classic.IsFile()) {

@@ -115,9 +115,11 @@ TEST(ShortPathTest, CutsBetweenCharacters) {
 TEST(CommandPathTest, FitsInALine) {
     EXPECT_EQ(CommandPath("a.ts"), "'a.ts'");
     EXPECT_EQ(CommandPath("it's.ts"), "'it'\\''s.ts'");
-    EXPECT_EQ(CommandPath(std::string(140, 'x')), "'" + std::string(140, 'x') + "'");
-    EXPECT_EQ(CommandPath(std::string(141, 'x')), "'..." + std::string(140, 'x') + "'");
+    EXPECT_EQ(CommandPath(std::string(158, 'x')), "'" + std::string(158, 'x') + "'");
     EXPECT_EQ(CommandPath(std::string(100, '\'')), "FILE");
+    EXPECT_EQ(CommandPath(std::string(159, 'x')), "FILE");
+    EXPECT_EQ(BareCommandPath(std::string(160, 'x'), "FOLDER"), std::string(160, 'x'));
+    EXPECT_EQ(BareCommandPath(std::string(161, 'x'), "FOLDER"), "FOLDER");
 }
 
 } // namespace
