@@ -22,6 +22,14 @@ KESTATUS KEPosixSleep(unsigned int ms) noexcept {
     return KESTATUS_SUCCESS;
 }
 
+KESTATUS KEPosixSleepUntil(const timespec& time) noexcept {
+    const int ret = clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr);
+    if (ret != 0 && ret != EINTR) {
+        return KEOutputSystemError(KE_FUNCTION_TAG, "clock_nanosleep failed, ret={}", ret);
+    }
+    return KESTATUS_SUCCESS;
+}
+
 std::uint32_t KEPosixGetTickCount() noexcept {
     timespec now{};
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {

@@ -14,6 +14,10 @@ namespace kestrelon {
 // The status may be ignored: most callers look at the time or at a flag again anyway.
 KESTATUS KEPosixSleep(unsigned int ms) noexcept;
 
+// Sleeps until the monotonic clock has reached this time (0 to 999,999,999 nanoseconds). A signal that comes
+// meanwhile ends the sleep and is no failure: look at the clock again.
+KESTATUS KEPosixSleepUntil(const timespec& time) noexcept;
+
 // Milliseconds of the monotonic clock. They wrap after about 49.7 days, so take differences in unsigned
 // 32-bit arithmetic. 0 when the clock cannot be read.
 std::uint32_t KEPosixGetTickCount() noexcept;

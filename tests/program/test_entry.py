@@ -135,7 +135,7 @@ VALUE_OPTIONS = [("m", "mac_address"), ("n", "friendly_name"), ("u", "unique_id"
                  ("maxmb", "max_file_size_MB"), ("vtci", "vlan_tci"), ("i", "index")]
 NUMBER_OPTIONS = [pair for pair in VALUE_OPTIONS if pair[0] not in ("m", "n")]
 SWITCHES = [("h", "help"), ("v", "verbose"), ("l", "loop"), ("flsm", "force_local_source_mac"),
-            ("es", "error_status")]
+            ("es", "error_status"), ("pt", "precise_timing"), ("rc", "rebase_clock")]
 
 
 def spellings(pairs):

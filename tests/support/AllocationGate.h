@@ -39,6 +39,7 @@ public:
         return mClock.Now();
     }
     void Sleep(unsigned milliseconds) noexcept override { mClock.Sleep(milliseconds); }
+    void SleepUntil(TimePoint time) noexcept override { mClock.SleepUntil(time); }
 
     VirtualClock mClock;
     AllocationGate mGate;

@@ -3,6 +3,7 @@
 #ifndef FLOWLANE_TESTS_VIRTUALCLOCK_H
 #define FLOWLANE_TESTS_VIRTUALCLOCK_H
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <limits>
@@ -23,15 +24,20 @@ public:
     TimePoint Now() noexcept override { return TimePoint(Duration(mNow.load())); }
 
     void Sleep(unsigned milliseconds) noexcept override {
-        if (mSleepsLeft.load() == 0) {
-            mStoodStill.store(mStoodStill.load() + 1);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (HasStopped()) {
             return;
         }
-        mSleepsLeft.fetch_sub(1);
-        mSleeps.fetch_add(1);
+        TakeSleep();
         mLastSleep.store(milliseconds);
         mNow.fetch_add(std::int64_t{milliseconds} * 1000000);
+    }
+
+    void SleepUntil(TimePoint time) noexcept override {
+        if (HasStopped()) {
+            return;
+        }
+        TakeSleep();
+        mNow.store(std::max(mNow.load(), time.time_since_epoch().count()));
     }
 
     void AllowSleeps(unsigned count) { mSleepsLeft.store(count); }
@@ -41,6 +47,19 @@ public:
     unsigned StoodStill() const { return mStoodStill.load(); }
 
 private:
+    bool HasStopped() noexcept {
+        if (mSleepsLeft.load() != 0) {
+            return false;
+        }
+        mStoodStill.store(mStoodStill.load() + 1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return true;
+    }
+    void TakeSleep() noexcept {
+        mSleepsLeft.fetch_sub(1);
+        mSleeps.fetch_add(1);
+    }
+
     std::atomic<std::int64_t> mNow{cStart.time_since_epoch().count()};
     std::atomic<unsigned> mSleepsLeft;
     std::atomic<unsigned> mSleeps{0};

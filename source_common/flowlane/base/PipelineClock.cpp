@@ -1,5 +1,7 @@
 #include "base/PipelineClock.h"
 
+#include <algorithm>
+
 #include "KEPosixTime.h"
 
 namespace flowlane {
@@ -15,6 +17,13 @@ public:
     // again.
     void Sleep(unsigned milliseconds) noexcept override {
         static_cast<void>(kestrelon::KEPosixSleep(milliseconds));
+    }
+    void SleepUntil(TimePoint time) noexcept override {
+        constexpr std::int64_t cNanosecondsPerSecond = 1'000'000'000;
+        const std::int64_t nanoseconds = std::max<std::int64_t>(time.time_since_epoch().count(), 0);
+        static_cast<void>(
+            kestrelon::KEPosixSleepUntil({static_cast<time_t>(nanoseconds / cNanosecondsPerSecond),
+                                          static_cast<long>(nanoseconds % cNanosecondsPerSecond)}));
     }
 };
 

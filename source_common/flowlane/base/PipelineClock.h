@@ -19,6 +19,9 @@ public:
     virtual TimePoint Now() noexcept = 0;
     // May return early: look at the clock again.
     virtual void Sleep(unsigned milliseconds) noexcept = 0;
+    // Sleeps as exactly as the system allows. Returns at once when the time has passed. May return early:
+    // look at the clock again.
+    virtual void SleepUntil(TimePoint time) noexcept = 0;
 
     // Real time.
     static PipelineClock& System() noexcept;

@@ -61,6 +61,8 @@ void CmdLine::DefineCommandLine(KECmdLineParserT<char>& parser) {
     parser.DefineOptionWithValue(mStartFileIndex, {"i", "index", false}, &mStartFileIndexPresent);
     // The options below are not in the help text.
     parser.DefineOption(mErrorStatus, {"es", "error_status", false}, nullptr);
+    parser.DefineOption(mPreciseTiming, {"pt", "precise_timing", false}, nullptr);
+    parser.DefineOption(mRebaseClock, {"rc", "rebase_clock", false}, nullptr);
 }
 
 // NOLINTNEXTLINE(readability-function-size): one text

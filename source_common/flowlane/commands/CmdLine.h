@@ -48,6 +48,8 @@ public:
     std::uint32_t mVlanTCI = 0;               // -vtci: 0: no VLAN tag
     std::uint32_t mStartFileIndex = 1;        // -i
     bool mErrorStatus = false;                // -es: the exit code says what was lost, see ErrorStatus.h
+    bool mPreciseTiming = false;              // -pt: sleep until what is next is due (ts2av, playpcap)
+    bool mRebaseClock = false;                // -rc: pacing goes on over breaks of the clock (ts2av)
     std::vector<GivenOption> mGivenOptions;   // in their order; one that was refused is the last
 };
 

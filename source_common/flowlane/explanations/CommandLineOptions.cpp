@@ -45,6 +45,8 @@ constexpr CommandLineOption cOptions[] = {
     {"i", "index", OptionKind::Number, cMax32, "", "playpcap",
      "the number of the first file of a set, for example: -i 1"},
     {"es", "error_status", OptionKind::Switch, 0, "", "", ""},
+    {"pt", "precise_timing", OptionKind::Switch, 0, "", "ts2av playpcap", ""},
+    {"rc", "rebase_clock", OptionKind::Switch, 0, "", "ts2av", ""},
 };
 
 } // namespace

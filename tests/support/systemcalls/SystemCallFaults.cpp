@@ -239,6 +239,20 @@ int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     return 0;
 }
 
+extern "C" int __real_pthread_setschedparam(pthread_t thread, int policy, const sched_param* priority);
+extern "C" int __wrap_pthread_setschedparam(pthread_t thread, int policy, const sched_param* priority);
+int __wrap_pthread_setschedparam(pthread_t thread, int policy, const sched_param* priority) {
+    const int error = TakeFault("pthread_setschedparam");
+    return error != 0 ? error : __real_pthread_setschedparam(thread, policy, priority);
+}
+
+extern "C" int __real_clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* remaining);
+extern "C" int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* remaining);
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* remaining) {
+    const int error = TakeFault("clock_nanosleep");
+    return error != 0 ? error : __real_clock_nanosleep(clock, flags, time, remaining);
+}
+
 extern "C" int __real_nanosleep(const timespec* duration, timespec* remaining);
 extern "C" int __wrap_nanosleep(const timespec* duration, timespec* remaining);
 int __wrap_nanosleep(const timespec* duration, timespec* remaining) {

@@ -50,6 +50,45 @@ TEST(SleepTest, ReallySleeps) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
 }
 
+timespec MonotonicTime() {
+    timespec now{};
+    EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
+    return now;
+}
+
+TEST(SleepUntilTest, EndsAtTheTime) {
+    timespec end = MonotonicTime();
+    end.tv_nsec += 30'000'000;
+    end.tv_sec += end.tv_nsec / 1'000'000'000;
+    end.tv_nsec %= 1'000'000'000;
+    EXPECT_EQ(KEPosixSleepUntil(end), KESTATUS_SUCCESS);
+    timespec late{};
+    EXPECT_FALSE(SubtractTimespec(MonotonicTime(), end, late)) << late.tv_sec << " " << late.tv_nsec;
+}
+
+TEST(SleepUntilTest, ReturnsAtOnceWhenTheTimeHasPassed) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(KEPosixSleepUntil({}), KESTATUS_SUCCESS);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST(SleepUntilTest, AnInterruptionIsNoFailure) {
+    const LogCapture log;
+    const SystemCallFault fault("clock_nanosleep", EINTR);
+    timespec end = MonotonicTime();
+    end.tv_sec += 3600;
+    EXPECT_EQ(KEPosixSleepUntil(end), KESTATUS_SUCCESS);
+    EXPECT_TRUE(fault.IsDelivered());
+    EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST(SleepUntilTest, ReportsATimeThatIsNotValid) {
+    const LogCapture log;
+    EXPECT_EQ(KEPosixSleepUntil({1, -1}), KESTATUS{0xE0010016});
+    EXPECT_THAT(log.Messages(),
+                ElementsAre(IsMessageOf(KEERROR, "KEPosixSleepUntil", "clock_nanosleep failed, ret=22")));
+}
+
 TEST(SleepTest, IsNotResumedAfterAnInterruption) {
     const LogCapture log;
     const VirtualTime time({}, {});

@@ -44,6 +44,8 @@ std::string Describe(const CmdLine& c) {
     add("tci", std::to_string(c.mVlanTCI));
     add("index", std::to_string(c.mStartFileIndex));
     add("errorStatus", std::to_string(c.mErrorStatus));
+    add("preciseTiming", std::to_string(c.mPreciseTiming));
+    add("rebaseClock", std::to_string(c.mRebaseClock));
     return text;
 }
 
@@ -70,6 +72,8 @@ TEST(CmdLineTest, HasItsDefaultsWithoutWords) {
     EXPECT_EQ(c.mVlanTCI, 0u);
     EXPECT_EQ(c.mStartFileIndex, 1u);
     EXPECT_FALSE(c.mErrorStatus);
+    EXPECT_FALSE(c.mPreciseTiming);
+    EXPECT_FALSE(c.mRebaseClock);
 }
 
 struct OptionCase {
@@ -143,6 +147,10 @@ INSTANTIATE_TEST_SUITE_P(
                                }},
                     OptionCase{{"-es"}, [](CmdLine& c) { c.mErrorStatus = true; }},
                     OptionCase{{"--error_status"}, [](CmdLine& c) { c.mErrorStatus = true; }},
+                    OptionCase{{"-pt"}, [](CmdLine& c) { c.mPreciseTiming = true; }},
+                    OptionCase{{"--precise_timing"}, [](CmdLine& c) { c.mPreciseTiming = true; }},
+                    OptionCase{{"-rc"}, [](CmdLine& c) { c.mRebaseClock = true; }},
+                    OptionCase{{"--rebase_clock"}, [](CmdLine& c) { c.mRebaseClock = true; }},
                     // An option that is given twice has its later value.
                     OptionCase{{"-d", "1", "--device_instance", "2"}, [](CmdLine& c) { c.mDeviceIndex = 2; }},
                     // Words that are no options although they begin with a hyphen.
