@@ -66,6 +66,8 @@ KESTATUS TSFileSource::StartSource() {
         mAddInitialOffset = true;
         mHasToReadOn = false;
         mStats.Clear();
+        ResetClockBreaks();
+        mTimeline.Reset();
         mPosition.store(0, std::memory_order_relaxed);
         mReadFailure = KESTATUS_SUCCESS;
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
@@ -111,7 +113,7 @@ KESTATUS TSFileSource::FillDeliverQueue() {
             return KESTATUS_SUCCESS;
         }
     }
-    if (mPacketsToDeliver.IsEmpty()) {
+    if (mPacketsToDeliver.IsEmpty() && !TimeUnfinishedSegment()) {
         DropUnfinishedSegment();
     }
     return KESTATUS_SUCCESS;
@@ -143,7 +145,9 @@ void TSFileSource::TakeReadPacket(TSPacket& packet) {
     if (packet.HasPCR()) {
         CountPCR(packet);
     }
-    if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
+    if (mRebaseClock) {
+        AppendRebasedPacket(packet);
+    } else if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
         DropReadPacket(packet); // no time base yet
     } else {
         AppendReadPacket(packet);
@@ -193,6 +197,7 @@ TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet) {
             return FailReading(KEStatusFromErrno(errno));
         }
         mStats.Add(&Statistics::infEndsOfFile);
+        EndRebasedPass();
         if (!mRewindFile || !mMayRewind) {
             return ReadResult::NothingMore;
         }
@@ -262,13 +267,17 @@ void TSFileSource::AppendReadPacket(TSPacket& packet) {
     }
 }
 
-void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
-    TSPacketTimePoint timeBase = mLastDeliverTime + mLoopbackOffset;
-    if (mAddInitialOffset) {
-        timeBase = mClock.Now() + mInitialOffset;
-        mAddInitialOffset = false;
+// The time of the first packet with a PCR.
+TSPacketTimePoint TSFileSource::NextTimeBase() noexcept {
+    if (!mAddInitialOffset) {
+        return mLastDeliverTime + mLoopbackOffset;
     }
-    mPCRTimeOffset = timeBase.time_since_epoch() - packet.PCRTime();
+    mAddInitialOffset = false;
+    return mClock.Now() + mInitialOffset;
+}
+
+void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
+    mPCRTimeOffset = NextTimeBase().time_since_epoch() - packet.PCRTime();
     mPCRTimeOffsetValid = true;
 }
 
@@ -288,6 +297,46 @@ void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) n
     }
 }
 
+void TSFileSource::AppendRebasedPacket(TSPacket& packet) {
+    if (!mPCRTimeOffsetValid && packet.HasPCR()) {
+        mTimeline.BeginPass(NextTimeBase());
+        mPCRTimeOffsetValid = true;
+    }
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    if (mTimeline.Take(packet, mPacketNumber)) {
+        mStats.Add(&Statistics::infRunningSegments);
+    }
+    NoteRebasedPackets(count);
+}
+
+// Behind each step of the timeline. countBefore: how many packets were to be delivered before it.
+void TSFileSource::NoteRebasedPackets(std::uint32_t countBefore) noexcept {
+    const std::uint32_t count = mPacketsToDeliver.Count() - countBefore;
+    if (count != 0) {
+        mStats.Add(&Statistics::infTsPacketsTimed, count);
+        mLastDeliverTime = mPacketsToDeliver.Tail()->mDeliverTime;
+        mMayRewind = true;
+    }
+}
+
+// What is behind the last PCR of the file is sent too.
+void TSFileSource::EndRebasedPass() noexcept {
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    mTimeline.EndPass();
+    NoteRebasedPackets(count);
+}
+
+// Instead of dropping it. False when that is not possible.
+bool TSFileSource::TimeUnfinishedSegment() noexcept {
+    if (!mTimeline.HasStep()) {
+        return false;
+    }
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    mTimeline.TimeWithoutReference();
+    NoteRebasedPackets(count);
+    return true;
+}
+
 // All packets are in one segment whose end is not read yet, and none is free to read on. Only the first one
 // is kept, so that playing goes on. If there is only one packet, none is kept.
 void TSFileSource::DropUnfinishedSegment() {
@@ -298,6 +347,8 @@ void TSFileSource::DropUnfinishedSegment() {
     KEOutputLogMessage(logger::Global, KEERROR, "no PCR within {} packets, drop the packets", count);
     CountFault(&Statistics::errUnfinishedPackets, count > 1 ? count - 1 : count,
                &Statistics::infFirstUnfinished);
+    mTimeline.GiveUpSegment();
+    mHasToReadOn = !mPCRTimeOffsetValid; // there is nothing to send until a PCR comes
     TSPacket& head = *mReadPackets.RemoveHead();
     mReadPackets.ReleaseToPoolUntil(0);
     if (count > 1) {
@@ -316,6 +367,7 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         TSPacket& packet = *mPacketsToDeliver.RemoveHead();
         const KESTATUS st = mSink->DeliverTSPacket(packet);
         PublishPosition(packet);
+        PublishClockBreak(packet);
         packet.ReleaseToPool();
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
@@ -334,10 +386,33 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
 }
 
 void TSFileSource::PublishPosition(const TSPacket& packet) noexcept {
-    if (packet.HasPCR() && packet.PID() == mFirstPCRPID) {
+    if (mRebaseClock) {
+        if (mStats.Value(&Statistics::infTsPacketsDelivered) == 0) {
+            mFirstDeliverTime = packet.mDeliverTime;
+        }
+        mPosition.store((packet.mDeliverTime - mFirstDeliverTime).count(), std::memory_order_relaxed);
+    } else if (packet.HasPCR() && packet.PID() == mFirstPCRPID) {
         mPosition.store(TSPacketDurationBetweenPCRs(mFirstPCR, packet.PCR()).count(),
                         std::memory_order_relaxed);
     }
+}
+
+void TSFileSource::PublishClockBreak(const TSPacket& packet) {
+    if (packet.mClockBreak.packetNumber != 0) {
+        const std::lock_guard lock(mClockBreaksMutex);
+        ++mClockBreaks.count;
+        mClockBreaks.last = packet.mClockBreak;
+    }
+}
+
+void TSFileSource::ResetClockBreaks() {
+    const std::lock_guard lock(mClockBreaksMutex);
+    mClockBreaks = {};
+}
+
+TSFileSource::SentClockBreaks TSFileSource::ClockBreaks() const {
+    const std::lock_guard lock(mClockBreaksMutex);
+    return mClockBreaks;
 }
 
 void TSFileSource::ThreadRoutine() {

@@ -4,19 +4,21 @@
 //
 // The file, the packets and the worker thread are owned. The sink and the clock are not owned and must
 // outlive the source. The owner's thread creates, starts and stops the source; while it is started, the file
-// and the packets belong to the worker. IsEndOfFileReached, FailureStatus, ReadFailure, QuerryStatistics and
-// Position are for any thread. Nothing is allocated while the source is started. All messages go to the
-// Global logger.
+// and the packets belong to the worker. IsEndOfFileReached, FailureStatus, ReadFailure, QuerryStatistics,
+// Position and ClockBreaks are for any thread. Nothing is allocated while the source is started. All messages
+// go to the Global logger.
 #ifndef FLOWLANE_TSFILESOURCE_H
 #define FLOWLANE_TSFILESOURCE_H
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "KEOsWorkerThread.h"
 #include "base/PipelineClock.h"
 #include "base/StatisticsCounters.h"
 #include "files/KEStdFileStream.h"
+#include "streaming/RebasedTimeline.h"
 #include "streaming/SinkBase.h"
 #include "streaming/SourceBase.h"
 #include "streaming/TSPacketQueue.h"
@@ -49,6 +51,11 @@ public:
         std::uint64_t infFirstBackwardStep = 0;  // number of the packet behind the step
     };
 
+    struct SentClockBreaks {
+        std::uint64_t count = 0;
+        TSClockBreak last;
+    };
+
     explicit TSFileSource(PipelineClock& clock = PipelineClock::System()) noexcept : mClock(clock) {}
     // Stops a source that still runs.
     ~TSFileSource();
@@ -61,6 +68,11 @@ public:
     [[nodiscard]] KESTATUS CreateTSFileSource(const kestrelon::T_UNICHAR* fileName, SinkBase& sink,
                                               bool rewindFile, unsigned numberOfPackets);
 
+    // Whether pacing goes on where the clock of the stream breaks, as RebasedTimeline.h describes. Off at
+    // first. Before the start. The packets before the first PCR then leave together with it, and those behind
+    // the last PCR with the rate of the segment before.
+    void SetRebaseClock(bool rebaseClock) noexcept { mRebaseClock = rebaseClock; }
+
     // Reads ahead until no packet is free, then starts the worker thread. The worker ends by itself at the
     // end of the file or after a failure. A source that was stopped goes on where it was in the file.
     //   KESTATUS_READ_FILE_FAILED
@@ -71,7 +83,8 @@ public:
     void StopSource() override;
 
     // True when a source that does not loop has read its whole file, and has sent or given up all packets
-    // that have a time. Packets after the last PCR of the file have none and are never delivered.
+    // that have a time. Packets after the last PCR of the file have none and are never delivered, unless the
+    // clock is rebased.
     bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
     // Why the worker has failed; success while it has not. Final once IsEndOfFileReached has returned true.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
@@ -83,10 +96,14 @@ public:
     // Counted since the last start.
     Statistics QuerryStatistics() const noexcept { return mStats.Snapshot(); }
     // The time from the first PCR of the file to the last one that was delivered, of the same PID. Begins
-    // anew with each pass. Negative when that one is earlier.
+    // anew with each pass. Negative when that one is earlier. When the clock is rebased: the time from the
+    // first packet to the last one that was delivered, of all passes.
     TSPacketDuration Position() const noexcept {
         return TSPacketDuration(mPosition.load(std::memory_order_relaxed));
     }
+
+    // The breaks of the clock whose packet was delivered. Only when the clock is rebased.
+    SentClockBreaks ClockBreaks() const;
 
     // The steps of the worker's loop, for the thread that runs the source.
 
@@ -117,12 +134,19 @@ private:
     void CountPCR(const TSPacket& packet) noexcept;
     void CountFault(Counter counter, std::uint64_t count, Counter firstPacket) noexcept;
     void AppendReadPacket(TSPacket& packet);
+    void AppendRebasedPacket(TSPacket& packet);
+    void NoteRebasedPackets(std::uint32_t countBefore) noexcept;
+    void EndRebasedPass() noexcept;
+    bool TimeUnfinishedSegment() noexcept;
     void DropReadPacket(TSPacket& packet);
     void DropReadPacketsUntil(std::uint32_t count);
+    TSPacketTimePoint NextTimeBase() noexcept;
     void SetTimeBase(const TSPacket& packet) noexcept;
     void TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept;
     void DropUnfinishedSegment();
     void PublishPosition(const TSPacket& packet) noexcept;
+    void ResetClockBreaks();
+    void PublishClockBreak(const TSPacket& packet);
     void DeliverUntilStopped();
     void GiveUp(const char* format, KESTATUS st);
     void ReleaseAllPackets();
@@ -137,7 +161,9 @@ private:
     // Packets without a time yet: from one packet with a PCR to the next one.
     TSPacketQueue mReadPackets;
     TSPacketQueue mPacketsToDeliver;
-    TSPacketDuration mPCRTimeOffset{}; // from a PCR's time to the clock's
+    RebasedTimeline mTimeline{mReadPackets, mPacketsToDeliver}; // when the clock is rebased
+    TSPacketTimePoint mFirstDeliverTime;                        // the same: of the packet delivered first
+    TSPacketDuration mPCRTimeOffset{};                          // from a PCR's time to the clock's
     const TSPacketDuration mInitialOffset = std::chrono::milliseconds(500);
     TSPacketTimePoint mLastDeliverTime; // of the packet that was timed last
     // Pause between the last packet of one pass through the file and the first of the next.
@@ -150,10 +176,13 @@ private:
     std::uint64_t mFirstPCR = 0;
     std::uint16_t mFirstPCRPID = 0;
     std::atomic<std::int64_t> mPosition{0}; // ns
+    mutable std::mutex mClockBreaksMutex;
+    SentClockBreaks mClockBreaks; // under the mutex
     KESTATUS mReadFailure = KESTATUS_SUCCESS;
     bool mPCRTimeOffsetValid = false; // a PCR was seen since the start or the last rewind
     bool mAddInitialOffset = false;   // the next time base is taken from the clock
     bool mRewindFile = false;
+    bool mRebaseClock = false;
     // Of FillDeliverQueue.
     std::uint32_t mDroppedPackets = 0; // in this call
     TSPacketTimePoint mWaitEnd;        // how long this call waits for a pipe

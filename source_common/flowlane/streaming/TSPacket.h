@@ -29,6 +29,12 @@ constexpr TSPacketDuration TSPacketDurationBetweenPCRs(std::uint64_t from, std::
     return ticks < cRange / 2 ? TSPacketDurationFromPCR(ticks) : -TSPacketDurationFromPCR(cRange - ticks);
 }
 
+// Where the clock of a stream breaks; see StreamClock.h.
+struct TSClockBreak {
+    std::uint64_t packetNumber = 0; // in the file, from 1: the packet behind the break; 0: there is no break
+    std::int64_t jumpTicks = 0;     // by how much the clock jumps, in ticks of 90 kHz
+};
+
 class TSPacket : public kestrelon::KEPoolItemBase {
 public:
     static constexpr std::size_t cSize = 188;
@@ -44,17 +50,24 @@ public:
     bool HasPCR() const noexcept {
         return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 && (mData[5] & cPCRFlag) != 0;
     }
+    // Whether the packet has an adaptation field with the discontinuity indicator.
+    bool HasDiscontinuity() const noexcept {
+        return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 &&
+               (mData[5] & cDiscontinuityIndicator) != 0;
+    }
     // The 33-bit PCR base in ticks of 90 kHz, without the extension. Only with HasPCR.
     std::uint64_t PCR() const noexcept;
     TSPacketDuration PCRTime() const noexcept { return TSPacketDurationFromPCR(PCR()); }
 
     std::uint8_t mData[cSize] = {}; // from the sync byte on
     TSPacketTimePoint mDeliverTime;
+    TSClockBreak mClockBreak; // the break that the packet follows
 
 private:
     static constexpr std::uint8_t cPIDMask = 0x1F;                // in byte 1
     static constexpr std::uint8_t cAdaptationFieldPresent = 0x20; // in byte 3
     static constexpr std::uint8_t cPCRFlag = 0x10;                // in byte 5
+    static constexpr std::uint8_t cDiscontinuityIndicator = 0x80; // in byte 5
 };
 
 // For one thread at a time: it takes no lock.

@@ -3,6 +3,7 @@
 #ifndef FLOWLANE_TESTS_PACINGORACLE_H
 #define FLOWLANE_TESTS_PACINGORACLE_H
 
+#include <cstdint>
 #include <vector>
 
 #include "LogCapture.h"
@@ -20,6 +21,10 @@ struct ExpectedPlayback {
 // them ahead.
 ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, unsigned passes);
 
+// The time of a clock reference (ticks of 90 kHz) in nanoseconds.
+std::int64_t Nanoseconds(std::uint64_t ticks);
+// Sets the wake times of deliveries whose deliver times are known. The source starts at startTime (ns).
+void SetWakeTimes(std::vector<Delivery>& deliveries, std::int64_t startTime);
 // The number of wake-ups at which packets are handed over.
 std::size_t CountBatches(const std::vector<Delivery>& deliveries);
 
