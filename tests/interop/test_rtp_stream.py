@@ -14,7 +14,7 @@ import pytest
 import rtp
 import tsfile
 from lanes import LANE_1, LANE_2, SAMPLES, TIMEOUT, Running, wait_for
-from tools import decode, video_hashes
+from tools import decode, tool, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
 PORT = 5004
@@ -46,6 +46,26 @@ def hashes_of(text):
     return [line.rsplit(",", 1)[1].strip() for line in text.splitlines() if not line.startswith("#")]
 
 
+def receive_pictures(segment, folder, count, *arguments):
+    """The hashes of at least count pictures that ffmpeg decodes while ts2av plays a file again and again."""
+    session = folder / "session.sdp"
+    session.write_text(SESSION)
+    received = folder / "received"
+    ffmpeg = subprocess.Popen(
+        ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-protocol_whitelist", "file,udp,rtp", "-i",
+         str(session), "-map", "0:v", "-fps_mode", "passthrough", "-flush_packets", "1", "-f", "framemd5",
+         str(received)], stdin=subprocess.DEVNULL)
+    try:
+        wait_for(lambda: is_bound(PORT), "ffmpeg")
+        # ffmpeg keeps the last pictures until others follow, so the file is played again.
+        with forwarding(segment), Running(segment.env, "ts2av", *arguments, "-n", LANE_1, "-l"):
+            wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= count, "all pictures")
+    finally:
+        ffmpeg.terminate()
+        ffmpeg.wait(timeout=TIMEOUT)
+    return hashes_of(received.read_text())
+
+
 @pytest.mark.parametrize("name", SAMPLE_NAMES)
 def test_ffmpeg_receives_the_video(segment, tmp_path, name):
     sample = SAMPLES / f"{name}.ts"
@@ -56,23 +76,29 @@ def test_ffmpeg_receives_the_video(segment, tmp_path, name):
     complete = len(original) - 4
     assert video_hashes(cut)[:complete] == original[:complete]
 
-    session = tmp_path / "session.sdp"
-    session.write_text(SESSION)
-    received = tmp_path / "received"
-    ffmpeg = subprocess.Popen(
-        ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-protocol_whitelist", "file,udp,rtp", "-i",
-         str(session), "-map", "0:v", "-fps_mode", "passthrough", "-flush_packets", "1", "-f", "framemd5",
-         str(received)], stdin=subprocess.DEVNULL)
-    try:
-        wait_for(lambda: is_bound(PORT), "ffmpeg")
-        # ffmpeg keeps the last pictures until others follow, so the file is played again.
-        with forwarding(segment), Running(segment.env, "ts2av", sample, "-n", LANE_1, "-l"):
-            wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= complete,
-                     "all pictures")
-    finally:
-        ffmpeg.terminate()
-        ffmpeg.wait(timeout=TIMEOUT)
-    assert hashes_of(received.read_text())[:complete] == original[:complete]
+    received = receive_pictures(segment, tmp_path, complete, sample)
+    assert received[:complete] == original[:complete]
+
+
+def spliced(folder):
+    """20 pieces of 17 pictures. The clock of each begins anywhere, some with a discontinuity indicator."""
+    path = folder / "spliced.ts"
+    with path.open("wb") as file:
+        for number in range(20):
+            sample = SAMPLES / ["h264-vbr.ts", "h264-cbr.ts"][number % 2]
+            flags = ["-mpegts_flags", "+initial_discontinuity"] if number % 3 == 1 else []
+            file.write(tool("ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-ss", number % 5, "-i", sample,
+                            "-map", "0:v", "-t", 0.6, "-c", "copy", "-pcr_period", 40, *flags, "-output_ts_offset",
+                            (number * 7919 + 13) % 9000, "-f", "mpegts", "-"))
+    return path
+
+
+def test_ffmpeg_receives_all_pictures_of_a_spliced_file(segment, tmp_path):
+    path = spliced(tmp_path)
+    original = hashes_of(tool("ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-i", path, "-map", "0:v",
+                              "-fps_mode", "passthrough", "-f", "framemd5", "-").decode())
+    assert len(original) == 20 * 17
+    assert receive_pictures(segment, tmp_path, len(original), path, "-rc")[:len(original)] == original
 
 
 def play(segment, sample):
