@@ -386,6 +386,14 @@ def test_progress_in_a_loop_and_without_an_end(folder):
     assert lines[0] == ("0:00", "", "") and lines[-1] == ("0:01", "", "")
 
 
+def test_progress_of_a_clock_that_is_rebased(folder):
+    """It is the time that the file has played. How long it is, its clock does not say."""
+    (folder / "a.ts").write_bytes(tsfile.stream(seconds=1.2, rate=100) * 2)
+    lines = progress_of(on_terminal("a.ts", "-v", "-rc").read())
+    assert lines[0] == ("0:00", "", "") and lines[-1] == ("0:02", "", "")
+    assert len(lines) >= 3
+
+
 def test_no_progress_without_the_option_or_a_terminal(folder):
     (folder / "a.ts").write_bytes(tsfile.stream(seconds=0.5, rate=100))
     assert "INFO" not in on_terminal("a.ts").read()

@@ -217,6 +217,33 @@ TEST_F(TSFileSourceRebaseTest, AnotherStartBeginsAnew) {
     EXPECT_EQ(mSource.ClockBreaks().count, 0u);
 }
 
+// What the stream was like before is not known any more.
+TEST_F(TSFileSourceRebaseTest, AnotherStartNeedsTwoPCRsOfItsOwn) {
+    const StreamFile file(TSStream().PCR(0).Plain().PCR(2700).Plain(3).PCR(5400).Plain(9).OnePID());
+    mClock.AllowSleeps(0);
+    ASSERT_EQ(Create(file.Path(), false, 4), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS); // four packets are read
+    mSource.StopSource();
+    EXPECT_EQ(mSource.QuerryStatistics().infTsPacketsTimed, 2u);
+    mClock.AllowSleeps(1000);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitForMessage("stop thread"));
+    mSource.StopSource();
+    EXPECT_THAT(mSink.mDeliveries, SizeIs(0));
+    EXPECT_GT(mSource.QuerryStatistics().errUnfinishedPackets, 0u);
+}
+
+// As many as there are packets for.
+TEST_F(TSFileSourceRebaseTest, SeveralPassesAreReadAhead) {
+    const StreamFile file(TSStream().PCR(0).Plain(3).PCR(9000).OnePID());
+    ASSERT_EQ(Create(file.Path(), true, 43), KESTATUS_SUCCESS);
+    ASSERT_EQ(mSource.FillDeliverQueue(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSource.QuerryStatistics().infEndsOfFile, 8u);
+    mClock.AllowSleeps(0);
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS); // gives the packets back
+    mSource.StopSource();
+}
+
 // The last packets of a pipe are sent when it ends. Before, a reference may still follow them.
 TEST_F(TSFileSourceRebaseTest, APipeIsPlayedToItsEnd) {
     const TemporaryFolder folder;
