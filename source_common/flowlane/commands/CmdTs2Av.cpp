@@ -115,7 +115,7 @@ public:
 
     // Returns whether the end of the file is reached.
     bool PrintStatistics();
-    // And where the clock jumps. Only what is new since the last call.
+    // And jumps of the clock. Only what is new since the last call.
     void PrintLossesAndFailure();
     // What was lost or left out, at the end. sendFailure: that of the last frames. Returns the exit code.
     KESTATUS PrintFaults(KESTATUS sendFailure);

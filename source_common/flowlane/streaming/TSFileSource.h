@@ -161,9 +161,11 @@ private:
     // Packets without a time yet: from one packet with a PCR to the next one.
     TSPacketQueue mReadPackets;
     TSPacketQueue mPacketsToDeliver;
-    RebasedTimeline mTimeline{mReadPackets, mPacketsToDeliver}; // when the clock is rebased
-    TSPacketTimePoint mFirstDeliverTime;                        // the same: of the packet delivered first
-    TSPacketDuration mPCRTimeOffset{};                          // from a PCR's time to the clock's
+    // Only when the clock is rebased.
+    RebasedTimeline mTimeline{mReadPackets, mPacketsToDeliver};
+    TSPacketTimePoint mFirstDeliverTime; // of the packet that was delivered first since the start
+
+    TSPacketDuration mPCRTimeOffset{}; // from a PCR's time to the clock's
     const TSPacketDuration mInitialOffset = std::chrono::milliseconds(500);
     TSPacketTimePoint mLastDeliverTime; // of the packet that was timed last
     // Pause between the last packet of one pass through the file and the first of the next.
