@@ -14,7 +14,7 @@ import pytest
 import rtp
 import tsfile
 from lanes import LANE_1, LANE_2, SAMPLES, TIMEOUT, Running, wait_for
-from tools import decode, video_hashes
+from tools import decode, tool, video_hashes
 
 SAMPLE_NAMES = ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"]
 PORT = 5004
@@ -46,6 +46,26 @@ def hashes_of(text):
     return [line.rsplit(",", 1)[1].strip() for line in text.splitlines() if not line.startswith("#")]
 
 
+def receive_pictures(segment, folder, count, *arguments):
+    """The hashes of at least count pictures that ffmpeg decodes while ts2av plays a file again and again."""
+    session = folder / "session.sdp"
+    session.write_text(SESSION)
+    received = folder / "received"
+    ffmpeg = subprocess.Popen(
+        ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-protocol_whitelist", "file,udp,rtp", "-i",
+         str(session), "-map", "0:v", "-fps_mode", "passthrough", "-flush_packets", "1", "-f", "framemd5",
+         str(received)], stdin=subprocess.DEVNULL)
+    try:
+        wait_for(lambda: is_bound(PORT), "ffmpeg")
+        # ffmpeg keeps the last pictures until others follow, so the file is played again.
+        with forwarding(segment), Running(segment.env, "ts2av", *arguments, "-n", LANE_1, "-l"):
+            wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= count, "all pictures")
+    finally:
+        ffmpeg.terminate()
+        ffmpeg.wait(timeout=TIMEOUT)
+    return hashes_of(received.read_text())
+
+
 @pytest.mark.parametrize("name", SAMPLE_NAMES)
 def test_ffmpeg_receives_the_video(segment, tmp_path, name):
     sample = SAMPLES / f"{name}.ts"
@@ -56,23 +76,39 @@ def test_ffmpeg_receives_the_video(segment, tmp_path, name):
     complete = len(original) - 4
     assert video_hashes(cut)[:complete] == original[:complete]
 
-    session = tmp_path / "session.sdp"
-    session.write_text(SESSION)
-    received = tmp_path / "received"
-    ffmpeg = subprocess.Popen(
-        ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-protocol_whitelist", "file,udp,rtp", "-i",
-         str(session), "-map", "0:v", "-fps_mode", "passthrough", "-flush_packets", "1", "-f", "framemd5",
-         str(received)], stdin=subprocess.DEVNULL)
-    try:
-        wait_for(lambda: is_bound(PORT), "ffmpeg")
-        # ffmpeg keeps the last pictures until others follow, so the file is played again.
-        with forwarding(segment), Running(segment.env, "ts2av", sample, "-n", LANE_1, "-l"):
-            wait_for(lambda: received.exists() and len(hashes_of(received.read_text())) >= complete,
-                     "all pictures")
-    finally:
-        ffmpeg.terminate()
-        ffmpeg.wait(timeout=TIMEOUT)
-    assert hashes_of(received.read_text())[:complete] == original[:complete]
+    received = receive_pictures(segment, tmp_path, complete, sample)
+    assert received[:complete] == original[:complete]
+
+
+def pieces_of(sample):
+    """A second of video each, behind the tables that a decoder needs."""
+    packets = tsfile.packets((SAMPLES / sample).read_bytes())
+    starts = [i for i, packet in enumerate(packets) if packet[1] & 0x1F == 1 and packet[2] == 0  # the video's PID
+              and packet[3] & 0x20 and packet[4] and packet[5] & 0x40]  # random access indicator
+    assert starts[0] == 3 and len(starts) == 6
+    return [packets[:3] + packets[start:end] for start, end in zip(starts, starts[1:] + [len(packets)])]
+
+
+def spliced():
+    """20 pieces out of order. The first clock reference of some has the discontinuity indicator."""
+    pieces = pieces_of("h264-vbr.ts"), pieces_of("h264-cbr.ts")
+    file = []
+    for number in range(20):
+        piece = list(pieces[number % 2][number * 5 % 6])
+        if number % 3 == 1:
+            first = next(i for i, packet in enumerate(piece) if tsfile.pcr_of(packet) is not None)
+            piece[first] = piece[first][:5] + bytes([piece[first][5] | 0x80]) + piece[first][6:]
+        file += piece
+    return b"".join(file)
+
+
+def test_ffmpeg_receives_all_pictures_of_a_spliced_file(segment, tmp_path):
+    path = tmp_path / "spliced.ts"
+    path.write_bytes(spliced())
+    original = hashes_of(tool("ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-i", path, "-map", "0:v",
+                              "-fps_mode", "passthrough", "-f", "framemd5", "-").decode())
+    assert len(original) == 20 * 25
+    assert receive_pictures(segment, tmp_path, len(original), path, "-rc")[:len(original)] == original
 
 
 def play(segment, sample):

@@ -52,6 +52,10 @@ def pcrs_with_step(step):
     return stream_with_pcrs({i: SECOND + i * 900 + (step if i >= 50 else 0) for i in range(0, 101, 10)}, 101)
 
 
+# Its packets leave together.
+ONLY_JUMPS = stream_with_pcrs({0: 0, 10: 2 * SECOND, 20: 0}, 30)
+
+
 def with_packets_of_another_size(before, after):
     return b"".join(bytes(before) + one + bytes(after) for one in tsfile.packets(SHORT_STREAM))
 
@@ -247,12 +251,18 @@ SCENARIOS = {
         ts2av("a.ts", tsfile.packet(0, pcr=900) + tsfile.packet(1)),
     "Left out of 'FILE': N packets without the sync byte 0x47, first at byte M. Repair it with: COMMANDLINE":
         ts2av("a.ts", with_invalid_packet()[:188 * 50] + bytes(188) + with_invalid_packet()[188 * 50:]),
-    "Left out of 'FILE': N packets where its clock steps forward by a second or more, first at packet M. Fill the gap "
-    "with: COMMANDLINE": ts2av("a.ts", pcrs_with_step(2 * SECOND)),
+    "Left out of 'FILE': N packets where its clock steps forward by a second or more, first at packet M. Play it with: "
+    "flowlane ts2av -rc 'FILE'": ts2av("a.ts", pcrs_with_step(2 * SECOND)),
     "Left out of 'FILE': N packets, because M in a row have no clock reference (PCR), first near packet K. Repair it "
     "with: COMMANDLINE": ts2av("a.ts", stream_with_pcrs({0: 0, 10: 900, 10020: 1800, 10030: 2700}, 10031)),
-    "The clock of 'FILE' goes back at packet N: from there packets are sent without pacing. Repair it with: "
-    "COMMANDLINE": ts2av("a.ts", pcrs_with_step(-SECOND)),
+    "The clock of 'FILE' goes back at packet N: from there packets are sent without pacing. Play it with: "
+    "flowlane ts2av -rc 'FILE'": ts2av("a.ts", pcrs_with_step(-SECOND)),
+    "The clock of 'FILE' jumps by TIME at packet N. Its pacing goes on from there.":
+        ts2av("a.ts", pcrs_with_step(-SECOND), "-rc"),
+    "The clock of 'FILE' jumps N times, the last time by TIME at packet M. Its pacing goes on from there.":
+        ts2av("a.ts", ONLY_JUMPS, "-rc"),
+    "The clock of 'FILE' jumps at each clock reference (PCR): its packets are sent without pacing. Repair it with: "
+    "COMMANDLINE": ts2av("a.ts", ONLY_JUMPS, "-rc"),
     "The clock of 'FILE' stands still: its packets are sent without pacing. Repair it with: COMMANDLINE":
         ts2av("a.ts", stream_with_pcrs({0: 900, 10: 900, 20: 900}, 21)),
     "'FILE' is a pipe, which cannot be read again from its start. Leave out the option -l.": loop_of_a_pipe,

@@ -128,6 +128,32 @@ def test_lines_of_a_run(segment, short_file):
     assert int(last[1]) / 7 <= int(last[2]) <= count
 
 
+def times_of_source_packets(sent):
+    """From the first one on, in nanoseconds. A source packet header has the low 32 bits of the time."""
+    headers = [int.from_bytes(packet[:4], "big") for frame in sent for packet in frame.source_packets]
+    times = [0]
+    for earlier, later in zip(headers, headers[1:]):
+        times.append(times[-1] + (later - earlier) % 2**32)
+    return times
+
+
+def test_joined_recordings_play_one_after_the_other(segment, tmp_path):
+    """Two of half a second, with a clock reference every 50 ms."""
+    path = tmp_path / "joined.ts"
+    path.write_bytes(tsfile.stream(seconds=0.5, rate=200) * 2)
+    captured = tmp_path / "frames.pcap"
+    with segment.receiver(captured):
+        result = segment.run("ts2av", path, "-n", LANE_1, "-rc")
+    assert result.returncode == 0
+    assert result.stderr == (f"The clock of '{path}' jumps by -0.500 s at packet 102. Its pacing goes on from "
+                             "there.\n")
+    sent = [capture.AvtpFrame(frame) for _, frame in capture.frames(captured)]
+    assert [packet[4:] for frame in sent for packet in frame.source_packets] == tsfile.packets(path.read_bytes())
+    step = 50_000_000 // 11  # both references count
+    first = [number // 10 * 50_000_000 + number % 10 * step for number in range(101)]
+    assert times_of_source_packets(sent) == first + [first[-1] + step + time for time in first]
+
+
 @pytest.mark.parametrize("sample", ["h264-cbr", "h264-vbr", "h265-cbr", "h265-vbr"])
 def test_samples_arrive_whole(segment, tmp_path, sample):
     path = SAMPLES / f"{sample}.ts"

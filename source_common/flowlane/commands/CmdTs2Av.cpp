@@ -78,6 +78,7 @@ KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destinat
 KESTATUS CreateSource(AvtpSink& sink, TSFileSource& source) {
     const std::string& fileName = gCmdLine.mArgs.front();
     KEOutputLogMessage(logger::Cons, KEINFO, "Create TS file source for file '{}'...", fileName);
+    source.SetRebaseClock(gCmdLine.mRebaseClock);
     const KESTATUS st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
                                                   TSFileSource::cDefaultNumberOfPackets);
     if (st == KESTATUS_SUCCESS) {
@@ -118,13 +119,14 @@ public:
 
     // Returns whether the end of the file is reached.
     bool PrintStatistics();
-    // Only what is new since the last call.
+    // And jumps of the clock. Only what is new since the last call.
     void PrintLossesAndFailure();
     // What was lost or left out, at the end. sendFailure: that of the last frames. Returns the exit code.
     KESTATUS PrintFaults(KESTATUS sendFailure);
 
 private:
     void PrintProgress(bool isEndReached);
+    void PrintClockJumps();
     void ExplainFailure(KESTATUS failure);
 
     const QuaysideDevice& mDevice;
@@ -133,9 +135,11 @@ private:
     LostFramesReport mLostFrames = LostFramesReport("Frames not sent because the link was down or busy: {}");
     FailureReport mFailure = FailureReport(mDevice, "TS file source has ended, st={}.");
     bool mIsFailureExplained = false;
-    // Only with -v; see TSFileDuration.h.
-    const std::optional<TSPacketDuration> mDuration =
-        gCmdLine.mVerbose ? FindTSFileDuration(gCmdLine.mArgs.front()) : std::nullopt;
+    ClockJumpWatch mClockJumps;
+    // Only with -v; see TSFileDuration.h. A clock that is rebased does not say how long the file is.
+    const std::optional<TSPacketDuration> mDuration = gCmdLine.mVerbose && !gCmdLine.mRebaseClock
+                                                          ? FindTSFileDuration(gCmdLine.mArgs.front())
+                                                          : std::nullopt;
 };
 
 bool Reports::PrintStatistics() {
@@ -164,8 +168,14 @@ void Reports::PrintProgress(bool isEndReached) {
     }
 }
 
+void Reports::PrintClockJumps() {
+    const SentClockBreaks::Values breaks = mSource.ClockBreaks();
+    mClockJumps.Look(gCmdLine.mArgs.front(), breaks.count, breaks.last);
+}
+
 void Reports::PrintLossesAndFailure() {
     const KESTATUS failure = mSource.FailureStatus(); // read first: all losses until then are known
+    PrintClockJumps();
     mLostFrames.Print(mSink.LostFrames());
     mFailure.Print(failure);
     if (failure != KESTATUS_SUCCESS && !mIsFailureExplained) {
@@ -187,12 +197,14 @@ void Reports::ExplainFailure(KESTATUS failure) {
     }
 }
 
-TransportStreamFacts FactsOf(const TSFileSource::Statistics& stats) {
+TransportStreamFacts FactsOf(const TSFileSource& source) {
+    const TSFileSource::Statistics stats = source.QuerryStatistics();
     return {.packetsRead = stats.infTsPacketsRead,
             .packetsTimed = stats.infTsPacketsTimed,
             .clockReferences = stats.infPCRs,
             .isEndSeen = stats.infEndsOfFile != 0,
             .isClockRunning = stats.infRunningSegments != 0,
+            .hasClockJumped = source.ClockBreaks().count != 0,
             .hasMoreClocks = stats.infOtherPCRs != 0,
             .bufferedPackets = TSFileSource::cDefaultNumberOfPackets,
             .invalidPackets = {stats.errInvalidPackets, stats.infFirstInvalidPacket},
@@ -215,7 +227,7 @@ KESTATUS Reports::PrintFaults(KESTATUS sendFailure) {
     }
     // Behind a failure, what the file lacks is of no interest.
     if (mSource.FailureStatus() == KESTATUS_SUCCESS) {
-        status.Note(ExplainTransportStream(gCmdLine.mArgs.front(), FactsOf(mSource.QuerryStatistics())));
+        status.Note(ExplainTransportStream(gCmdLine.mArgs.front(), FactsOf(mSource)));
     }
     return status.ExitStatus();
 }

@@ -44,9 +44,8 @@ std::string NewFileName(const std::string& path, const char* extension) {
 }
 
 // The command that makes a stream of plain packets, with one clock that does not go back.
-// option: a further option with a blank behind it.
-std::string ConvertCommand(const std::string& path, const char* option = "") {
-    return KEStdStringFormat("ffmpeg -i {} -c copy {}-f mpegts {}", CommandPath(path), option,
+std::string ConvertCommand(const std::string& path) {
+    return KEStdStringFormat("ffmpeg -i {} -c copy -f mpegts {}", CommandPath(path),
                              QuotedShellPath(NewFileName(path, ".ts")));
 }
 
@@ -55,9 +54,15 @@ std::string RepairHint(const std::string& path) {
     return IsRegular(path) ? " Repair it with: " + ConvertCommand(path) : std::string();
 }
 
-// A constant rate has packets with clock references also where the stream has none.
-std::string FillHint(const std::string& path) {
-    return IsRegular(path) ? " Fill the gap with: " + ConvertCommand(path, "-muxrate 20M ") : std::string();
+// For a clock that jumps, or one of several.
+std::string RebaseHint(const std::string& path) {
+    return IsRegular(path) ? " Play it with: flowlane ts2av -rc " + CommandPath(path) : std::string();
+}
+
+// "+3600.000 s"; ticks: of 90 kHz.
+std::string JumpText(std::int64_t ticks) {
+    const std::uint64_t milliseconds = (static_cast<std::uint64_t>(ticks < 0 ? -ticks : ticks) + 45) / 90;
+    return KEStdStringFormat("{}{}.{:03} s", ticks < 0 ? "-" : "+", milliseconds / 1000, milliseconds % 1000);
 }
 
 std::string PacketCount(std::uint64_t count) {
@@ -182,7 +187,7 @@ void ExplainClock(const std::string& path, const Facts& facts) {
         Explain("Left out of '{}': {} where its clock steps forward by a second or more{}, first at packet "
                 "{}.{}",
                 name, PacketCount(facts.forwardPackets.count), programs, facts.forwardPackets.firstPacket,
-                hasMoreClocks ? RepairHint(path) : FillHint(path));
+                RebaseHint(path));
     }
     if (facts.unfinishedPackets.count != 0) {
         Explain("Left out of '{}': {}, because {} in a row have no clock reference (PCR), first near packet "
@@ -192,9 +197,10 @@ void ExplainClock(const std::string& path, const Facts& facts) {
     }
     if (facts.backwardSteps.count != 0) {
         Explain("The clock of '{}' goes back at packet {}{}: from there packets are sent without pacing.{}",
-                name, facts.backwardSteps.firstPacket, programs, RepairHint(path));
+                name, facts.backwardSteps.firstPacket, programs, RebaseHint(path));
     } else if (facts.packetsTimed != 0 && !facts.isClockRunning) {
-        Explain("The clock of '{}' stands still: its packets are sent without pacing.{}", name,
+        Explain("The clock of '{}' {}: its packets are sent without pacing.{}", name,
+                facts.hasClockJumped ? "jumps at each clock reference (PCR)" : "stands still",
                 RepairHint(path));
     }
 }
@@ -224,6 +230,18 @@ KESTATUS ExplainTransportStream(const std::string& path, const Facts& facts) {
         ExplainClock(path, facts);
     }
     return KESTATUS_INVALID_DATA;
+}
+
+void ClockJumpWatch::Look(const std::string& path, std::uint64_t jumps, const TSClockBreak& last) {
+    const std::uint64_t newJumps = jumps - mTold;
+    mTold = jumps;
+    if (newJumps == 0) {
+        return;
+    }
+    const std::string howOften =
+        newJumps == 1 ? std::string() : KEStdStringFormat(" {} times, the last time", newJumps);
+    Explain("The clock of '{}' jumps{} by {} at packet {}. Its pacing goes on from there.", ShortPath(path),
+            howOften, JumpText(last.jumpTicks), last.packetNumber);
 }
 
 void ExplainReadFailure(const std::string& path, KESTATUS reason) {

@@ -1,5 +1,6 @@
 // What was wrong with a transport stream that was read from a file: why there was nothing to send, or what
-// was left out. One line for each fault. On the main thread, after the stream has been sent.
+// was left out, with one line for each fault, after the stream has been sent. And where its clock jumps,
+// while it is sent. On the main thread.
 #ifndef FLOWLANE_TRANSPORTSTREAMEXPLANATION_H
 #define FLOWLANE_TRANSPORTSTREAMEXPLANATION_H
 
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "kestatus.h"
+#include "streaming/TSPacket.h"
 
 namespace flowlane {
 
@@ -22,6 +24,7 @@ struct TransportStreamFacts {
     std::uint64_t clockReferences = 0;
     bool isEndSeen = false;            // the whole file was read, at least once
     bool isClockRunning = false;       // time passes between two clock references
+    bool hasClockJumped = false;       // while the clock was rebased
     bool hasMoreClocks = false;        // clock references are on more than one PID
     std::uint64_t bufferedPackets = 0; // how far apart two clock references may be
     Fault invalidPackets{};            // packets without a sync byte
@@ -36,6 +39,17 @@ struct TransportStreamFacts {
 //   KESTATUS_INVALID_FILE  nothing can be sent, because it is no such file
 // Looks at the head of the file once more. Throws std::bad_alloc.
 KESTATUS ExplainTransportStream(const std::string& path, const TransportStreamFacts& facts);
+
+// Tells where the clock jumps when it is rebased.
+class ClockJumpWatch {
+public:
+    // Prints a line when there are more jumps than at the last call. Throws std::bad_alloc.
+    // jumps: all so far.
+    void Look(const std::string& path, std::uint64_t jumps, const TSClockBreak& last);
+
+private:
+    std::uint64_t mTold = 0;
+};
 
 // reason: the status with which reading failed while the stream was sent.
 void ExplainReadFailure(const std::string& path, KESTATUS reason);

@@ -10,6 +10,7 @@
 
 #include "KELinuxThreadTiming.h"
 #include "log/KELogging.h"
+#include "streaming/TSFrameTime.h"
 #include "text/KEFormatter.h"
 
 namespace flowlane {
@@ -25,8 +26,6 @@ constexpr TSPacketDuration cMaxTimeDiff{999999999};
 constexpr std::uint32_t cMaxDroppedPackets = 10000;
 // How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it replaces.
 constexpr std::chrono::milliseconds cMaxPipeWait{10};
-// How long a packet may wait until its frame is full, with precise timing.
-constexpr std::chrono::milliseconds cMaxFrameDelay{10};
 
 KESTATUS AllocatePackets(TSPacketPool& pool, unsigned count) noexcept {
     try {
@@ -69,6 +68,8 @@ KESTATUS TSFileSource::StartSource() {
         mAddInitialOffset = true;
         mHasToReadOn = false;
         mStats.Clear();
+        mClockBreaks.Clear();
+        mTimeline.Reset();
         mPosition.store(0, std::memory_order_relaxed);
         mReadFailure = KESTATUS_SUCCESS;
         mFailure.store(KESTATUS_SUCCESS, std::memory_order_relaxed);
@@ -114,7 +115,7 @@ KESTATUS TSFileSource::FillDeliverQueue() {
             return KESTATUS_SUCCESS;
         }
     }
-    if (mPacketsToDeliver.IsEmpty()) {
+    if (mPacketsToDeliver.IsEmpty() && !TimeUnfinishedSegment()) {
         DropUnfinishedSegment();
     }
     return KESTATUS_SUCCESS;
@@ -146,7 +147,9 @@ void TSFileSource::TakeReadPacket(TSPacket& packet) {
     if (packet.HasPCR()) {
         CountPCR(packet);
     }
-    if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
+    if (mRebaseClock) {
+        AppendRebasedPacket(packet);
+    } else if (!mPCRTimeOffsetValid && !packet.HasPCR()) {
         DropReadPacket(packet); // no time base yet
     } else {
         AppendReadPacket(packet);
@@ -198,6 +201,7 @@ TSFileSource::ReadResult TSFileSource::ReadPacket(TSPacket& packet) {
             return FailReading(KEStatusFromErrno(errno));
         }
         mStats.Add(&Statistics::infEndsOfFile);
+        EndRebasedPass();
         if (!mRewindFile || !mMayRewind) {
             return ReadResult::NothingMore;
         }
@@ -267,13 +271,17 @@ void TSFileSource::AppendReadPacket(TSPacket& packet) {
     }
 }
 
-void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
-    TSPacketTimePoint timeBase = mLastDeliverTime + mLoopbackOffset;
-    if (mAddInitialOffset) {
-        timeBase = mClock.Now() + mInitialOffset;
-        mAddInitialOffset = false;
+// The time of the first packet with a PCR.
+TSPacketTimePoint TSFileSource::NextTimeBase() noexcept {
+    if (!mAddInitialOffset) {
+        return mLastDeliverTime + mLoopbackOffset;
     }
-    mPCRTimeOffset = timeBase.time_since_epoch() - packet.PCRTime();
+    mAddInitialOffset = false;
+    return mClock.Now() + mInitialOffset;
+}
+
+void TSFileSource::SetTimeBase(const TSPacket& packet) noexcept {
+    mPCRTimeOffset = NextTimeBase().time_since_epoch() - packet.PCRTime();
     mPCRTimeOffsetValid = true;
 }
 
@@ -293,6 +301,46 @@ void TSFileSource::TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) n
     }
 }
 
+void TSFileSource::AppendRebasedPacket(TSPacket& packet) {
+    if (!mPCRTimeOffsetValid && packet.HasPCR()) {
+        mTimeline.BeginPass(NextTimeBase());
+        mPCRTimeOffsetValid = true;
+    }
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    if (mTimeline.Take(packet, mPacketNumber)) {
+        mStats.Add(&Statistics::infRunningSegments);
+    }
+    NoteRebasedPackets(count);
+}
+
+// Behind each step of the timeline. countBefore: how many packets were to be delivered before it.
+void TSFileSource::NoteRebasedPackets(std::uint32_t countBefore) noexcept {
+    const std::uint32_t count = mPacketsToDeliver.Count() - countBefore;
+    if (count != 0) {
+        mStats.Add(&Statistics::infTsPacketsTimed, count);
+        mLastDeliverTime = mPacketsToDeliver.Tail()->mDeliverTime;
+        mMayRewind = true;
+    }
+}
+
+// What is behind the last PCR of the file is sent too.
+void TSFileSource::EndRebasedPass() noexcept {
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    mTimeline.EndPass();
+    NoteRebasedPackets(count);
+}
+
+// Instead of dropping it. False when that is not possible.
+bool TSFileSource::TimeUnfinishedSegment() noexcept {
+    if (!mTimeline.HasStep()) {
+        return false;
+    }
+    const std::uint32_t count = mPacketsToDeliver.Count();
+    mTimeline.TimeWithoutReference();
+    NoteRebasedPackets(count);
+    return true;
+}
+
 // All packets are in one segment whose end is not read yet, and none is free to read on. Only the first one
 // is kept, so that playing goes on. If there is only one packet, none is kept.
 void TSFileSource::DropUnfinishedSegment() {
@@ -303,6 +351,8 @@ void TSFileSource::DropUnfinishedSegment() {
     KEOutputLogMessage(logger::Global, KEERROR, "no PCR within {} packets, drop the packets", count);
     CountFault(&Statistics::errUnfinishedPackets, count > 1 ? count - 1 : count,
                &Statistics::infFirstUnfinished);
+    mTimeline.GiveUpSegment();
+    mHasToReadOn = !mPCRTimeOffsetValid; // there is nothing to send until a PCR comes
     TSPacket& head = *mReadPackets.RemoveHead();
     mReadPackets.ReleaseToPoolUntil(0);
     if (count > 1) {
@@ -322,6 +372,7 @@ KESTATUS TSFileSource::DeliverBatch(TSPacketTimePoint now, std::uint32_t maxCoun
         TSPacket& packet = *mPacketsToDeliver.RemoveHead();
         const KESTATUS st = mSink->DeliverTSPacket(packet);
         PublishPosition(packet);
+        mClockBreaks.Note(packet);
         packet.ReleaseToPool();
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
@@ -339,22 +390,8 @@ KESTATUS TSFileSource::DeliverBatch(TSPacketTimePoint now, std::uint32_t maxCoun
     return KESTATUS_SUCCESS;
 }
 
-// The frame is full, or no packet follows: it waits for its last packet. Otherwise more packets may still be
-// read for it.
 TSPacketTimePoint TSFileSource::NextFrameTime() const noexcept {
-    const TSPacket* packet = mPacketsToDeliver.Head();
-    if (!packet) {
-        return TSPacketTimePoint::max();
-    }
-    const TSPacketTimePoint latest = packet->mDeliverTime + cMaxFrameDelay;
-    TSPacketTimePoint complete = packet->mDeliverTime;
-    std::uint32_t count = 0;
-    for (; packet && count < mPacketsPerFrame; packet = mPacketsToDeliver.Next(*packet)) {
-        complete = std::max(complete, packet->mDeliverTime);
-        ++count;
-    }
-    const bool isComplete = count == mPacketsPerFrame || (!mRewindFile && mFile.IsEndOfFile());
-    return isComplete ? std::min(complete, latest) : latest;
+    return TSFrameTime(mPacketsToDeliver, mPacketsPerFrame, !mRewindFile && mFile.IsEndOfFile());
 }
 
 bool TSFileSource::IsFullFrameDue() const noexcept {
@@ -381,7 +418,12 @@ void TSFileSource::SleepUntilNextFrame() noexcept {
 }
 
 void TSFileSource::PublishPosition(const TSPacket& packet) noexcept {
-    if (packet.HasPCR() && packet.PID() == mFirstPCRPID) {
+    if (mRebaseClock) {
+        if (mStats.Value(&Statistics::infTsPacketsDelivered) == 0) {
+            mFirstDeliverTime = packet.mDeliverTime;
+        }
+        mPosition.store((packet.mDeliverTime - mFirstDeliverTime).count(), std::memory_order_relaxed);
+    } else if (packet.HasPCR() && packet.PID() == mFirstPCRPID) {
         mPosition.store(TSPacketDurationBetweenPCRs(mFirstPCR, packet.PCR()).count(),
                         std::memory_order_relaxed);
     }

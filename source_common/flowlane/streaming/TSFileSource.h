@@ -4,9 +4,9 @@
 //
 // The file, the packets and the worker thread are owned. The sink and the clock are not owned and must
 // outlive the source. The owner's thread creates, starts and stops the source; while it is started, the file
-// and the packets belong to the worker. IsEndOfFileReached, FailureStatus, ReadFailure, QuerryStatistics and
-// Position are for any thread. Nothing is allocated while the source is started. All messages go to the
-// Global logger.
+// and the packets belong to the worker. IsEndOfFileReached, FailureStatus, ReadFailure, QuerryStatistics,
+// Position and ClockBreaks are for any thread. Nothing is allocated while the source is started. All messages
+// go to the Global logger.
 #ifndef FLOWLANE_TSFILESOURCE_H
 #define FLOWLANE_TSFILESOURCE_H
 
@@ -17,6 +17,8 @@
 #include "base/PipelineClock.h"
 #include "base/StatisticsCounters.h"
 #include "files/KEStdFileStream.h"
+#include "streaming/RebasedTimeline.h"
+#include "streaming/SentClockBreaks.h"
 #include "streaming/SinkBase.h"
 #include "streaming/SourceBase.h"
 #include "streaming/TSPacketQueue.h"
@@ -61,10 +63,14 @@ public:
     [[nodiscard]] KESTATUS CreateTSFileSource(const kestrelon::T_UNICHAR* fileName, SinkBase& sink,
                                               bool rewindFile, unsigned numberOfPackets);
 
-    // Hands packets over in groups that fill a frame of the sink: each group when the last of its packets is
-    // due, but at the latest 10 ms after the first one is, with those that are due by then. Without this call
-    // every 10 ms those that are due. For the owner's thread, before the start.
+    // Hands the packets of each frame over together, at its time (TSFrameTime.h), instead of every 10 ms
+    // those that are due. Before the start. 0 switches it off, as it is at first.
     void SetPreciseTiming(std::uint32_t packetsPerFrame) noexcept { mPacketsPerFrame = packetsPerFrame; }
+
+    // Whether pacing goes on where the clock of the stream breaks, as RebasedTimeline.h describes. Before the
+    // start. Off at first. The packets before the first PCR then leave together with it, and those behind
+    // the last PCR with the rate of the segment before.
+    void SetRebaseClock(bool rebaseClock) noexcept { mRebaseClock = rebaseClock; }
 
     // Reads ahead until no packet is free, then starts the worker thread. The worker ends by itself at the
     // end of the file or after a failure. A source that was stopped goes on where it was in the file.
@@ -76,7 +82,8 @@ public:
     void StopSource() override;
 
     // True when a source that does not loop has read its whole file, and has sent or given up all packets
-    // that have a time. Packets after the last PCR of the file have none and are never delivered.
+    // that have a time. Packets after the last PCR of the file have none and are never delivered, unless the
+    // clock is rebased.
     bool IsEndOfFileReached() const noexcept { return mIsEndOfFileReached.load(std::memory_order_acquire); }
     // Why the worker has failed; success while it has not. Final once IsEndOfFileReached has returned true.
     KESTATUS FailureStatus() const noexcept { return mFailure.load(std::memory_order_acquire); }
@@ -88,10 +95,14 @@ public:
     // Counted since the last start.
     Statistics QuerryStatistics() const noexcept { return mStats.Snapshot(); }
     // The time from the first PCR of the file to the last one that was delivered, of the same PID. Begins
-    // anew with each pass. Negative when that one is earlier.
+    // anew with each pass. Negative when that one is earlier. When the clock is rebased: the time from the
+    // first packet to the last one that was delivered, of all passes.
     TSPacketDuration Position() const noexcept {
         return TSPacketDuration(mPosition.load(std::memory_order_relaxed));
     }
+
+    // The breaks of the clock whose packet was delivered. Only when the clock is rebased.
+    SentClockBreaks::Values ClockBreaks() const { return mClockBreaks.Snapshot(); }
 
     // The steps of the worker's loop, for the thread that runs the source.
 
@@ -129,8 +140,13 @@ private:
     void CountPCR(const TSPacket& packet) noexcept;
     void CountFault(Counter counter, std::uint64_t count, Counter firstPacket) noexcept;
     void AppendReadPacket(TSPacket& packet);
+    void AppendRebasedPacket(TSPacket& packet);
+    void NoteRebasedPackets(std::uint32_t countBefore) noexcept;
+    void EndRebasedPass() noexcept;
+    bool TimeUnfinishedSegment() noexcept;
     void DropReadPacket(TSPacket& packet);
     void DropReadPacketsUntil(std::uint32_t count);
+    TSPacketTimePoint NextTimeBase() noexcept;
     void SetTimeBase(const TSPacket& packet) noexcept;
     void TimeSegment(TSPacketDuration t0, TSPacketDuration timeDiff) noexcept;
     void DropUnfinishedSegment();
@@ -149,6 +165,10 @@ private:
     // Packets without a time yet: from one packet with a PCR to the next one.
     TSPacketQueue mReadPackets;
     TSPacketQueue mPacketsToDeliver;
+    // Only when the clock is rebased.
+    RebasedTimeline mTimeline{mReadPackets, mPacketsToDeliver};
+    TSPacketTimePoint mFirstDeliverTime; // of the packet that was delivered first since the start
+
     TSPacketDuration mPCRTimeOffset{}; // from a PCR's time to the clock's
     const TSPacketDuration mInitialOffset = std::chrono::milliseconds(500);
     TSPacketTimePoint mLastDeliverTime; // of the packet that was timed last
@@ -162,11 +182,13 @@ private:
     std::uint64_t mFirstPCR = 0;
     std::uint16_t mFirstPCRPID = 0;
     std::atomic<std::int64_t> mPosition{0}; // ns
+    SentClockBreaks mClockBreaks;
     KESTATUS mReadFailure = KESTATUS_SUCCESS;
     std::uint32_t mPacketsPerFrame = 0; // with precise timing; 0 without it
     bool mPCRTimeOffsetValid = false;   // a PCR was seen since the start or the last rewind
     bool mAddInitialOffset = false;     // the next time base is taken from the clock
     bool mRewindFile = false;
+    bool mRebaseClock = false;
     // Of FillDeliverQueue.
     std::uint32_t mDroppedPackets = 0; // in this call
     TSPacketTimePoint mWaitEnd;        // how long this call waits for a pipe

@@ -21,13 +21,29 @@ constexpr TSPacketDuration TSPacketDurationFromPCR(std::uint64_t ticks) noexcept
     return TSPacketDuration(static_cast<std::int64_t>(ticks * 100000u / 9u));
 }
 
-// The time from one program clock reference to another. The reference has 33 bits and starts again at 0; the
-// shorter way round counts, so the time is negative when the second is earlier.
-constexpr TSPacketDuration TSPacketDurationBetweenPCRs(std::uint64_t from, std::uint64_t to) noexcept {
-    constexpr std::uint64_t cRange = std::uint64_t{1} << 33;
-    const std::uint64_t ticks = (to - from) % cRange;
-    return ticks < cRange / 2 ? TSPacketDurationFromPCR(ticks) : -TSPacketDurationFromPCR(cRange - ticks);
+// Program clock references have 33 bits and start again at 0, every 26.5 hours.
+constexpr std::uint64_t cTSPCRRange = std::uint64_t{1} << 33;
+
+// The ticks from one program clock reference to another one. The shorter way round counts, so the number is
+// negative when the second is earlier.
+constexpr std::int64_t TSPacketTicksBetweenPCRs(std::uint64_t from, std::uint64_t to) noexcept {
+    const std::uint64_t ticks = (to - from) % cTSPCRRange;
+    return ticks < cTSPCRRange / 2 ? static_cast<std::int64_t>(ticks)
+                                   : -static_cast<std::int64_t>(cTSPCRRange - ticks);
 }
+
+// The same as a time.
+constexpr TSPacketDuration TSPacketDurationBetweenPCRs(std::uint64_t from, std::uint64_t to) noexcept {
+    const std::int64_t ticks = TSPacketTicksBetweenPCRs(from, to);
+    return ticks < 0 ? -TSPacketDurationFromPCR(static_cast<std::uint64_t>(-ticks))
+                     : TSPacketDurationFromPCR(static_cast<std::uint64_t>(ticks));
+}
+
+// Where the clock of a stream breaks; see StreamClock.h.
+struct TSClockBreak {
+    std::uint64_t packetNumber = 0; // in the file, from 1: the packet behind the break; 0: there is no break
+    std::int64_t jumpTicks = 0;     // by how much the clock jumps, in ticks of 90 kHz
+};
 
 class TSPacket : public kestrelon::KEPoolItemBase {
 public:
@@ -44,17 +60,24 @@ public:
     bool HasPCR() const noexcept {
         return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 && (mData[5] & cPCRFlag) != 0;
     }
+    // Whether the packet has an adaptation field with the discontinuity indicator.
+    bool HasDiscontinuity() const noexcept {
+        return (mData[3] & cAdaptationFieldPresent) != 0 && mData[4] != 0 &&
+               (mData[5] & cDiscontinuityIndicator) != 0;
+    }
     // The 33-bit PCR base in ticks of 90 kHz, without the extension. Only with HasPCR.
     std::uint64_t PCR() const noexcept;
     TSPacketDuration PCRTime() const noexcept { return TSPacketDurationFromPCR(PCR()); }
 
     std::uint8_t mData[cSize] = {}; // from the sync byte on
     TSPacketTimePoint mDeliverTime;
+    TSClockBreak mClockBreak; // the break that the packet follows
 
 private:
     static constexpr std::uint8_t cPIDMask = 0x1F;                // in byte 1
     static constexpr std::uint8_t cAdaptationFieldPresent = 0x20; // in byte 3
     static constexpr std::uint8_t cPCRFlag = 0x10;                // in byte 5
+    static constexpr std::uint8_t cDiscontinuityIndicator = 0x80; // in byte 5
 };
 
 // For one thread at a time: it takes no lock.

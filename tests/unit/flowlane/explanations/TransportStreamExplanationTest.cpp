@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
 
 #include "LogCapture.h"
@@ -18,6 +19,7 @@ namespace {
 
 using namespace testsupport;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Le;
@@ -154,9 +156,58 @@ TEST_F(TransportStreamExplanationTest, FitsIntoOneLineWithLongNames) {
     ExplainTransportStream(mFolder / name, facts);
     EXPECT_THAT(mLog.Texts(), SizeIs(7));
     for (const std::string& text : mLog.Texts()) {
-        EXPECT_EQ(text.back(), '\'') << text;
+        EXPECT_TRUE(text.ends_with("'") || text.ends_with(" FILE")) << text;
         EXPECT_THAT(text, SizeIs(Le(511u)));
     }
+}
+
+TEST_F(TransportStreamExplanationTest, OffersToRebaseAClockThatJumps) {
+    WriteFile(0);
+    TransportStreamFacts facts = cGood;
+    facts.forwardPackets = {3, 22};
+    facts.backwardSteps = {5, 44};
+    EXPECT_EQ(Explain(facts), KESTATUS_INVALID_DATA);
+    facts.hasMoreClocks = true;
+    EXPECT_EQ(Explain(facts), KESTATUS_INVALID_DATA);
+    const auto offer = EndsWith(" Play it with: flowlane ts2av -rc '" + mPath + "'");
+    EXPECT_THAT(mLog.Texts(), ElementsAre(offer, offer, offer, offer));
+}
+
+// All jumps are told, but no packet has a rate.
+TEST_F(TransportStreamExplanationTest, AClockThatOnlyJumpsGivesNoPacing) {
+    TransportStreamFacts facts = cGood;
+    facts.isClockRunning = false;
+    EXPECT_EQ(Explain(facts), KESTATUS_INVALID_DATA);
+    facts.hasClockJumped = true;
+    EXPECT_EQ(Explain(facts), KESTATUS_INVALID_DATA);
+    EXPECT_THAT(mLog.Texts(),
+                ElementsAre(HasSubstr("' stands still: its packets are sent without pacing."),
+                            HasSubstr("' jumps at each clock reference (PCR): its packets are sent")));
+    facts.isClockRunning = true;
+    EXPECT_EQ(Explain(facts), KESTATUS_SUCCESS);
+}
+
+TEST_F(TransportStreamExplanationTest, TellsOfJumpsOfTheClockOnce) {
+    ClockJumpWatch watch;
+    watch.Look("a.ts", 0, {});
+    EXPECT_THAT(mLog.Texts(), IsEmpty());
+    watch.Look("a.ts", 1, {.packetNumber = 12345, .jumpTicks = 3600 * 90000});
+    watch.Look("a.ts", 1, {.packetNumber = 12345, .jumpTicks = 3600 * 90000});
+    watch.Look("a.ts", 6, {.packetNumber = 20000, .jumpTicks = -12 * 90000 - 360});
+    watch.Look("a.ts", 7, {.packetNumber = 20001, .jumpTicks = 1800});
+    watch.Look("a.ts", 8, {.packetNumber = 20002, .jumpTicks = -1});
+    watch.Look("a.ts", 9, {.packetNumber = 20003, .jumpTicks = std::int64_t{1} << 32});
+    watch.Look("a.ts", 10, {.packetNumber = 20004, .jumpTicks = 90 * 999 + 45});
+    EXPECT_THAT(
+        mLog.Texts(),
+        ElementsAre(
+            "The clock of 'a.ts' jumps by +3600.000 s at packet 12345. Its pacing goes on from there.",
+            "The clock of 'a.ts' jumps 5 times, the last time by -12.004 s at packet 20000. Its pacing "
+            "goes on from there.",
+            "The clock of 'a.ts' jumps by +0.020 s at packet 20001. Its pacing goes on from there.",
+            "The clock of 'a.ts' jumps by -0.000 s at packet 20002. Its pacing goes on from there.",
+            "The clock of 'a.ts' jumps by +47721.859 s at packet 20003. Its pacing goes on from there.",
+            "The clock of 'a.ts' jumps by +1.000 s at packet 20004. Its pacing goes on from there."));
 }
 
 TEST_F(TransportStreamExplanationTest, TellsWhyReadingHasFailed) {

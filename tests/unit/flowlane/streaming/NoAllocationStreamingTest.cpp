@@ -51,21 +51,30 @@ TSStream EventfulStream() {
     for (unsigned i = 0; i < 100; ++i) {
         stream.PCR(i * 1800).Plain(40);
     }
-    return stream.PCR(500000).Bad().Plain(10).PCR(501800).Plain(10).PCR(501000).Plain(10).PCR(502000).Plain(
-        3);
+    return stream.PCR(500000)
+        .Bad()
+        .Plain(10)
+        .PCR(501800)
+        .Plain(10)
+        .PCR(501000)
+        .Plain(10)
+        .PCR(502000)
+        .Plain(3)
+        .OnePID();
 }
 
 class NoAllocationTest : public FakeDeviceTest {
 protected:
-    void PlayAndCount(bool rewindFile);
+    void PlayAndCount(bool rewindFile, bool rebaseClock = false);
 
     std::size_t mAllocations = 0; // from the start of the source to the stop
     std::uint64_t mPackets = 0;
+    std::uint64_t mClockBreaks = 0;
     std::uint64_t mFrames = 0;
     unsigned mMessages = 0;
 };
 
-void NoAllocationTest::PlayAndCount(bool rewindFile) {
+void NoAllocationTest::PlayAndCount(bool rewindFile, bool rebaseClock) {
     OpenToSend();
     mFake.SetRecording(false);
     const StreamFile file(EventfulStream());
@@ -75,6 +84,7 @@ void NoAllocationTest::PlayAndCount(bool rewindFile) {
     ASSERT_EQ(sink.CreateAvtpSink(mDevice, {{1, 2, 3, 4, 5, 6}}, 7, 8, 0), KESTATUS_SUCCESS);
     ASSERT_EQ(sink.StartSink(), KESTATUS_SUCCESS);
     TSFileSource source(clock);
+    source.SetRebaseClock(rebaseClock);
     ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, rewindFile, 500), KESTATUS_SUCCESS);
     ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
     ASSERT_TRUE(WaitUntil([&] { return clock.mGate.IsReached(); }));
@@ -88,6 +98,7 @@ void NoAllocationTest::PlayAndCount(bool rewindFile) {
     source.StopSource();
     mAllocations = AllocationCount() - before;
     mPackets = source.QuerryStatistics().infTsPacketsDelivered;
+    mClockBreaks = source.ClockBreaks().count;
     mFrames = sink.QuerryStatistics().infAvtpPacketsSent;
     mMessages = target.mMessages.load();
 }
@@ -133,4 +144,11 @@ TEST_F(NoAllocationTest, LoopingAllocatesNothing) {
     EXPECT_GE(mPackets, 4u * 4000u);
     EXPECT_GE(mFrames, mPackets / 7);
     EXPECT_GE(mMessages, 8u); // two per pass, the gap and the bad packet, and each rewind
+}
+
+TEST_F(NoAllocationTest, RebasingTheClockAllocatesNothing) {
+    ASSERT_NO_FATAL_FAILURE(PlayAndCount(true, true));
+    EXPECT_EQ(mAllocations, 0u);
+    EXPECT_GE(mPackets, 4u * 4000u);
+    EXPECT_GE(mClockBreaks, 8u); // two per pass
 }

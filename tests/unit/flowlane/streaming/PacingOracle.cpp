@@ -11,11 +11,6 @@ constexpr std::int64_t cMs = 1000000;
 constexpr std::int64_t cSecond = 1000 * cMs;
 constexpr std::int64_t cWakePeriod = 10 * cMs;
 
-// Nine ticks are exactly 100000 ns; the fraction is cut off.
-std::int64_t Nanoseconds(std::uint64_t ticks) {
-    return static_cast<std::int64_t>(ticks / 9 * 100000 + ticks % 9 * 100000 / 9);
-}
-
 struct ValidPacket {
     std::uint32_t ordinal;
     std::optional<std::uint64_t> pcr;
@@ -79,16 +74,24 @@ ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, 
         }
     }
 
-    // Packets are handed over in order, each at the first wake-up at which it and all before it are due.
+    SetWakeTimes(expected.deliveries, startTime);
+    expected.messages = ExpectMessages(stream);
+    return expected;
+}
+
+// Nine ticks are exactly 100000 ns; the fraction is cut off.
+std::int64_t Nanoseconds(std::uint64_t ticks) {
+    return static_cast<std::int64_t>(ticks / 9 * 100000 + ticks % 9 * 100000 / 9);
+}
+
+// Packets are handed over in order, each at the first wake-up at which it and all before it are due.
+void SetWakeTimes(std::vector<Delivery>& deliveries, std::int64_t startTime) {
     std::int64_t wakeTime = startTime;
-    for (Delivery& delivery : expected.deliveries) {
+    for (Delivery& delivery : deliveries) {
         const std::int64_t sinceStart = std::max<std::int64_t>(delivery.deliverTime - startTime, 0);
         wakeTime = std::max(wakeTime, startTime + (sinceStart + cWakePeriod - 1) / cWakePeriod * cWakePeriod);
         delivery.wakeTime = wakeTime;
     }
-
-    expected.messages = ExpectMessages(stream);
-    return expected;
 }
 
 std::vector<std::size_t> GatherInFrames(std::vector<Delivery>& deliveries, std::int64_t startTime,

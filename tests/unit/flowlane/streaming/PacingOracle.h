@@ -28,6 +28,10 @@ ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, 
 std::vector<std::size_t> GatherInFrames(std::vector<Delivery>& deliveries, std::int64_t startTime,
                                         std::size_t packetsPerFrame);
 
+// The time of a clock reference (ticks of 90 kHz) in nanoseconds.
+std::int64_t Nanoseconds(std::uint64_t ticks);
+// Sets the wake times of deliveries whose deliver times are known. The source starts at startTime (ns).
+void SetWakeTimes(std::vector<Delivery>& deliveries, std::int64_t startTime);
 // The number of wake-ups at which packets are handed over.
 std::size_t CountBatches(const std::vector<Delivery>& deliveries);
 

@@ -54,6 +54,27 @@ TEST(TSPacketTest, FindsThePCR) {
     }
 }
 
+TEST(TSPacketTest, FindsTheDiscontinuityIndicator) {
+    struct Case {
+        std::uint8_t byte3, byte4, byte5;
+        bool hasDiscontinuity;
+    };
+    const Case cases[] = {
+        {0x20, 1, 0x80, true},   {0x30, 7, 0x90, true},
+        {0xFF, 255, 0xFF, true}, {0x10, 7, 0x80, false}, // no adaptation field
+        {0x30, 0, 0x80, false},                          // an empty one
+        {0x30, 7, 0x7F, false},  {0x00, 0, 0x00, false},
+    };
+    for (const Case& c : cases) {
+        TSPacket packet;
+        packet.mData[3] = c.byte3;
+        packet.mData[4] = c.byte4;
+        packet.mData[5] = c.byte5;
+        EXPECT_EQ(packet.HasDiscontinuity(), c.hasDiscontinuity)
+            << unsigned{c.byte3} << " " << unsigned{c.byte4} << " " << unsigned{c.byte5};
+    }
+}
+
 TEST(TSPacketTest, ReadsThePID) {
     TSPacket packet;
     packet.mData[1] = 0xFF;

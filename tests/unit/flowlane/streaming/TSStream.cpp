@@ -19,7 +19,7 @@ std::vector<std::uint8_t> TSStream::PacketBytes(const StreamPacket& packet, std:
     if (packet.pcr) {
         bytes[3] = 0x30;
         bytes[4] = 7;
-        bytes[5] = 0x10;
+        bytes[5] = packet.isDiscontinuous ? 0x90 : 0x10;
         for (unsigned i = 0; i < 4; ++i) {
             bytes[6 + i] = static_cast<std::uint8_t>(*packet.pcr >> (25 - 8 * i));
         }
@@ -46,8 +46,8 @@ std::vector<std::uint8_t> TSStream::Bytes() const {
     bytes.reserve((mPackets.size() + 1) * cPacketSize);
     for (std::size_t i = 0; i < mPackets.size(); ++i) {
         std::vector<std::uint8_t> packet = PacketBytes(mPackets[i], static_cast<std::uint32_t>(i));
-        if (mHasOnePID) {
-            packet[2] = 0;
+        if (mHasOnePID || mPackets[i].pid != 0) {
+            packet[2] = mPackets[i].pid;
         }
         bytes.insert(bytes.end(), packet.begin(), packet.end());
     }

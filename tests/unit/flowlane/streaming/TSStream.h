@@ -16,11 +16,16 @@ namespace testsupport {
 struct StreamPacket {
     std::optional<std::uint64_t> pcr; // ticks of 90 kHz
     bool hasSyncByte = true;
+    bool isDiscontinuous = false; // has the discontinuity indicator
+    std::uint8_t pid = 0;         // the low byte; 0 is the stream's choice
 };
 
 class TSStream {
 public:
     TSStream& PCR(std::uint64_t ticks) { return Add({ticks, true}); }
+    // With the discontinuity indicator, or on another PID than the others.
+    TSStream& DiscontinuousPCR(std::uint64_t ticks) { return Add({ticks, true, true}); }
+    TSStream& OtherPCR(std::uint8_t pid, std::uint64_t ticks) { return Add({ticks, true, false, pid}); }
     TSStream& Plain(unsigned count = 1) { return Add({}, count); }
     // Packets whose first byte is wrong, without and with a PCR.
     TSStream& Bad(unsigned count = 1) { return Add({std::nullopt, false}, count); }
@@ -31,7 +36,7 @@ public:
         return *this;
     }
 
-    // All packets have the same PID. Otherwise PCRs are on several.
+    // All packets have the same PID, except those of OtherPCR. Otherwise PCRs are on several.
     TSStream& OnePID() {
         mHasOnePID = true;
         return *this;
@@ -39,6 +44,11 @@ public:
 
     const std::vector<StreamPacket>& Packets() const { return mPackets; }
     std::vector<std::uint8_t> Bytes() const;
+    // Continues this stream with another.
+    TSStream& Append(const TSStream& stream) {
+        mPackets.insert(mPackets.end(), stream.mPackets.begin(), stream.mPackets.end());
+        return *this;
+    }
 
     // The ordinal that Bytes() wrote into a packet.
     static std::uint32_t OrdinalOf(const flowlane::TSPacket& packet);
