@@ -363,3 +363,25 @@ TEST(RebasedLongPacingTest, TwelveHoursAreExactToTheNanosecond) {
     EXPECT_TRUE(source.IsEndOfFileReached());
     ExpectBreaks(source, expected);
 }
+
+// The worker itself, which looks for a stop every 10 ms of twelve hours. Each packet is a frame here.
+TEST(RebasedLongPacingTest, WithPreciseTimingAllPacketsOfTwelveHoursLeaveAtTheirTimes) {
+    const TSStream stream = LongStream(12, 100);
+    const ExpectedRebasedPlayback expected = ExpectRebasedPlayback(stream, cStart, cFirst, 1);
+    const StreamFile file(stream);
+    VirtualClock clock;
+    RecordingSink sink(clock);
+    TSFileSource source(clock);
+    source.SetRebaseClock(true);
+    source.SetPreciseTiming(1);
+    ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, TSFileSource::cDefaultNumberOfPackets),
+              KESTATUS_SUCCESS);
+    ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(WaitUntil([&] { return source.IsEndOfFileReached(); }));
+    source.StopSource();
+    ASSERT_EQ(sink.mDeliveries.size(), expected.deliveries.size());
+    for (std::size_t i = 0; i < sink.mDeliveries.size(); ++i) {
+        ASSERT_EQ(sink.mDeliveries[i].ordinal, expected.deliveries[i].ordinal);
+        ASSERT_EQ(sink.mDeliveries[i].wakeTime, expected.deliveries[i].deliverTime) << i;
+    }
+}
