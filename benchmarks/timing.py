@@ -1,0 +1,289 @@
+#!/usr/bin/env python3
+"""Measures on a veth pair of its own how exact in time playpcap and ts2av are, with and without -pt, beside tcpreplay
+and multicat.
+
+usage: in-network-namespace timing.py BUILD_FOLDER [STEP]... [--rounds N] [--drift-seconds N]
+
+floor: what the measuring itself adds: a frame's time at the far end, minus the clock just before it was sent.
+replay: error: of a frame's time since the first one, against the same time in the file; also from the median error.
+drift: the same over --drift-seconds; once, 600 are a good measurement. Without it the step is left out.
+top: all frames of a file at one time: frames per second between the first and the last one received.
+stream: late: after the time in the header of a frame's last packet, which is one of the sender's own clock; from the
+  stream: departures against the place of the last packet in a stream of constant rate, from the median.
+generations: a capture of a replay is replayed and captured, again and again; error against the first file.
+
+Commands take turns in every round; the table shows medians of the rounds. Times are microseconds. CPU: user and system
+time of the sender, in % of a core over the time of the file. The links hand a frame over in the sender's system call.
+"""
+
+import argparse
+import pathlib
+import random
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+from measuring import (Command, Receiver, centred, machine, number_in, numbered, print_table, real_time_minus_monotonic,
+                       run_to_end, slope, spread, use_build, write_times)
+
+SECOND = 10**9
+STEPS = {
+    "floor": "what the measuring adds, microseconds",
+    "replay": "replay, microseconds",
+    "drift": "replay over a long time, microseconds",
+    "top": "replay of frames that have all the same time, 512 bytes",
+    "stream": "stream, microseconds",
+    "generations": "replayed, captured and replayed again, microseconds",
+}
+
+
+class Bench:
+    def __init__(self, flowlane, folder, drift_seconds):
+        self.flowlane = flowlane
+        self.folder = folder
+        self.drift_seconds = drift_seconds
+
+    def cases(self, step):
+        """(name, what to call) of each measurement of a step; it returns figures by row."""
+        return getattr(self, step)()
+
+    def playpcap(self, path, *options):
+        return [self.flowlane, "playpcap", path.with_suffix(""), *options, "-n", "flw0"]
+
+    def floor(self):
+        yield "bare sender", measure_floor, self.folder
+
+    def replay(self):
+        shapes = {"1000/s": every(SECOND // 1000, 5000, 512), "gaps 20 us to 2 ms": mixed_gaps(5 * SECOND),
+                  "20000/s": every(SECOND // 20000, 40000, 512)}
+        for number, (shape, frames) in enumerate(shapes.items()):
+            path = write_times(self.folder / f"replay{number}.pcapng", frames)
+            times = [when for when, _ in frames]
+            for name, words in {
+                    "playpcap": self.playpcap(path),
+                    "playpcap -pt": self.playpcap(path, "-pt"),
+                    "tcpreplay": ["tcpreplay", "-q", "-i", "flw0", path],
+                    "tcpreplay -K --timer=nano": ["tcpreplay", "-q", "-K", "--timer=nano", "-i", "flw0", path]}.items():
+                yield f"{shape}  {name}", measure_replay, self.folder, words, times
+
+    def drift(self):
+        frames = every(SECOND // 1000, 1000 * self.drift_seconds, 128)
+        path = write_times(self.folder / "drift.pcapng", frames)
+        times = [when for when, _ in frames]
+        yield f"1000/s  playpcap -pt, {self.drift_seconds} s", measure_replay, self.folder, self.playpcap(path, "-pt"), times
+
+    def top(self):
+        count = 500_000
+        path = write_times(self.folder / "top.pcapng", ((0, numbered(number, 512)) for number in range(count)))
+        for name, words in {
+                "playpcap": self.playpcap(path),
+                "playpcap -pt": self.playpcap(path, "-pt"),
+                "tcpreplay -t": ["tcpreplay", "-q", "-t", "-i", "flw0", path],
+                "tcpreplay -t -K": ["tcpreplay", "-q", "-t", "-K", "-i", "flw0", path]}.items():
+            yield name, measure_top, self.folder, words, count
+
+    def stream(self):
+        for megabits in (5, 60):
+            stream = Stream(self.folder / f"stream{megabits}.ts", seconds=10, rate=megabits * 10**6 // 8 // 188)
+            for name, words in {"ts2av": [self.flowlane, "ts2av", stream.path, "-n", "flw0"],
+                                "ts2av -pt": [self.flowlane, "ts2av", stream.path, "-pt", "-n", "flw0"],
+                                "multicat": ["multicat", "-U", stream.path, f"{FAR_ADDRESS}:5004"]}.items():
+                yield f"{megabits} Mbit/s  {name}", measure_stream, self.folder, words, stream
+
+    def generations(self):
+        frames = mixed_gaps(2 * SECOND)[:2000]
+        path = write_times(self.folder / "generation0.pcapng", frames)
+        yield "playpcap -pt", measure_generations, self, path, [when for when, _ in frames]
+
+
+def every(spacing, count, length):
+    return [(number * spacing, numbered(number, length)) for number in range(count)]
+
+
+def mixed_gaps(duration):
+    """Whole microseconds, since not every tool reads finer times."""
+    chance = random.Random(1)
+    frames = []
+    when = 0
+    while when < duration:
+        frames.append((when, numbered(len(frames), chance.randrange(64, 1515))))
+        when += 1000 * chance.randrange(20, 2001)
+    return frames
+
+
+def measure_floor(folder):
+    """One frame a millisecond."""
+    noted = []
+    with Receiver(folder) as receiver, socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
+        sender.bind(("flw0", 0))
+        for number in range(2000):
+            frame = numbered(number, 512)
+            time.sleep(0.001)
+            noted.append(time.clock_gettime_ns(time.CLOCK_REALTIME))
+            sender.send(frame)
+    late = [when - noted[number_in(frame)] for when, frame in receiver.frames()]
+    p50, p99, longest = spread(late)
+    _, centred_99, _ = spread(centred(late))
+    return {"": {"p50": p50, "p99": p99, "max": longest, "min": min(late) / 1000, "from median p99": centred_99,
+                 "missing": len(noted) - len(late)}}
+
+
+def received_numbers(receiver):
+    """(time, number) of the numbered frames."""
+    return [(when, number) for when, number in ((when, number_in(frame)) for when, frame in receiver.frames())
+            if number is not None]
+
+
+def errors_of(received, times):
+    """Of each frame's time since the first one, in nanoseconds, against the same difference in the file."""
+    start, first = received[0]
+    return [(when - start) - (times[number] - times[first]) for when, number in received]
+
+
+def error_figures(received, times):
+    errors = errors_of(received, times)
+    p50, p99, longest = spread(map(abs, errors))
+    _, centred_99, _ = spread(centred(errors))
+    return {"p50": p50, "p99": p99, "max": longest, "min": min(errors) / 1000, "from median p99": centred_99,
+            "drift ppm": 1e6 * slope([times[number] for _, number in received], errors),
+            "missing": len(times) - len(received)}
+
+
+def measure_replay(folder, words, times):
+    with Receiver(folder) as receiver:
+        cpu = run_to_end(words, times[-1] / SECOND + 30)
+    figures = error_figures(received_numbers(receiver), times)
+    return {"": {**figures, "lost by tcpdump": receiver.dropped, "CPU %": 100 * cpu / (times[-1] / SECOND)}}
+
+
+def measure_top(folder, words, count):
+    with Receiver(folder) as receiver:
+        run_to_end(words, 60)
+    times = [when for when, _ in received_numbers(receiver)]
+    rate = (len(times) - 1) / (times[-1] - times[0]) * SECOND
+    return {"": {"frames/s": rate, "missing": count - len(times), "lost by tcpdump": receiver.dropped}}
+
+
+class Stream:
+    """A transport stream file of constant rate, in packets a second."""
+
+    def __init__(self, path, seconds, rate):
+        import tsfile
+        self.path = path
+        self.seconds = seconds
+        self.rate = rate
+        path.write_bytes(tsfile.stream(seconds, rate, pcr_every=rate // 50))
+        # The last 20 ms do not count: the senders end them differently.
+        self.count = seconds * rate - rate // 50
+        subprocess.run(["ingests", "-p", "256", path], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def number(self, packet):
+        at = 12 if packet[3] & 0x20 else 4
+        return int.from_bytes(packet[at:at + 4], "big")
+
+
+def measure_stream(folder, words, stream):
+    before = real_time_minus_monotonic()
+    with Receiver(folder, length=2000) as receiver:
+        cpu = run_to_end(words, stream.seconds + 30)
+    offset = real_time_minus_monotonic()
+    if abs(offset - before) > 10_000:
+        raise RuntimeError(f"somebody has set the clock, by {offset - before} ns")
+    late, errors, packets = [], [], 0
+    for when, frame in receiver.frames():
+        avtp = frame[12:14] == b"\x22\xf0"
+        size = 192 if avtp else 188
+        last = stream.number(frame[-188:])
+        first = last - (len(frame) - 42) // size + 1
+        packets += max(0, min(last + 1, stream.count) - first)
+        if last >= stream.count:
+            continue
+        errors.append(when - last * SECOND // stream.rate)
+        if avtp:
+            stamp = int.from_bytes(frame[-192:-188], "big")
+            late.append((when - offset - stamp + 2**31) % 2**32 - 2**31)
+    p50, p99, longest, least = [*spread(late), min(late) / 1000] if late else [None] * 4
+    figures = {"late p50": p50, "p99": p99, "max": longest, "min": least}
+    figures.update(zip(("from the stream p50", "p99 ", "max "), spread(centred(errors))))
+    return {"": {**figures, "missing": stream.count - packets, "lost by tcpdump": receiver.dropped,
+                 "CPU %": 100 * cpu / stream.seconds}}
+
+
+def measure_generations(bench, path, times):
+    import interfaces
+    rows = {}
+    for generation in range(1, 6):
+        captured = bench.folder / f"generation{generation}.pcapng"
+        capture = Command([bench.flowlane, "pcap", captured.with_suffix(""), "-n", "flw1"], "press any key", "stdout")
+        time.sleep(0.5)
+        run_to_end(bench.playpcap(path, "-pt"), times[-1] / SECOND + 30)
+        time.sleep(0.5)
+        capture.stop()
+        path = captured
+        received = [(when, number_in(frame)) for when, frame in interfaces.capture_frames(path)]
+        rows[f", generation {generation}"] = error_figures(received, times)
+    return rows
+
+
+FAR_ADDRESS = "198.51.100.2"
+
+
+def make_link():
+    import interfaces
+    interfaces.make_link()
+    # The far end has no address, or the kernel would not send over the link. So nobody there answers who has it.
+    interfaces.ip("address add 198.51.100.1/24 dev flw0")
+    interfaces.ip(f"neighbour add {FAR_ADDRESS} lladdr 02:00:5e:00:53:01 dev flw0")
+
+
+def measure(bench, steps, rounds):
+    """The figures of all rounds by step and row."""
+    cases = [(step, *case) for step in steps for case in bench.cases(step)]
+    results = {step: {} for step in steps}
+    for done in range(rounds):
+        for step, name, call, *arguments in cases:
+            if step == "drift" and done:
+                continue
+            print(f"round {done + 1}: {step}: {name}", file=sys.stderr, flush=True)
+            for row, figures in call(*arguments).items():
+                results[step].setdefault(name + row, []).append(figures)
+    return results
+
+
+def median(values):
+    return None if None in values else statistics.median(values)
+
+
+def report(results):
+    for step, by_row in results.items():
+        rows = {name: {figure: median([figures[figure] for figures in of_rounds]) for figure in of_rounds[0]}
+                for name, of_rounds in by_row.items()}
+        if step == "top":
+            best = max(row["frames/s"] for name, row in rows.items() if name.startswith("tcpreplay"))
+            for row in rows.values():
+                row["to the fastest tcpreplay"] = row["frames/s"] / best
+        print_table(STEPS[step], rows)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("steps", nargs="*", metavar="STEP", help=f"of {', '.join(STEPS)}; default: all")
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--drift-seconds", type=int, default=0)
+    args = parser.parse_args()
+    if unknown := set(args.steps) - set(STEPS):
+        parser.error(f"unknown step: {' '.join(unknown)}")
+    flowlane = use_build(args.build)
+    make_link()
+    steps = [step for step in STEPS if step in (args.steps or STEPS) and (step != "drift" or args.drift_seconds)]
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
+        results = measure(Bench(flowlane, pathlib.Path(folder), args.drift_seconds), steps, args.rounds)
+    print(f"{machine()}; medians of {args.rounds} rounds")
+    report(results)
+
+
+main()
