@@ -95,7 +95,8 @@ def run_to_end(words, limit):
 
 class Receiver:
     """tcpdump at the far end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
-    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came."""
+    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came, and offset how far the
+    clock of the stamps is ahead of the monotonic one, in nanoseconds."""
 
     # tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
     LAST_BLOCK = 2
@@ -103,6 +104,7 @@ class Receiver:
     def __init__(self, folder, length=64):
         self.path = folder / "received.pcap"
         self.dropped = None
+        self.offset = real_time_minus_monotonic()
         self.command = Command(["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-s", length, "-B",
                                 "131072", "-i", "flw1", "-w", self.path], "listening on", "stderr")
 
@@ -114,6 +116,9 @@ class Receiver:
         self.command.stop()
         dropped = [re.match(r"(\d+) packets? dropped by kernel", line) for line in self.command.lines]
         self.dropped = sum(int(match.group(1)) for match in dropped if match)
+        moved = real_time_minus_monotonic() - self.offset
+        if abs(moved) > 10_000:
+            raise RuntimeError(f"somebody has set the clock, by {moved} ns")
 
     def frames(self):
         """(time in nanoseconds, beginning of the frame) for each frame."""
@@ -129,7 +134,7 @@ class Receiver:
 
 
 def real_time_minus_monotonic():
-    """In nanoseconds. The best of many readings, which lies within half its spread of the truth."""
+    """In nanoseconds. The best of many readings, exact to half the time it took."""
     def reading():
         before = time.clock_gettime_ns(time.CLOCK_MONOTONIC)
         real = time.clock_gettime_ns(time.CLOCK_REALTIME)
