@@ -5,15 +5,16 @@ and multicat.
 usage: in-network-namespace timing.py BUILD_FOLDER [STEP]... [--rounds N] [--drift-seconds N]
 
 floor: what the measuring itself adds: a frame's time at the far end, minus the clock just before it was sent.
-replay: error: of a frame's time since the first one, against the same time in the file; also from the median error.
-drift: the same over --drift-seconds; once, 600 are a good measurement. Without it the step is left out.
-top: all frames of a file at one time: frames per second between the first and the last one received.
-stream: late: after the time in the header of a frame's last packet, which is one of the sender's own clock; from the
-  stream: departures against the place of the last packet in a stream of constant rate, from the median.
-generations: a capture of a replay is replayed and captured, again and again; error against the first file.
+replay: error of a frame's time since the first one, against the same time in the file; min: the earliest frame, below
+  zero if it came too early. centred: away from the median error. drift: the straight line through the errors.
+drift: the same over --drift-seconds, in the first round only; 600 are a good measurement, 0 leaves the step out.
+top: all frames of a file have one time: frames per second between the first and the last one received.
+stream: late: after the delivery time in the header of a frame's last packet, by the sender's own clock. centred: of
+  the departures against the places of the last packets in the stream, whose rate is constant.
+generations: a capture of a replay is replayed and captured, and so on; error against the first file.
 
-Commands take turns in every round; the table shows medians of the rounds. Times are microseconds. CPU: user and system
-time of the sender, in % of a core over the time of the file. The links hand a frame over in the sender's system call.
+Commands take turns in every round. The table shows medians of the rounds, but of what is lost the worst round. CPU: user
+and system time of the sender, in % of a core over the time of the file.
 """
 
 import argparse
@@ -134,7 +135,7 @@ def measure_floor(folder, wait):
     late = [when - noted[number_in(frame)] for when, frame in receiver.frames()]
     p50, p99, longest = spread(late)
     _, centred_99, _ = spread(centred(late))
-    return {"": {"p50": p50, "p99": p99, "max": longest, "min": min(late) / 1000, "from median p99": centred_99,
+    return {"": {"p50": p50, "p99": p99, "max": longest, "min": min(late) / 1000, "centred p99": centred_99,
                  "missing": len(noted) - len(late)}}
 
 
@@ -156,7 +157,7 @@ def error_figures(received, times):
     errors = errors_of(received, times)
     p50, p99, longest = spread(map(abs, errors))
     _, centred_99, _ = spread(centred(errors))
-    return {"p50": p50, "p99": p99, "max": longest, "min": min(errors) / 1000, "from median p99": centred_99,
+    return {"p50": p50, "p99": p99, "max": longest, "min": min(errors) / 1000, "centred p99": centred_99,
             "drift ppm": 1e6 * slope([times[number] for _, number in received], errors),
             "missing": len(times) - len(received)}
 
@@ -165,7 +166,7 @@ def measure_replay(folder, words, times):
     with Receiver(folder) as receiver:
         cpu = run_to_end(words, times[-1] / SECOND + 30)
     figures = error_figures(received_numbers(receiver), times)
-    return {"": {**figures, "lost by tcpdump": receiver.dropped, "CPU %": 100 * cpu / (times[-1] / SECOND)}}
+    return {"": {**figures, "tcpdump lost": receiver.dropped, "CPU %": 100 * cpu / (times[-1] / SECOND)}}
 
 
 def measure_top(folder, words, count):
@@ -173,7 +174,7 @@ def measure_top(folder, words, count):
         run_to_end(words, 60)
     times = [when for when, _ in received_numbers(receiver)]
     rate = (len(times) - 1) / (times[-1] - times[0]) * SECOND
-    return {"": {"frames/s": rate, "missing": count - len(times), "lost by tcpdump": receiver.dropped}}
+    return {"": {"frames/s": rate, "missing": count - len(times), "tcpdump lost": receiver.dropped}}
 
 
 class Stream:
@@ -211,12 +212,10 @@ def measure_stream(folder, words, stream):
         if avtp:
             stamp = int.from_bytes(frame[-192:-188], "big")
             late.append((when - receiver.offset - stamp + 2**31) % 2**32 - 2**31)
-    p50, p99, longest, least = [*spread(late), min(late) / 1000] if late else [None] * 4
-    figures = {"late p50": p50, "p99": p99, "max": longest, "min": least}
-    figures.update(zip(("from the stream p50", "p99 ", "max "), spread(centred(errors))))
-    figures["drift ppm"] = 1e6 * slope(places, errors)
-    return {"": {**figures, "missing": stream.count - packets, "lost by tcpdump": receiver.dropped,
-                 "CPU %": 100 * cpu / stream.seconds}}
+    figures = [*(spread(late) if late else [None] * 3), min(late) / 1000 if late else None, *spread(centred(errors)),
+               1e6 * slope(places, errors), stream.count - packets, receiver.dropped, 100 * cpu / stream.seconds]
+    return {"": dict(zip(("late p50", "late p99", "late max", "late min", "centred p50", "centred p99", "centred max",
+                          "drift ppm", "missing", "tcpdump lost", "CPU %"), figures))}
 
 
 def measure_generations(bench, path, times):
@@ -260,13 +259,15 @@ def measure(bench, steps, rounds):
     return results
 
 
-def median(values):
-    return None if None in values else statistics.median(values)
+def combine(figure, values):
+    if None in values:
+        return None
+    return max(values) if figure in ("missing", "tcpdump lost") else statistics.median(values)
 
 
 def report(results):
     for step, by_row in results.items():
-        rows = {name: {figure: median([figures[figure] for figures in of_rounds]) for figure in of_rounds[0]}
+        rows = {name: {figure: combine(figure, [figures[figure] for figures in of_rounds]) for figure in of_rounds[0]}
                 for name, of_rounds in by_row.items()}
         if step == "top":
             best = max(row["frames/s"] for name, row in rows.items() if name.startswith("tcpreplay"))
@@ -279,8 +280,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("steps", nargs="*", metavar="STEP", help=f"of {', '.join(STEPS)}; default: all")
-    parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--drift-seconds", type=int, default=0)
+    parser.add_argument("--rounds", type=int, default=5, metavar="N")
+    parser.add_argument("--drift-seconds", type=int, default=0, metavar="N")
     args = parser.parse_args()
     if unknown := set(args.steps) - set(STEPS):
         parser.error(f"unknown step: {' '.join(unknown)}")
