@@ -2,6 +2,7 @@
 hostile files."""
 
 import concurrent.futures
+import itertools
 import re
 import signal
 import struct
@@ -169,6 +170,17 @@ def test_order_bytes_and_spacing(segment, tmp_path):
     offsets = [when - i * spacing for i, (when, _) in enumerate(frames)]
     lateness = sorted(offset - min(offsets) for offset in offsets)
     assert lateness[len(lateness) // 2] < 100_000_000
+
+
+@pytest.mark.parametrize("option", ["-pt", "--precise_timing"])
+def test_precise_timing(segment, tmp_path, option):
+    path = tmp_path / "file.pcapng"
+    path.write_bytes(file_of(500, 2_000_000))
+    result, frames = replay(segment, tmp_path, path, option)
+    assert (result.stderr, [data for _, data in frames]) == ("", [frame(i) for i in range(500)])
+    # Rounds of 10 ms would leave no time between most frames.
+    gaps = sorted(later - earlier for (earlier, _), (later, _) in itertools.pairwise(frames))
+    assert gaps[len(gaps) // 2] > 1_000_000
 
 
 def test_capture_of_a_replay_equals_the_capture(segment, tmp_path):

@@ -142,6 +142,20 @@ def test_samples_arrive_whole(segment, tmp_path, sample):
     assert ts_packets == tsfile.delivered_part(path.read_bytes())
 
 
+@pytest.mark.parametrize("option", ["-pt", "--precise_timing"])
+def test_precise_timing_fills_all_frames_but_the_last(segment, tmp_path, option):
+    path = tmp_path / "stream.ts"
+    path.write_bytes(tsfile.stream(1, 3000, pcr_every=60))
+    captured = tmp_path / "frames.pcap"
+    with segment.receiver(captured):
+        result = segment.run("ts2av", path, option)
+    assert (result.returncode, result.stderr) == (0, "")
+    sent = [capture.AvtpFrame(frame).source_packets for _, frame in capture.frames(captured)]
+    ts_packets = [packet[4:] for packets in sent for packet in packets]
+    assert ts_packets == tsfile.delivered_part(path.read_bytes())
+    assert {len(packets) for packets in sent[:-1]} == {7}
+
+
 def test_every_other_lane_receives(segment, short_file, tmp_path):
     files = {name: tmp_path / f"{name}.pcap" for name in (LANE_2, LANE_3, LANE_4)}
     with segment.receiver(files[LANE_2], name=LANE_2), segment.receiver(files[LANE_3], name=LANE_3), \

@@ -40,6 +40,8 @@ public:
         mNow.store(std::max(mNow.load(), time.time_since_epoch().count()));
     }
 
+    // Time passes without a sleep.
+    void Advance(Duration duration) { mNow.fetch_add(duration.count()); }
     void AllowSleeps(unsigned count) { mSleepsLeft.store(count); }
     unsigned Sleeps() const { return mSleeps.load(); }
     unsigned LastSleep() const { return mLastSleep.load(); }

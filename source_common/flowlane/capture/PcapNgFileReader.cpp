@@ -1,7 +1,10 @@
 #include "capture/PcapNgFileReader.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <new>
 
+#include "KELinuxThreadTiming.h"
 #include "device/DeviceMacAddress.h"
 #include "log/KELogging.h"
 
@@ -13,6 +16,10 @@ using Cause = ReplayFailure::Cause;
 namespace {
 
 constexpr KETimeoutInterval cWithoutLimit = -1;
+
+// How many due frames are read before the first of them is sent, with precise timing. It is what the device
+// sends with one system call.
+constexpr std::size_t cFramesPerSend = 64;
 
 template <typename... Args>
 void Log(KELogLevel level, const char* format, const Args&... args) {
@@ -130,6 +137,9 @@ void PcapNgFileReader::StopFileReader() {
 
 void PcapNgFileReader::ThreadRoutine() {
     mThread.SetState(KEOsWorkerThreadState::Running, KESTATUS_SUCCESS);
+    if (mIsTimingPrecise) {
+        KELinuxUsePreciseTiming();
+    }
     SendUntilStopped();
     mFrameSender.ClearSendList();
     mThread.SetState(KEOsWorkerThreadState::Stopping, KESTATUS_SUCCESS);
@@ -164,13 +174,48 @@ void PcapNgFileReader::SendUntilStopped() {
             return;
         }
         mLostFrames.Update(now);
+        Pause();
+    }
+}
+
+void PcapNgFileReader::Pause() noexcept {
+    if (mIsTimingPrecise) {
+        SleepUntilNextFrame();
+    } else {
         mClock.Sleep(mBlockDelay);
     }
 }
 
+// There is no sleep while a frame is due or while there is something to read. A sleep is no longer than the
+// pause without precise timing, so that a stop is seen as soon.
+void PcapNgFileReader::SleepUntilNextFrame() noexcept {
+    const bool mayReadOn = mFramePool.CurrentCount() != 0 && !AreAllFilesRead();
+    const RawFrame* const next = mFramesToSent.Head();
+    if (mayReadOn || !next) {
+        return;
+    }
+    const RawFrameTimePoint now = mClock.Now();
+    if (next->SendTime() > now) {
+        mClock.SleepUntil(std::min(next->SendTime(), now + std::chrono::milliseconds(mBlockDelay)));
+    }
+}
+
+// Whether reading has to end because a frame has to be sent. While all frames that were read are due, reading
+// collects some of them, so that they share one send.
+bool PcapNgFileReader::HasDueFrames() noexcept {
+    const RawFrame* const next = mFramesToSent.Head();
+    if (!next) {
+        return false;
+    }
+    const RawFrameTimePoint now = mClock.Now();
+    const std::size_t count = mFramePool.TotalCount() - mFramePool.CurrentCount();
+    return next->SendTime() <= now && (count >= cFramesPerSend || mFramesToSent.Tail()->SendTime() > now);
+}
+
 KESTATUS PcapNgFileReader::ReadOn() {
     try {
-        return mPacketReader.FillSendQueue([this] { return mThread.IsTerminationRequested(); });
+        return mPacketReader.FillSendQueue(
+            [this] { return mThread.IsTerminationRequested() || (mIsTimingPrecise && HasDueFrames()); });
     } catch (const std::bad_alloc&) {
         mStats.Add(&Statistics::errReadFileFailed);
         mPacketReader.NoteFailure(Cause::Other, KESTATUS_NO_MEMORY);

@@ -1,7 +1,8 @@
 // Replays a pcap-ng file, or a numbered set of files, through a device opened for raw transmission. The
 // frames keep the spacing of the recording. A worker thread sends the frames that are due, and reads ahead
-// while the pool has free frames. Blocks and packets that cannot be replayed are counted and skipped. A
-// packet that is earlier than the one before ends the replay, and so does a failure to read or to send.
+// while the pool has free frames. It does so every 10 ms, or with precise timing whenever a frame is due.
+// Blocks and packets that cannot be replayed are counted and skipped. A packet that is earlier than the one
+// before ends the replay, and so does a failure to read or to send.
 //
 // PcapNgFileSet chooses the files, PcapNgPacketReader reads them, and RawFrameSender sends. This class starts
 // and stops them, and runs the thread.
@@ -49,6 +50,10 @@ public:
     ~PcapNgFileReader();
     PcapNgFileReader(const PcapNgFileReader&) = delete;
     PcapNgFileReader& operator=(const PcapNgFileReader&) = delete;
+
+    // Sends each frame at its own time, instead of every 10 ms what is due then. For the owner thread, before
+    // the start; off otherwise.
+    void SetPreciseTiming(bool isPrecise) noexcept { mIsTimingPrecise = isPrecise; }
 
     // Opens the first file, reads ahead and starts the thread. The first frame is due half a second later.
     //   fileName           ".pcapng" is appended when it has no extension
@@ -112,6 +117,9 @@ private:
     [[nodiscard]] KESTATUS ReadAhead(const StopCheck& isStopRequested);
     [[nodiscard]] KESTATUS ReadOn();
     void SendUntilStopped();
+    bool HasDueFrames() noexcept;
+    void Pause() noexcept;
+    void SleepUntilNextFrame() noexcept;
     void NoteSendFailure(KESTATUS st) noexcept;
     void Fail(KESTATUS st);
 
@@ -126,6 +134,7 @@ private:
     LostFrameCounter mLostFrames;
     const unsigned mBlockDelay = 10; // ms, the pause of the thread between two rounds
     bool mIsStarted = false;
+    bool mIsTimingPrecise = false;
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false};
     std::atomic<std::int64_t> mPosition{0}; // ns

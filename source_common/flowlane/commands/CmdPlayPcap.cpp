@@ -154,6 +154,7 @@ KESTATUS CmdPlayPcap() {
 
     Print(KEINFO, "Start PCAPNG file reader on device {}...", description);
     PcapNgFileReader reader;
+    reader.SetPreciseTiming(gCmdLine.mPreciseTiming);
     st = reader.StartFileReader(gCmdLine.mArgs.front().c_str(), gCmdLine.mStartFileIndex, device,
                                 gCmdLine.mFrameCount, gCmdLine.mFrameSize, gCmdLine.mReplaceSourceMacAddr,
                                 gCmdLine.mStartFileIndexPresent, gCmdLine.mRewindFile,

@@ -66,6 +66,7 @@ KESTATUS CreateSink(QuaysideDevice& device, const KEEthernetMacAddress& destinat
     const KESTATUS st =
         sink.CreateAvtpSink(device, destination.mMacAddr, static_cast<std::uint16_t>(gCmdLine.mUniqueId),
                             static_cast<std::uint16_t>(gCmdLine.mVlanTCI), 0);
+    sink.SetSendFullFrames(gCmdLine.mPreciseTiming);
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Cons, "CreateAvtpSink failed, st={}.", st);
         Explain("{} does not tell its address: {}. Use another device.", DeviceSubject(device),
@@ -80,6 +81,9 @@ KESTATUS CreateSource(AvtpSink& sink, TSFileSource& source) {
     const KESTATUS st = source.CreateTSFileSource(fileName.c_str(), sink, gCmdLine.mRewindFile,
                                                   TSFileSource::cDefaultNumberOfPackets);
     if (st == KESTATUS_SUCCESS) {
+        if (gCmdLine.mPreciseTiming) {
+            source.SetPreciseTiming(sink.MaxSourcePacketCount());
+        }
         return st;
     }
     KEOutputFailure(logger::Cons, "CreateTSFileSource failed, st={}.", st);

@@ -75,7 +75,7 @@ KESTATUS AvtpSink::DeliverTSPacket(const TSPacket& packet) {
 }
 
 KESTATUS AvtpSink::SendDeliveredPackets() {
-    const KESTATUS st = mSourcePacketCount != 0 ? SendPartFilledFrame() : KESTATUS_SUCCESS;
+    const KESTATUS st = SendFrames();
     if (st != KESTATUS_SUCCESS) {
         mLostFrames.UpdateNow();
         return st;
@@ -104,8 +104,12 @@ KESTATUS AvtpSink::AppendPacket(const TSPacket& packet) {
     return mSourcePacketCount == mMaxSourcePacketCount ? CompleteFrame() : KESTATUS_SUCCESS;
 }
 
-KESTATUS AvtpSink::SendPartFilledFrame() {
-    KESTATUS st = CompleteFrame();
+KESTATUS AvtpSink::SendFrames() {
+    const bool isPartFilled = mSourcePacketCount != 0;
+    if (!isPartFilled && (!mSendFullFrames || !IsReady())) {
+        return KESTATUS_SUCCESS;
+    }
+    KESTATUS st = isPartFilled ? CompleteFrame() : KESTATUS_SUCCESS;
     if (st != KESTATUS_SUCCESS) {
         return st;
     }

@@ -46,6 +46,11 @@ public:
                                           std::uint16_t uniqueId, std::uint16_t vlanTCI,
                                           unsigned maxSourcePacketCount);
 
+    // From now on SendDeliveredPackets sends a full frame too. Off otherwise.
+    void SetSendFullFrames(bool isOn) noexcept { mSendFullFrames = isOn; }
+    // How many packets fill a frame, once the sink is created.
+    std::uint32_t MaxSourcePacketCount() const noexcept { return mMaxSourcePacketCount; }
+
     // Begins a new stream: sequence number and data block count start at 0. Always succeeds.
     [[nodiscard]] KESTATUS StartSink() override;
     // Asks the device once more for its lost frames. Does not send a part-filled frame.
@@ -56,7 +61,7 @@ public:
     [[nodiscard]] KESTATUS DeliverTSPacket(const TSPacket& packet) override;
     // Sends a part-filled frame and flushes the device's queue. Does neither when no packet is gathered: a
     // full frame that was submitted before stays in the queue until the next part-filled one, or until the
-    // queue is full.
+    // queue is full. Unless full frames are to be sent.
     [[nodiscard]] KESTATUS SendDeliveredPackets() override;
 
     // Counted since construction.
@@ -77,7 +82,7 @@ public:
 private:
     bool IsReady() const noexcept { return mDevice && mCurSourcePacket; }
     [[nodiscard]] KESTATUS AppendPacket(const TSPacket& packet);
-    [[nodiscard]] KESTATUS SendPartFilledFrame();
+    [[nodiscard]] KESTATUS SendFrames();
     [[nodiscard]] KESTATUS CompleteFrame();
     [[nodiscard]] KESTATUS SubmitEthernetFrame();
     std::uint8_t TakeSequenceNumber() noexcept;
@@ -107,7 +112,8 @@ private:
     std::uint16_t mVlanTCI = 0;
     std::uint8_t mDataBlockCount = 0; // counter of the first data block of the frame being built
     std::uint8_t mSequenceNumber = 0; // of the next frame
-    bool mWaitForResources = false;   // the device had no transmit resources at the last try
+    bool mSendFullFrames = false;
+    bool mWaitForResources = false; // the device had no transmit resources at the last try
 };
 
 } // namespace flowlane

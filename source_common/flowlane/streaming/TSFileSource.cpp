@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <new>
 
+#include "KELinuxThreadTiming.h"
 #include "log/KELogging.h"
 #include "text/KEFormatter.h"
 
@@ -24,6 +25,8 @@ constexpr TSPacketDuration cMaxTimeDiff{999999999};
 constexpr std::uint32_t cMaxDroppedPackets = 10000;
 // How long one call of FillDeliverQueue waits for a pipe: as long as the pause that it replaces.
 constexpr std::chrono::milliseconds cMaxPipeWait{10};
+// How long a packet may wait until its frame is full, with precise timing.
+constexpr std::chrono::milliseconds cMaxFrameDelay{10};
 
 KESTATUS AllocatePackets(TSPacketPool& pool, unsigned count) noexcept {
     try {
@@ -106,7 +109,7 @@ KESTATUS TSFileSource::FillDeliverQueue() {
             return EndReading(result);
         }
         TakeReadPacket(*packet);
-        if (mDroppedPackets >= cMaxDroppedPackets) {
+        if (mDroppedPackets >= cMaxDroppedPackets || IsFullFrameDue()) {
             mHasToReadOn = true;
             return KESTATUS_SUCCESS;
         }
@@ -175,11 +178,13 @@ bool TSFileSource::IsPipe() const noexcept {
            (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
 }
 
-// False when no data have come until mWaitEnd.
+// False when no data have come until mWaitEnd, or until a frame is due.
 bool TSFileSource::WaitForData() noexcept {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mWaitEnd - mClock.Now());
+    const TSPacketTimePoint end = IsTimingPrecise() ? std::min(mWaitEnd, NextFrameTime()) : mWaitEnd;
+    const TSPacketDuration left = std::max(end - mClock.Now(), TSPacketDuration::zero());
+    const timespec timeout{0, static_cast<long>(left.count())}; // below a second
     pollfd descriptor{fileno(mFile.GetHandle()), POLLIN, 0};
-    return poll(&descriptor, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) > 0;
+    return ppoll(&descriptor, 1, &timeout, nullptr) > 0;
 }
 
 // Reads the next packet of the file. At its end a source that loops goes on with the first packet, unless
@@ -308,11 +313,12 @@ void TSFileSource::DropUnfinishedSegment() {
 }
 
 KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
-    bool isAnyDelivered = false;
-    while (const TSPacket* head = mPacketsToDeliver.Head()) {
-        if (head->mDeliverTime > now) {
-            break;
-        }
+    return DeliverBatch(now, mPacketsToDeliver.Count());
+}
+
+KESTATUS TSFileSource::DeliverBatch(TSPacketTimePoint now, std::uint32_t maxCount) {
+    std::uint32_t count = 0;
+    while (count < maxCount && mPacketsToDeliver.Head()->mDeliverTime <= now) {
         TSPacket& packet = *mPacketsToDeliver.RemoveHead();
         const KESTATUS st = mSink->DeliverTSPacket(packet);
         PublishPosition(packet);
@@ -321,9 +327,9 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
             return KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
         }
         mStats.Add(&Statistics::infTsPacketsDelivered);
-        isAnyDelivered = true;
+        ++count;
     }
-    if (isAnyDelivered) {
+    if (count != 0) {
         const KESTATUS st = mSink->SendDeliveredPackets();
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "SendDeliveredPackets failed, st={}", st);
@@ -331,6 +337,47 @@ KESTATUS TSFileSource::DeliverPackets(TSPacketTimePoint now) {
         PublishEndOfFile();
     }
     return KESTATUS_SUCCESS;
+}
+
+// The frame is full, or no packet follows: it waits for its last packet. Otherwise more packets may still be
+// read for it.
+TSPacketTimePoint TSFileSource::NextFrameTime() const noexcept {
+    const TSPacket* packet = mPacketsToDeliver.Head();
+    if (!packet) {
+        return TSPacketTimePoint::max();
+    }
+    const TSPacketTimePoint latest = packet->mDeliverTime + cMaxFrameDelay;
+    TSPacketTimePoint complete = packet->mDeliverTime;
+    std::uint32_t count = 0;
+    for (; packet && count < mPacketsPerFrame; packet = mPacketsToDeliver.Next(*packet)) {
+        complete = std::max(complete, packet->mDeliverTime);
+        ++count;
+    }
+    const bool isComplete = count == mPacketsPerFrame || (!mRewindFile && mFile.IsEndOfFile());
+    return isComplete ? std::min(complete, latest) : latest;
+}
+
+bool TSFileSource::IsFullFrameDue() const noexcept {
+    return IsTimingPrecise() && mPacketsToDeliver.Count() >= mPacketsPerFrame &&
+           NextFrameTime() <= mClock.Now();
+}
+
+// Behind a full frame only full ones: it has made room to read on for one that is not full.
+KESTATUS TSFileSource::DeliverFrames() {
+    if (NextFrameTime() > mClock.Now()) {
+        return KESTATUS_SUCCESS;
+    }
+    KESTATUS st = KESTATUS_SUCCESS;
+    do {
+        st = DeliverBatch(mClock.Now(), std::min(mPacketsPerFrame, mPacketsToDeliver.Count()));
+    } while (st == KESTATUS_SUCCESS && IsFullFrameDue());
+    return st;
+}
+
+// No longer than the pause without precise timing, so that a stop is seen as soon.
+void TSFileSource::SleepUntilNextFrame() noexcept {
+    const TSPacketTimePoint latest = mClock.Now() + std::chrono::milliseconds(mBlockDelay);
+    mClock.SleepUntil(std::min(NextFrameTime(), latest));
 }
 
 void TSFileSource::PublishPosition(const TSPacket& packet) noexcept {
@@ -342,6 +389,9 @@ void TSFileSource::PublishPosition(const TSPacket& packet) noexcept {
 
 void TSFileSource::ThreadRoutine() {
     mThread.SetState(KEOsWorkerThreadState::Running, KESTATUS_SUCCESS);
+    if (IsTimingPrecise()) {
+        KELinuxUsePreciseTiming();
+    }
     DeliverUntilStopped();
     ReleaseAllPackets();
     mThread.SetState(KEOsWorkerThreadState::Stopping, KESTATUS_SUCCESS);
@@ -353,7 +403,7 @@ void TSFileSource::DeliverUntilStopped() {
             KEOutputLogMessage(logger::Global, KEINFO, "all packets from file delivered, stop thread");
             return;
         }
-        KESTATUS st = DeliverPackets(mClock.Now());
+        KESTATUS st = IsTimingPrecise() ? DeliverFrames() : DeliverPackets(mClock.Now());
         if (st != KESTATUS_SUCCESS) {
             GiveUp("DeliverPackets failed, st={}, stop thread", st);
             return;
@@ -364,8 +414,16 @@ void TSFileSource::DeliverUntilStopped() {
             return;
         }
         if (!mHasToReadOn) {
-            BlockThread();
+            Pause();
         }
+    }
+}
+
+void TSFileSource::Pause() noexcept {
+    if (IsTimingPrecise()) {
+        SleepUntilNextFrame();
+    } else {
+        BlockThread();
     }
 }
 

@@ -61,6 +61,11 @@ public:
     [[nodiscard]] KESTATUS CreateTSFileSource(const kestrelon::T_UNICHAR* fileName, SinkBase& sink,
                                               bool rewindFile, unsigned numberOfPackets);
 
+    // Hands packets over in groups that fill a frame of the sink: each group when the last of its packets is
+    // due, but at the latest 10 ms after the first one is, with those that are due by then. Without this call
+    // every 10 ms those that are due. For the owner's thread, before the start.
+    void SetPreciseTiming(std::uint32_t packetsPerFrame) noexcept { mPacketsPerFrame = packetsPerFrame; }
+
     // Reads ahead until no packet is free, then starts the worker thread. The worker ends by itself at the
     // end of the file or after a failure. A source that was stopped goes on where it was in the file.
     //   KESTATUS_READ_FILE_FAILED
@@ -91,8 +96,8 @@ public:
     // The steps of the worker's loop, for the thread that runs the source.
 
     // Reads packets while there are free ones, and times those whose segment is complete. Returns early when
-    // it has dropped many packets or when a pipe brings nothing for 10 ms, so that a stop does not have to
-    // wait. The next call reads on.
+    // it has dropped many packets, when a pipe brings nothing for 10 ms, or with precise timing when a frame
+    // is due, so that neither a stop nor a frame has to wait. The next call reads on.
     //   KESTATUS_READ_FILE_FAILED
     [[nodiscard]] KESTATUS FillDeliverQueue();
     // Hands the packets that are due at now to the sink. Returns at once when the sink fails; the packet that
@@ -113,6 +118,13 @@ private:
     [[nodiscard]] KESTATUS EndReading(ReadResult result);
     [[nodiscard]] KESTATUS RewindFile();
     ReadResult FailReading(KESTATUS reason) noexcept;
+    [[nodiscard]] KESTATUS DeliverBatch(TSPacketTimePoint now, std::uint32_t maxCount);
+    bool IsTimingPrecise() const noexcept { return mPacketsPerFrame != 0; }
+    TSPacketTimePoint NextFrameTime() const noexcept;
+    bool IsFullFrameDue() const noexcept;
+    [[nodiscard]] KESTATUS DeliverFrames();
+    void Pause() noexcept;
+    void SleepUntilNextFrame() noexcept;
     void TakeReadPacket(TSPacket& packet);
     void CountPCR(const TSPacket& packet) noexcept;
     void CountFault(Counter counter, std::uint64_t count, Counter firstPacket) noexcept;
@@ -151,8 +163,9 @@ private:
     std::uint16_t mFirstPCRPID = 0;
     std::atomic<std::int64_t> mPosition{0}; // ns
     KESTATUS mReadFailure = KESTATUS_SUCCESS;
-    bool mPCRTimeOffsetValid = false; // a PCR was seen since the start or the last rewind
-    bool mAddInitialOffset = false;   // the next time base is taken from the clock
+    std::uint32_t mPacketsPerFrame = 0; // with precise timing; 0 without it
+    bool mPCRTimeOffsetValid = false;   // a PCR was seen since the start or the last rewind
+    bool mAddInitialOffset = false;     // the next time base is taken from the clock
     bool mRewindFile = false;
     // Of FillDeliverQueue.
     std::uint32_t mDroppedPackets = 0; // in this call

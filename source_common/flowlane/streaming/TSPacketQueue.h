@@ -32,6 +32,8 @@ public:
     // Null when the queue is empty.
     TSPacket* Head() const noexcept { return mPacketList.Head(); }
     TSPacket* Tail() const noexcept { return mPacketList.Tail(); }
+    // The packet behind one of this queue; null when it is the last.
+    const TSPacket* Next(const TSPacket& packet) const noexcept { return mPacketList.Next(packet); }
     std::uint32_t Count() const noexcept { return mPacketCount; }
     bool IsEmpty() const noexcept { return mPacketCount == 0; }
 

@@ -66,6 +66,9 @@ public:
     T* Head() const noexcept { return ItemOf(HeadEntry()); }
     T* Tail() const noexcept { return ItemOf(TailEntry()); }
 
+    // The item behind one of this list, null when it is the last.
+    T* Next(const T& item) const noexcept { return ItemOf((item.*mLink).mNext); }
+
     // The item must be on no list.
     void AppendTail(T& item) noexcept {
         KEDListEntry& entry = item.*mLink;

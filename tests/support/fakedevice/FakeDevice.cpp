@@ -50,6 +50,7 @@ void FakeDevice::Reset() {
     mCalls.clear();
     mSubmitted.clear();
     mSubmittedCount = 0;
+    mOnSend = nullptr;
     mSentCount = 0;
     mLostFrames.reset();
     mReceived.clear();
@@ -415,8 +416,13 @@ KESTATUS FakeDevice::SubmitRawFrame(QBXDeviceHandle device, const void* frame, s
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS FakeDevice::SendRawFrames(QBXDeviceHandle device) {
+void FakeDevice::SetOnSend(std::function<void(std::size_t)> onSend) {
     const std::lock_guard lock(mMutex);
+    mOnSend = std::move(onSend);
+}
+
+KESTATUS FakeDevice::SendRawFrames(QBXDeviceHandle device) {
+    std::unique_lock lock(mMutex);
     Record(Qbx::SendRawFrames, {device});
     if (const auto status = ScriptedStatus(Qbx::SendRawFrames)) {
         return *status;
@@ -425,6 +431,12 @@ KESTATUS FakeDevice::SendRawFrames(QBXDeviceHandle device) {
         return KESTATUS_INVALID_HANDLE;
     }
     mSentCount = mSubmittedCount;
+    const std::size_t sentCount = mSentCount;
+    const std::function<void(std::size_t)> onSend = mOnSend;
+    lock.unlock();
+    if (onSend) {
+        onSend(sentCount);
+    }
     return KESTATUS_SUCCESS;
 }
 

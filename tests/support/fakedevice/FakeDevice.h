@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -84,6 +85,9 @@ public:
     void SetExcessLength(std::uint32_t bytes);
     // What QBX_PROPERTY_LOST_FRAMES answers from now on, of size bytes; until then KESTATUS_NOT_FOUND.
     void SetLostFrames(std::uint64_t lost, std::uint32_t size = sizeof(std::uint64_t));
+
+    // Called by each SendRawFrames that works, with the number of frames sent so far. Not with a mutex held.
+    void SetOnSend(std::function<void(std::size_t)> onSend);
 
     // Without recording calls and frames are only counted, which allocates nothing.
     void SetRecording(bool isRecording);
@@ -161,6 +165,7 @@ private:
     std::vector<FakeFrame> mSubmitted;
     std::size_t mSubmittedCount = 0;
     std::size_t mSentCount = 0;
+    std::function<void(std::size_t)> mOnSend;
     std::optional<std::uint64_t> mLostFrames;
     std::uint32_t mLostFramesSize = 0; // bytes
     std::deque<ReceivedFrame> mReceived;

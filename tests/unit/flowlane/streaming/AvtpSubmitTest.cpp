@@ -163,6 +163,28 @@ TEST_F(AvtpSubmitTest, TheFlushAtTheEndOfABatch) {
 }
 
 // The frame without resources is lost and its numbers are used up. The next one waits first.
+TEST_F(AvtpSubmitTest, AFullFrameStaysInTheQueueUntilTheNextFlush) {
+    CreateAndStart(0, 1);
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cCheck, cSubmit));
+}
+
+TEST_F(AvtpSubmitTest, AFullFrameIsSentWhenFullFramesAreToBeSent) {
+    mSink.SetSendFullFrames(true);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS); // not created yet: nothing to send
+    CreateAndStart(0, 1);
+    EXPECT_EQ(mSink.MaxSourcePacketCount(), 1u);
+    EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS);
+    EXPECT_THAT(mFake.Calls(), ElementsAre(cCheck, cSubmit, cSend));
+
+    mFake.Queue(Qbx::SendRawFrames, {KESTATUS_NO_DATA, KESTATUS_DEVICE_REMOVED});
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_SUCCESS); // as when the queue was full meanwhile
+    EXPECT_EQ(mSink.SendDeliveredPackets(), KESTATUS_DEVICE_REMOVED);
+    EXPECT_THAT(mLog.Messages(), ElementsAre(Failed("SendRawFrames", KESTATUS_DEVICE_REMOVED)));
+}
+
 TEST_F(AvtpSubmitTest, AfterAFrameWithoutResourcesTheNextOneWaits) {
     CreateAndStart(0, 1);
     EXPECT_EQ(Deliver(), KESTATUS_SUCCESS);

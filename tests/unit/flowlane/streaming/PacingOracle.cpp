@@ -91,6 +91,25 @@ ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, 
     return expected;
 }
 
+std::vector<std::size_t> GatherInFrames(std::vector<Delivery>& deliveries, std::int64_t startTime,
+                                        std::size_t packetsPerFrame) {
+    std::vector<std::size_t> frames;
+    std::int64_t wakeTime = startTime;
+    for (std::size_t sent = 0; sent < deliveries.size();) {
+        const std::size_t limit = std::min(sent + packetsPerFrame, deliveries.size());
+        std::int64_t full = 0;
+        for (std::size_t i = sent; i < limit; ++i) {
+            full = std::max(full, deliveries[i].deliverTime);
+        }
+        wakeTime = std::max(wakeTime, std::min(full, deliveries[sent].deliverTime + 10 * cMs));
+        while (sent < limit && deliveries[sent].deliverTime <= wakeTime) {
+            deliveries[sent++].wakeTime = wakeTime;
+        }
+        frames.push_back(sent);
+    }
+    return frames;
+}
+
 std::size_t CountBatches(const std::vector<Delivery>& deliveries) {
     std::set<std::int64_t> wakeTimes;
     for (const Delivery& delivery : deliveries) {

@@ -3,6 +3,8 @@
 #ifndef FLOWLANE_TESTS_PACINGORACLE_H
 #define FLOWLANE_TESTS_PACINGORACLE_H
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "LogCapture.h"
@@ -19,6 +21,12 @@ struct ExpectedPlayback {
 // Of this number of passes through the stream from the start time (ns) on, with enough packets to read all of
 // them ahead.
 ExpectedPlayback ExpectPlayback(const TSStream& stream, std::int64_t startTime, unsigned passes);
+
+// Changes the wake times to those with precise timing, for a stream whose end is read ahead: when a frame of
+// so many packets is full, or 10 ms after its first packet was due. Returns how many packets have been handed
+// over at the end of each frame.
+std::vector<std::size_t> GatherInFrames(std::vector<Delivery>& deliveries, std::int64_t startTime,
+                                        std::size_t packetsPerFrame);
 
 // The number of wake-ups at which packets are handed over.
 std::size_t CountBatches(const std::vector<Delivery>& deliveries);

@@ -91,6 +91,22 @@ TEST_F(TSFileSourcePipeTest, APipeThatStaysSilentIsWaitedForAndStaysStoppable) {
     EXPECT_THAT(mLog.Messages(), ElementsAre());
 }
 
+// The rest of the frame may never come.
+TEST_F(TSFileSourcePipeTest, WithPreciseTimingAPartOfAFrameLeavesWithoutMoreData) {
+    const TestPipe pipe;
+    mSource.SetPreciseTiming(7);
+    ASSERT_EQ(Create(pipe.Path(), false, 100), KESTATUS_SUCCESS);
+    pipe.Write(TSStream().PCR(0).Plain(2).PCR(360).Bytes()); // 4 steps of 1 ms
+    ASSERT_EQ(mSource.StartSource(), KESTATUS_SUCCESS);
+    mClock.Sleep(509);
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_EQ(mSink.mDeliverCalls.load(), 0u); // the first packet was due 9 ms before
+    mClock.Sleep(1);
+    EXPECT_TRUE(WaitUntil([&] { return mSink.mDeliverCalls.load() == 3; }));
+    mSource.StopSource();
+    EXPECT_THAT(mSink.mBatches, ElementsAre(3u));
+}
+
 // The writer cuts the stream anywhere.
 TEST_F(TSFileSourcePipeTest, AllPacketsOfAPipeArePlayed) {
     TestPipe pipe;

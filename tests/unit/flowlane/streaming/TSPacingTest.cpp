@@ -17,6 +17,7 @@ using testing::ElementsAreArray;
 namespace {
 
 constexpr std::uint64_t cPCREnd = std::uint64_t{1} << 33;
+constexpr std::uint32_t cFrame = 7; // packets
 constexpr std::int64_t cStart = VirtualClock::cStart.time_since_epoch().count();
 
 struct PacingCase {
@@ -129,6 +130,29 @@ TEST_P(TSPacingTest, PlaysOnceWithFewPackets) {
         EXPECT_EQ(sink.mDeliveries[i].ordinal, expected.deliveries[i].ordinal) << i;
         EXPECT_EQ(sink.mDeliveries[i].deliverTime, expected.deliveries[i].deliverTime) << i;
     }
+}
+
+// With precise timing a frame's packets are handed over together, and sent.
+TEST_P(TSPacingTest, PlaysOncePrecisely) {
+    const TSStream& stream = GetParam().stream;
+    ExpectedPlayback expected = ExpectPlayback(stream, cStart, 1);
+    const std::vector<std::size_t> batches = GatherInFrames(expected.deliveries, cStart, cFrame);
+
+    const StreamFile file(stream);
+    VirtualClock clock;
+    RecordingSink sink(clock);
+    LogCapture log;
+    TSFileSource source(clock);
+    source.SetPreciseTiming(cFrame);
+    ASSERT_EQ(source.CreateTSFileSource(file.Path(), sink, false, 1000), KESTATUS_SUCCESS);
+    ASSERT_EQ(source.StartSource(), KESTATUS_SUCCESS);
+    ASSERT_TRUE(
+        WaitUntil([&] { return log.Count(KEINFO, "all packets from file delivered, stop thread") != 0; },
+                  [&] { return log.Messages(); }));
+    source.StopSource();
+
+    EXPECT_THAT(sink.mDeliveries, ElementsAreArray(expected.deliveries));
+    EXPECT_THAT(sink.mBatches, ElementsAreArray(batches));
 }
 
 // Before and between the references there are more packets than one call drops. The others keep their times.

@@ -73,6 +73,17 @@ TEST(DListTest, FirstInFirstOut) {
     EXPECT_TRUE(IsUnlinked(a.mFirstLink) && IsUnlinked(b.mFirstLink) && IsUnlinked(c.mFirstLink));
 }
 
+TEST(DListTest, NextLeadsFromTheHeadToTheTail) {
+    KEDList<Item> list(&Item::mFirstLink);
+    Item items[] = {Item(0), Item(1), Item(2)};
+    for (Item& item : items) {
+        list.AppendTail(item);
+    }
+    EXPECT_EQ(list.Next(items[0]), &items[1]);
+    EXPECT_EQ(list.Next(items[1]), &items[2]);
+    EXPECT_EQ(list.Next(items[2]), nullptr);
+}
+
 TEST(DListTest, RemovingFromAnyPlace) {
     for (int removed = 0; removed < 3; ++removed) {
         KEDList<Item> list(&Item::mFirstLink);
