@@ -94,19 +94,19 @@ def run_to_end(words, limit):
 
 
 class Receiver:
-    """tcpdump at the far end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
+    """tcpdump at an end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
     over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came, and offset how far the
     clock of the stamps is ahead of the monotonic one, in nanoseconds."""
 
     # tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
     LAST_BLOCK = 2
 
-    def __init__(self, folder, length=64):
-        self.path = folder / "received.pcap"
+    def __init__(self, folder, length=64, interface="flw1", direction="in"):
+        self.path = folder / f"received-{interface}.pcap"
         self.dropped = None
         self.offset = real_time_minus_monotonic()
-        self.command = Command(["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-s", length, "-B",
-                                "131072", "-i", "flw1", "-w", self.path], "listening on", "stderr")
+        self.command = Command(["tcpdump", "-Z", "root", "-Q", direction, "--time-stamp-precision=nano", "-s", length,
+                                "-B", "131072", "-i", interface, "-w", self.path], "listening on", "stderr")
 
     def __enter__(self):
         return self

@@ -4,9 +4,10 @@ and multicat.
 
 usage: in-network-namespace timing.py BUILD_FOLDER [STEP]... [--rounds N] [--drift-seconds N]
 
-floor: what the measuring itself adds: a frame's time at the far end, minus the clock just before it was sent.
-replay: error of a frame's time since the first one, against the same time in the file; min: the earliest frame, below
-  zero if it came too early. centred: away from the median error. drift: the straight line through the errors.
+floor: how late this machine wakes a bare sender of 1000 frames/s, how long its call takes, and what the measuring
+  itself adds: the time between the two ends of the link.
+replay: error of a frame's time since the first one, against the same time in the file; median with its sign; min: the
+  earliest frame, below zero if it came too early. centred: away from the median. drift: the line through the errors.
 drift: the same over --drift-seconds, in the first round only; 600 are a good measurement, 0 leaves the step out.
 top: all frames of a file have one time: frames per second between the first and the last one received.
 stream: late: after the delivery time in the header of a frame's last packet, by the sender's own clock. centred: of
@@ -18,6 +19,7 @@ and system time of the sender, in % of a core over the time of the file.
 """
 
 import argparse
+import os
 import pathlib
 import random
 import socket
@@ -32,7 +34,7 @@ from measuring import (Command, Receiver, centred, machine, number_in, numbered,
 
 SECOND = 10**9
 STEPS = {
-    "floor": "what the measuring adds, microseconds",
+    "floor": "what the machine and the measuring add, microseconds",
     "replay": "replay, microseconds",
     "drift": "replay over a long time, microseconds",
     "top": "replay of frames that have all the same time, 512 bytes",
@@ -55,8 +57,7 @@ class Bench:
         return [self.flowlane, "playpcap", path.with_suffix(""), *options, "-n", "flw0"]
 
     def floor(self):
-        yield "sender that sleeps", measure_floor, self.folder, time.sleep
-        yield "sender that spins", measure_floor, self.folder, spin
+        yield "", measure_floor, self.folder
 
     def replay(self):
         shapes = {"1000/s": every(SECOND // 1000, 5000, 512), "gaps 20 us to 2 ms": mixed_gaps(5 * SECOND),
@@ -116,27 +117,35 @@ def mixed_gaps(duration):
     return frames
 
 
-def spin(seconds):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        pass
-
-
-def measure_floor(folder, wait):
-    """One frame a millisecond."""
-    noted = []
-    with Receiver(folder) as receiver, socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
+def send_from_time_to_time(count, spacing):
+    """Sends numbered frames, and returns when each was due and the time just before it was sent, by the monotonic clock."""
+    due = [time.monotonic_ns() + (number + 10) * spacing for number in range(count)]
+    woken = []
+    with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
         sender.bind(("flw0", 0))
-        for number in range(2000):
-            frame = numbered(number, 512)
-            wait(0.001)
-            noted.append(time.clock_gettime_ns(time.CLOCK_REALTIME))
-            sender.send(frame)
-    late = [when - noted[number_in(frame)] for when, frame in receiver.frames()]
-    p50, p99, longest = spread(late)
-    _, centred_99, _ = spread(centred(late))
-    return {"": {"p50": p50, "p99": p99, "max": longest, "min": min(late) / 1000, "centred p99": centred_99,
-                 "missing": len(noted) - len(late)}}
+        os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(1))
+        try:
+            for number, when in enumerate(due):
+                frame = numbered(number, 512)
+                time.sleep(max(0, when - time.monotonic_ns()) / SECOND)
+                woken.append(time.monotonic_ns())
+                sender.send(frame)
+        finally:
+            os.sched_setscheduler(0, os.SCHED_OTHER, os.sched_param(0))
+    return due, woken
+
+
+def measure_floor(folder):
+    with Receiver(folder) as far, Receiver(folder, interface="flw0", direction="out") as near:
+        due, woken = send_from_time_to_time(5000, SECOND // 1000)
+    reached = {number: when - far.offset for when, number in received_numbers(far)}
+    left = {number: when - near.offset for when, number in received_numbers(near)}
+    late = {"wake-up of a bare real-time sender": [after - before for before, after in zip(due, woken)],
+            "its call until the near end": [when - woken[number] for number, when in left.items()],
+            "near end to far end": [reached[number] - when for number, when in left.items() if number in reached]}
+    return {row: dict(zip(("p50", "p99", "max", "min", "missing"),
+                          [*spread(values), min(values) / 1000, len(due) - len(values)]))
+            for row, values in late.items()}
 
 
 def received_numbers(receiver):
@@ -157,7 +166,8 @@ def error_figures(received, times):
     errors = errors_of(received, times)
     p50, p99, longest = spread(map(abs, errors))
     _, centred_99, _ = spread(centred(errors))
-    return {"p50": p50, "p99": p99, "max": longest, "min": min(errors) / 1000, "centred p99": centred_99,
+    return {"p50": p50, "p99": p99, "max": longest, "min": min(errors) / 1000, "median": statistics.median(errors) / 1000,
+            "centred p99": centred_99,
             "drift ppm": 1e6 * slope([times[number] for _, number in received], errors),
             "missing": len(times) - len(received)}
 
