@@ -33,6 +33,10 @@ from measuring import (Command, Receiver, centred, machine, number_in, numbered,
                        use_build, write_times)
 
 SECOND = 10**9
+FAR_ADDRESS = "198.51.100.2"
+AVTP, IP = b"\x22\xf0", b"\x08\x00"
+# How long the headers are before the transport stream packets of a frame, and how long a packet with its own header.
+FORMATS = {AVTP: (46, 192), IP: (42, 188)}
 STEPS = {
     "floor": "what the machine and the measuring add, microseconds",
     "replay": "replay, microseconds",
@@ -50,11 +54,17 @@ class Bench:
         self.drift_seconds = drift_seconds
 
     def cases(self, step):
-        """(name, what to call) of each measurement of a step; it returns figures by row."""
+        """Of each measurement of a step: its name, a function that returns figures by row, and the arguments."""
         return getattr(self, step)()
 
     def playpcap(self, path, *options):
         return [self.flowlane, "playpcap", path.with_suffix(""), *options, "-n", "flw0"]
+
+    def players(self, path, *options_of_tcpreplay):
+        """Commands that play a file, by name."""
+        tcpreplay = {" ".join(("tcpreplay", *options)): ["tcpreplay", "-q", *options, "-i", "flw0", path]
+                     for options in options_of_tcpreplay}
+        return {"playpcap": self.playpcap(path), "playpcap -pt": self.playpcap(path, "-pt"), **tcpreplay}
 
     def floor(self):
         yield "", measure_floor, self.folder
@@ -65,11 +75,7 @@ class Bench:
         for number, (shape, frames) in enumerate(shapes.items()):
             path = write_times(self.folder / f"replay{number}.pcapng", frames)
             times = [when for when, _ in frames]
-            for name, words in {
-                    "playpcap": self.playpcap(path),
-                    "playpcap -pt": self.playpcap(path, "-pt"),
-                    "tcpreplay": ["tcpreplay", "-q", "-i", "flw0", path],
-                    "tcpreplay -K --timer=nano": ["tcpreplay", "-q", "-K", "--timer=nano", "-i", "flw0", path]}.items():
+            for name, words in self.players(path, [], ["-K", "--timer=nano"]).items():
                 yield f"{shape}  {name}", measure_replay, self.folder, words, times
 
     def drift(self):
@@ -81,11 +87,7 @@ class Bench:
     def top(self):
         count = 500_000
         path = write_times(self.folder / "top.pcapng", ((0, numbered(number, 512)) for number in range(count)))
-        for name, words in {
-                "playpcap": self.playpcap(path),
-                "playpcap -pt": self.playpcap(path, "-pt"),
-                "tcpreplay -t": ["tcpreplay", "-q", "-t", "-i", "flw0", path],
-                "tcpreplay -t -K": ["tcpreplay", "-q", "-t", "-K", "-i", "flw0", path]}.items():
+        for name, words in self.players(path, ["-t"], ["-t", "-K"]).items():
             yield name, measure_top, self.folder, words, count
 
     def stream(self):
@@ -119,7 +121,8 @@ def mixed_gaps(duration):
 
 def send_from_time_to_time(count, spacing):
     """Sends numbered frames, and returns when each was due and the time just before it was sent, by the monotonic clock."""
-    due = [time.monotonic_ns() + (number + 10) * spacing for number in range(count)]
+    start = time.monotonic_ns() + 10 * spacing
+    due = [start + number * spacing for number in range(count)]
     woken = []
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
         sender.bind(("flw0", 0))
@@ -183,6 +186,8 @@ def measure_top(folder, words, count):
     with Receiver(folder) as receiver:
         run_to_end(words, 60)
     times = [when for when, _ in received_numbers(receiver)]
+    if len(times) < 2:
+        raise RuntimeError("no frames have come")
     rate = (len(times) - 1) / (times[-1] - times[0]) * SECOND
     return {"": {"frames/s": rate, "missing": count - len(times), "tcpdump lost": receiver.dropped}}
 
@@ -210,18 +215,22 @@ def measure_stream(folder, words, stream):
         cpu = run_to_end(words, stream.seconds + 30)
     late, places, errors, packets = [], [], [], 0
     for when, frame in receiver.frames():
-        avtp = frame[12:14] == b"\x22\xf0"
-        size = 192 if avtp else 188
+        ether_type = frame[12:14]
+        if ether_type not in FORMATS:
+            continue
+        headers, size = FORMATS[ether_type]
         last = stream.number(frame[-188:])
-        first = last - (len(frame) - 42) // size + 1
+        first = last - (len(frame) - headers) // size + 1
         packets += max(0, min(last + 1, stream.count) - first)
         if last >= stream.count:
             continue
         places.append(last * SECOND // stream.rate)
         errors.append(when - places[-1])
-        if avtp:
+        if ether_type == AVTP:
             stamp = int.from_bytes(frame[-192:-188], "big")
             late.append((when - receiver.offset - stamp + 2**31) % 2**32 - 2**31)
+    if not errors:
+        raise RuntimeError("no packet has come")
     figures = [*(spread(late) if late else [None] * 3), min(late) / 1000 if late else None, *spread(centred(errors)),
                1e6 * slope(places, errors), stream.count - packets, receiver.dropped, 100 * cpu / stream.seconds]
     return {"": dict(zip(("late p50", "late p99", "late max", "late min", "centred p50", "centred p99", "centred max",
@@ -242,9 +251,6 @@ def measure_generations(bench, path, times):
         received = [(when, number_in(frame)) for when, frame in interfaces.capture_frames(path)]
         rows[f", generation {generation}"] = error_figures(received, times)
     return rows
-
-
-FAR_ADDRESS = "198.51.100.2"
 
 
 def make_link():
@@ -295,6 +301,8 @@ def main():
     args = parser.parse_args()
     if unknown := set(args.steps) - set(STEPS):
         parser.error(f"unknown step: {' '.join(unknown)}")
+    if "drift" in args.steps and not args.drift_seconds:
+        parser.error("drift needs --drift-seconds")
     flowlane = use_build(args.build)
     make_link()
     steps = [step for step in STEPS if step in (args.steps or STEPS) and (step != "drift" or args.drift_seconds)]
