@@ -207,9 +207,12 @@ bool PcapNgFileReader::HasDueFrames() noexcept {
     if (!next) {
         return false;
     }
-    const RawFrameTimePoint now = mClock.Now();
+    const RawFrameTimePoint last = mFramesToSent.Tail()->SendTime();
+    if (last > mLastLook) { // otherwise all are known to be due, and looking costs time
+        mLastLook = mClock.Now();
+    }
     const std::size_t count = mFramePool.TotalCount() - mFramePool.CurrentCount();
-    return next->SendTime() <= now && (count >= cFramesPerSend || mFramesToSent.Tail()->SendTime() > now);
+    return next->SendTime() <= mLastLook && (count >= cFramesPerSend || last > mLastLook);
 }
 
 KESTATUS PcapNgFileReader::ReadOn() {

@@ -135,6 +135,7 @@ private:
     const unsigned mBlockDelay = 10; // ms, the pause of the thread between two rounds
     bool mIsStarted = false;
     bool mIsTimingPrecise = false;
+    RawFrameTimePoint mLastLook; // at the clock, while reading with precise timing
     std::atomic<KESTATUS> mFailure{KESTATUS_SUCCESS};
     std::atomic<bool> mAreAllFramesSent{false};
     std::atomic<std::int64_t> mPosition{0}; // ns
