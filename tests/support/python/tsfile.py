@@ -2,6 +2,7 @@
 
 PACKET = 188
 CLOCK = 90000
+PAYLOAD = bytes(range(256)) * 2
 
 
 def packet(number, pcr=None, pid=0x100):
@@ -13,7 +14,7 @@ def packet(number, pcr=None, pid=0x100):
         body = bytes([0x30 | number & 0xF, 7, 0x10]) + (pcr >> 1).to_bytes(4, "big")
         body += bytes([(pcr & 1) << 7 | 0x7E, 0])
     body += number.to_bytes(4, "big")
-    return head + body + bytes((number + i) & 0xFF for i in range(PACKET - len(head) - len(body)))
+    return head + body + PAYLOAD[number & 0xFF:][:PACKET - len(head) - len(body)]
 
 
 def stream(seconds, rate, pcr_every=10, first_pcr=CLOCK):
