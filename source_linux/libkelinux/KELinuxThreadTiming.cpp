@@ -5,6 +5,8 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
+#include <cstddef>
+
 namespace kestrelon {
 
 namespace {
@@ -15,10 +17,21 @@ bool IsRealTimeLimited() noexcept {
     return getrlimit(RLIMIT_RTTIME, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
 }
 
+// So that the first use of the stack's pages later on does not wait for the kernel to make them.
+void TouchStack() noexcept {
+    constexpr std::size_t cSize = 64 * 1024;
+    unsigned char bytes[cSize];
+    volatile unsigned char* const stack = bytes;
+    for (std::size_t i = 0; i < cSize; i += 1024) {
+        stack[i] = 0;
+    }
+}
+
 } // namespace
 
 void KELinuxUsePreciseTiming() noexcept {
     constexpr unsigned long cSlack = 1; // ns
+    TouchStack();
     prctl(PR_SET_TIMERSLACK, cSlack);
     if (!IsRealTimeLimited()) {
         sched_param priority{};
