@@ -21,6 +21,9 @@ constexpr KETimeoutInterval cWithoutLimit = -1;
 // sends with one system call.
 constexpr std::size_t cFramesPerSend = 64;
 
+// The sleeps before the first frame become shorter down to this one.
+constexpr RawFrameTimeDuration cShortestApproach = std::chrono::microseconds(50);
+
 template <typename... Args>
 void Log(KELogLevel level, const char* format, const Args&... args) {
     KEOutputLogMessage(logger::Global, level, format, args...);
@@ -188,6 +191,10 @@ void PcapNgFileReader::Pause() noexcept {
 
 // There is no sleep while a frame is due or while there is something to read. A sleep is no longer than the
 // pause without precise timing, so that a stop is seen as soon.
+//
+// A processor wakes up later from a long sleep than from a short one. Who receives the frames measures all of
+// them from the first one, so that one must not be later than the others. Each sleep before it takes half of
+// the time that is left.
 void PcapNgFileReader::SleepUntilNextFrame() noexcept {
     const bool mayReadOn = mFramePool.CurrentCount() != 0 && !AreAllFilesRead();
     const RawFrame* const next = mFramesToSent.Head();
@@ -195,8 +202,13 @@ void PcapNgFileReader::SleepUntilNextFrame() noexcept {
         return;
     }
     const RawFrameTimePoint now = mClock.Now();
-    if (next->SendTime() > now) {
-        mClock.SleepUntil(std::min(next->SendTime(), now + std::chrono::milliseconds(mBlockDelay)));
+    RawFrameTimeDuration sleep = next->SendTime() - now;
+    if (!mFrameSender.HasSubmitted() && sleep > cShortestApproach) {
+        sleep /= 2;
+    }
+    if (sleep.count() > 0) {
+        mClock.SleepUntil(now +
+                          std::min<RawFrameTimeDuration>(sleep, std::chrono::milliseconds(mBlockDelay)));
     }
 }
 

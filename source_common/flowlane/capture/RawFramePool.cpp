@@ -1,5 +1,6 @@
 #include "capture/RawFramePool.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "log/KELogging.h"
@@ -7,6 +8,12 @@
 namespace flowlane {
 
 using namespace kestrelon;
+
+namespace {
+
+constexpr std::size_t cCacheLine = 64; // bytes
+
+} // namespace
 
 KESTATUS RawFramePool::AllocateFramePool(unsigned count, unsigned frameSize) {
     if (IsAllocated()) {
@@ -51,6 +58,15 @@ RawFrame* RawFramePool::GetRawFrame() noexcept {
         --mCurrentCount;
     }
     return frame;
+}
+
+void RawFramePool::PrefetchNextFrame(std::size_t bytes) const noexcept {
+    if (const RawFrame* const frame = mItemList.Head()) {
+        const KEBufferReference buffer = frame->mFrameBuffer;
+        for (std::size_t offset = 0; offset < std::min(bytes, buffer.mLength); offset += cCacheLine) {
+            __builtin_prefetch(buffer.mData + offset, 1);
+        }
+    }
 }
 
 void RawFramePool::PutRawFrame(RawFrame* frame) noexcept {

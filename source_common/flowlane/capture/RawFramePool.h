@@ -5,6 +5,7 @@
 #ifndef FLOWLANE_RAWFRAMEPOOL_H
 #define FLOWLANE_RAWFRAMEPOOL_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -30,6 +31,9 @@ public:
 
     // The frame that was free longest, or null when none is free.
     RawFrame* GetRawFrame() noexcept;
+    // Begins to fetch into the cache the first bytes of the frame that is handed out next. That frame was used
+    // longest ago, so writing to it would wait for the memory.
+    void PrefetchNextFrame(std::size_t bytes) const noexcept;
     // Gives back a frame of this pool. It is in no list.
     void PutRawFrame(RawFrame* frame) noexcept;
     // Adds a frame that the caller owns. It outlives the pool.

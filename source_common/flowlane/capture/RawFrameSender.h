@@ -21,8 +21,12 @@ public:
     RawFrameSender(RawFrameList& framesToSent, RawFramePool& framePool, PcapNgReaderCounters& stats) noexcept
         : mFramesToSent(framesToSent), mFramePool(framePool), mStats(stats) {}
 
-    // The device that frames are sent through from now on; it is open for raw transmission.
-    void SetDevice(QuaysideDevice& device) noexcept { mDevice = &device; }
+    // The device that frames are sent through from now on; it is open for raw transmission. Nothing has been
+    // submitted to it yet.
+    void SetDevice(QuaysideDevice& device) noexcept {
+        mDevice = &device;
+        mLastSubmitted = {};
+    }
 
     // Sends the frames that are due at now. The status of a failure is the device's; the frame that failed is
     // back in the pool, and those behind it are still in the list.
@@ -33,6 +37,7 @@ public:
         std::uint32_t size = 0; // bytes
     };
     const Submitted& LastSubmitted() const noexcept { return mLastSubmitted; }
+    bool HasSubmitted() const noexcept { return mLastSubmitted.origin.packetNumber != 0; }
     // Gives all frames of the list back without sending them.
     void ClearSendList() noexcept;
 

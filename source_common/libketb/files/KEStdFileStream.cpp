@@ -1,5 +1,6 @@
 #include "files/KEStdFileStream.h"
 
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,7 +23,12 @@ KESTATUS KEStdFileStream::OpenFile(const char* path, const char* mode) noexcept 
         return KESTATUS_INVALID_PARAMETER;
     }
     mHandle = std::fopen(path, mode);
-    return mHandle ? KESTATUS_SUCCESS : KEStatusFromErrno(errno);
+    if (!mHandle) {
+        return KEStatusFromErrno(errno);
+    }
+    // The stream is for one thread at a time. A lock would cost more than the reading of a short block.
+    __fsetlocking(mHandle, FSETLOCKING_BYCALLER);
+    return KESTATUS_SUCCESS;
 }
 
 std::size_t KEStdFileStream::ReadFromFile(void* data, std::size_t length) noexcept {

@@ -74,6 +74,15 @@ TEST_F(PrecisePcapNgReplayTest, EachFrameLeavesAtItsOwnTime) {
                                     Send{10'000, 1}, Send{45'678, 1}, Send{2'000'000, 1}));
 }
 
+// The sleep before the first frame is short, and there is one sleep before each of the others.
+TEST_F(PrecisePcapNgReplayTest, SleepsBeforeTheFirstFrameBecomeShorter) {
+    std::vector<unsigned> sleeps;
+    mOnSend = [&] { sleeps.push_back(mClock.Sleeps()); };
+    ReplayFrames({0, 9'000, 18'000});
+    // 49 sleeps leave 10 ms, which eight more halve; one takes the rest.
+    EXPECT_THAT(sleeps, ElementsAre(58, 59, 60));
+}
+
 TEST_F(PrecisePcapNgReplayTest, TheSameWithASmallPool) {
     mFrameCount = 2;
     ReplayFrames({0, 1, 2, 100, 9'999, 10'000, 45'678});
@@ -157,7 +166,7 @@ TEST_F(PrecisePcapNgReplayTest, PassesAre100MsApart) {
 // As soon as without precise timing.
 TEST_F(PrecisePcapNgReplayTest, AStopIsLookedForEvery10Ms) {
     WriteFrames({0, 3'600'000'000});
-    mClock.AllowSleeps(53); // 30 ms behind the first frame
+    mClock.AllowSleeps(58 + 3); // 30 ms behind the first frame
     ASSERT_EQ(Start(), KESTATUS_SUCCESS);
     ASSERT_TRUE(WaitUntil([&] { return mClock.StoodStill() > 1; }));
     EXPECT_EQ(mClock.Now() - VirtualClock::cStart, std::chrono::milliseconds(530));
