@@ -12,7 +12,6 @@ import functools
 import os
 import socket
 import subprocess
-import sys
 import time
 
 from measuring import Command, make_link, median, memory_folder, numbered, parser, print_medians, print_row, send_frames, \
@@ -67,7 +66,8 @@ def capture_once(folder, tool, frames, length, rate):
 
 def measure_load(build, folder, args):
     for length in (128, 1514):
-        for rate, frames in ((RATE, min(args.frames, 2 * RATE)), (None, args.frames)):
+        # About a second in each case.
+        for rate, frames in ((RATE, RATE), (None, args.frames if length == 128 else args.frames // 2)):
             results = take_turns(args.rounds, {
                 name: functools.partial(capture_once, folder, tool, frames, length, rate)
                 for name, tool in tools(build, folder).items()})
@@ -110,7 +110,7 @@ def wait_for_mark(path, mark, limit):
     return None
 
 
-def time_to_file(folder, tool, frames=20, limit=2):
+def time_to_file(folder, tool, frames=5, limit=2):
     """Milliseconds, the worst of several single frames; the limit if one takes longer."""
     command = Command(*tool)
     time.sleep(0.5)
@@ -139,12 +139,12 @@ def measure_time_to_file(build, folder, args):
 
 def main():
     options = parser(__doc__)
-    options.add_argument("--frames", type=int, default=1_000_000, help="flat out (default: 1000000)")
+    options.add_argument("--frames", type=int, default=1_000_000, metavar="N",
+                         help="of 128 bytes flat out, and half as many of 1514 bytes (default: 1000000)")
     args = options.parse_args()
     make_link()
     with memory_folder() as folder:
         for measure in (measure_load, measure_time_to_file, measure_idle):
-            print(f"capture: {measure.__name__}", file=sys.stderr)
             measure(args.build, folder, args)
 
 

@@ -56,7 +56,8 @@ def take_turns(rounds, cases):
     results = {name: [] for name in cases}
     for done in range(rounds):
         for name, call in cases.items():
-            print(f"round {done + 1} of {rounds}: {name}", file=sys.stderr, flush=True)
+            label = name if isinstance(name, str) else ", ".join(name)
+            print(f"round {done + 1} of {rounds}: {label}", file=sys.stderr, flush=True)
             results[name].append(call())
     return results
 

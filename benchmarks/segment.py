@@ -44,9 +44,9 @@ def highest_rate(build, folder, rates, seconds):
 
 
 def main():
-    options = parser(__doc__)
+    options = parser(__doc__, rounds=3)
     options.add_argument("--seconds", type=float, default=2)
-    options.add_argument("--rates", type=int, nargs="+", default=[step * 250_000 for step in range(1, 17)])
+    options.add_argument("--rates", type=int, nargs="+", default=list(range(500_000, 4_000_001, 250_000)))
     args = options.parse_args()
     with memory_folder() as folder, own_segment("capture"):
         rates = [highest_rate(args.build, folder, args.rates, args.seconds) for _ in range(args.rounds)]
