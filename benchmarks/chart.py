@@ -23,6 +23,10 @@ def ratios(row):
             for peer, value in row["peers"].items() if value}
 
 
+def axis_label(power):
+    return "flowlane" if power == 0 else f"{10**power} x" if power > 0 else f"1/{10**-power}"
+
+
 def write_chart(path, rows):
     compared = [(row, ratios(row)) for row in rows if ratios(row)]
     values = [ratio for _, of_row in compared for ratio in of_row.values()] or [1]
@@ -47,7 +51,7 @@ def write_chart(path, rows):
                   f'<title>{escape(peer)}: {ratio:.3g}</title></circle>' for peer, ratio in of_row.items()]
     grid = [f'<line class="{"grid" if power else "own"}" x1="{place(10**power):.1f}" x2="{place(10**power):.1f}" '
             f'y1="{TOP}" y2="{y + 8}"/><text class="middle" x="{place(10**power):.1f}" y="{TOP - 8}">'
-            f'{"flowlane" if power == 0 else f"{10**power:g}"}</text>' for power in range(low, high + 1)]
+            f'{axis_label(power)}</text>' for power in range(low, high + 1)]
     legend = [f'<circle cx="{20 + 130 * number}" cy="{y + 36}" r="5" fill="{colour}"/>'
               f'<text x="{30 + 130 * number}" y="{y + 40}">{escape(tool)}</text>'
               for number, (tool, colour) in enumerate(colours.items())]
