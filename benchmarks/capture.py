@@ -14,7 +14,7 @@ import socket
 import subprocess
 import time
 
-from measuring import Command, make_link, median, memory_folder, numbered, parser, print_medians, print_row, send_frames, \
+from measuring import Command, make_link, memory_folder, numbered, parser, print_medians, print_row, send_frames, \
     take_turns
 
 RATE = 100_000
@@ -133,8 +133,7 @@ def time_to_file(folder, tool, frames=5, limit=2):
 def measure_time_to_file(build, folder, args):
     results = take_turns(args.rounds, {name: functools.partial(time_to_file, folder, tool)
                                        for name, tool in tools(build, folder, live=True).items()})
-    print_row("capture on a veth pair", "a frame until it is in the file (at most 2000 measured)", "ms",
-              median(results.pop("flowlane")), {name: median(rounds) for name, rounds in results.items()}, goal=10)
+    print_medians("capture on a veth pair", "a frame until it is in the file (at most 2000 measured)", "ms", results, goal=10)
 
 
 def main():

@@ -73,6 +73,13 @@ def print_medians(group, name, unit, results, **options):
     print_row(group, name, unit, ours[1], dict(peers), **options)
 
 
+def print_missing(group, name, results):
+    """A row with the worst rounds, if any frame is missing."""
+    if any(map(any, results.values())):
+        ours, *peers = ((tool, max(values, default=None)) for tool, values in results.items())
+        print_row(group, f"{name}: missing, worst round", "frames", ours[1], dict(peers), goal=0)
+
+
 @contextlib.contextmanager
 def memory_folder():
     with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
@@ -173,18 +180,16 @@ def run_to_end(words, limit):
 
 class Receiver:
     """tcpdump at an end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
-    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came, and offset how far the
-    clock of the stamps is ahead of the monotonic one, in nanoseconds."""
+    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came."""
 
     # tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
     LAST_BLOCK = 2
 
-    def __init__(self, folder, length=64, interface="flw1", direction="in"):
-        self.path = folder / f"received-{interface}.pcap"
-        self.dropped = None
+    def __init__(self, folder, length=64):
+        self.path = folder / "received.pcap"
         self.offset = real_time_minus_monotonic()
-        self.command = Command(["tcpdump", "-Z", "root", "-Q", direction, "--time-stamp-precision=nano", "-s", length,
-                                "-B", "131072", "-i", interface, "-w", self.path], "listening on", "stderr")
+        self.command = Command(["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-s", length,
+                                "-B", "131072", "-i", "flw1", "-w", self.path], "listening on", "stderr")
 
     def __enter__(self):
         return self
@@ -193,7 +198,8 @@ class Receiver:
         time.sleep(0 if kind else self.LAST_BLOCK)
         self.command.stop()
         dropped = [re.match(r"(\d+) packets? dropped by kernel", line) for line in self.command.lines]
-        self.dropped = sum(int(match.group(1)) for match in dropped if match)
+        if lost := sum(int(match.group(1)) for match in dropped if match):
+            print(f"the receiver has lost {lost} frames, which the table calls missing", file=sys.stderr)
         moved = real_time_minus_monotonic() - self.offset
         if abs(moved) > 10_000:
             raise RuntimeError(f"somebody has set the clock, by {moved} ns")

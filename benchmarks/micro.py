@@ -8,7 +8,7 @@ usage: micro.py BUILD_FOLDER [--rounds N]
 import json
 import subprocess
 
-from measuring import parser, print_row
+from measuring import median, parser, print_row
 
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
@@ -19,10 +19,11 @@ def run_benchmark(program, rounds):
     output = subprocess.run(words, capture_output=True, text=True, timeout=600, check=True).stdout
     figures = {}
     for entry in json.loads(output)["benchmarks"]:
-        if entry.get("aggregate_name") == "median":
+        if entry["run_type"] == "iteration":
             items = entry.get("items_per_second")
-            figures[entry["run_name"]] = 1e9 / items if items else entry["cpu_time"] * NANOSECONDS[entry["time_unit"]]
-    return figures
+            figures.setdefault(entry["run_name"], []).append(
+                1e9 / items if items else entry["cpu_time"] * NANOSECONDS[entry["time_unit"]])
+    return {name: median(of_rounds) for name, of_rounds in figures.items()}
 
 
 def main():

@@ -13,19 +13,21 @@ import os
 import random
 import time
 
-from measuring import Receiver, SECOND, make_link, median, memory_folder, numbered, parser, print_medians, received_numbers, \
-    run_to_end, take_turns, write_times
+from measuring import Receiver, SECOND, make_link, median, memory_folder, numbered, parser, print_medians, \
+    print_missing, received_numbers, run_to_end, take_turns, write_times
 
 BEFORE_FIRST_FRAME = 0.5
+REPLAY = "512 bytes, all at the same time"
 
 
-def replay_rate(folder, words):
+def replay_rate(folder, words, count):
+    """Frames/s, and the missing ones of count frames."""
     with Receiver(folder) as receiver:
         run_to_end(words, 60)
     times = [when for when, _ in received_numbers(receiver)]
     if len(times) < 2:
         raise RuntimeError(f"{words[0]}: no frames have come")
-    return (len(times) - 1) / (times[-1] - times[0]) * SECOND
+    return (len(times) - 1) / (times[-1] - times[0]) * SECOND, count - len(times)
 
 
 def measure_replay(build, folder, args):
@@ -34,13 +36,14 @@ def measure_replay(build, folder, args):
     tcpreplay = ["-q", "-i", "flw0", path]
     commands = {"flowlane": playpcap, "tcpreplay -t": ["tcpreplay", "-t", *tcpreplay],
                 "tcpreplay -t -K": ["tcpreplay", "-t", "-K", *tcpreplay], "precise": [*playpcap, "-pt"]}
-    results = take_turns(args.rounds, {name: functools.partial(replay_rate, folder, words)
+    results = take_turns(args.rounds, {name: functools.partial(replay_rate, folder, words, args.frames)
                                        for name, words in commands.items()})
-    precise = results.pop("precise")
-    peers = {name: rates for name, rates in results.items() if name != "flowlane"}
-    group, name = "replay", "512 bytes, all at the same time"
-    print_medians(group, name, "frames/s", results, better="higher")
-    print_medians(group, f"{name}, -pt", "frames/s", {"flowlane": precise, **peers}, better="higher")
+    peers = [name for name in results if name.startswith("tcpreplay")]
+    for own, name in (("flowlane", REPLAY), ("precise", f"{REPLAY}, -pt")):
+        rates, missing = ({"flowlane" if tool == own else tool: [pair[place] for pair in results[tool]]
+                           for tool in (own, *peers)} for place in range(2))
+        print_medians("replay", name, "frames/s", rates, better="higher")
+        print_missing("replay", name, missing)
     path.unlink()
 
 

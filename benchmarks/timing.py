@@ -23,7 +23,7 @@ import subprocess
 import time
 
 from measuring import Command, Receiver, SECOND, centred, make_link, memory_folder, number_in, numbered, parser, \
-    print_medians, print_row, received_numbers, run_to_end, slope, spread, take_turns, write_times
+    print_medians, print_missing, received_numbers, run_to_end, slope, spread, take_turns, write_times
 
 FAR_ADDRESS = "198.51.100.2"
 AVTP, IP = b"\x22\xf0", b"\x08\x00"
@@ -48,7 +48,7 @@ class Bench:
         return [self.flowlane, "playpcap", path.with_suffix(""), "-pt", "-n", "flw0"]
 
     def floor(self):
-        yield "wake-up of a sender, 1000/s", "bare sender", functools.partial(measure_floor, self.folder)
+        yield "wake-up of a sender, 1000/s", "bare sender", measure_floor
 
     def replay(self):
         shapes = {"1000/s": every(SECOND // 1000, 3000, 512), "gaps 20 us to 2 ms": mixed_gaps(3 * SECOND),
@@ -97,28 +97,23 @@ def mixed_gaps(duration):
     return frames
 
 
-def send_from_time_to_time(count, spacing):
-    """Sends numbered frames, and returns when each was due and the time just before it was sent, by the monotonic clock."""
+def measure_floor(count=3000, spacing=SECOND // 1000):
+    """How late a bare sender with real-time priority wakes up."""
     start = time.monotonic_ns() + 10 * spacing
-    due = [start + number * spacing for number in range(count)]
-    woken = []
+    late = []
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
         sender.bind(("flw0", 0))
         os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(1))
         try:
-            for number, when in enumerate(due):
+            for number in range(count):
+                due = start + number * spacing
                 frame = numbered(number, 512)
-                time.sleep(max(0, when - time.monotonic_ns()) / SECOND)
-                woken.append(time.monotonic_ns())
+                time.sleep(max(0, due - time.monotonic_ns()) / SECOND)
+                late.append(time.monotonic_ns() - due)
                 sender.send(frame)
         finally:
             os.sched_setscheduler(0, os.SCHED_OTHER, os.sched_param(0))
-    return due, woken
-
-
-def measure_floor(folder):
-    due, woken = send_from_time_to_time(3000, SECOND // 1000)
-    return error_figures([after - before for before, after in zip(due, woken)])
+    return error_figures(late)
 
 
 def error_figures(errors):
@@ -217,12 +212,12 @@ def measure(bench, step, rounds):
         by_tool = {tool: rounds for (of_row, tool), rounds in results.items() if of_row == row}
         by_tool.setdefault("flowlane", [])
         for figure in next(filter(None, by_tool.values()))[0]:
-            figures = {tool: [figures[figure] for figures in by_tool[tool]] for tool in sorted(by_tool, key="flowlane".__ne__)}
-            if figure != "missing":
+            figures = {tool: [figures[figure] for figures in by_tool[tool]]
+                       for tool in sorted(by_tool, key="flowlane".__ne__)}
+            if figure == "missing":
+                print_missing("exact timing (-pt)", row, figures)
+            else:
                 print_medians("exact timing (-pt)", f"{row}: {figure}", UNITS[figure], figures)
-            elif any(map(any, figures.values())):
-                print_row("exact timing (-pt)", f"{row}: missing, worst round", "frames",
-                          max(figures.pop("flowlane")), {tool: max(values) for tool, values in figures.items()}, goal=0)
 
 
 def main():
