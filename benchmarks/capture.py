@@ -14,8 +14,8 @@ import socket
 import subprocess
 import time
 
-from measuring import Command, make_link, memory_folder, numbered, parser, print_medians, print_row, send_frames, \
-    take_turns
+from measuring import Command, LAST_BLOCK, make_link, memory_folder, numbered, parser, print_medians, print_row, \
+    send_frames, take_turns
 
 RATE = 100_000
 
@@ -56,7 +56,7 @@ def capture_once(folder, tool, frames, length, rate):
     time.sleep(0.4)
     before = command.processor_time()
     send_frames(frames, length, rate)
-    time.sleep(0.5)
+    time.sleep(LAST_BLOCK)
     seconds = command.stop() - before
     path = folder / "captured.pcapng"
     lost = frames - count_in(path)

@@ -23,6 +23,8 @@ import pcapng
 
 SECOND = 10**9  # of nanoseconds
 ETHER_TYPE = b"\x88\xb5"
+# Seconds. tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
+LAST_BLOCK = 1.2
 
 
 class Build:
@@ -182,9 +184,6 @@ class Receiver:
     """tcpdump at an end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
     over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came."""
 
-    # tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
-    LAST_BLOCK = 2
-
     def __init__(self, folder, length=64):
         self.path = folder / "received.pcap"
         self.offset = real_time_minus_monotonic()
@@ -195,7 +194,7 @@ class Receiver:
         return self
 
     def __exit__(self, kind, *_):
-        time.sleep(0 if kind else self.LAST_BLOCK)
+        time.sleep(0 if kind else LAST_BLOCK)
         self.command.stop()
         dropped = [re.match(r"(\d+) packets? dropped by kernel", line) for line in self.command.lines]
         if lost := sum(int(match.group(1)) for match in dropped if match):
