@@ -3,7 +3,7 @@
 import math
 from xml.sax.saxutils import escape
 
-LINE, LEFT, WIDTH, TOP, BOTTOM = 22, 400, 420, 30, 50
+LINE, LEFT, WIDTH, TOP, BOTTOM = 22, 400, 490, 30, 50
 COLOURS = ["#3b82f6", "#d97706", "#16a34a", "#db2777", "#8b5cf6", "#0891b2"]
 STYLE = """<style>
 text { font: 13px sans-serif; fill: #24292f }
