@@ -1,7 +1,9 @@
-"""What the benchmarks on network interfaces share: programs with the processor time they take, capture files, a receiver
-with the kernel's time stamps, and tables."""
+"""What the benchmarks share: rows of the table, programs with the processor time they take, a veth pair with a sender,
+capture files, and a receiver with the kernel's time stamps."""
 
+import argparse
 import contextlib
+import json
 import os
 import pathlib
 import re
@@ -10,6 +12,7 @@ import statistics
 import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 
@@ -18,16 +21,96 @@ sys.path.insert(0, str(TOP / "tests" / "support" / "python"))
 
 import pcapng
 
+SECOND = 10**9  # of nanoseconds
 ETHER_TYPE = b"\x88\xb5"
+# Seconds. tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
+LAST_BLOCK = 1.2
 
 
-def use_build(build):
-    """Tells the helpers of the tests which programs to take, and returns the path of the program."""
-    tools = build.resolve() / "tests" / "support" / "segment"
-    flowlane = build.resolve() / "source_linux" / "flowlane" / "flowlane"
-    os.environ.update(FLOWLANE_SOURCE=str(TOP), FLOWLANE_BIN=str(flowlane), LANE_DUMP_BIN=str(tools / "lane-dump"),
-                      LANE_SEND_BIN=str(tools / "lane-send"), FAKE_DEVICE_DIR="")
-    return flowlane
+class Build:
+    """The folder of a build. The helpers of the tests learn here which programs to take."""
+
+    def __init__(self, text):
+        self.folder = pathlib.Path(text).resolve()
+        tools = self.folder / "tests" / "support" / "segment"
+        self.flowlane = self.folder / "source_linux" / "flowlane" / "flowlane"
+        self.lane_send = tools / "lane-send"
+        os.environ.update(FLOWLANE_SOURCE=str(TOP), FLOWLANE_BIN=str(self.flowlane), LANE_SEND_BIN=str(self.lane_send),
+                          LANE_DUMP_BIN=str(tools / "lane-dump"), FAKE_DEVICE_DIR="")
+
+
+def parser(description, rounds=5):
+    """The options that all parts have."""
+    made = argparse.ArgumentParser(description=description, formatter_class=argparse.RawTextHelpFormatter)
+    made.add_argument("build", type=Build, metavar="BUILD_FOLDER")
+    made.add_argument("--rounds", type=int, default=rounds, metavar="N")
+    return made
+
+
+def print_row(group, name, unit, ours, peers=None, goal=None, better="lower"):
+    """One row of the table as a line of JSON (table.py). ours, goal and the figures of the peers may be None."""
+    print(json.dumps({"group": group, "name": name, "unit": unit, "ours": ours, "peers": peers or {}, "goal": goal,
+                      "better": better}), flush=True)
+
+
+def take_turns(rounds, cases):
+    """The results of the cases, which are functions by name, in all rounds. In every round each has its turn."""
+    results = {name: [] for name in cases}
+    for done in range(rounds):
+        for name, call in cases.items():
+            label = name if isinstance(name, str) else ", ".join(name)
+            print(f"round {done + 1} of {rounds}: {label}", file=sys.stderr, flush=True)
+            results[name].append(call())
+    return results
+
+
+def median(values):
+    values = [value for value in values if value is not None]
+    return statistics.median(values) if values else None
+
+
+def print_medians(group, name, unit, results, **options):
+    """A row with the medians of the first result's name as ours and the others as the peers."""
+    ours, *peers = ((tool, median(values)) for tool, values in results.items())
+    print_row(group, name, unit, ours[1], dict(peers), **options)
+
+
+def print_missing(group, name, results):
+    """A row with the worst rounds, if any frame is missing."""
+    if any(map(any, results.values())):
+        ours, *peers = ((tool, max(values, default=None)) for tool, values in results.items())
+        print_row(group, f"{name}: missing, worst round", "frames", ours[1], dict(peers), goal=0)
+
+
+@contextlib.contextmanager
+def memory_folder():
+    with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
+        yield pathlib.Path(folder)
+
+
+@contextlib.contextmanager
+def own_segment(name):
+    """Programs started in the block use a virtual segment of this process."""
+    os.environ["QUAYSIDE2_SEGMENT"] = name = f"{name}-{os.getpid()}"
+    try:
+        yield
+    finally:
+        del os.environ["QUAYSIDE2_SEGMENT"]
+        for file in pathlib.Path("/dev/shm").glob(f"quayside2-*-{name}*"):
+            file.unlink()
+
+
+def make_link():
+    import interfaces
+    interfaces.make_link()
+
+
+def send_frames(count, length, rate=None):
+    """Sends on flw0, rate frames a second or flat out."""
+    pace = ["-b", f"{rate}pps"] if rate else []
+    subprocess.run(["trafgen", "-C", "-P", "1", "-o", "flw0", "-n", str(count), *pace,
+                    f"{{ fill(0xff, 6), fill(2, 6), c16(0x88b5), fill(0x5a, {length - 14}) }}"],
+                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=60, check=True)
 
 
 def numbered(number, length):
@@ -49,14 +132,17 @@ def write_times(path, frames):
 
 
 class Command:
-    """A program in the background with the processor time it takes. Its line with the text ready is waited for."""
+    """A program in the background with the processor time it takes. Its line with the text ready in the stream, if given,
+    is waited for."""
 
-    def __init__(self, words, ready, stream):
-        pipes = {stream: subprocess.PIPE}
+    def __init__(self, words, ready=None, stream=None):
+        pipes = {stream: subprocess.PIPE} if stream else {}
         self.process = subprocess.Popen([str(word) for word in words], stdin=subprocess.DEVNULL, text=True,
                                         **{"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, **pipes})
-        self.output = getattr(self.process, stream)
+        self.output = getattr(self.process, stream) if stream else None
         self.lines = []
+        if not stream:
+            return
         for line in self.output:
             self.lines.append(line)
             if ready in line:
@@ -71,7 +157,8 @@ class Command:
         """Ends it and returns the user and system time in seconds."""
         with contextlib.suppress(ProcessLookupError):
             self.process.send_signal(signal.SIGINT)
-        self.lines += self.output.readlines()
+        if self.output:
+            self.lines += self.output.readlines()
         _, _, usage = os.wait4(self.process.pid, 0)
         self.process.returncode = 0
         return usage.ru_utime + usage.ru_stime
@@ -95,27 +182,23 @@ def run_to_end(words, limit):
 
 class Receiver:
     """tcpdump at an end of the link, in the block. The kernel stamps a frame while the sender's system call hands it
-    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came, and offset how far the
-    clock of the stamps is ahead of the monotonic one, in nanoseconds."""
+    over, so the stamps do not depend on when tcpdump runs. Afterwards frames() gives what came."""
 
-    # tcpdump looks at a part-filled block of its buffer once a second, and loses it when it is ended before.
-    LAST_BLOCK = 2
-
-    def __init__(self, folder, length=64, interface="flw1", direction="in"):
-        self.path = folder / f"received-{interface}.pcap"
-        self.dropped = None
+    def __init__(self, folder, length=64):
+        self.path = folder / "received.pcap"
         self.offset = real_time_minus_monotonic()
-        self.command = Command(["tcpdump", "-Z", "root", "-Q", direction, "--time-stamp-precision=nano", "-s", length,
-                                "-B", "131072", "-i", interface, "-w", self.path], "listening on", "stderr")
+        self.command = Command(["tcpdump", "-Z", "root", "-Q", "in", "--time-stamp-precision=nano", "-s", length,
+                                "-B", "131072", "-i", "flw1", "-w", self.path], "listening on", "stderr")
 
     def __enter__(self):
         return self
 
     def __exit__(self, kind, *_):
-        time.sleep(0 if kind else self.LAST_BLOCK)
+        time.sleep(0 if kind else LAST_BLOCK)
         self.command.stop()
         dropped = [re.match(r"(\d+) packets? dropped by kernel", line) for line in self.command.lines]
-        self.dropped = sum(int(match.group(1)) for match in dropped if match)
+        if lost := sum(int(match.group(1)) for match in dropped if match):
+            print(f"the receiver has lost {lost} frames, which the table calls missing", file=sys.stderr)
         moved = real_time_minus_monotonic() - self.offset
         if abs(moved) > 10_000:
             raise RuntimeError(f"somebody has set the clock, by {moved} ns")
@@ -131,6 +214,12 @@ class Receiver:
             offset += 16 + captured
             found.append((seconds * 10**9 + fraction, data[offset - captured:offset]))
         return found
+
+
+def received_numbers(receiver):
+    """(time, number) of the numbered frames."""
+    return [(when, number) for when, number in ((when, number_in(frame)) for when, frame in receiver.frames())
+            if number is not None]
 
 
 def real_time_minus_monotonic():
@@ -159,22 +248,3 @@ def centred(values):
     """How far each value is from the median."""
     middle = statistics.median(values)
     return [abs(value - middle) for value in values]
-
-
-def machine():
-    return f"Linux {os.uname().release.split('-')[0]}, {os.cpu_count()} cores"
-
-
-def rounded(value):
-    if value is None:
-        return "-"
-    return f"{value:.0f}" if abs(value) >= 100 or value == 0 else f"{value:.1f}" if abs(value) >= 10 else f"{value:.2f}"
-
-
-def print_table(title, rows):
-    """rows: by name, the figures by their names, which are the same in all rows."""
-    cells = [["", *next(iter(rows.values()))], *([name, *map(rounded, row.values())] for name, row in rows.items())]
-    widths = [max(map(len, column)) for column in zip(*cells)]
-    print(f"\n{title}")
-    for name, *figures in cells:
-        print("  ".join([name.ljust(widths[0]), *(text.rjust(width) for text, width in zip(figures, widths[1:]))]))

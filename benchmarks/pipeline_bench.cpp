@@ -1,8 +1,7 @@
 // What one packet costs in the ts2av pipeline: reading and timing a file, packing into AVTP frames, and both
 // together. The device takes every frame and does nothing.
 //
-// usage: pipeline_bench [options of the benchmark library]. Build with
-// `cmake --build <folder> --target pipeline_bench`.
+// usage: pipeline_bench [options of the benchmark library]
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -17,71 +16,6 @@
 #include "streaming/TSFileSource.h"
 
 using namespace flowlane;
-
-extern "C" {
-
-KESTATUS QBX_EnumerateDevices(QBXDeviceType, QBXEnumerationHandle* enumeration, uint32_t* count) {
-    *enumeration = 1;
-    *count = 1;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_CloseEnumeration(QBXEnumerationHandle) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_OpenControlDevice(QBXEnumerationHandle, uint32_t, QBXDeviceHandle* device) {
-    *device = 1;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_OpenRawTxDevice(QBXEnumerationHandle, uint32_t, uint32_t, QBXRawHeaderType,
-                             QBXDeviceHandle* device, uint32_t) {
-    *device = 1;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_OpenRawRxDevice(QBXEnumerationHandle, uint32_t, uint32_t, QBXRawHeaderType,
-                             QBXDeviceHandle* device, uint32_t) {
-    *device = 1;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_CloseDevice(QBXDeviceHandle) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_GetDevicePropertyString(QBXDeviceHandle, uint32_t, char* buffer, uint32_t) {
-    *buffer = 0;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_GetDevicePropertyBinary(QBXDeviceHandle, uint32_t, void* buffer, uint32_t size,
-                                     uint32_t* returnedSize) {
-    std::memset(buffer, 2, size);
-    *returnedSize = size;
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_EnableRawRx(QBXDeviceHandle) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_DisableRawRx(QBXDeviceHandle) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_WaitForRawFrame(QBXDeviceHandle, int32_t) {
-    return KESTATUS_TIMEOUT;
-}
-KESTATUS QBX_GetReceivedRawFrame(QBXDeviceHandle, QBXRawFrameType*, void*, uint32_t, uint32_t*) {
-    return KESTATUS_NO_DATA;
-}
-KESTATUS QBX_CheckSubmitRawFrame(QBXDeviceHandle, uint32_t) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_WaitForTxResources(QBXDeviceHandle, uint32_t, int32_t) {
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_SubmitRawFrame(QBXDeviceHandle, const void* frame, uint32_t, uint32_t*) {
-    benchmark::DoNotOptimize(frame);
-    benchmark::ClobberMemory();
-    return KESTATUS_SUCCESS;
-}
-KESTATUS QBX_SendRawFrames(QBXDeviceHandle) {
-    return KESTATUS_SUCCESS;
-}
-}
 
 namespace {
 

@@ -1,68 +1,84 @@
 #!/usr/bin/env python3
-"""Measures how well playpcap keeps the times of a file: replays a made-up recording on a segment of its own and
-looks at the times at which the frames were sent.
+"""Measures how fast playpcap replays beside tcpreplay, on a veth pair, and how fast it reads a file beside capinfos, with
+a device that does nothing.
 
-usage: replay.py BUILD_FOLDER [--seconds N] [--rate FRAMES_PER_SECOND]
+usage: in-network-namespace replay.py BUILD_FOLDER [--rounds N] [--frames N]
 
-lateness: of each frame against its time in the file; the smallest one is taken for zero, since the two clocks have
-different origins. drift: of the mean lateness, between the first and the last tenth of the frames.
+All frames have the same time. The rate is of what reaches the far end, between the first frame and the last one. The
+time to read is without the half second that playpcap waits before the first frame.
 """
 
-import argparse
+import functools
 import os
-import pathlib
-import sys
-import tempfile
+import random
+import time
 
-top = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(top / "tests" / "support" / "python"))
+from measuring import Receiver, SECOND, make_link, median, memory_folder, numbered, parser, print_medians, \
+    print_missing, received_numbers, run_to_end, take_turns, write_times
+
+BEFORE_FIRST_FRAME = 0.5
+REPLAY = "512 bytes, all at the same time"
 
 
-def numbered(number):
-    return b"\xff" * 6 + b"\x02" * 6 + b"\x88\xb5" + number.to_bytes(4, "big") + bytes(82)
+def replay_rate(folder, words, count):
+    """Frames/s, and the missing ones of count frames."""
+    with Receiver(folder) as receiver:
+        run_to_end(words, 60)
+    times = [when for when, _ in received_numbers(receiver)]
+    if len(times) < 2:
+        raise RuntimeError(f"{words[0]}: no frames have come")
+    return (len(times) - 1) / (times[-1] - times[0]) * SECOND, count - len(times)
+
+
+def measure_replay(build, folder, args):
+    path = write_times(folder / "replay.pcapng", ((0, numbered(number, 512)) for number in range(args.frames)))
+    playpcap = [build.flowlane, "playpcap", path.with_suffix(""), "-n", "flw0"]
+    tcpreplay = ["-q", "-i", "flw0", path]
+    commands = {"flowlane": playpcap, "tcpreplay -t": ["tcpreplay", "-t", *tcpreplay],
+                "tcpreplay -t -K": ["tcpreplay", "-t", "-K", *tcpreplay], "precise": [*playpcap, "-pt"]}
+    results = take_turns(args.rounds, {name: functools.partial(replay_rate, folder, words, args.frames)
+                                       for name, words in commands.items()})
+    peers = [name for name in results if name.startswith("tcpreplay")]
+    for own, name in (("flowlane", REPLAY), ("precise", f"{REPLAY}, -pt")):
+        rates, missing = ({"flowlane" if tool == own else tool: [pair[place] for pair in results[tool]]
+                           for tool in (own, *peers)} for place in range(2))
+        print_medians("replay", name, "frames/s", rates, better="higher")
+        print_missing("replay", name, missing)
+    path.unlink()
+
+
+def time_to_read(words):
+    """Seconds until the end, and seconds of a processor."""
+    begin = time.monotonic()
+    cpu = run_to_end(words, 60)
+    return time.monotonic() - begin, cpu
+
+
+def measure_reading(build, folder, args):
+    chance = random.Random(1)
+    path = write_times(folder / "read.pcapng",
+                       ((0, numbered(number, chance.randrange(60, 1515))) for number in range(args.frames)))
+    # The device library that discards all.
+    playpcap = ["env", f"LD_LIBRARY_PATH={build.folder / 'benchmarks' / 'null_device'}", build.flowlane, "playpcap",
+                path.with_suffix(""), "-d", "0"]
+    results = take_turns(args.rounds, {"flowlane": functools.partial(time_to_read, playpcap),
+                                       "capinfos -c": functools.partial(time_to_read, ["capinfos", "-c", path])})
+    results["flowlane"] = [(seconds - BEFORE_FIRST_FRAME, cpu) for seconds, cpu in results["flowlane"]]
+    for place, name in enumerate(("time", "CPU")):
+        figures = {tool: [pair[place] for pair in rounds] for tool, rounds in results.items()}
+        print_medians("replay", f"read a file of {os.stat(path).st_size / 1e6:.0f} MB, {args.frames} frames: {name}", "s",
+                      figures, goal=median(figures["capinfos -c"]))
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
-    parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("--seconds", type=float, default=20)
-    parser.add_argument("--rate", type=int, default=1000)
-    args = parser.parse_args()
-
-    tools = args.build / "tests" / "support" / "segment"
-    os.environ.update(
-        FLOWLANE_SOURCE=str(top), FLOWLANE_BIN=str(args.build / "source_linux" / "flowlane" / "flowlane"),
-        LANE_DUMP_BIN=str(tools / "lane-dump"), LANE_SEND_BIN=str(tools / "lane-send"), FAKE_DEVICE_DIR="")
-    import capture
-    import lanes
-    import pcapng
-    lanes.TIMEOUT = args.seconds + 120
-
-    spacing = 1_000_000_000 // args.rate
-    count = int(args.seconds * args.rate)
-    segment = lanes.Segment(f"replay-{os.getpid()}")
-    with tempfile.TemporaryDirectory() as folder:
-        path = pathlib.Path(folder) / "file.pcapng"
-        pcapng.write_file(path, map(numbered, range(count)), spacing)
-        captured = pathlib.Path(folder) / "frames.pcap"
-        try:
-            with segment.receiver(captured) as receiver:
-                result = segment.run("playpcap", path)
-            assert result.returncode == 0, result.stderr
-        finally:
-            segment.remove()
-        frames = capture.frames(captured)
-    assert [int.from_bytes(data[14:18], "big") for _, data in frames] == list(range(count))
-
-    late = [when - number * spacing for number, (when, _) in enumerate(frames)]
-    earliest = min(late)
-    late = [(value - earliest) / 1e6 for value in late]
-    tenth = max(1, count // 10)
-    drift = sum(late[-tenth:]) / tenth - sum(late[:tenth]) / tenth
-    late.sort()
-    print(f"{receiver.summary}; {count} frames, {args.seconds:g} s")
-    print(f"lateness p50 {late[count // 2]:.2f} ms, p99 {late[count * 99 // 100]:.2f} ms, max {late[-1]:.2f} ms; "
-          f"drift {drift:+.3f} ms")
+    options = parser(__doc__)
+    options.add_argument("--frames", type=int, default=500_000)
+    args = options.parse_args()
+    make_link()
+    with memory_folder() as folder:
+        measure_replay(args.build, folder, args)
+        measure_reading(args.build, folder, args)
 
 
-main()
+if __name__ == "__main__":
+    main()

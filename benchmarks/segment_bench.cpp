@@ -1,7 +1,6 @@
 // How fast the virtual segment carries frames between two processes, and how soon a sleeping receiver wakes.
 //
-// usage: segment_bench [rounds]. Build with `cmake --build <folder> --target segment_bench`. Uses a segment
-// of its own, which it removes.
+// usage: segment_bench [ROUNDS [FRAMES]]. Uses a segment of its own, which it removes.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -181,57 +180,72 @@ Result Measure(const Run& run, double& seconds, double& cpuSeconds) {
     return result;
 }
 
-void Throughput(int rounds) {
-    std::printf(
-        "throughput, medians of %d rounds: frames/s (thousands), lost, CPU ns per frame of sender and "
-        "receiver\n",
-        rounds);
-    for (const std::uint32_t length : {64u, 512u, 1390u, 1514u}) {
-        for (const std::uint32_t batch : {1u, 16u, 64u}) {
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// A row of the table (table.py).
+void PrintRow(const std::string& name, const char* unit, double value, const char* better) {
+    std::printf("{\"group\": \"between two processes on the segment\", \"name\": \"%s\", \"unit\": \"%s\", "
+                "\"ours\": %g, \"peers\": {}, \"goal\": null, \"better\": \"%s\"}\n",
+                name.c_str(), unit, value, better);
+}
+
+void Throughput(unsigned rounds, std::uint64_t frames) {
+    std::uint64_t lost = 0;
+    std::uint64_t sent = 0;
+    for (const std::uint32_t length : {128u, 1514u}) {
+        for (const std::uint32_t batch : {1u, 64u}) {
             std::vector<double> rates;
-            std::uint64_t lost = 0;
-            double cpuSender = 0;
-            double cpuReceiver = 0;
-            const Run run = {.length = length, .batch = batch, .frames = 2000000};
-            for (int round = 0; round < rounds; ++round) {
+            std::vector<double> costs;
+            const Run run = {.length = length, .batch = batch, .frames = frames};
+            for (unsigned round = 0; round < rounds; ++round) {
                 double seconds = 0;
                 double cpu = 0;
                 const Result result = Measure(run, seconds, cpu);
-                rates.push_back(static_cast<double>(run.frames) / seconds / 1000.0);
+                rates.push_back(static_cast<double>(frames) / seconds);
+                costs.push_back(1e9 * (cpu + result.cpuSeconds) / static_cast<double>(frames));
                 lost += result.lost;
-                cpuSender += cpu;
-                cpuReceiver += result.cpuSeconds;
+                sent += frames;
             }
-            std::sort(rates.begin(), rates.end());
-            const double perFrame = 1e9 / static_cast<double>(run.frames) / rounds;
-            std::printf("%5u bytes, by %2u: %7.0f (%.0f to %.0f), %llu lost, %.0f / %.0f ns\n", length, batch,
-                        rates[rates.size() / 2], rates.front(), rates.back(),
-                        static_cast<unsigned long long>(lost), cpuSender * perFrame, cpuReceiver * perFrame);
+            const std::string name = std::to_string(length) + " bytes, sent by " + std::to_string(batch);
+            PrintRow(name, "frames/s", Median(rates), "higher");
+            PrintRow(name + ": CPU of both ends", "ns per frame", Median(costs), "lower");
         }
     }
+    PrintRow("lost in all", "%", 100 * static_cast<double>(lost) / static_cast<double>(sent), "lower");
 }
 
-void WakeUp(int rounds) {
-    std::printf("wake-up of a sleeping receiver, 512 bytes, 1000 frames/s: p50, p99 in microseconds\n");
-    for (int round = 0; round < rounds; ++round) {
+void WakeUp(unsigned rounds) {
+    std::vector<double> p50;
+    std::vector<double> p99;
+    for (unsigned round = 0; round < rounds; ++round) {
         double seconds = 0;
         double cpu = 0;
         const Result result = Measure(
             {.length = 512, .batch = 1, .frames = cLatencyFrames, .gapMicroseconds = 1000}, seconds, cpu);
-        std::printf("  %.1f, %.1f (%llu lost)\n", result.p50, result.p99,
-                    static_cast<unsigned long long>(result.lost));
+        p50.push_back(result.p50);
+        p99.push_back(result.p99);
     }
+    PrintRow("wake-up of a sleeping receiver, p50", "us", Median(p50), "lower");
+    PrintRow("wake-up of a sleeping receiver, p99", "us", Median(p99), "lower");
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5; // NOLINT(cert-err34-c)
+    const unsigned long rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 5;
+    const unsigned long frames = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 2000000;
+    if (rounds == 0 || frames == 0) {
+        std::fputs("usage: segment_bench [ROUNDS [FRAMES]]\n", stderr);
+        return 2;
+    }
     const std::string name = "bench-" + std::to_string(getpid());
     setenv("QUAYSIDE2_SEGMENT", name.c_str(), 1);
     unsetenv("QUAYSIDE2_DEVICES");
-    Throughput(rounds);
-    WakeUp(rounds);
+    Throughput(static_cast<unsigned>(rounds), frames);
+    WakeUp(static_cast<unsigned>(rounds));
     const std::string path = "/dev/shm/quayside2-" + std::to_string(geteuid()) + "-" + name;
     unlink(path.c_str());
     return 0;
