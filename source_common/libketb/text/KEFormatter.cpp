@@ -112,15 +112,15 @@ private:
     }
 
     // Returns where the first digit is.
-    template <unsigned base>
+    template <unsigned Base>
     char* WriteDigits(char* end, const char* symbols) const noexcept {
         std::uint64_t number = mNumber;
         for (unsigned i = 0; i < mCount; ++i) {
             if (mSpec.mGroupingCharacter && i != 0 && i % mGroupSize == 0) {
                 *--end = mSpec.mGroupingCharacter;
             }
-            *--end = symbols[number % base];
-            number /= base;
+            *--end = symbols[number % Base];
+            number /= Base;
         }
         return end;
     }
