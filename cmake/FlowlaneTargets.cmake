@@ -1,6 +1,8 @@
-# flowlane_options: what every target of the project is compiled and linked with.
+# flowlane_options: what every target of the project is compiled and linked with. Nobody replaces functions of the
+# archives at run time, so the compiler may inline them although their code is position-independent.
 add_library(flowlane_options INTERFACE)
 target_compile_options(flowlane_options INTERFACE
+  -fno-semantic-interposition
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
   $<$<BOOL:${FLOWLANE_WERROR}>:-Werror>)

@@ -1,6 +1,7 @@
 #include "text/KEFormatScanner.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdarg>
 #include <cstdint>
 #include <limits>
@@ -19,6 +20,35 @@ bool IsBlank(char c) noexcept {
 
 bool IsDigit(char c) noexcept {
     return c >= '0' && c <= '9';
+}
+
+constexpr std::uint64_t RepeatInWord(char c) noexcept {
+    return static_cast<unsigned char>(c) * (std::numeric_limits<std::uint64_t>::max() / 0xFF);
+}
+
+// Zero when no byte of word is this character. Otherwise the lowest bit that is set is in the first such
+// byte.
+constexpr std::uint64_t MarkCharacter(std::uint64_t word, char c) noexcept {
+    const std::uint64_t difference = word ^ RepeatInWord(c);
+    return (difference - RepeatInWord(1)) & ~difference & RepeatInWord('\x80');
+}
+
+// The first bracket, or end. Looks at eight characters at a time, the first one in the lowest byte.
+const char* FindBracket(const char* position, const char* end) noexcept {
+    while (end - position >= 8) {
+        std::uint64_t word = 0;
+        for (unsigned i = 0; i < 8; ++i) {
+            word |= std::uint64_t{static_cast<unsigned char>(position[i])} << (8 * i);
+        }
+        if (const std::uint64_t marks = MarkCharacter(word, '{') | MarkCharacter(word, '}')) {
+            return position + std::countr_zero(marks) / 8;
+        }
+        position += 8;
+    }
+    while (position != end && *position != '{' && *position != '}') {
+        ++position;
+    }
+    return position;
 }
 
 bool IsAlignment(char c) noexcept {
@@ -136,7 +166,8 @@ FormatSpecError KEFormatScanner::ExtractFormatSpec(const char*& position, KEForm
     return ApplyType(type, spec) ? FormatSpecError::Success : FormatSpecError::UnsupportedType;
 }
 
-void KEFormatScanner::ScanFormat() noexcept {
+// Its parts are inlined: this is the path of every message.
+[[gnu::flatten]] void KEFormatScanner::ScanFormat() noexcept {
     while (*mPosition != '\0') {
         const char c = *mPosition;
         if (c != '{' && c != '}') {
@@ -153,10 +184,7 @@ void KEFormatScanner::ScanFormat() noexcept {
 }
 
 void KEFormatScanner::ScanText() noexcept {
-    const char* end = mPosition;
-    while (*end != '\0' && *end != '{' && *end != '}') {
-        ++end;
-    }
+    const char* const end = FindBracket(mPosition, mEnd);
     mFormatter.PutCharacters(mPosition, static_cast<std::size_t>(end - mPosition));
     mPosition = end;
 }
@@ -251,7 +279,7 @@ void KEFormatScanner::CloseField() noexcept {
     mUsedCount = std::max(mUsedCount, mAutomaticIndex);
 }
 
-void KEFormatScanner::ReportLeftovers() const noexcept {
+void KEFormatScanner::ReportLeftovers() noexcept {
     if (mCount > mUsedCount) {
         ReportFault(
             "%s: ERROR: %s: More arguments than {} replacement fields. FormatString follows, %u arguments.\n",
@@ -263,7 +291,8 @@ void KEFormatScanner::ReportLeftovers() const noexcept {
     }
 }
 
-void KEFormatScanner::ReportFault(const char* message, ...) const noexcept {
+void KEFormatScanner::ReportFault(const char* message, ...) noexcept {
+    mHasFaults = true;
     std::va_list args;
     va_start(args, message);
     KEOutputDebugStringV(message, args);

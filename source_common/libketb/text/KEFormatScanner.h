@@ -7,6 +7,7 @@
 #define KESTRELON_KEFORMATSCANNER_H
 
 #include <cstddef>
+#include <cstring>
 
 #include "text/KEFormatSpec.h"
 #include "text/KEFormatter.h"
@@ -28,6 +29,7 @@ public:
         : mFormatter(formatter),
           mFunction(function),
           mFormat(format),
+          mEnd(format + std::strlen(format)),
           mPosition(format),
           mArgs(args),
           mCount(count),
@@ -36,7 +38,9 @@ public:
     // Scans the whole format string. Once.
     void ScanFormat() noexcept;
     // After the scan: reports arguments that no field has used, and a field that was not closed.
-    void ReportLeftovers() const noexcept;
+    void ReportLeftovers() noexcept;
+    // Whether a fault has been reported.
+    bool HasFaults() const noexcept { return mHasFaults; }
 
     // Reads one format spec from the character behind the ":" on. position is left on the character that
     // ended it, or behind a type letter that is not supported.
@@ -52,16 +56,18 @@ private:
     void CloseField() noexcept;
     unsigned ArgumentCount() const noexcept { return static_cast<unsigned>(mCount); }
     // Writes the message and then the format string to the system log.
-    void ReportFault(const char* message, ...) const noexcept __attribute__((format(printf, 2, 3)));
+    void ReportFault(const char* message, ...) noexcept __attribute__((format(printf, 2, 3)));
 
     KEFormatterImplT<char>& mFormatter;
     const char* mFunction;
     const char* mFormat;
+    const char* mEnd;      // of mFormat, where its terminator is
     const char* mPosition; // the next character of mFormat
     const fmtimpl::ArgumentHolder* mArgs;
     std::size_t mCount;              // of arguments
     std::size_t mAutomaticIndex = 0; // of the argument for the next field without an index
     std::size_t mUsedCount = 0;      // highest used index + 1
+    bool mHasFaults = false;
 
     // The current field.
     KEFormatterContext mContext;

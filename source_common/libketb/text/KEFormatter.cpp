@@ -1,6 +1,8 @@
 #include "text/KEFormatter.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -18,65 +20,117 @@ using fmtimpl::IntNumber;
 
 namespace {
 
-// The digits of a number, built from the last one to the first.
-class DigitBuffer {
-public:
-    // grouping is put between every groupSize digits when it is not 0.
-    DigitBuffer(char grouping, unsigned groupSize) noexcept : mGrouping(grouping), mGroupSize(groupSize) {}
-
-    void PutDigit(char digit) noexcept {
-        if (mGrouping && mDigits != 0 && mDigits % mGroupSize == 0) {
-            *--mFirst = mGrouping;
-        }
-        *--mFirst = digit;
-        ++mDigits;
+// "00" to "99".
+constexpr std::array<char, 200> cDigitPairs = [] {
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < pairs.size(); i += 2) {
+        pairs[i] = static_cast<char>('0' + i / 20);
+        pairs[i + 1] = static_cast<char>('0' + i / 2 % 10);
     }
-    void PutPrefix(char character) noexcept { *--mFirst = character; }
+    return pairs;
+}();
 
-    unsigned Digits() const noexcept { return mDigits; }
-    const char* First() const noexcept { return mFirst; }
-    std::size_t Length() const noexcept {
-        return static_cast<std::size_t>(mBuffer + sizeof mBuffer - mFirst);
+unsigned CountDecimalDigits(std::uint64_t number) noexcept {
+    unsigned count = 1;
+    for (; number >= 10000; number /= 10000) {
+        count += 4;
+    }
+    return count + (number >= 10) + (number >= 100) + (number >= 1000);
+}
+
+// Ends right before end. Two digits per division, since divisions cost the most.
+void WriteDecimalBefore(char* end, std::uint64_t number) noexcept {
+    for (; number >= 100; number /= 100) {
+        end -= 2;
+        std::memcpy(end, &cDigitPairs[number % 100 * 2], 2);
+    }
+    if (number >= 10) {
+        std::memcpy(end - 2, &cDigitPairs[number * 2], 2);
+    } else {
+        end[-1] = static_cast<char>('0' + number);
+    }
+}
+
+unsigned CountHexadecimalDigits(std::uint64_t number) noexcept {
+    return number == 0 ? 1 : (static_cast<unsigned>(std::bit_width(number)) + 3) / 4;
+}
+
+// The digits of a number without its sign, with "0x" and grouping. The length is known before they are
+// written, so that they are written right where they belong.
+class NumberDigits {
+public:
+    static constexpr std::size_t cMaxLength = 32; // of any number, with a sign too
+
+    static NumberDigits Decimal(std::uint64_t magnitude, const KEFormatSpec& spec) noexcept {
+        return {magnitude, CountDecimalDigits(magnitude), 3, spec};
+    }
+    // size is that of the value's type in bytes.
+    static NumberDigits Hexadecimal(std::uint64_t value, std::uint8_t size,
+                                    const KEFormatSpec& spec) noexcept {
+        if (size < 8) {
+            value &= (std::uint64_t{1} << (8 * size)) - 1;
+        }
+        const unsigned count =
+            std::max(CountHexadecimalDigits(value), spec.Is(KEFormatSpec::FullWidth) ? 2u * size : 0u);
+        return {value, count, spec.Is(KEFormatSpec::GroupByEight) ? 8u : 4u, spec};
+    }
+
+    std::size_t Length() const noexcept { return mLength; }
+    // Ends right before end.
+    void WriteBefore(char* end) const noexcept {
+        if (mSpec.Is(KEFormatSpec::Hexadecimal)) {
+            WriteHexadecimal(end);
+        } else if (mSpec.mGroupingCharacter) {
+            WriteDigits<10>(end, "0123456789");
+        } else {
+            WriteDecimalBefore(end, mNumber);
+        }
     }
 
 private:
-    char mBuffer[40];
-    char* mFirst = mBuffer + sizeof mBuffer;
-    char mGrouping;
-    unsigned mGroupSize;
-    unsigned mDigits = 0;
-};
-
-DigitBuffer DecimalDigits(std::uint64_t magnitude, const KEFormatSpec& spec) noexcept {
-    DigitBuffer digits(spec.mGroupingCharacter, 3);
-    do {
-        digits.PutDigit(static_cast<char>('0' + magnitude % 10));
-        magnitude /= 10;
-    } while (magnitude != 0);
-    return digits;
-}
-
-DigitBuffer HexadecimalDigits(std::uint64_t value, std::uint8_t size, const KEFormatSpec& spec) noexcept {
-    const char* const symbols = spec.Is(KEFormatSpec::UpperCase) ? "0123456789ABCDEF" : "0123456789abcdef";
-    if (size < 8) {
-        value &= (std::uint64_t{1} << (8 * size)) - 1;
-    }
-    DigitBuffer digits(spec.mGroupingCharacter, spec.Is(KEFormatSpec::GroupByEight) ? 8 : 4);
-    do {
-        digits.PutDigit(symbols[value & 0xF]);
-        value >>= 4;
-    } while (value != 0);
-    if (spec.Is(KEFormatSpec::FullWidth)) {
-        while (digits.Digits() < 2u * size) {
-            digits.PutDigit('0');
+    NumberDigits(std::uint64_t number, unsigned count, unsigned groupSize, const KEFormatSpec& spec) noexcept
+        : mSpec(spec), mNumber(number), mCount(count), mGroupSize(groupSize), mLength(count) {
+        if (spec.mGroupingCharacter) {
+            mLength += (count - 1) / groupSize;
+        }
+        if (HasPrefix()) {
+            mLength += 2;
         }
     }
-    if (spec.Is(KEFormatSpec::AlternateForm)) {
-        digits.PutPrefix('x');
-        digits.PutPrefix('0');
+
+    bool HasPrefix() const noexcept {
+        return mSpec.Is(KEFormatSpec::Hexadecimal) && mSpec.Is(KEFormatSpec::AlternateForm);
     }
-    return digits;
-}
+
+    void WriteHexadecimal(char* end) const noexcept {
+        end =
+            WriteDigits<16>(end, mSpec.Is(KEFormatSpec::UpperCase) ? "0123456789ABCDEF" : "0123456789abcdef");
+        if (HasPrefix()) {
+            *--end = 'x';
+            *--end = '0';
+        }
+    }
+
+    // Returns where the first digit is.
+    template <unsigned Base>
+    char* WriteDigits(char* end, const char* symbols) const noexcept {
+        std::uint64_t number = mNumber;
+        for (unsigned i = 0; i < mCount; ++i) {
+            if (mSpec.mGroupingCharacter && i != 0 && i % mGroupSize == 0) {
+                *--end = mSpec.mGroupingCharacter;
+            }
+            *--end = symbols[number % Base];
+            number /= Base;
+        }
+        return end;
+    }
+
+    const KEFormatSpec& mSpec;
+    std::uint64_t mNumber;
+    unsigned mCount; // of digits, with leading zeros
+    unsigned mGroupSize;
+    std::size_t mLength;
+};
 
 } // namespace
 
@@ -99,11 +153,7 @@ int KEFormatterBase::FmtBool(bool value, const KEFormatSpec& spec) noexcept {
     return FmtString(value ? "true" : "false", spec);
 }
 
-int KEFormatterBase::FmtIntNumber(const IntNumber& number, const KEFormatSpec& spec) noexcept {
-    if (!spec.Is(KEFormatSpec::Character)) {
-        FmtIntNumberImpl(number, spec);
-        return 0;
-    }
+int KEFormatterBase::FmtCharacterCode(const IntNumber& number, const KEFormatSpec& spec) noexcept {
     if (number.value == 0) {
         return FmtString("NUL", spec);
     }
@@ -183,12 +233,15 @@ int FormatCharArray(KEFormatterContext& context, const char* text, std::size_t s
 
 std::string FormatToStdString(const char* format, const ArgumentHolder* args, std::size_t count) noexcept {
     try {
-        std::string text;
-        const std::size_t length = KEFormatter().FormatArgs(format, args, count);
-        if (length != 0) {
-            text.resize(length);
-            KEFormatter(text.data(), length + 1).FormatArgs(format, args, count);
+        char buffer[256]; // for nearly every text
+        KEFormatter formatter(buffer, sizeof buffer);
+        const std::size_t length = formatter.FormatArgs(format, args, count);
+        // Faults are reported once more, kept for compatibility.
+        if (length < sizeof buffer && (length == 0 || !formatter.HasFaults())) {
+            return {buffer, length};
         }
+        std::string text(length, '\0');
+        KEFormatter(text.data(), length + 1).FormatArgs(format, args, count);
         return text;
     } catch (const std::exception&) {
         return {};
@@ -198,35 +251,11 @@ std::string FormatToStdString(const char* format, const ArgumentHolder* args, st
 } // namespace fmtimpl
 
 template <typename CharT>
-KEFormatterImplT<CharT>::KEFormatterImplT(CharT* buffer, std::size_t size) noexcept {
-    if (buffer && size != 0) {
-        mRange.mCurWritePtr = buffer;
-        mRange.mLastPtr = buffer + (size - 1);
-    }
-}
-
-template <typename CharT>
 void KEFormatterImplT<CharT>::PutCharacter(char character) noexcept {
     if (mRange.mCurWritePtr < mRange.mLastPtr) {
         *mRange.mCurWritePtr++ = character;
     }
     ++mRange.mCurLen;
-}
-
-template <typename CharT>
-void KEFormatterImplT<CharT>::PutCharacters(const char* characters, std::size_t count) noexcept {
-    const auto room = static_cast<std::size_t>(mRange.mLastPtr - mRange.mCurWritePtr);
-    const std::size_t written = std::min(count, room);
-    constexpr std::size_t cShort = 16; // not worth a call of the C library
-    if (written > cShort) {
-        std::memcpy(mRange.mCurWritePtr, characters, written);
-    } else {
-        for (std::size_t i = 0; i < written; ++i) {
-            mRange.mCurWritePtr[i] = characters[i];
-        }
-    }
-    mRange.mCurWritePtr += written;
-    mRange.mCurLen += count;
 }
 
 template <typename CharT>
@@ -239,8 +268,7 @@ void KEFormatterImplT<CharT>::PutFill(std::uint64_t count, const KEFormatSpec& s
     if (count == 0) {
         return;
     }
-    const auto room = static_cast<std::uint64_t>(mRange.mLastPtr - mRange.mCurWritePtr);
-    mRange.mCurWritePtr = std::fill_n(mRange.mCurWritePtr, static_cast<std::size_t>(std::min(count, room)),
+    mRange.mCurWritePtr = std::fill_n(mRange.mCurWritePtr, std::min<std::uint64_t>(count, Room()),
                                       spec.mFillCharacter ? spec.mFillCharacter : ' ');
     mRange.mCurLen += static_cast<std::size_t>(count);
 }
@@ -295,6 +323,26 @@ int KEFormatterImplT<CharT>::FmtString(const wchar_t* text, const KEFormatSpec& 
 
 template <typename CharT>
 void KEFormatterImplT<CharT>::FmtIntNumberImpl(const IntNumber& number, const KEFormatSpec& spec) noexcept {
+    const bool isPlain = !spec.Is(KEFormatSpec::Hexadecimal) && spec.mWidth == 0 && !spec.mSignCharacter &&
+                         !spec.mGroupingCharacter;
+    if (!isPlain || Room() < NumberDigits::cMaxLength) {
+        FmtNumberWithSpec(number, spec);
+        return;
+    }
+    // The path of nearly every number.
+    auto magnitude = static_cast<std::uint64_t>(number.value);
+    if (number.isSigned && number.value < 0) {
+        PutCharacter('-');
+        magnitude = 0 - magnitude;
+    }
+    const unsigned count = CountDecimalDigits(magnitude);
+    mRange.mCurWritePtr += count;
+    mRange.mCurLen += count;
+    WriteDecimalBefore(mRange.mCurWritePtr, magnitude);
+}
+
+template <typename CharT>
+void KEFormatterImplT<CharT>::FmtNumberWithSpec(const IntNumber& number, const KEFormatSpec& spec) noexcept {
     const auto bits = static_cast<std::uint64_t>(number.value);
     const bool hexadecimal = spec.Is(KEFormatSpec::Hexadecimal);
     char sign = 0;
@@ -305,8 +353,8 @@ void KEFormatterImplT<CharT>::FmtIntNumberImpl(const IntNumber& number, const KE
             sign = spec.mSignCharacter;
         }
     }
-    const DigitBuffer digits = hexadecimal ? HexadecimalDigits(bits, number.size, spec)
-                                           : DecimalDigits(sign == '-' ? 0 - bits : bits, spec);
+    const NumberDigits digits = hexadecimal ? NumberDigits::Hexadecimal(bits, number.size, spec)
+                                            : NumberDigits::Decimal(sign == '-' ? 0 - bits : bits, spec);
     const std::size_t length = digits.Length() + (sign ? 1 : 0);
     const std::uint64_t padding = spec.mWidth > length ? spec.mWidth - length : 0;
     std::uint64_t beforeSign = 0;
@@ -332,7 +380,17 @@ void KEFormatterImplT<CharT>::FmtIntNumberImpl(const IntNumber& number, const KE
         PutCharacter(sign);
     }
     PutFill(beforeDigits, spec);
-    PutCharacters(digits.First(), digits.Length());
+    if (Room() >= digits.Length()) {
+        mRange.mCurWritePtr += digits.Length();
+        mRange.mCurLen += digits.Length();
+        digits.WriteBefore(mRange.mCurWritePtr);
+    } else {
+        char buffer[NumberDigits::cMaxLength];
+        digits.WriteBefore(buffer + digits.Length());
+        for (std::size_t i = 0; i < digits.Length(); ++i) {
+            PutCharacter(buffer[i]);
+        }
+    }
     PutFill(after, spec);
 }
 
@@ -343,6 +401,7 @@ std::size_t KEFormatterT<CharT>::FormatArgs(const CharT* format, const ArgumentH
     scanner.ScanFormat();
     this->PutTerminator();
     scanner.ReportLeftovers();
+    mHasFaults = scanner.HasFaults();
     return this->mRange.mCurLen;
 }
 

@@ -11,9 +11,11 @@
 #ifndef KESTRELON_KEFORMATTER_H
 #define KESTRELON_KEFORMATTER_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <type_traits>
 
@@ -90,7 +92,13 @@ public:
     int FmtInteger(unsigned long long value, const KEFormatSpec& spec) noexcept {
         return FmtAnyInteger(value, spec);
     }
-    int FmtIntNumber(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept;
+    int FmtIntNumber(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept {
+        if (spec.Is(KEFormatSpec::Character)) {
+            return FmtCharacterCode(number, spec);
+        }
+        FmtIntNumberImpl(number, spec);
+        return 0;
+    }
 
     // Hexadecimal digits of the value's full width, without prefix.
     void FmtHexByte(std::uint8_t value, bool upperCase) noexcept;
@@ -111,6 +119,7 @@ private:
     int FmtAnyInteger(T value, const KEFormatSpec& spec) noexcept {
         return FmtIntNumber({static_cast<std::int64_t>(value), sizeof(T), std::is_signed_v<T>}, spec);
     }
+    int FmtCharacterCode(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept;
     void FmtHexDigits(std::uint64_t value, std::uint8_t size, bool upperCase) noexcept;
 };
 
@@ -194,6 +203,26 @@ ArgumentHolder MakeArgument(const T& arg) noexcept {
     return {&arg, &DoFormatAction<T>};
 }
 
+// Most texts are short, and then a call of the C library costs more than the copy.
+inline void CopyCharacters(char* to, const char* from, std::size_t count) noexcept {
+    if (count > 32) {
+        std::memcpy(to, from, count);
+    } else if (count >= 16) { // the two halves may overlap
+        std::memcpy(to, from, 16);
+        std::memcpy(to + count - 16, from + count - 16, 16);
+    } else if (count >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + count - 8, from + count - 8, 8);
+    } else if (count >= 4) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + count - 4, from + count - 4, 4);
+    } else if (count != 0) {
+        to[0] = from[0];
+        to[count / 2] = from[count / 2];
+        to[count - 1] = from[count - 1];
+    }
+}
+
 // An array of holders with room for no arguments at all.
 template <typename... Args>
 struct ArgumentArray {
@@ -211,15 +240,26 @@ public:
     // A formatter that only counts.
     KEFormatterImplT() = default;
     // Writes at most size - 1 characters and a terminator to buffer; size 0 only counts.
-    KEFormatterImplT(CharT* buffer, std::size_t size) noexcept;
+    KEFormatterImplT(CharT* buffer, std::size_t size) noexcept {
+        if (buffer && size != 0) {
+            mRange.mCurWritePtr = buffer;
+            mRange.mLastPtr = buffer + (size - 1);
+        }
+    }
 
-    int FmtString(const char* text, const KEFormatSpec& spec) noexcept override;
+    // Not inlined, for g++ would then warn of short constant texts that a longer copy could read beyond.
+    [[gnu::noinline]] int FmtString(const char* text, const KEFormatSpec& spec) noexcept override;
     int FmtString(const char16_t* text, const KEFormatSpec& spec) noexcept override;
     int FmtString(const wchar_t* text, const KEFormatSpec& spec) noexcept override;
     void PutString(const char* text) noexcept override;
     void PutCharacter(char character) noexcept override;
     // Copies count characters without formatting.
-    void PutCharacters(const char* characters, std::size_t count) noexcept;
+    void PutCharacters(const char* characters, std::size_t count) noexcept {
+        const std::size_t written = std::min(count, Room());
+        fmtimpl::CopyCharacters(mRange.mCurWritePtr, characters, written);
+        mRange.mCurWritePtr += written;
+        mRange.mCurLen += count;
+    }
 
 protected:
     void FmtIntNumberImpl(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept override;
@@ -230,6 +270,11 @@ protected:
     fmtimpl::StringBufferRangeData<CharT> mRange;
 
 private:
+    // Characters that still fit.
+    std::size_t Room() const noexcept {
+        return static_cast<std::size_t>(mRange.mLastPtr - mRange.mCurWritePtr);
+    }
+    void FmtNumberWithSpec(const fmtimpl::IntNumber& number, const KEFormatSpec& spec) noexcept;
     void PutFill(std::uint64_t count, const KEFormatSpec& spec) noexcept;
 };
 
@@ -242,6 +287,11 @@ public:
     // the whole text, including what did not fit.
     std::size_t FormatArgs(const CharT* format, const fmtimpl::ArgumentHolder* args,
                            std::size_t count) noexcept;
+    // Whether the last call has reported a fault of its format string to the system log.
+    bool HasFaults() const noexcept { return mHasFaults; }
+
+private:
+    bool mHasFaults = false;
 };
 
 extern template class KEFormatterImplT<char>;
@@ -253,8 +303,8 @@ namespace fmtimpl {
 std::string FormatToStdString(const char* format, const ArgumentHolder* args, std::size_t count) noexcept;
 }
 
-// Formats into a string; an empty one when memory is short. The text is formatted twice, first to learn its
-// length, so that each fault of a format string is reported twice.
+// Formats into a string; an empty one when memory is short. Each fault of a format string is reported twice,
+// unless the text is empty: a long text, or one with faults, is formatted twice.
 template <typename CharT, typename... Args>
 std::string KEStdStringFormat(const CharT* format, const Args&... args) noexcept {
     const fmtimpl::ArgumentArray<Args...> holders(args...);

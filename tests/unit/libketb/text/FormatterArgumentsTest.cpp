@@ -42,6 +42,19 @@ TEST(FormatterArgumentsTest, IntegersPrintDecimal) {
     ExpectText("65", "{}", L'A');
 }
 
+TEST(FormatterArgumentsTest, IntegersOfEveryLength) {
+    std::uint64_t power = 1;
+    for (unsigned digits = 1; digits <= 20; ++digits, power *= 10) {
+        for (const std::uint64_t number : {power - 1, power, power + 1, power * 9 / 8}) {
+            const std::string text = std::to_string(number);
+            ExpectText(text, "{}", number);
+            ExpectText("+" + text, "{:+}", number);
+            const auto negative = static_cast<std::int64_t>(0 - number);
+            ExpectText(std::to_string(negative), "{}", negative);
+        }
+    }
+}
+
 TEST(FormatterArgumentsTest, PlainCharFollowsThePlatformsSign) {
     ExpectText(std::is_signed_v<char> ? "-1" : "255", "{}", static_cast<char>(0xFF));
 }

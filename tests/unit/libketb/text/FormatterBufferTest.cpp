@@ -1,8 +1,10 @@
 // Where the formatted characters go: fixed buffers of every size, the counting range, strings.
 #include "text/FormatExpect.h"
 
-#include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <string>
+#include <vector>
 
 using namespace kestrelon;
 
@@ -30,6 +32,9 @@ TEST(FormatterBufferTest, EverySize) {
     ExpectEverySize("", "");
     ExpectEverySize("literal text", "literal text");
     ExpectEverySize("a literal text of 34 characters...", "a literal text of 34 characters...");
+    ExpectEverySize("18446744073709551615 -9223372036854775808", "{} {}", 18446744073709551615u,
+                    std::numeric_limits<std::int64_t>::min());
+    ExpectEverySize("0x0000_0001_2345_6789 -1,234,567,890", "{:#_x} {:,}", 0x123456789ull, -1234567890);
     ExpectEverySize("<an argument of 28 characters>", "<{}>", "an argument of 28 characters");
     ExpectEverySize("12 abc -7", "{} {} {}", 12, "abc", -7);
     ExpectEverySize("***ab...", "{:*>5}{:.<3}", "ab", "");
@@ -72,6 +77,29 @@ TEST(FormatterBufferTest, StdStringOfExactlyTheTextsLength) {
     EXPECT_EQ(KEStdStringFormat("no arguments"), "no arguments");
     EXPECT_EQ(KEStdStringFormat(""), "");
     EXPECT_EQ(KEStdStringFormat("{:c}", 0), "NUL");
+}
+
+TEST(FormatterBufferTest, StdStringOfEveryLength) {
+    for (std::size_t length = 0; length <= 600; ++length) {
+        const std::string text(length, 'x');
+        EXPECT_EQ(KEStdStringFormat("{}", text), text);
+        EXPECT_EQ(KEStdStringFormat("{}{}", text, 18446744073709551615u), text + "18446744073709551615");
+    }
+}
+
+TEST(FormatterBufferTest, StdStringReportsFaultsTwiceWhateverTheLength) {
+    for (const std::size_t length : {1u, 200u, 254u, 255u, 256u, 257u, 1000u}) {
+        const testsupport::DebugOutputCapture output;
+        EXPECT_EQ(KEStdStringFormat("{}", std::string(length, 'x'), 1), std::string(length, 'x'));
+        const std::vector<std::string> faults(2, "ERROR: More arguments than {} replacement fields.");
+        EXPECT_EQ(testsupport::FaultsOf(output.Messages(), "{}", 2), faults) << length;
+    }
+}
+
+TEST(FormatterBufferTest, StdStringReportsFaultsOnceWhenTheTextIsEmpty) {
+    const testsupport::DebugOutputCapture output;
+    EXPECT_EQ(KEStdStringFormat("", 1), "");
+    EXPECT_EQ(output.Messages().size(), 2u); // the fault and the format string
 }
 
 TEST(FormatterBufferTest, StdStringLongerThanAnyFixedBuffer) {

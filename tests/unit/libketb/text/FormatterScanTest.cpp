@@ -37,6 +37,20 @@ TEST(FormatterScanTest, Literals) {
     ExpectText("%s%n\\\x80\xff\n", "%s%n\\\x80\xff\n");
 }
 
+// Every place of a bracket, in texts of other characters that are close to one.
+TEST(FormatterScanTest, BracketsAreFoundBehindTextOfEveryLength) {
+    for (const char filler : {'a', 'y', 'z', '|', '~', '\x01', '\x7f', '\x80', '\xfb', '\xfd', '\xff'}) {
+        for (std::size_t length = 0; length <= 40; ++length) {
+            const std::string text(length, filler);
+            ExpectText(text, text.c_str());
+            ExpectText(text + "{" + text, (text + "{{" + text).c_str());
+            ExpectText(text + "}" + text, (text + "}}" + text).c_str());
+            ExpectText(text + "7" + text, (text + "{}" + text).c_str(), 7);
+            ExpectFaults({cStray}, text, (text + "}").c_str());
+        }
+    }
+}
+
 TEST(FormatterScanTest, StrayClosingBracketTakesTheNextCharacterAlong) {
     ExpectFaults({cStray}, "a", "a}b");
     ExpectFaults({cStray}, "ac", "a}bc");
