@@ -55,7 +55,7 @@ def capture_once(folder, tool, frames, length, rate):
     command = Command(*tool)
     time.sleep(0.4)
     before = command.processor_time()
-    send_frames(frames, length, rate)
+    send_frames(folder, frames, length, rate)
     time.sleep(LAST_BLOCK)
     seconds = command.stop() - before
     path = folder / "captured.pcapng"

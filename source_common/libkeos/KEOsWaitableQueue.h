@@ -42,6 +42,8 @@ public:
     // that cannot be set is logged; the item is queued all the same. KESTATUS_NOT_INITIALIZED when it is not
     // queued.
     [[nodiscard]] KESTATUS PutItem(T& item) noexcept;
+    // The same for all items of a list, which is empty then.
+    [[nodiscard]] KESTATUS PutItems(KEDList<T>& items) noexcept;
 
     // Takes the oldest item; null when there is none. Resets the event when the queue is then empty.
     T* GetItem() noexcept;
@@ -114,6 +116,22 @@ KESTATUS KEOsWaitableQueue<T, Lock>::PutItem(T& item) noexcept {
     mQueuedItems.AppendTail(item);
     if (wasEmpty) {
         static_cast<void>(mEvent.SetEvent()); // a failure is logged; the item is queued
+    }
+    return KESTATUS_SUCCESS;
+}
+
+template <typename T, typename Lock>
+KESTATUS KEOsWaitableQueue<T, Lock>::PutItems(KEDList<T>& items) noexcept {
+    if (!mIsInitialized) {
+        return KESTATUS_NOT_INITIALIZED;
+    }
+    const LockGuard guard(mLock);
+    const bool wasEmpty = mQueuedItems.IsEmpty();
+    while (T* const item = items.RemoveHead()) {
+        mQueuedItems.AppendTail(*item);
+    }
+    if (wasEmpty && !mQueuedItems.IsEmpty()) {
+        static_cast<void>(mEvent.SetEvent()); // a failure is logged; the items are queued
     }
     return KESTATUS_SUCCESS;
 }

@@ -18,18 +18,13 @@ namespace {
 // short.
 constexpr std::uint64_t cMaxUsualLength = 64u << 20;
 
-std::size_t LengthOfBlock(const unsigned char* block) {
-    return KELoadNative<std::uint32_t>(block + cBlockLengthOffset);
-}
-
 } // namespace
 
 PcapNgFile::PcapNgFile(PcapNgFile&& other) noexcept
     : mFile(std::move(other.mFile)),
       mFileBuffer(std::move(other.mFileBuffer)),
+      mWriteBuffer(std::move(other.mWriteBuffer)),
       mFileSize(std::exchange(other.mFileSize, 0)),
-      mBytesOnDisk(std::exchange(other.mBytesOnDisk, 0)),
-      mUnfinished(std::exchange(other.mUnfinished, {})),
       mBlocksLost(std::exchange(other.mBlocksLost, 0)),
       mReadFault(std::exchange(other.mReadFault, ReadFault::None)) {}
 
@@ -38,9 +33,8 @@ PcapNgFile& PcapNgFile::operator=(PcapNgFile&& other) noexcept {
         CloseFile();
         mFile = std::move(other.mFile);
         mFileBuffer = std::move(other.mFileBuffer);
+        mWriteBuffer = std::move(other.mWriteBuffer);
         mFileSize = std::exchange(other.mFileSize, 0);
-        mBytesOnDisk = std::exchange(other.mBytesOnDisk, 0);
-        mUnfinished = std::exchange(other.mUnfinished, {});
         mBlocksLost = std::exchange(other.mBlocksLost, 0);
         mReadFault = std::exchange(other.mReadFault, ReadFault::None);
     }
@@ -58,6 +52,7 @@ KESTATUS PcapNgFile::OpenForWrite(const T_UNICHAR* path, const PcapNgSectionHead
     if (mFileBuffer.mBufferSize < FileBufferSize) {
         mFileBuffer = KEBufferBlock(FileBufferSize);
     }
+    mWriteBuffer.Start();
     st = shb.AddToBuffer(mFileBuffer);
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "AddToBuffer(SHB) failed, st={}", st);
@@ -109,7 +104,7 @@ KESTATUS PcapNgFile::MeasureFile(std::uint64_t& size) noexcept {
 KESTATUS PcapNgFile::WriteBlock(const PcapNgBlockBase& block) {
     const std::uint64_t length = block.TotalBlockLength();
     if (mFileBuffer.mBufferSize - mFileBuffer.mDataLength < length) {
-        const KESTATUS st = FlushFileBuffer();
+        const KESTATUS st = FlushFileBuffer(Target::WriteBuffer);
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
         }
@@ -124,37 +119,15 @@ KESTATUS PcapNgFile::WriteBlock(const PcapNgBlockBase& block) {
     return KESTATUS_SUCCESS;
 }
 
-KESTATUS PcapNgFile::FlushFileBuffer() {
-    if (mFileBuffer.mDataLength == 0) {
-        return KESTATUS_SUCCESS;
+KESTATUS PcapNgFile::FlushFileBuffer(Target target) noexcept {
+    KESTATUS st = mWriteBuffer.Append(mFile, mFileBuffer);
+    if (st == KESTATUS_SUCCESS && target == Target::File) {
+        st = mWriteBuffer.Write(mFile);
     }
-    const std::size_t written = mFile.WriteToFile(mFileBuffer.mBuffer, mFileBuffer.mDataLength);
-    mBytesOnDisk += written;
-    if (written == mFileBuffer.mDataLength) {
-        mFileBuffer.mDataLength = 0;
-        mUnfinished = {};
-        return KESTATUS_SUCCESS;
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "WriteToFile failed");
     }
-    KEOutputLogMessage(logger::Global, KEERROR, KE_FUNCTION_TAG, "WriteToFile failed");
-    NoteWhereWritingEnded(written);
-    mFileBuffer.mDataLength -= written;
-    std::memmove(mFileBuffer.mBuffer, mFileBuffer.mBuffer + written, mFileBuffer.mDataLength);
-    return KESTATUS_WRITE_FILE_FAILED;
-}
-
-// Finds the block in which the written bytes at the start of the buffer end.
-void PcapNgFile::NoteWhereWritingEnded(std::size_t written) noexcept {
-    if (written < mUnfinished.rest) {
-        mUnfinished.written += written;
-        mUnfinished.rest -= written;
-        return;
-    }
-    std::size_t block = mUnfinished.rest;
-    while (block < written && block + LengthOfBlock(mFileBuffer.mBuffer + block) <= written) {
-        block += LengthOfBlock(mFileBuffer.mBuffer + block);
-    }
-    mUnfinished.written = written - block;
-    mUnfinished.rest = block == written ? 0 : block + LengthOfBlock(mFileBuffer.mBuffer + block) - written;
+    return st;
 }
 
 void PcapNgFile::CloseFile() {
@@ -163,26 +136,12 @@ void PcapNgFile::CloseFile() {
         const KESTATUS st = FlushFileBuffer();
         if (st != KESTATUS_SUCCESS) {
             KEOutputFailure(logger::Global, KE_FUNCTION_TAG, "FlushFileBuffer failed, st={}", st);
-            GiveUpBuffer();
+            mBlocksLost = mWriteBuffer.GiveUp(mFile, mFileBuffer);
         }
         mFile.CloseFile();
     }
     mFileBuffer.mDataLength = 0;
-    mUnfinished = {};
     mFileSize = 0;
-    mBytesOnDisk = 0;
-}
-
-void PcapNgFile::GiveUpBuffer() noexcept {
-    mBlocksLost = mUnfinished.rest != 0 ? 1 : 0;
-    for (std::size_t block = mUnfinished.rest; block < mFileBuffer.mDataLength;
-         block += LengthOfBlock(mFileBuffer.mBuffer + block)) {
-        ++mBlocksLost;
-    }
-    if (mUnfinished.written != 0) {
-        // If this fails, readers can still read the blocks before.
-        static_cast<void>(mFile.TruncateFile(static_cast<std::size_t>(mBytesOnDisk) - mUnfinished.written));
-    }
 }
 
 KESTATUS PcapNgFile::ReadNextBlock(KEBufferBlock& block) {

@@ -1,7 +1,7 @@
-// A pcap-ng file, written or read block by block. Writing gathers blocks in a buffer of 4096 bytes, and
-// writes the buffer to the file when the next block does not fit. There is no other buffer, so that flushed
-// blocks are with the system and a full disk is noticed at once. The file is valid at every moment, except
-// for its last block when the process is killed during a write.
+// A pcap-ng file, written or read block by block. Writing gathers blocks in a buffer of 4096 bytes. When the
+// next block does not fit, it moves them to a larger buffer, which goes to the file when it is full. Behind
+// FlushFileBuffer all blocks are with the system. The file is valid at every moment, except for its last
+// block when the disk is full or the process is killed during a write.
 //
 // The object owns the file. It can be moved, but not copied. One thread at a time. Failures are logged on
 // Global. An operation that finds no memory throws std::bad_alloc.
@@ -14,6 +14,7 @@
 #include "PcapNgBlockBase.h"
 #include "PcapNgInterfaceDescBlock.h"
 #include "PcapNgSectionHeaderBlock.h"
+#include "PcapNgWriteBuffer.h"
 #include "base/KEBuffer.h"
 #include "files/KEStdFileStream.h"
 #include "kestatus.h"
@@ -51,7 +52,7 @@ public:
 
     // Appends a block. After a failure the block is not part of the file. The blocks gathered before it are
     // kept, and the next block or flush continues to write them where the last write ended.
-    //   KESTATUS_WRITE_FILE_FAILED  the gathered blocks could not be written
+    //   KESTATUS_WRITE_FILE_FAILED  the buffers are full and could not be written
     [[nodiscard]] KESTATUS WriteBlock(const PcapNgBlockBase& block);
     // Replaces the contents of block by the next whole block, from its type to its trailing length. The
     // buffer grows as needed.
@@ -61,7 +62,7 @@ public:
 
     // Writes the gathered blocks.
     //   KESTATUS_WRITE_FILE_FAILED  not all of it could be written; the rest is kept
-    [[nodiscard]] KESTATUS FlushFileBuffer();
+    [[nodiscard]] KESTATUS FlushFileBuffer() noexcept { return FlushFileBuffer(Target::File); }
     // Flushes and closes. Does nothing to a closed file. Gathered blocks that cannot be written are lost, and
     // BlocksLost() is their number. The file then ends with its last whole block.
     void CloseFile();
@@ -82,25 +83,19 @@ public:
     [[nodiscard]] KESTATUS RewindFile() noexcept { return mFile.RewindFile(); }
 
 private:
-    // The block within which a failed write ended: its bytes in the file, and the rest at the start of the
-    // buffer.
-    struct Unfinished {
-        std::size_t written = 0;
-        std::size_t rest = 0;
-    };
+    // How far a flush moves the gathered blocks.
+    enum class Target { WriteBuffer, File };
 
+    [[nodiscard]] KESTATUS FlushFileBuffer(Target target) noexcept;
     [[nodiscard]] KESTATUS FailIncomplete(const kestrelon::KELogMsgHeaderTag& function, std::uint64_t length,
                                           std::uint64_t expected) noexcept;
     [[nodiscard]] KESTATUS MeasureFile(std::uint64_t& size) noexcept;
     [[nodiscard]] KESTATUS MeasureRest(std::uint64_t& rest) noexcept;
-    void NoteWhereWritingEnded(std::size_t written) noexcept;
-    void GiveUpBuffer() noexcept;
 
     kestrelon::KEStdFileStream mFile;
-    kestrelon::KEBufferBlock mFileBuffer; // whole blocks, behind the rest of an unfinished one
+    kestrelon::KEBufferBlock mFileBuffer; // whole blocks
+    PcapNgWriteBuffer mWriteBuffer;       // the blocks before them
     std::uint64_t mFileSize = 0;
-    std::uint64_t mBytesOnDisk = 0; // written since OpenForWrite
-    Unfinished mUnfinished;
     unsigned mBlocksLost = 0;
     ReadFault mReadFault = ReadFault::None;
 };

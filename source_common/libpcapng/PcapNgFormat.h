@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/KEByteOrder.h"
+
 namespace flowlane::pcapng {
 
 constexpr std::uint32_t cSectionHeaderBlockType = 0x0A0D0D0A;
@@ -67,6 +69,10 @@ constexpr std::uint16_t cOptionTimestampResolution = 9;
 // Rounded up to a multiple of 4.
 constexpr std::uint64_t Padded(std::uint64_t length) noexcept {
     return (length + 3) & ~std::uint64_t{3};
+}
+
+inline std::size_t LengthOfBlock(const unsigned char* block) noexcept {
+    return kestrelon::KELoadNative<std::uint32_t>(block + cBlockLengthOffset);
 }
 
 } // namespace flowlane::pcapng

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::uint32_t cReportInterval = 1000; // ms
 constexpr int cReceiveTimeout = 1000;           // ms
+constexpr unsigned cFramesPerClockRead = 64;
 
 KESTATUS LogFailedReception(const char* format, KESTATUS st) {
     KEOutputFailure(logger::Cons, format, st);
@@ -58,11 +59,16 @@ bool FrameReceiver::IsReportDue() const {
 // Takes frames until the device has none left or the next report is due: under full load the device always
 // has some left.
 KESTATUS FrameReceiver::TakeReceivedFrames() {
-    KESTATUS st = KESTATUS_SUCCESS;
-    while (st == KESTATUS_SUCCESS && !IsReportDue()) {
-        st = TakeFrame();
+    const PcapNgFileWriter::Batch batch(mWriter);
+    while (!IsReportDue()) {
+        for (unsigned i = 0; i < cFramesPerClockRead; ++i) {
+            const KESTATUS st = TakeFrame();
+            if (st != KESTATUS_SUCCESS) {
+                return st == KESTATUS_NO_DATA ? KESTATUS_SUCCESS : st;
+            }
+        }
     }
-    return st == KESTATUS_NO_DATA ? KESTATUS_SUCCESS : st;
+    return KESTATUS_SUCCESS;
 }
 
 KESTATUS FrameReceiver::TakeFrame() {

@@ -1,5 +1,6 @@
 #include "capture/PcapNgFileWriter.h"
 
+#include <algorithm>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -15,6 +16,13 @@ using namespace kestrelon;
 namespace {
 
 constexpr KETimeoutInterval cWithoutLimit = -1;
+// The largest batch, and the part of the pool that a batch may be.
+constexpr unsigned cMaxBatchSize = 1024;
+constexpr unsigned cBatchesPerPool = 16;
+// How many frames one acquisition of the lock takes from the pool or the queue, at most.
+constexpr unsigned cMaxFramesTaken = 64;
+// The processor fetches the rest of a longer frame by itself.
+constexpr std::size_t cPrefetchedBytes = 256;
 
 template <typename... Args>
 void Log(KELogLevel level, const char* format, const Args&... args) {
@@ -24,7 +32,12 @@ void Log(KELogLevel level, const char* format, const Args&... args) {
 } // namespace
 
 PcapNgFileWriter::PcapNgFileWriter() noexcept
-    : mPendingFrames(&RawFrame::mListEntry), mPacketWriter(mStats) {}
+    : mPendingFrames(&RawFrame::mListEntry),
+      mPacketWriter(mStats),
+      mTakenFrames(&RawFrame::mListEntry),
+      mWrittenFrames(&RawFrame::mListEntry),
+      mFreeFrames(&RawFrame::mListEntry),
+      mGatheredFrames(&RawFrame::mListEntry) {}
 
 PcapNgFileWriter::~PcapNgFileWriter() {
     StopFileWriter();
@@ -76,6 +89,7 @@ KESTATUS PcapNgFileWriter::OpenFirstFileAndStart(const T_UNICHAR* fileName, std:
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Global, "AllocateFramePool failed, st={}", st);
     }
+    mBatchSize = std::clamp(frameCount / cBatchesPerPool, 1u, cMaxBatchSize);
     st = mPendingFrames.InitQueue();
     if (st != KESTATUS_SUCCESS) {
         return KEOutputFailure(logger::Global, "InitQueue failed, st={}", st);
@@ -93,25 +107,45 @@ void PcapNgFileWriter::StopFileWriter() {
     mPendingFrames.DisableWait();
     mPendingFrames.QueueEvent();
     mThread.WaitForTerminationAndDestroy(cWithoutLimit);
-    // The frames that are left when the thread has ended early.
-    while (RawFrame* const frame = mPendingFrames.GetItem()) {
-        mStats.Add(&Statistics::errWriteFileFailed);
-        mFramePool.PutRawFrame(frame);
-    }
+    TakeBackAllFrames();
     mPacketWriter.CloseFile();
     mFramePool.FreeFramePool();
+}
+
+// The thread leaves frames unwritten when it has ended early.
+void PcapNgFileWriter::TakeBackAllFrames() noexcept {
+    GiveBackWrittenFrames();
+    while (TakePendingFrames()) {
+        while (RawFrame* const frame = mTakenFrames.RemoveHead()) {
+            mStats.Add(&Statistics::errWriteFileFailed);
+            mFramePool.PutRawFrame(frame);
+        }
+    }
+    while (RawFrame* const frame = mFreeFrames.RemoveHead()) {
+        mFramePool.PutRawFrame(frame);
+    }
 }
 
 // --- The receive loop's side ---------------------------------------------------------------------
 
 RawFrame* PcapNgFileWriter::GetRawFrame() noexcept {
-    const std::lock_guard lock(mMutex);
-    return mFramePool.GetRawFrame();
+    if (mFreeFrames.IsEmpty()) {
+        const std::lock_guard lock(mMutex);
+        for (unsigned i = 0; i < cMaxFramesTaken; ++i) {
+            RawFrame* const frame = mFramePool.GetRawFrame();
+            if (!frame) {
+                break;
+            }
+            mFreeFrames.AppendTail(*frame);
+        }
+    }
+    RawFrame* const frame = mFreeFrames.RemoveHead();
+    PrefetchRawFrame(mFreeFrames.Head(), cPrefetchedBytes);
+    return frame;
 }
 
 void PcapNgFileWriter::ReleaseRawFrame(RawFrame* frame) noexcept {
-    const std::lock_guard lock(mMutex);
-    mFramePool.PutRawFrame(frame);
+    mFreeFrames.AppendTail(*frame);
 }
 
 void PcapNgFileWriter::PoolUnderflowOccurred() noexcept {
@@ -144,15 +178,27 @@ bool PcapNgFileWriter::CheckRawFrame(QBXRawFrameType type, KEConstBufferReferenc
 }
 
 KESTATUS PcapNgFileWriter::WriteRawFrame(RawFrame* frame) {
-    const std::lock_guard lock(mMutex);
     const KESTATUS threadStatus = ThreadStatus();
     if (threadStatus != KESTATUS_SUCCESS) {
         Log(KEERROR, "internal thread terminates with status {}", KEFormatArgKEStatus(threadStatus));
-        mFramePool.PutRawFrame(frame);
+        ReleaseRawFrame(frame);
         return KESTATUS_NOT_POSSIBLE;
     }
     frame->mFramesDropped = std::exchange(mFramesDropped, 0);
-    return mPendingFrames.PutItem(*frame);
+    mGatheredFrames.AppendTail(*frame);
+    ++mGatheredCount;
+    return mGatheredCount < mGatherLimit ? KESTATUS_SUCCESS : HandOverGatheredFrames();
+}
+
+KESTATUS PcapNgFileWriter::HandOverGatheredFrames() noexcept {
+    mGatheredCount = 0;
+    const std::lock_guard lock(mMutex);
+    return mPendingFrames.PutItems(mGatheredFrames);
+}
+
+void PcapNgFileWriter::EndBatch() noexcept {
+    mGatherLimit = 1;
+    static_cast<void>(HandOverGatheredFrames()); // fails only on a writer that was not started
 }
 
 KESTATUS PcapNgFileWriter::ThreadStatus() const noexcept {
@@ -181,23 +227,44 @@ KESTATUS PcapNgFileWriter::WriteUntilStopped() {
 }
 
 KESTATUS PcapNgFileWriter::WriteAllFramesToFile() {
-    for (;;) {
-        RawFrame* frame = nullptr;
-        {
-            const std::lock_guard lock(mMutex);
-            frame = mPendingFrames.GetItem();
-        }
-        if (!frame) {
-            return KESTATUS_SUCCESS;
-        }
-        mPacketWriter.WriteFrameToFile(*frame);
-        ReleaseRawFrame(frame);
-        if (mPacketWriter.IsFileFull()) {
+    while (TakePendingFrames()) {
+        while (RawFrame* const frame = mTakenFrames.RemoveHead()) {
+            PrefetchRawFrame(mTakenFrames.Head(), cPrefetchedBytes);
+            mPacketWriter.WriteFrameToFile(*frame);
+            mWrittenFrames.AppendTail(*frame);
+            if (!mPacketWriter.IsFileFull()) {
+                continue;
+            }
+            GiveBackWrittenFrames(); // opening a file may take long
             const KESTATUS st = OpenNextFile();
             if (st != KESTATUS_SUCCESS) {
                 return st;
             }
         }
+        GiveBackWrittenFrames();
+    }
+    mPacketWriter.FlushFile(); // before the thread waits
+    return KESTATUS_SUCCESS;
+}
+
+// Takes the frames that are written next. False when there are none.
+bool PcapNgFileWriter::TakePendingFrames() noexcept {
+    const std::lock_guard lock(mMutex);
+    const unsigned limit = std::min(mBatchSize, cMaxFramesTaken);
+    for (unsigned i = 0; i < limit; ++i) {
+        RawFrame* const frame = mPendingFrames.GetItem();
+        if (!frame) {
+            break;
+        }
+        mTakenFrames.AppendTail(*frame);
+    }
+    return !mTakenFrames.IsEmpty();
+}
+
+void PcapNgFileWriter::GiveBackWrittenFrames() noexcept {
+    const std::lock_guard lock(mMutex);
+    while (RawFrame* const frame = mWrittenFrames.RemoveHead()) {
+        mFramePool.PutRawFrame(frame);
     }
 }
 

@@ -8,6 +8,7 @@
 //   2. CheckRawFrame.
 //   3. When that is false, ReleaseRawFrame. When it is true, WriteRawFrame with size and type set, or
 //      PoolUnderflowOccurred when there was no frame.
+// When it takes many frames one after the other, it makes these calls within a Batch.
 //
 // One owner thread starts and stops, one receiving thread makes the calls above, any thread asks for the
 // statistics. Messages go to the Global logger, except that an invalid time is reported on Cons.
@@ -37,6 +38,19 @@ public:
     static constexpr std::uint32_t TriggerEthernetFrameMagic = triggerframe::cMagic;
 
     using Statistics = PcapNgWriterStatistics;
+
+    // While it exists, the frames that are handed over are gathered, so that one lock and one wake-up serve
+    // many of them. Its end passes on what is gathered. For the receiving thread; one at a time.
+    class Batch {
+    public:
+        explicit Batch(PcapNgFileWriter& writer) noexcept : mWriter(writer) { mWriter.BeginBatch(); }
+        ~Batch() { mWriter.EndBatch(); }
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+    private:
+        PcapNgFileWriter& mWriter;
+    };
 
     PcapNgFileWriter() noexcept;
     // Stops the writer.
@@ -93,16 +107,36 @@ private:
     [[nodiscard]] KESTATUS OpenFirstFileAndStart(const kestrelon::T_UNICHAR* fileName,
                                                  std::uint64_t maxFileSize, unsigned frameCount,
                                                  unsigned frameSize);
+    void TakeBackAllFrames() noexcept;
+
+    void BeginBatch() noexcept { mGatherLimit = mBatchSize; }
+    void EndBatch() noexcept;
+    [[nodiscard]] KESTATUS HandOverGatheredFrames() noexcept;
+
     [[nodiscard]] KESTATUS OpenNextFile();
     [[nodiscard]] KESTATUS WriteUntilStopped();
     [[nodiscard]] KESTATUS WriteAllFramesToFile();
+    bool TakePendingFrames() noexcept;
+    void GiveBackWrittenFrames() noexcept;
 
     kestrelon::KEOsWorkerThread mThread;
     kestrelon::KEOsThreadMutexAutoCreate mMutex; // guards the pool and the list of pending frames
     RawFramePool mFramePool;
     kestrelon::KEOsWaitableQueue<RawFrame, kestrelon::KEEmptyLock> mPendingFrames;
-    PcapNgWriterCounters mStats;      // each field is raised by one thread
-    PcapNgPacketWriter mPacketWriter; // the thread's while it runs
+    PcapNgWriterCounters mStats; // each field is raised by one thread
+    unsigned mBatchSize = 1;     // frames; a small part of the pool
+    bool mIsStarted = false;
+
+    // The thread's while it runs. It shares no cache line with what the receive loop writes.
+    alignas(64) PcapNgPacketWriter mPacketWriter;
+    RawFrameList mTakenFrames;   // from the queue, to be written
+    RawFrameList mWrittenFrames; // to be given back to the pool
+
+    // The receive loop's.
+    alignas(64) RawFrameList mFreeFrames; // from the pool, for the next frames
+    RawFrameList mGatheredFrames;         // handed over, but not in the queue yet
+    unsigned mGatheredCount = 0;
+    unsigned mGatherLimit = 1; // so many gathered frames go into the queue
     // The number of lost frames has this name on its whole way into the file. It moves on with the next
     // frame, so that it reaches the packet behind the gap however far the thread is behind:
     //   1. PcapNgFileWriter::mFramesDropped    the receive loop counts frames lost since the last hand-over
@@ -113,7 +147,6 @@ private:
     std::uint64_t mFramesDropped = 0;
     std::uint32_t mSequenceNumber = 0; // expected next
     bool mSequenceNumberValid = false;
-    bool mIsStarted = false;
 };
 
 } // namespace flowlane

@@ -358,7 +358,7 @@ void PcapNgPacketReader::QueueFrame(const PcapNgEnhPacketBlock& packet) {
     }
     const KEConstBufferReference data = packet.PacketData();
     std::memcpy(frame->mFrameBuffer.mData, data.mData, data.mLength);
-    mFramePool.PrefetchNextFrame(data.mLength); // the next frame is likely to be as long
+    PrefetchRawFrame(mFramePool.NextRawFrame(), data.mLength); // the next packet is likely to be as long
     frame->mFrameSize = static_cast<std::uint32_t>(data.mLength);
     if (mReplaceSrcMacAddr) {
         PatchRawFrameData(*frame);

@@ -131,6 +131,12 @@ void PcapNgPacketWriter::PublishWriteStatus(KESTATUS st) noexcept {
     mWriteStatus.store(st, std::memory_order_relaxed);
 }
 
+void PcapNgPacketWriter::FlushFile() noexcept {
+    // Nothing is lost yet after a failure. If it lasts, the next packets or the closing of the file report
+    // it.
+    static_cast<void>(mFile.FlushFileBuffer());
+}
+
 void PcapNgPacketWriter::CloseFile() {
     mFile.CloseFile();
     const std::uint64_t lost = mFile.BlocksLost();

@@ -41,6 +41,8 @@ public:
 
     // The frame begins with its receive header.
     void WriteFrameToFile(const RawFrame& frame);
+    // Writes what is gathered to the file. What cannot be written is kept, and tried again later.
+    void FlushFile() noexcept;
     // True when the last packet has taken the file of a set beyond its size.
     bool IsFileFull() const noexcept { return mMaxFileSize != 0 && mFile.FileSize() > mMaxFileSize; }
     // Success while writing works; else why the file cannot be opened or written, the status of an errno

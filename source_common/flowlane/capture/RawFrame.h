@@ -3,6 +3,8 @@
 #ifndef FLOWLANE_RAWFRAME_H
 #define FLOWLANE_RAWFRAME_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "base/KEBuffer.h"
@@ -57,6 +59,16 @@ private:
 };
 
 using RawFrameList = kestrelon::KEDList<RawFrame>;
+
+// Begins to fetch the first bytes of the buffer of a frame, which may be null, into the cache. A pool is
+// larger than the cache and its frames are used in turn, so each would have to be waited for.
+inline void PrefetchRawFrame(const RawFrame* frame, std::size_t bytes) noexcept {
+    constexpr std::size_t cCacheLine = 64;
+    const std::size_t end = frame ? std::min(bytes, frame->mFrameBuffer.mLength) : 0;
+    for (std::size_t offset = 0; offset < end; offset += cCacheLine) {
+        __builtin_prefetch(frame->mFrameBuffer.mData + offset);
+    }
+}
 
 } // namespace flowlane
 

@@ -1,6 +1,6 @@
 #include "capture/RawFramePool.h"
 
-#include <algorithm>
+#include <new>
 #include <utility>
 
 #include "log/KELogging.h"
@@ -8,12 +8,6 @@
 namespace flowlane {
 
 using namespace kestrelon;
-
-namespace {
-
-constexpr std::size_t cCacheLine = 64; // bytes
-
-} // namespace
 
 KESTATUS RawFramePool::AllocateFramePool(unsigned count, unsigned frameSize) {
     if (IsAllocated()) {
@@ -25,7 +19,11 @@ KESTATUS RawFramePool::AllocateFramePool(unsigned count, unsigned frameSize) {
         return KESTATUS_INVALID_PARAMETER;
     }
     auto frames = std::make_unique<RawFrame[]>(count);
-    auto buffers = std::make_unique<unsigned char[]>(std::size_t{count} * frameSize);
+    // Zeroed without being touched: a page takes memory once a frame uses it.
+    decltype(mFrameBufferMemory) buffers(static_cast<unsigned char*>(std::calloc(count, frameSize)));
+    if (!buffers && count != 0 && frameSize != 0) {
+        throw std::bad_alloc();
+    }
     for (unsigned i = 0; i < count; ++i) {
         frames[i].InitRawFrame({buffers.get() + std::size_t{i} * frameSize, frameSize});
         AddItem(&frames[i]);
@@ -58,15 +56,6 @@ RawFrame* RawFramePool::GetRawFrame() noexcept {
         --mCurrentCount;
     }
     return frame;
-}
-
-void RawFramePool::PrefetchNextFrame(std::size_t bytes) const noexcept {
-    if (const RawFrame* const frame = mItemList.Head()) {
-        const KEBufferReference buffer = frame->mFrameBuffer;
-        for (std::size_t offset = 0; offset < std::min(bytes, buffer.mLength); offset += cCacheLine) {
-            __builtin_prefetch(buffer.mData + offset, 1);
-        }
-    }
 }
 
 void RawFramePool::PutRawFrame(RawFrame* frame) noexcept {

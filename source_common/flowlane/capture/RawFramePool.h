@@ -5,8 +5,8 @@
 #ifndef FLOWLANE_RAWFRAMEPOOL_H
 #define FLOWLANE_RAWFRAMEPOOL_H
 
-#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 #include "capture/RawFrame.h"
@@ -31,9 +31,8 @@ public:
 
     // The frame that was free longest, or null when none is free.
     RawFrame* GetRawFrame() noexcept;
-    // Begins to fetch into the cache the first bytes of the frame that is handed out next. That frame was used
-    // longest ago, so writing to it would wait for the memory.
-    void PrefetchNextFrame(std::size_t bytes) const noexcept;
+    // The frame that GetRawFrame would give, or null. It stays in the pool.
+    const RawFrame* NextRawFrame() const noexcept { return mItemList.Head(); }
     // Gives back a frame of this pool. It is in no list.
     void PutRawFrame(RawFrame* frame) noexcept;
     // Adds a frame that the caller owns. It outlives the pool.
@@ -45,9 +44,13 @@ public:
     std::uint32_t CurrentCount() const noexcept { return mCurrentCount; }
 
 private:
+    struct FreeMemory {
+        void operator()(unsigned char* memory) const noexcept { std::free(memory); }
+    };
+
     RawFrameList mItemList; // the free frames
     std::unique_ptr<RawFrame[]> mRawFrameMemory;
-    std::unique_ptr<unsigned char[]> mFrameBufferMemory;
+    std::unique_ptr<unsigned char[], FreeMemory> mFrameBufferMemory;
     std::uint32_t mTotalCount = 0;
     std::uint32_t mCurrentCount = 0;
 };

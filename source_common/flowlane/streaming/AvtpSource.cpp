@@ -17,6 +17,8 @@ using namespace avtp;
 namespace {
 
 constexpr std::int32_t cWaitWithoutLimit = -1;
+// So many frames are processed between two looks at the clock.
+constexpr unsigned cFramesPerUpdate = 64;
 constexpr PipelineClock::Duration cTakeLimit = std::chrono::seconds(1); // after a stop
 constexpr TNET_EthernetMacAddress cBroadcastAddress = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 
@@ -147,19 +149,29 @@ void AvtpSource::GiveUp(const char* format, KESTATUS st) {
 
 // Takes all frames that are ready.
 KESTATUS AvtpSource::ProcessData() {
+    KESTATUS st = KESTATUS_SUCCESS;
+    while (st == KESTATUS_SUCCESS) {
+        st = ProcessFrames();
+        mLostFrames.Update(mClock.Now());
+    }
+    return st == KESTATUS_NO_DATA || st == KESTATUS_NOT_ENABLED ? KESTATUS_SUCCESS : st;
+}
+
+// Takes some of the frames that are ready. Success when there may be more, else the status of the device.
+KESTATUS AvtpSource::ProcessFrames() {
     std::uint8_t frame[cEthMaxFrameSize];
-    for (;;) {
+    for (unsigned count = 0; count < cFramesPerUpdate; ++count) {
         unsigned length = 0;
         const KESTATUS st = mDevice->GetReceivedRawFrame(nullptr, frame, sizeof frame, &length);
         if (st == KESTATUS_NO_DATA || st == KESTATUS_NOT_ENABLED) {
-            return KESTATUS_SUCCESS;
+            return st;
         }
         if (st != KESTATUS_SUCCESS) {
             return KEOutputFailure(logger::Global, "GetReceivedRawFrame failed, st={}", st);
         }
         ProcessEthernetFrame(frame, std::min<unsigned>(length, sizeof frame));
-        mLostFrames.Update(mClock.Now());
     }
+    return KESTATUS_SUCCESS;
 }
 
 void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length) {
@@ -187,9 +199,7 @@ void AvtpSource::ProcessEthernetFrame(const std::uint8_t* frame, unsigned length
         return;
     }
     const std::uint8_t* const data = avtpHeader + cAvtpHeaderSize + cCipHeaderSize;
-    for (unsigned offset = 0; offset < dataLength; offset += cDataBlockSize) {
-        ProcessDataBlock(data + offset);
-    }
+    ProcessDataBlocks(data, dataLength);
     const KESTATUS st = mSink->SendDeliveredPackets();
     if (st != KESTATUS_SUCCESS) {
         KEOutputFailure(logger::Global, "SendDeliveredPackets failed, st={}", st);
@@ -341,6 +351,25 @@ bool AvtpSource::CheckCipFormat(const std::uint8_t* header) {
     return true;
 }
 
+void AvtpSource::ProcessDataBlocks(const std::uint8_t* data, unsigned length) {
+    const std::uint8_t* const end = data + length;
+    while (data != end) {
+        const bool isWholeSourcePacket =
+            mDataBlockCount % cDataBlocksPerSourcePacket == 0 && end - data >= cSourcePacketSize;
+        if (isWholeSourcePacket) {
+            mTsPacketState = TSPacketAssemblerState::ReceivingDataBlocks;
+            std::memcpy(mTsPacket.mData, data + cSourcePacketHeaderSize, TSPacket::cSize);
+            mDataBlockCount = static_cast<std::uint8_t>(mDataBlockCount + cDataBlocksPerSourcePacket);
+            DeliverPacket();
+            data += cSourcePacketSize;
+        } else {
+            ProcessDataBlock(data);
+            data += cDataBlockSize;
+        }
+    }
+}
+
+// One data block of a source packet that two frames share.
 void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
     const bool isFirstOfSourcePacket = mDataBlockCount % cDataBlocksPerSourcePacket == 0;
     if (mTsPacketState == TSPacketAssemblerState::Synchronizing) {
@@ -355,13 +384,17 @@ void AvtpSource::ProcessDataBlock(const std::uint8_t* block) {
     mCurTsPacketData += cDataBlockSize - skipped;
     ++mDataBlockCount;
     if (mDataBlockCount % cDataBlocksPerSourcePacket == 0) {
-        const KESTATUS st = mSink->DeliverTSPacket(mTsPacket);
-        if (st != KESTATUS_SUCCESS) {
-            KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
-        }
-        mStats.Add(&Statistics::infTsPacketsDelivered);
+        DeliverPacket();
         mCurTsPacketData = mTsPacket.mData;
     }
+}
+
+void AvtpSource::DeliverPacket() {
+    const KESTATUS st = mSink->DeliverTSPacket(mTsPacket);
+    if (st != KESTATUS_SUCCESS) {
+        KEOutputFailure(logger::Global, "DeliverTSPacket failed, st={}", st);
+    }
+    mStats.Add(&Statistics::infTsPacketsDelivered);
 }
 
 // The frame cannot be used.

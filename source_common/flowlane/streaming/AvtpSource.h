@@ -84,6 +84,7 @@ private:
     void ReceiveUntilStopped();
     [[nodiscard]] KESTATUS WaitForFrames();
     [[nodiscard]] KESTATUS ProcessData();
+    [[nodiscard]] KESTATUS ProcessFrames();
     void GiveUp(const char* format, KESTATUS st);
     void WaitUntilAllIsTaken();
     void ProcessEthernetFrame(const std::uint8_t* frame, unsigned length);
@@ -93,7 +94,9 @@ private:
     bool CheckUniqueId(const std::uint8_t* header) const;
     static bool CheckCipFormat(const std::uint8_t* header);
     bool CheckCipHeader(const std::uint8_t* header, unsigned length);
+    void ProcessDataBlocks(const std::uint8_t* data, unsigned length);
     void ProcessDataBlock(const std::uint8_t* block);
+    void DeliverPacket();
     void NoteDamage() noexcept;
     void ResetTsPacketAssembler() noexcept;
 

@@ -85,6 +85,23 @@ TEST_F(QueueTest, LinksItemsAtTheTail) {
     EXPECT_EQ(mFirst.mLink.mNext, nullptr);
 }
 
+TEST_F(QueueTest, TakesAllItemsOfAList) {
+    ASSERT_EQ(mQueue.InitQueue(), KESTATUS_SUCCESS);
+    KEDList<Item> items(&Item::mLink);
+    ASSERT_EQ(mQueue.PutItems(items), KESTATUS_SUCCESS);
+    EXPECT_EQ(mQueue.WaitOnQueue(0), KESTATUS_TIMEOUT); // there was none
+    Item first;
+    Item second;
+    items.AppendTail(first);
+    items.AppendTail(second);
+    ASSERT_EQ(mQueue.PutItems(items), KESTATUS_SUCCESS);
+    EXPECT_TRUE(items.IsEmpty());
+    EXPECT_EQ(mQueue.WaitOnQueue(0), KESTATUS_SUCCESS);
+    EXPECT_EQ(mQueue.GetItem(), &first);
+    EXPECT_EQ(mQueue.GetItem(), &second);
+    EXPECT_EQ(mQueue.WaitOnQueue(0), KESTATUS_TIMEOUT);
+}
+
 TEST_F(QueueTest, SetsItsEventOnlyWhenItWasEmpty) {
     ASSERT_EQ(mQueue.InitQueue(), KESTATUS_SUCCESS);
     const CallLog calls;

@@ -43,6 +43,11 @@ using namespace testsupport;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// So many blocks of 100 bytes are gathered before anything is written: 32 times 40 of them fit into the
+// larger buffer, and 40 into the one of 4096 bytes.
+constexpr unsigned cBlocksGathered = 33 * 40;
+constexpr unsigned cBytesGathered = cBlocksGathered * 100;
+
 class PcapNgFileTest : public testing::Test {
 protected:
     PcapNgFileTest() {
@@ -128,12 +133,24 @@ TEST_F(PcapNgFileTest, BlocksAreGathered) {
     EXPECT_EQ(OnDisk().size(), 56u);
     EXPECT_EQ(mFile.FileSize(), 56u + 4096);
     ASSERT_EQ(WritePacket(0), KESTATUS_SUCCESS);
-    EXPECT_EQ(OnDisk().size(), 56u + 4096);
+    EXPECT_EQ(OnDisk().size(), 56u); // the first buffer is in the larger one
     EXPECT_EQ(mFile.FileSize(), 56u + 4096 + 36);
+    ASSERT_EQ(mFile.FlushFileBuffer(), KESTATUS_SUCCESS);
+    EXPECT_EQ(OnDisk().size(), 56u + 4096 + 36);
     mFile.CloseFile();
     EXPECT_EQ(OnDisk().size(), 56u + 4096 + 36);
     EXPECT_EQ(mFile.FileSize(), 0u);
     EXPECT_EQ(mFile.BlocksLost(), 0u);
+}
+
+TEST_F(PcapNgFileTest, LargerBufferIsWrittenWhenItIsFull) {
+    OpenForWrite();
+    for (unsigned i = 0; i < cBlocksGathered; ++i) {
+        ASSERT_EQ(WritePacket(64), KESTATUS_SUCCESS);
+    }
+    EXPECT_EQ(OnDisk().size(), 56u);
+    ASSERT_EQ(WritePacket(64), KESTATUS_SUCCESS);
+    EXPECT_EQ(OnDisk().size(), 56u + 128'000); // whole blocks
 }
 
 TEST_F(PcapNgFileTest, UnroundedLengthsCountRounded) {
@@ -144,15 +161,15 @@ TEST_F(PcapNgFileTest, UnroundedLengthsCountRounded) {
     EXPECT_EQ(OnDisk(), Concat({HeaderBlocks(), PacketBlock(61)}));
 }
 
-TEST_F(PcapNgFileTest, LargeBlockIsWrittenWhole) {
+TEST_F(PcapNgFileTest, LargeBlocksAreWrittenWhole) {
     OpenForWrite();
-    ASSERT_EQ(WritePacket(4), KESTATUS_SUCCESS);
-    ASSERT_EQ(WritePacket(5000, 3), KESTATUS_SUCCESS);
-    EXPECT_EQ(OnDisk().size(), 56u + 40);
-    ASSERT_EQ(WritePacket(8, 4), KESTATUS_SUCCESS); // the buffer is full again
-    EXPECT_EQ(OnDisk().size(), 56u + 40 + 5036);
+    ByteList expected = HeaderBlocks();
+    for (const std::size_t length : {4u, 5000u, 300'000u, 8u, 400'000u}) {
+        ASSERT_EQ(WritePacket(length), KESTATUS_SUCCESS);
+        expected = Concat({expected, PacketBlock(length)});
+    }
     mFile.CloseFile();
-    EXPECT_EQ(OnDisk(), Concat({HeaderBlocks(), PacketBlock(4), PacketBlock(5000, 3), PacketBlock(8, 4)}));
+    EXPECT_EQ(OnDisk(), expected);
 }
 
 TEST_F(PcapNgFileTest, FlushOfNothingIsASuccess) {
@@ -231,12 +248,12 @@ TEST_F(PcapNgFileTest, BlockTooLongForTheFormat) {
 
 // --- A full disk ---------------------------------------------------------------------------------
 
-// The gathered blocks are 40 of 100 bytes; the disk takes so many of their bytes at first.
+// All blocks are 100 bytes long. The disk takes so many of their bytes at first.
 class FileSizeLimitTest : public PcapNgFileTest, public testing::WithParamInterface<unsigned> {
 protected:
     void SetUp() override {
         OpenForWrite();
-        for (unsigned i = 0; i < 40; ++i) {
+        for (unsigned i = 0; i < cBlocksGathered; ++i) {
             ASSERT_EQ(WritePacket(64, i), KESTATUS_SUCCESS);
         }
     }
@@ -254,7 +271,7 @@ TEST_P(FileSizeLimitTest, BlockIsRefusedAndNothingIsWrittenTwice) {
     {
         const FileSizeLimit full(56 + GetParam());
         EXPECT_EQ(WritePacket(100, 77), KESTATUS_WRITE_FILE_FAILED);
-        EXPECT_EQ(mFile.FileSize(), 56u + 4000); // without the refused one
+        EXPECT_EQ(mFile.FileSize(), 56u + cBytesGathered); // without the refused one
         EXPECT_EQ(OnDisk().size(), 56u + GetParam());
     }
     EXPECT_THAT(
@@ -263,17 +280,17 @@ TEST_P(FileSizeLimitTest, BlockIsRefusedAndNothingIsWrittenTwice) {
                     IsMessageOf(KEERROR, "WriteBlock",
                                 "FlushFileBuffer failed, st=0xe0000092(KESTATUS_WRITE_FILE_FAILED)")));
     // There is room again.
-    ASSERT_EQ(WritePacket(64, 40), KESTATUS_SUCCESS);
+    ASSERT_EQ(WritePacket(64, cBlocksGathered), KESTATUS_SUCCESS);
     mFile.CloseFile();
     EXPECT_EQ(mFile.BlocksLost(), 0u);
-    EXPECT_EQ(OnDisk(), AllBlocks(41));
+    EXPECT_EQ(OnDisk(), AllBlocks(cBlocksGathered + 1));
 }
 
 TEST_P(FileSizeLimitTest, ClosingCutsBehindTheLastWholeBlock) {
     const FileSizeLimit full(56 + GetParam());
     mFile.CloseFile();
     const unsigned whole = GetParam() / 100;
-    EXPECT_EQ(mFile.BlocksLost(), 40 - whole);
+    EXPECT_EQ(mFile.BlocksLost(), cBlocksGathered - whole);
     EXPECT_EQ(OnDisk(), AllBlocks(whole));
     EXPECT_EQ(mLog.CountContaining(KEERROR, "CloseFile()"), 1u);
 }
@@ -284,22 +301,22 @@ TEST_P(FileSizeLimitTest, SpaceThatComesByAndBy) {
         const FileSizeLimit full(56 + onDisk);
         ASSERT_EQ(mFile.FlushFileBuffer(), KESTATUS_WRITE_FILE_FAILED);
     }
-    for (unsigned step = 1; onDisk + step < 4000; onDisk += step, step += 7) {
+    for (unsigned step = 1; onDisk + step < cBytesGathered; onDisk += step, step += 7) {
         const FileSizeLimit full(56 + onDisk + step);
         ASSERT_EQ(mFile.FlushFileBuffer(), KESTATUS_WRITE_FILE_FAILED);
         ASSERT_EQ(OnDisk().size(), 56u + onDisk + step);
     }
-    const ByteList all = AllBlocks(40);
+    const ByteList all = AllBlocks(cBlocksGathered);
     EXPECT_EQ(OnDisk(), ByteList(all.begin(), all.begin() + 56 + onDisk));
     {
         const FileSizeLimit full(56 + onDisk);
         mFile.CloseFile();
     }
-    EXPECT_EQ(mFile.BlocksLost(), 40 - onDisk / 100);
+    EXPECT_EQ(mFile.BlocksLost(), cBlocksGathered - onDisk / 100);
     EXPECT_EQ(OnDisk(), AllBlocks(onDisk / 100));
 }
 
-INSTANTIATE_TEST_SUITE_P(Room, FileSizeLimitTest, testing::Values(0, 1, 8, 99, 100, 101, 250, 3900, 3999));
+INSTANTIATE_TEST_SUITE_P(Room, FileSizeLimitTest, testing::Values(0, 1, 8, 99, 100, 101, 250, 3900, 127'999));
 
 // --- Reading -------------------------------------------------------------------------------------
 

@@ -164,19 +164,19 @@ TEST_F(PcapNgFileWriterDiskTest, DiskThatWasFullForAWhile) {
     std::uint32_t number = 0;
     {
         const FileSizeLimit limit(1000);
-        for (; number < 100; ++number) {
+        for (; number < 2500; ++number) {
             ASSERT_TRUE(Take(ReceivedFrame(number, 64)));
         }
         const auto done = [&] { return Statistics().infFramesWritten + Statistics().errWriteFileFailed; };
-        ASSERT_TRUE(WaitUntil([&] { return done() == 100; }, done));
+        ASSERT_TRUE(WaitUntil([&] { return done() == 2500; }, done));
     }
-    for (; number < 200; ++number) {
+    for (; number < 2600; ++number) {
         ASSERT_TRUE(Take(ReceivedFrame(number, 64)));
     }
     mWriter.StopFileWriter();
     const CapturedFile contents = SingleFile();
     EXPECT_EQ(Statistics().infFramesWritten, contents.packets.size());
-    EXPECT_EQ(Statistics().infFramesWritten + Statistics().errWriteFileFailed, 200u);
+    EXPECT_EQ(Statistics().infFramesWritten + Statistics().errWriteFileFailed, 2600u);
     EXPECT_GT(Statistics().errWriteFileFailed, 0u);
     std::uint64_t next = 0;
     for (const CapturedPacket& packet : contents.packets) {
@@ -184,7 +184,7 @@ TEST_F(PcapNgFileWriterDiskTest, DiskThatWasFullForAWhile) {
         ASSERT_EQ(packet.timestamp, cReceiveNanoseconds + next); // the file tells where they are missing
         ++next;
     }
-    EXPECT_EQ(next, 200u);
+    EXPECT_EQ(next, 2600u);
 }
 
 } // namespace

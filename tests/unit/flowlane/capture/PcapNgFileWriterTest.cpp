@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "CaptureFixture.h"
+#include "WaitUntil.h"
 #include "base/KEByteOrder.h"
 #include "base/LogCons.h"
 
@@ -317,6 +318,58 @@ TEST_F(PcapNgFileWriterTest, EachFrameIsWrittenOrCounted) {
     EXPECT_EQ(Statistics().infFramesWritten, contents.packets.size());
     EXPECT_EQ(contents.packets.size() + Statistics().errPoolUnderflow, cFrames);
     EXPECT_LE(drops, Statistics().errPoolUnderflow);
+}
+
+// --- Batches -------------------------------------------------------------------------------------
+
+TEST_F(PcapNgFileWriterTest, WhatHasComeIsInTheFileSoon) {
+    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    const std::uintmax_t headers = std::filesystem::file_size(mBase + ".pcapng");
+    const auto size = [&] { return std::filesystem::file_size(mBase + ".pcapng"); };
+    ASSERT_TRUE(Take(ReceivedFrame(0)));
+    ASSERT_TRUE(WaitUntil([&] { return size() == headers + 96; }, size));
+    ASSERT_TRUE(Take(ReceivedFrame(1)));
+    ASSERT_TRUE(WaitUntil([&] { return size() == headers + 2 * 96; }, size));
+}
+
+// A batch passes on what it has gathered when that is a part of the pool, and at its end.
+TEST_F(PcapNgFileWriterTest, ABatchKeepsFewFramesBack) {
+    ASSERT_EQ(Start(0, 64), KESTATUS_SUCCESS);
+    std::optional<PcapNgFileWriter::Batch> batch(mWriter);
+    for (std::uint32_t number = 0; number < 7; ++number) {
+        ASSERT_TRUE(Take(ReceivedFrame(number)));
+    }
+    WaitUntilWritten(4); // a sixteenth of the pool
+    batch.reset();
+    WaitUntilWritten(7);
+}
+
+TEST_F(PcapNgFileWriterTest, ABatchOfASmallPoolKeepsNoFrameBack) {
+    ASSERT_EQ(Start(0, 31), KESTATUS_SUCCESS);
+    const PcapNgFileWriter::Batch batch(mWriter);
+    ASSERT_TRUE(Take(ReceivedFrame(0)));
+    WaitUntilWritten(1);
+}
+
+TEST_F(PcapNgFileWriterTest, EachFrameOfABatchIsWrittenOrCounted) {
+    ASSERT_EQ(Start(0, 40), KESTATUS_SUCCESS);
+    constexpr std::uint32_t cFrames = 20000;
+    {
+        const PcapNgFileWriter::Batch batch(mWriter);
+        for (std::uint32_t number = 0; number < cFrames; ++number) {
+            Take(ReceivedFrame(number));
+        }
+    }
+    mWriter.StopFileWriter();
+    const std::vector<CapturedPacket> packets = SingleFile().packets;
+    std::uint64_t next = 0;
+    for (const CapturedPacket& packet : packets) {
+        next += packet.dropCount.value_or(0);
+        ASSERT_EQ(packet.timestamp, cReceiveNanoseconds + next);
+        ++next;
+    }
+    EXPECT_EQ(packets.size() + Statistics().errPoolUnderflow, cFrames);
+    EXPECT_EQ(mLog.CountContaining(KEFATAL, "outstanding"), 0u);
 }
 
 // --- Statistics ----------------------------------------------------------------------------------

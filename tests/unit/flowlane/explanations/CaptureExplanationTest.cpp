@@ -54,7 +54,7 @@ TEST_F(CaptureExplanationTest, FailureAndRecoveryAreToldOnceEach) {
     };
     {
         const FileSizeLimit limit(3000);
-        send(20);
+        send(200); // more than the buffers take
         watch.Look(mWriter);
         watch.Look(mWriter);
         EXPECT_THAT(mConsole.Texts(),
