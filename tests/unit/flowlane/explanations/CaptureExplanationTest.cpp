@@ -37,7 +37,7 @@ TEST_F(CaptureExplanationTest, WordsOfAFailure) {
 }
 
 TEST_F(CaptureExplanationTest, FailureAndRecoveryAreToldOnceEach) {
-    ASSERT_EQ(Start(), KESTATUS_SUCCESS);
+    ASSERT_EQ(Start(0, 300), KESTATUS_SUCCESS);
     WriteFailureWatch watch;
     watch.Look(mWriter);
     EXPECT_THAT(mConsole.Texts(), IsEmpty());
