@@ -395,6 +395,7 @@ TEST_F(PcapNgFileWriterTest, StatisticsAreReset) {
     EXPECT_THAT(values(), ElementsAre(1, 2, 1, 1, 0, 1, 0, 1));
     mWriter.ResetStatistics();
     EXPECT_THAT(values(), testing::Each(0));
+    mWriter.StopFileWriter(); // the thread has written to the console, whose capture ends here
 }
 
 } // namespace
