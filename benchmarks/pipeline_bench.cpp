@@ -69,7 +69,8 @@ public:
     KESTATUS StartSink() override { return KESTATUS_SUCCESS; }
     void StopSink() override {}
     KESTATUS DeliverTSPacket(const TSPacket& packet) override {
-        benchmark::DoNotOptimize(packet.mDeliverTime);
+        TSPacketTimePoint time = packet.mDeliverTime;
+        benchmark::DoNotOptimize(time);
         return KESTATUS_SUCCESS;
     }
     KESTATUS SendDeliveredPackets() override { return KESTATUS_SUCCESS; }
