@@ -35,10 +35,12 @@ def main():
     if (programs / "text_bench").exists():
         figures = run_benchmark(programs / "text_bench", args.rounds)
         for name, figure in figures.items():
-            library, slash, case = name.partition("/")
-            if library != "Fmt":
-                peer = figures.get(f"Fmt/{case}")
-                print_row("texts", case if slash else name, "ns", figure, {"fmt": peer} if peer else None)
+            # CASE/Ours, CASE/OursBuffer, and the same with Fmt.
+            case, slash, variant = name.rpartition("/")
+            if not variant.startswith("Fmt"):
+                peer = figures.get(f"{case}/{variant.replace('Ours', 'Fmt')}") if slash else None
+                label = f"{case}, into a buffer" if variant == "OursBuffer" else case or name
+                print_row("texts", label, "ns", figure, {"fmt": peer} if peer else None)
     subprocess.run([programs / "segment_bench", str(args.rounds)], timeout=600, check=True)
 
 
